@@ -1,0 +1,101 @@
+#include "sqlite/db_access.h"
+
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "sqlite/query_result.h"
+#include "sqlite/sqlite_exception.h"
+
+namespace Altamir::Corvane::UsageReporting::SQLiteDatabase {
+
+namespace {
+
+// The companion daemons write the same file in short transactions; a record must not be lost to
+// one.
+constexpr int kBusyTimeoutMs = 5000;
+
+}  // namespace
+
+DBAccess::DBAccess(std::string path, int flags)
+    : handle_(nullptr), flags_(flags), path_(std::move(path)) {
+  open_database();
+}
+
+DBAccess::~DBAccess() { close_database(); }
+
+void DBAccess::open_database() {
+  if (sqlite3_open_v2(path_.c_str(), &handle_, flags_, nullptr) != SQLITE_OK) {
+    close_database();  // SQLite hands out a connection even when it cannot open the file
+    throw sqlite_exception("Could not open database " + path_);
+  }
+  sqlite3_busy_timeout(handle_, kBusyTimeoutMs);
+}
+
+void DBAccess::close_database() {
+  sqlite3_close(handle_);
+  handle_ = nullptr;
+}
+
+void DBAccess::begin_transaction() {
+  execute("BEGIN TRANSACTION;", "BEGIN TRANSACTION execution failed.");
+}
+
+void DBAccess::commit_transaction() {
+  execute("END TRANSACTION;", "END TRANSACTION execution failed.");
+}
+
+void DBAccess::rollback_transaction() {
+  execute("ROLLBACK TRANSACTION;", "ROLLBACK TRANSACTION execution failed.");
+}
+
+bool DBAccess::is_auto_commit_on() { throw sqlite_exception("Not implemented"); }
+
+void DBAccess::execute_query(const std::string& query) {
+  execute(query, "Query execution failed for  " + query);
+}
+
+void DBAccess::create_table(const std::string& query) {
+  execute(query, "Failed to create table with query " + query);
+}
+
+void DBAccess::read_data(const std::string& query, std::vector<Row>& rows) {
+  execute(query, "Query execution failed for  " + query, read_query_callback, &rows);
+}
+
+void DBAccess::read_data_prepared(Statement& statement, std::vector<Row>& rows) {
+  QueryResult result(statement);
+  for (Row row; result.get_next_record(row); row.clear()) rows.push_back(row);
+}
+
+void DBAccess::execute_query_prepared(Statement& statement) {
+  QueryResult result(statement);
+  if (result.get_last_status() != SQLITE_DONE) {
+    throw sqlite_exception("sqlite query execution failed.");
+  }
+}
+
+sqlite3* DBAccess::get_db_handle() const { return handle_; }
+
+void DBAccess::execute(const std::string& query, const std::string& message,
+                       int (*callback)(void*, int, char**, char**), void* context) {
+  char* error = nullptr;
+  const int result = sqlite3_exec(handle_, query.c_str(), callback, context, &error);
+  const std::unique_ptr<char, decltype(&sqlite3_free)> owned_error(error, sqlite3_free);
+  if (result != SQLITE_OK) throw sqlite_exception(message, error == nullptr ? "" : error);
+}
+
+int read_query_callback(void* context, int column_count, char** values, char** names) {
+  try {
+    Row row;
+    for (int i = 0; i < column_count; ++i) {
+      row.emplace(names[i], Value(values[i] == nullptr ? "" : values[i]));
+    }
+    static_cast<std::vector<Row>*>(context)->push_back(std::move(row));
+    return 0;
+  } catch (const std::bad_alloc&) {
+    return 1;  // no exception may pass through SQLite; this ends the query with an error
+  }
+}
+
+}  // namespace Altamir::Corvane::UsageReporting::SQLiteDatabase

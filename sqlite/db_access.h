@@ -1,0 +1,62 @@
+// One open SQLite connection.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <string>
+#include <vector>
+
+#include "sqlite/statement.h"
+#include "sqlite/value.h"
+
+namespace Altamir::Corvane::UsageReporting::SQLiteDatabase {
+
+// Every failure throws sqlite_exception with SQLite's own text as inner message where there is one;
+// nothing is logged. To be used from one thread when opened with SQLITE_OPEN_NOMUTEX.
+class DBAccess {
+ public:
+  // Opens `path` with the flags of sqlite3_open_v2.
+  DBAccess(std::string path, int flags);
+  ~DBAccess();
+  DBAccess(const DBAccess&) = delete;
+  DBAccess& operator=(const DBAccess&) = delete;
+
+  // A statement that meets another process's lock waits up to 5 seconds for it.
+  void open_database();
+  void close_database();
+
+  void begin_transaction();
+  void commit_transaction();
+  void rollback_transaction();
+
+  // Not available: always throws.
+  bool is_auto_commit_on();
+
+  void execute_query(const std::string& query);
+  void create_table(const std::string& query);
+
+  // Appends the result to `rows`. The query must not yield NULL: it comes back as an empty text.
+  void read_data(const std::string& query, std::vector<Row>& rows);
+  void read_data_prepared(Statement& statement, std::vector<Row>& rows);
+
+  // Runs a statement that yields no row; a row is a failure.
+  void execute_query_prepared(Statement& statement);
+
+  // For preparing statements; stays owned here. Null when closed.
+  sqlite3* get_db_handle() const;
+
+ private:
+  // Throws sqlite_exception(message, SQLite's text) when the query fails.
+  void execute(const std::string& query, const std::string& message,
+               int (*callback)(void*, int, char**, char**) = nullptr, void* context = nullptr);
+
+  sqlite3* handle_;
+  int flags_;
+  std::string path_;
+};
+
+// The row callback of read_data, in the form that sqlite3_exec wants: appends one Row to the
+// std::vector<Row> at `context`. Returns 0 to go on.
+int read_query_callback(void* context, int column_count, char** values, char** names);
+
+}  // namespace Altamir::Corvane::UsageReporting::SQLiteDatabase
