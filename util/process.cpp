@@ -1,0 +1,77 @@
+#include "util/process.h"
+
+#include <ace/OS_NS_fcntl.h>
+#include <ace/OS_NS_sys_wait.h>
+#include <ace/OS_NS_unistd.h>
+#include <ace/Process.h>
+
+#include <array>
+#include <utility>
+
+namespace {
+
+// Holds whichever of the descriptors 0 to 2 are free, for as long as it lives. The daemon runs with
+// them closed; the spawn duplicates its three handles into the lowest free descriptors and the
+// child closes the duplicates after it has put them in place, so a duplicate that itself landed on
+// 1 or 2 would take the tool's output with it.
+class StandardDescriptorsFilled {
+ public:
+  StandardDescriptorsFilled() {
+    for (int& filler : fillers_) {
+      filler = ACE_OS::open("/dev/null", O_RDWR | O_CLOEXEC);
+      if (filler > 2) {
+        ACE_OS::close(filler);
+        filler = -1;
+      }
+    }
+  }
+  ~StandardDescriptorsFilled() {
+    for (const int filler : fillers_) {
+      if (filler >= 0) ACE_OS::close(filler);
+    }
+  }
+  StandardDescriptorsFilled(const StandardDescriptorsFilled&) = delete;
+  StandardDescriptorsFilled& operator=(const StandardDescriptorsFilled&) = delete;
+
+ private:
+  std::array<int, 3> fillers_{-1, -1, -1};
+};
+
+constexpr std::size_t kUsualLineBuffer = 2048;
+constexpr std::size_t kEnvironmentBuffer = 16384;
+constexpr std::size_t kMaxEnvironmentEntries = 512;
+constexpr std::size_t kMaxArguments = 128;
+
+}  // namespace
+
+Process::Process(const std::string& command, std::string arguments)
+    : command_(command), arguments_(std::move(arguments)), redirect_(false), exit_status_(-1) {}
+
+void Process::redirect_to_file(const std::string& path) {
+  redirect_ = true;
+  output_path_ = path;
+}
+
+void Process::start() {
+  const std::size_t line_buffer =
+      arguments_.size() <= kUsualLineBuffer / 2 ? kUsualLineBuffer : 2 * arguments_.size();
+  ACE_Process_Options options(true, line_buffer, kEnvironmentBuffer, kMaxEnvironmentEntries,
+                              kMaxArguments);
+  options.command_line("%s", (command_ + " " + arguments_).c_str());
+
+  ACE_Process process;
+  if (redirect_) {
+    const StandardDescriptorsFilled filled;
+    const ACE_HANDLE output =
+        ACE_OS::open(output_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    options.set_handles(0, output, output);
+    process.spawn(options);
+    options.release_handles();
+    if (output != ACE_INVALID_HANDLE) ACE_OS::close(output);
+  } else {
+    process.spawn(options);
+  }
+  ACE_OS::waitpid(process.getpid(), &exit_status_, 0);
+}
+
+int Process::exit_code() const { return exit_status_; }

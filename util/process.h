@@ -1,0 +1,29 @@
+// Runs one of the product's command-line tools to completion.
+#pragma once
+
+#include <string>
+
+class Process {
+ public:
+  // `command` is the program, possibly with arguments; `arguments` follow it after a blank. The
+  // line is split into arguments without a shell.
+  Process(const std::string& command, std::string arguments);
+
+  // Standard output and standard error go to this file, created when missing and NOT truncated:
+  // callers empty it first.
+  void redirect_to_file(const std::string& path);
+
+  // Runs the command and waits for it, without a time limit. Nothing is reported: callers judge by
+  // what the output file holds.
+  void start();
+
+  // The raw status word of waitpid(2) (an exit with 3 is 768); -1 before start().
+  int exit_code() const;
+
+ private:
+  std::string command_;
+  std::string arguments_;
+  bool redirect_;
+  std::string output_path_;
+  int exit_status_;
+};
