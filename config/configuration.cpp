@@ -1,0 +1,111 @@
+#include "config/configuration.h"
+
+#include <ace/Configuration_Import_Export.h>
+
+#include <algorithm>
+#include <sstream>
+
+namespace {
+
+constexpr int kAnomalyConfiguration = 1;
+constexpr std::size_t kHeapMapSize = 16;
+constexpr int kImportFailed = -1;
+
+constexpr corvane::ConfigDefault kAnomalyDefaults[] = {
+    {"ANOMALY_DETECTION_FUNCTIONALITY", "DISABLE_ANOMALY_DETECTION", "0"},
+    {"ANOMALY_DETECTION_FUNCTIONALITY", "DISABLE_DETECTION_SERVICE", "1"},
+    {"ANOMALY_DETECTION_FUNCTIONALITY", "DISABLE_ALERT_SERVICE", "1"},
+    {"ANOMALY_DETECTION_SENSITIVITY", "SENSITIVITY_PERCENTAGE", "0"},
+    {"DATABASE_SETTINGS", "PURGE_DATA_INTERVAL_IN_MONTHS", "12"},
+    {"DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN", "15"},
+    {"ANOMALY_MODEL_SETTINGS", "MIN_OBSERVATIONS_FOR_TRAINING", "30"},
+    {"ANOMALY_MODEL_SETTINGS", "DAYS_FOR_LAST_BACKUP_TO_IGNORE_ANOMALY", "365"},
+    {"ANOMALY_MODEL_SETTINGS", "MAX_OBSERVATIONS_FOR_TRAINING", "3000"},
+};
+
+}  // namespace
+
+std::span<const corvane::ConfigDefault> corvane::anomaly_config_defaults() {
+  return kAnomalyDefaults;
+}
+
+Configuration::Configuration(const std::string& path, int config_type)
+    : path_(path), config_type_(config_type), import_status_(kImportFailed) {
+  heap_.open(kHeapMapSize);
+  if (config_type_ == kAnomalyConfiguration) {
+    for (const auto& [section, key, value] : kAnomalyDefaults) {
+      defaults_.emplace(std::string(section) + "+" + key, value);
+    }
+  }
+  // A malformed line ends the import with everything before it already in the heap. Half a file is
+  // no configuration: any failure counts as a file that could not be imported.
+  const int result = ACE_Ini_ImpExp(heap_).import_config(path_.c_str());
+  import_status_ = result < 0 ? kImportFailed : result;
+}
+
+std::string Configuration::get_config(const std::string& section, const std::string& key) {
+  return file_value(section, key).value_or(default_value(section, key));
+}
+
+void Configuration::get_config_multiple_values(const std::string& section, const std::string& key,
+                                               std::set<std::string>& values) {
+  if (const auto value = file_value(section, key)) split(values, toLower(*value), ',');
+}
+
+void Configuration::get_config_dynamic_keys_multiple_values(
+    const std::string& section, std::map<std::string, std::set<std::string>>& values) {
+  const auto section_key = open_section(section);
+  if (!section_key) return;
+  ACE_TString name;
+  ACE_TString value;
+  ACE_Configuration::VALUETYPE type;
+  for (int i = 0; heap_.enumerate_values(*section_key, i, name, type) == 0; ++i) {
+    if (heap_.get_string_value(*section_key, name.c_str(), value) != 0) continue;
+    std::set<std::string> pieces;
+    split(pieces, toLower(value.c_str()), ',');
+    values[toLower(name.c_str())] = std::move(pieces);
+  }
+}
+
+std::string Configuration::toLower(const std::string& text) {
+  std::string lower = text;
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  return lower;
+}
+
+void Configuration::split(std::set<std::string>& out, const std::string& text, char delimiter) {
+  std::istringstream stream(text);
+  for (std::string piece; std::getline(stream, piece, delimiter);) out.insert(piece);
+}
+
+std::string Configuration::default_value(const std::string& section, const std::string& key) const {
+  const auto found = defaults_.find(section + "+" + key);
+  return found == defaults_.end() ? "" : found->second;
+}
+
+std::optional<Configuration::SectionKey> Configuration::open_section(const std::string& section) {
+  SectionKey key;
+  if (import_status_ == kImportFailed ||
+      heap_.open_section(heap_.root_section(), section.c_str(), 0, key) != 0) {
+    return std::nullopt;
+  }
+  return key;
+}
+
+std::optional<std::string> Configuration::file_value(const std::string& section,
+                                                     const std::string& key) {
+  const auto section_key = open_section(section);
+  if (!section_key) return std::nullopt;
+  // The heap finds a value whatever the case of its name; here names count as they are written.
+  ACE_TString name;
+  ACE_Configuration::VALUETYPE type;
+  for (int i = 0; heap_.enumerate_values(*section_key, i, name, type) == 0; ++i) {
+    if (key != name.c_str()) continue;
+    ACE_TString value;
+    if (heap_.get_string_value(*section_key, name.c_str(), value) != 0) return std::nullopt;
+    return value.c_str();
+  }
+  return std::nullopt;
+}

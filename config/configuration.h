@@ -1,0 +1,64 @@
+// The service's INI configuration file with its built-in defaults.
+#pragma once
+
+#include <ace/Configuration.h>
+
+#include <map>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+
+namespace corvane {
+
+struct ConfigDefault {
+  const char* section;
+  const char* key;
+  const char* value;
+};
+
+// Every key of "anomaly_config.conf" (configuration type 1) that has a default.
+std::span<const ConfigDefault> anomaly_config_defaults();
+
+}  // namespace corvane
+
+// Reads the file once, on construction; build a new one to see later edits. Section and key names
+// are matched exactly as written. Nothing is thrown or logged for a file that is missing,
+// unreadable or malformed: then there are only the defaults.
+class Configuration {
+ public:
+  // `config_type` 1 is the anomaly configuration; other types have no defaults.
+  Configuration(const std::string& path, int config_type);
+
+  // The file's value as it stands, even when it is empty; else the default; else "".
+  std::string get_config(const std::string& section, const std::string& key);
+
+  // Adds the pieces of the file's value, lower-cased and split at ",", to `values`. Defaults do not
+  // count.
+  void get_config_multiple_values(const std::string& section, const std::string& key,
+                                  std::set<std::string>& values);
+
+  // The same for every key of a section: lower-cased key to its pieces, replacing what `values` has
+  // under that key.
+  void get_config_dynamic_keys_multiple_values(
+      const std::string& section, std::map<std::string, std::set<std::string>>& values);
+
+  // A to Z in lower case.
+  static std::string toLower(const std::string& text);
+
+  // Adds the pieces of `text` to `out`, untrimmed; a trailing delimiter adds no empty piece.
+  static void split(std::set<std::string>& out, const std::string& text, char delimiter);
+
+ private:
+  using SectionKey = ACE_Configuration_Section_Key;
+
+  std::string default_value(const std::string& section, const std::string& key) const;
+  std::optional<SectionKey> open_section(const std::string& section);
+  std::optional<std::string> file_value(const std::string& section, const std::string& key);
+
+  std::string path_;
+  ACE_Configuration_Heap heap_;
+  int config_type_;
+  std::map<std::string, std::string> defaults_;  // "section+key" to value
+  int import_status_;                            // -1: the file could not be imported whole
+};
