@@ -1,0 +1,162 @@
+#include "service/child_supervision.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+
+#include "platform/clock.h"
+#include "platform/console.h"
+#include "platform/debug_log.h"
+#include "platform/process_handler.h"
+#include "service/host_role.h"
+
+namespace {
+
+constexpr char kProgram[] = "cvanomalymgmt";
+constexpr char kHandleChildProc[] = "handleChildProc";
+constexpr char kDetect[] = "cvanomalydetect";
+constexpr char kAlert[] = "cvanomalyalert";
+constexpr int kChecks = 10;
+
+// Looks up to 10 times, a second apart, whether "a process of the name runs" is `running`.
+int await_process(const std::string& name, bool running) {
+  for (int check = 0; check < kChecks; ++check) {
+    if ((checkProcess(name) != 0) == running) return 0;
+    corvane::sleep(1);
+  }
+  return 1;
+}
+
+int stop_child(const char* name) {
+  logmsgf(4, kHandleChildProc, "UNIX: Stopping process:[%s]", name);
+  const int result = stopProcessByName(name);
+  if (result != 0) logmsgf(8, kHandleChildProc, "Not able to stop [%s], still running", name);
+  return result;
+}
+
+int start_child(const char* name) {
+  logmsgf(4, kHandleChildProc, "UNIX: Starting process:[%s]", name);
+  startProcessByName(name);
+  const int result = checkProcessStartWithRetry(name);
+  if (result != 0) logmsgf(8, kHandleChildProc, "Not able to start [%s]", name);
+  return result;
+}
+
+// Turns this process, forked for it, into the companion. Returns only when bash cannot be executed.
+void become_companion(const std::string& name, const std::string& command_line) {
+  if (checkProcess(name) != 0) {
+    corvane::write_console(name + " service is already running\n");
+    logmsgf(2, "startProcessByName", "%s service is already running", name.c_str());
+    _exit(0);
+  }
+  logmsgf(2, "startProcessByName", "CMD: [%s]\n", command_line.c_str());
+  if (setsid() == -1) {
+    const int error = errno;
+    logmsgf(16, kProgram, "Could not set the SID. Error:[%d]", error);
+    _exit(error);
+  }
+  close(STDIN_FILENO);
+  close(STDOUT_FILENO);
+  close(STDERR_FILENO);
+  execlp("bash", "bash", "-c", command_line.c_str(), nullptr);
+}
+
+}  // namespace
+
+std::string corvane::detect_command_line() {
+  return "/usr/tessel/corvane/bin/cvanomalydetect"
+         " -database_location /usr/tessel/var/global/anomaly_detection/"
+         " -database_file_name CV_Anomaly.db"
+         " -eps 2.5 -min_samples 3"
+         " -config_file /usr/tessel/var/global/anomaly_detection/anomaly_config.conf";
+}
+
+std::string corvane::alert_command_line(const std::string& master_server) {
+  return "/usr/tessel/corvane/bin/cvanomalyalert"
+         " -database_location /usr/tessel/var/global/anomaly_detection/"
+         " -database_file_name CV_Anomaly.db"
+         " -master " +
+         master_server;
+}
+
+int handleChildProc(const char* name, const char* command) {
+  logmsgf(4, kHandleChildProc, "Process Name:[%s], Command:[%s]", name, command);
+  const std::string_view child = name;
+  if (child != kDetect && child != kAlert) {
+    logmsgf(16, kHandleChildProc, "Unknown child process:[%s]", name);
+    return 1;
+  }
+  const bool running = checkProcess(name) != 0;
+  const std::string_view action = command;
+  if (action == "STOP") {
+    if (running) return stop_child(name);
+    logmsgf(2, kHandleChildProc, "Process [%s] is not running", name);
+    return 0;
+  }
+  if (action == "START") {
+    if (!running) return start_child(name);
+    logmsgf(2, kHandleChildProc, "Process [%s] already running", name);
+    return 0;
+  }
+  logmsgf(16, kHandleChildProc, "Unknown command [%s] for child process [%s]", command, name);
+  return 1;
+}
+
+void startProcessByName(std::string name) {
+  std::string master;
+  getMasterServerName(master);
+  if (master.empty()) {
+    logmsg(16, kProgram, "fetching master name failed, it is empty");
+    return;
+  }
+  logmsgf(2, kProgram, "%s service is getting started", name.c_str());
+  std::string command_line;
+  if (name == kAlert) {
+    command_line = corvane::alert_command_line(master);
+  } else if (name == kDetect) {
+    command_line = corvane::detect_command_line();
+  } else {
+    logmsgf(16, kProgram, "%s service is neither detect nor alert", name.c_str());
+    return;
+  }
+
+  const pid_t child = fork();
+  if (child < 0) std::exit(1);
+  if (child == 0) {
+    // Two forks, so that the companion is nobody's child here and needs no wait.
+    const pid_t grandchild = fork();
+    if (grandchild < 0) _exit(1);
+    if (grandchild > 0) _exit(0);
+    // A companion that cannot be executed leaves its launcher running on from here as a second
+    // service. No exit is put behind this call: that the launcher carries on is relied upon as it
+    // is.
+    become_companion(name, command_line);
+  }
+  int status = 0;
+  if (waitpid(child, &status, 0) > 0 && WIFEXITED(status)) {
+    logmsgf(2, kProgram, "Immediate child is completed with %d", WEXITSTATUS(status));
+  }
+}
+
+int stopProcessByName(std::string name) {
+  logmsgf(2, kProgram, "%s service is getting terminated", name.c_str());
+  ProcessHandler(name).terminate();
+  // Both outcomes are logged as errors: readers of the log look for these lines at that level.
+  if (checkProcessStopWithRetry(name) != 0) {
+    logmsg(16, kProgram, "process is still running");
+    return 1;
+  }
+  logmsg(16, kProgram, "process is stopped");
+  return 0;
+}
+
+int checkProcessStartWithRetry(std::string name) { return await_process(name, true); }
+
+int checkProcessStopWithRetry(std::string name) { return await_process(name, false); }
+
+unsigned checkProcess(std::string name) {
+  return static_cast<unsigned>(ProcessHandler(name).getProcessIDs().size());
+}

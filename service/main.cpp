@@ -1,0 +1,3 @@
+#include "service/command_line.h"
+
+int main(int argc, char* argv[]) { return run_command_line(argc, argv); }

@@ -1,0 +1,208 @@
+#include "service/service_control.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "management/management_service.h"
+#include "platform/clock.h"
+#include "platform/console.h"
+#include "platform/debug_log.h"
+#include "platform/host_product.h"
+#include "platform/process_handler.h"
+#include "service/child_supervision.h"
+#include "service/host_role.h"
+#include "service/signals.h"
+#include "service/state_flags.h"
+#include "util/directory.h"
+
+int debugFD = -1;
+
+namespace {
+
+constexpr char kProgram[] = "cvanomalymgmt";
+constexpr char kDetect[] = "cvanomalydetect";
+constexpr char kAlert[] = "cvanomalyalert";
+constexpr char kLogDirectory[] = "/usr/tessel/corvane/logs";
+constexpr int kStartChecks = 10;
+
+// Tells the parent of a fork that the child has counted the services, or has died. The child's
+// count is "one more than me" only while the parent is still there, so the parent stays until then.
+class ChildHasCounted {
+ public:
+  ChildHasCounted() {
+    if (pipe2(ends_.data(), O_CLOEXEC) != 0) ends_ = {-1, -1};
+  }
+  ~ChildHasCounted() {
+    close_end(0);
+    close_end(1);
+  }
+  ChildHasCounted(const ChildHasCounted&) = delete;
+  ChildHasCounted& operator=(const ChildHasCounted&) = delete;
+
+  // In the child.
+  void tell() {
+    close_end(0);
+    close_end(1);
+  }
+
+  // In the parent. Gives up after 2 seconds.
+  void wait() {
+    close_end(1);
+    pollfd end_of_pipe{ends_[0], POLLIN, 0};
+    while (ends_[0] >= 0 && poll(&end_of_pipe, 1, 2000) == -1 && errno == EINTR) {
+    }
+  }
+
+ private:
+  void close_end(std::size_t end) {
+    if (ends_[end] >= 0) close(ends_[end]);
+    ends_[end] = -1;
+  }
+
+  std::array<int, 2> ends_{-1, -1};
+};
+
+int await_start(ChildHasCounted& child_has_counted) {
+  for (int check = 0; check < kStartChecks; ++check) {
+    if (checkProcess(kProgram) > 0) {
+      child_has_counted.wait();
+      corvane::write_console("Successfully started the mgmt service\n");
+      return 0;
+    }
+    corvane::sleep(1);
+  }
+  corvane::write_console(std::string(kProgram) + " service didn't start successfully");
+  logmsgf(16, kProgram, "%s service didn't start successfully", kProgram);
+  return 1;
+}
+
+// Returns only when the daemon cannot be set up.
+int run_as_daemon(ChildHasCounted& child_has_counted) {
+  const unsigned services = checkProcess(kProgram);
+  child_has_counted.tell();
+  if (services > 1) {
+    corvane::write_console(std::string(kProgram) + " service is already running\n");
+    logmsgf(2, kProgram, "%s service is already running\n", kProgram);
+    _exit(0);
+  }
+  if (SetupLogging() != 0) {
+    corvane::write_console("Failed to setup logging\n");
+    return 1;
+  }
+  if (const int result = SetupSignalHandler(); result != 0) {
+    corvane::write_console("Failed to setup signal handler\n");
+    logmsgf(16, kProgram, "Could not SetupSignalHandler. Error:[%d]", result);
+    return 1;
+  }
+  if (setsid() == -1) {
+    const int error = errno;
+    logmsgf(16, kProgram, "Could not set the SID. Error:[%d]", error);
+    std::exit(error);
+  }
+  close(STDIN_FILENO);
+  close(STDOUT_FILENO);
+  close(STDERR_FILENO);
+  std::exit(SVC_MAIN());
+}
+
+void prepare_database_directory() {
+  const std::string db = getDBLocation();
+  if (Directory::Exists(db)) return;
+  corvane::write_console("\nDatabase directory " + db + " does not exit. Will create it.\n");
+  Directory::MkDir(db);
+  logmsgf(2, kProgram, "Database directory:[%s] does not exist. Will create it", db.c_str());
+}
+
+// Runs the service unless the state flags or the host's role say no.
+void run_service(ManagementService& service) {
+  int disable_management = 0;
+  int disable_detection = 0;
+  int disable_alert = 0;
+  ReadConfigStateFlags(disable_management, disable_detection, disable_alert);
+  if (ValidateConfigStateFlags(disable_management, disable_detection, disable_alert) == 0) {
+    logmsg(8, kProgram, "Invalid state flags in config file. Exiting");
+    corvane::sleep(2);
+  } else if (disable_management == 1) {
+    logmsg(16, kProgram, "cvanomalymgmt service state is disabled. Exiting");
+    corvane::sleep(2);
+  } else if (isAnomalyRunningOnDiffServer()) {
+    logmsg(4, kProgram, "Running on different anomaly proxy server. Exiting");
+    corvane::sleep(4);
+  } else {
+    try {
+      service.start();
+    } catch (...) {
+      logmsg(16, kProgram, "Error occurred while gathering data");
+    }
+  }
+}
+
+int stop_companion(const char* name) {
+  logmsgf(4, "handleChildProc", "UNIX: Stopping process:[%s]", name);
+  const int result = stopProcessByName(name);
+  if (result != 0) logmsgf(8, "handleChildProc", "Not able to stop [%s], still running", name);
+  return result;
+}
+
+}  // namespace
+
+int SetupLogging() {
+  int status = 0;
+  debugFD = open_debug_log(kLogDirectory, kProgram, kProgram, 0644, &status);
+  if (status >= 0) return 0;
+  corvane::write_console_error("Failed to setup logging at [" + std::string(kLogDirectory) + "/" +
+                               kProgram + "]\n");
+  return 1;
+}
+
+int StartSvc(const char* /*display_name*/) {
+  ChildHasCounted child_has_counted;
+  const pid_t child = fork();
+  if (child < 0) {
+    logmsgf(16, kProgram, "fork() failed. Error:[%d]", child);
+    return 1;
+  }
+  return child > 0 ? await_start(child_has_counted) : run_as_daemon(child_has_counted);
+}
+
+int StopSvc(const char* /*display_name*/) {
+  ProcessHandler(kAlert).terminate();
+  ProcessHandler(kDetect).terminate();
+  const std::vector<pid_t> services = ProcessHandler(kProgram).getProcessIDs();
+  if (services.empty()) {
+    logmsg(16, kProgram, "Could not fetch the pids of the process.");
+    return 1;
+  }
+  for (const pid_t service : services) {
+    logmsgf(2, kProgram, "[%d] pid SIGTERM is getting sent", service);
+    kill(service, SIGTERM);
+  }
+  return 0;
+}
+
+int TerminateSVC() {
+  for (const char* name : {kAlert, kDetect, kProgram}) ProcessHandler(name).terminate();
+  return 0;
+}
+
+int SVC_MAIN() {
+  pluma_set_corvane_daemon(1);
+  prepare_database_directory();
+  const auto service = std::make_unique<ManagementService>();
+  if (const int result = service->populate_config_params(); result != 0) {
+    logmsg(16, kProgram, "Failed to populate config parameters");
+    return result;
+  }
+  run_service(*service);
+  stop_companion(kAlert);
+  return stop_companion(kDetect);
+}

@@ -1,0 +1,111 @@
+#include "service/signals.h"
+
+#include <csignal>
+#include <mutex>
+#include <string>
+#include <system_error>
+
+#include "platform/console.h"
+#include "platform/debug_log.h"
+
+bool CLI_RUN = false;
+
+namespace {
+
+constexpr char kProgram[] = "cvanomalymgmt";
+
+bool bShutDownInitiated = false;
+std::mutex bShutDownInitiated_mutex;
+
+// Keeps SIGINT and SIGTERM from this thread for as long as it lives: their handler takes the flag's
+// mutex, and would wait for ever for the very code that it has interrupted.
+class ShutdownSignalsBlocked {
+ public:
+  ShutdownSignalsBlocked() {
+    sigset_t shutdown_signals;
+    sigemptyset(&shutdown_signals);
+    sigaddset(&shutdown_signals, SIGINT);
+    sigaddset(&shutdown_signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &shutdown_signals, &before_);
+  }
+  ~ShutdownSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  ShutdownSignalsBlocked(const ShutdownSignalsBlocked&) = delete;
+  ShutdownSignalsBlocked& operator=(const ShutdownSignalsBlocked&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+int install_handler(int signal_number, const char* signal_name) {
+  if (std::signal(signal_number, SignalHandler) != SIG_ERR) return 0;
+  const std::string message =
+      std::string("Failed to install signal handler for signal ") + signal_name;
+  logmsg(16, kProgram, message.c_str());
+  if (CLI_RUN) corvane::write_console(message + "\n");
+  return 1;
+}
+
+}  // namespace
+
+int SetupSignalHandler() {
+  if (install_handler(SIGINT, "SIGINT") != 0) return 1;
+  return install_handler(SIGTERM, "SIGTERM");
+}
+
+void SignalHandler(int signal_number) {
+  if (std::signal(signal_number, SIG_IGN) == SIG_ERR) {
+    logmsgf(16, kProgram, "Failed to set SIG_ERR for signal [%d] before processing", signal_number);
+    return;
+  }
+  switch (signal_number) {
+    case SIGINT:
+      logmsg(4, kProgram, "Intercepted signal SIGINT. Will stop the service");
+      SetShutDownInitiated();
+      break;
+    case SIGTERM:
+      logmsg(4, kProgram, "Intercepted signal SIGTERM. Will stop the service");
+      SetShutDownInitiated();
+      break;
+    default:
+      logmsg(4, kProgram, "Unknown Signal");
+  }
+  if (std::signal(signal_number, SignalHandler) == SIG_ERR) {
+    logmsgf(16, kProgram, "Failed to set our handler for signal [%d] after processing",
+            signal_number);
+  }
+}
+
+int SetShutDownInitiated() {
+  try {
+    const ShutdownSignalsBlocked blocked;
+    const std::lock_guard lock(bShutDownInitiated_mutex);
+    bShutDownInitiated = true;
+    return 0;
+  } catch (const std::system_error&) {
+    logmsg(16, "SetShutDownInitiated", "Exception occurred while setting service shutdown status");
+    return 1;
+  }
+}
+
+int IsShutDownInitiated(bool& initiated) {
+  try {
+    const ShutdownSignalsBlocked blocked;
+    const std::lock_guard lock(bShutDownInitiated_mutex);
+    initiated = bShutDownInitiated;
+    return 0;
+  } catch (const std::system_error&) {
+    logmsg(16, "IsShutDownInitiated", "Exception occurred while fetching service shutdown status");
+    return 1;
+  }
+}
+
+int isTimeToStop() {
+  bool initiated = false;
+  if (IsShutDownInitiated(initiated) != 0) {
+    logmsg(4, "isTimeToStop", "Failed to determine the service shutdown status");
+    return 0;
+  }
+  if (!initiated) return 0;
+  logmsg(4, "isTimeToStop", "System called for Service ShutDown. Stopping the service");
+  return 1;
+}
