@@ -1,0 +1,38 @@
+// The backup record that every source of backups is turned into, and how JSON becomes one.
+#pragma once
+
+#include <jansson.h>
+
+#include <map>
+#include <string>
+
+namespace corvane {
+
+// Name to text, for example "clientName" to "web01". Which names a record has depends on its
+// source: the REST interface's (clientName, policyName, backupTime, kbytes, jobId ...), the
+// image-list tool's (client_name, backupid ...) or the jobs tool's (JobId, StartTime ...).
+using BackupRecord = std::map<std::string, std::string>;
+
+// The one rule by which every reader turns a JSON value into text: a string as it is, an integer in
+// decimal, a real with six significant digits, true "1", false "0", anything else (null, objects
+// and arrays, no value at all) "".
+std::string json_value_to_text(const json_t* value);
+
+// Calls visit(name, value) for each member, in document order; anything but an object has none.
+template <typename Visit>
+void for_each_member(json_t* object, Visit visit) {
+  for (void* member = json_object_iter(object); member != nullptr;
+       member = json_object_iter_next(object, member)) {
+    visit(json_object_iter_key(member), json_object_iter_value(member));
+  }
+}
+
+// The text under `key`, or `fallback` when the record has none. Inserts nothing.
+const std::string& text_or(const BackupRecord& record, const std::string& key,
+                           const std::string& fallback);
+
+// Numbers as the whole system reads them from text: base 10, trailing text ignored, 0 for what is
+// no number, the low 32 bits of what is too large.
+int to_int(const std::string& text);
+
+}  // namespace corvane

@@ -1,0 +1,127 @@
+// Backup images from the product's image-list tool, and from files of its output.
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+
+#include "gather/backup_row.h"
+#include "gather/data_gather.h"
+#include "platform/c_handles.h"
+#include "platform/debug_log.h"
+#include "sqlite/sqlite_exception.h"
+#include "util/file.h"
+#include "util/path.h"
+#include "util/process.h"
+#include "util/scratch_file.h"
+
+using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
+using corvane::to_int;
+
+namespace {
+
+constexpr char kProgram[] = "cvanomalymgmt";
+constexpr int kLive = 1;
+constexpr std::size_t kJobBatch = 50;
+
+// Fetches the details of one batch of jobs and stores them; a failure is this batch's alone.
+void process_job_batch(DataGather& gather, std::vector<int>& batch,
+                       std::map<int, DataGather::Record>& images_by_job) {
+  try {
+    std::vector<DataGather::Record> jobs;
+    gather.get_job_details_json_from_job_id(batch, jobs);
+    gather.process_jobs_info_live_gather(jobs, images_by_job);
+  } catch (...) {
+    logmsg(2, kProgram, "Failed to gather job information.");
+  }
+}
+
+}  // namespace
+
+void DataGather::do_image_gather(int start_time, int end_time, int mode) {
+  const corvane::ScratchFile output(Path::Combine(db_location, "image.out"));
+  File::WriteAllText(output.path(), "");
+  const std::string arguments = " -X  -d " + std::to_string(start_time) + "  -e  " +
+                                std::to_string(end_time) + " -json_compact ";
+  logmsgf(2, kProgram, "Executing [ qpimagelist  %s ]", arguments.c_str());
+  Process process("./admincmd/qpimagelist", arguments);
+  process.redirect_to_file(output.path());
+  process.start();
+  parse_qpimagelist_input(output.path(), mode);
+}
+
+void DataGather::parse_qpimagelist_input(const std::string& path, int mode) {
+  logmsgf(2, kProgram, "Parsing file %s", path.c_str());
+  std::ifstream file(path);
+  std::map<int, Record> images_by_job;
+  std::vector<int> job_ids;
+  int images = 0;
+  for (std::string line; std::getline(file, line);) {
+    if (line == "no entity was found") {
+      logmsg(2, kProgram, "No data received");
+      continue;
+    }
+    Record image;
+    try {
+      image = parse_qpimagelist_line(line);
+    } catch (...) {
+      logmsg(2, kProgram, "Issue parsing image. Continue with other images.");
+      continue;
+    }
+    if (mode == kLive) {
+      const int job_id = to_int(image["job_id"]);
+      images_by_job.emplace(job_id, std::move(image));
+      job_ids.push_back(job_id);
+    } else {
+      try {
+        process_image_data(image, mode);
+      } catch (const std::exception& error) {
+        logmsgf(2, kProgram, "Failed to parse. Details: %s", error.what());
+      }
+    }
+    ++images;
+  }
+  for (std::size_t first = 0; first < job_ids.size(); first += kJobBatch) {
+    const std::size_t last = std::min(first + kJobBatch, job_ids.size());
+    std::vector<int> batch(&job_ids[first], &job_ids[first] + (last - first));
+    process_job_batch(*this, batch, images_by_job);
+  }
+  logmsgf(2, kProgram, "Total images captured = %d", images);
+}
+
+DataGather::Record DataGather::parse_qpimagelist_line(const std::string& line) {
+  const corvane::JsonPtr root(json_loads(line.c_str(), 0, nullptr));
+  if (!root) {
+    logmsgf(16, kProgram, "Error while parsing line %s.", line.c_str());
+    throw std::runtime_error("JSON parsing failed for qpimagelist image.");
+  }
+  // A root that is no object has no members: an empty record, and no error.
+  Record record;
+  corvane::for_each_member(root.get(), [&](const std::string& name, const json_t* value) {
+    if (name != "frags") record[name] = corvane::json_value_to_text(value);
+  });
+  return record;
+}
+
+void DataGather::process_image_data(Record& image, int /*mode*/) {
+  corvane::BackupRow row;
+  row.backup_id = image["backupid"];
+  row.backup_time = to_int(image["backup_time"]);
+  row.client = image["client_name"];
+  row.policy = image["policy_name"];
+  row.policy_type = policy_type_name(image["client_type"]);
+  row.schedule_type = schedule_type_name(image["sched_type"]);
+  row.schedule_name = image["sched_label"];
+  row.num_files = to_int(image["num_files"]);
+  row.image_size = std::strtod(image["kbytes"].c_str(), nullptr);
+  row.job_id = to_int(image["job_id"]);
+  row.stream_number = to_int(image["stream_number"]);
+  if (const std::string& asset = image["provider_generated_id"]; !asset.empty()) {
+    row.asset_id = asset;
+  }
+  row.set_unique_key();
+  try {
+    corvane::insert_row(*db, corvane::kInsertHistData, row);
+  } catch (const sqlite_exception& error) {
+    logmsgf(16, kProgram, "Error inserting data in IMAGE_DATA %s", error.what());
+  }
+}
