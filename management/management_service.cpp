@@ -1,0 +1,288 @@
+#include "management/management_service.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "config/configuration.h"
+#include "gather/rollback.h"
+#include "platform/clock.h"
+#include "platform/console.h"
+#include "platform/debug_log.h"
+#include "service/child_supervision.h"
+#include "service/host_role.h"
+#include "service/service_stop_exception.h"
+#include "service/signals.h"
+#include "service/state_flags.h"
+#include "util/file.h"
+#include "util/wrapping.h"
+
+namespace {
+
+constexpr char kProgram[] = "cvanomalymgmt";
+constexpr char kHistoricalTag[] = "ManagementService::do_historical_gather";
+constexpr char kDatabaseName[] = "CV_Anomaly.db";
+constexpr char kDetect[] = "cvanomalydetect";
+constexpr char kAlert[] = "cvanomalyalert";
+constexpr int kMinFetchIntervalMinutes = 15;
+constexpr int kMaxPurgeIntervalMonths = 12;
+constexpr int kHistorySeconds = 91 * 24 * 60 * 60;
+constexpr int kSliceSeconds = 60 * 60;
+
+int now_seconds() { return static_cast<int>(corvane::now()); }
+
+int elapsed_seconds(std::time_t since) { return static_cast<int>(corvane::now() - since); }
+
+// The configured minutes between two gathers, within bounds; `found` says whether there are any.
+int read_fetch_interval(const std::string& config_path, bool& found) {
+  Configuration config(config_path, 1);
+  const std::string value =
+      config.get_config("DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN");
+  found = !value.empty();
+  return std::max(corvane::to_int(value), kMinFetchIntervalMinutes);
+}
+
+// Slices of an hour that cover a range, both ends included; what is left of an hour comes first. A
+// range that is empty or reversed has none.
+std::vector<DataGather::TimeRange> hour_slices(const DataGather::TimeRange& range) {
+  const auto [start, end] = range;
+  const int length = corvane::wrapping_subtract(end, start);
+  const int count = length / kSliceSeconds + (length % kSliceSeconds > 0 ? 1 : 0);
+  std::vector<DataGather::TimeRange> slices;
+  int slice_start = start;
+  for (int remaining = count - 1; remaining >= 0; --remaining) {
+    const int slice_end = corvane::wrapping_subtract(end, remaining * kSliceSeconds);
+    slices.emplace_back(slice_start, slice_end);
+    slice_start = corvane::wrapping_add(slice_end, 1);
+  }
+  return slices;
+}
+
+void throw_when_stopping() {
+  if (!isTimeToStop()) return;
+  logmsg(4, kHistoricalTag, "Service has been requested to stop");
+  throw ServiceStopException(kHistoricalTag);
+}
+
+}  // namespace
+
+ManagementService::ManagementService() : ManagementService("", "", "", "", 0) {}
+
+ManagementService::ManagementService(const std::string& location, const std::string& name,
+                                     const std::string& gather_mode,
+                                     const std::string& master_server, int interval)
+    : m_database_location(location),
+      m_database_name(name),
+      m_gather_mode(gather_mode),
+      m_data_fetch_interval_in_mins(interval),
+      m_purge_interval_in_months(kMaxPurgeIntervalMonths),
+      m_master_server(master_server),
+      m_disable_management(0),
+      m_disable_detection(1),
+      m_disable_alert(1) {}
+
+int ManagementService::populate_config_params() {
+  m_database_location = getDBLocation();
+  m_database_name = kDatabaseName;
+  m_gather_mode = "FULL";
+  if (getConfigFilePath(m_config_file_path) != 0) {
+    logmsg(8, kProgram, "Could not determine the path to config file");
+  }
+  bool found = false;
+  m_data_fetch_interval_in_mins = read_fetch_interval(m_config_file_path, found);
+  if (!found) {
+    logmsg(16, kProgram,
+           "Failed to get fetch interval value from configuration. Assigning default value");
+  }
+  const std::string purge_interval =
+      Configuration(m_config_file_path, 1)
+          .get_config("DATABASE_SETTINGS", "PURGE_DATA_INTERVAL_IN_MONTHS");
+  m_purge_interval_in_months = kMaxPurgeIntervalMonths;
+  if (purge_interval.empty()) {
+    logmsg(16, kProgram,
+           "Failed to get purge interval value from configuration. Assigning default value");
+  } else {
+    m_purge_interval_in_months = std::min(corvane::to_int(purge_interval), kMaxPurgeIntervalMonths);
+  }
+  std::string master_server;
+  getMasterServerName(master_server);
+  if (master_server.empty()) {
+    logmsg(16, kProgram, "Failed to get master server name");
+    return 1;
+  }
+  m_master_server = master_server;
+  logmsgf(2, kProgram, "m_database_location:[%s]", m_database_location.c_str());
+  logmsgf(2, kProgram, "m_database_name:[%s]", m_database_name.c_str());
+  logmsgf(2, kProgram, "m_gather_mode:[%s]", m_gather_mode.c_str());
+  logmsgf(2, kProgram, "m_data_fetch_interval_in_mins:[%d]", m_data_fetch_interval_in_mins);
+  return 0;
+}
+
+void ManagementService::capture_updated_gather_frequency() {
+  bool found = false;
+  m_data_fetch_interval_in_mins = read_fetch_interval(m_config_file_path, found);
+  logmsgf(2, kProgram, "Using gather frequency as %d mins", m_data_fetch_interval_in_mins);
+}
+
+void ManagementService::start() {
+  const std::time_t started = corvane::now();
+  try {
+    initializeDB();
+  } catch (...) {
+    constexpr char kMessage[] = "Exception occured while initialising database";
+    logmsg(16, kProgram, kMessage);
+    throw std::runtime_error(kMessage);
+  }
+  DataGather gather(m_db.get(), m_database_location, m_master_server);
+  if (!is_historical_gather_done()) {
+    logmsg(2, kProgram, "Historical gather is not done.");
+    // A service that is restarted again and again must not begin the costly history each time.
+    if (!await_first_interval(started)) return;
+    try {
+      start_historical_gather(gather);
+    } catch (const ServiceStopException& stop) {
+      logmsgf(4, kProgram, "[%s] intercepted a shutdown request", stop.what());
+      return;
+    }
+  }
+  std::time_t last_gather = corvane::now();
+  while (run_pass(gather, last_gather)) corvane::sleep(1);
+}
+
+bool ManagementService::await_first_interval(std::time_t since) {
+  while (!isTimeToStop()) {
+    if (interval_passed(since)) return true;
+    corvane::sleep(1);
+  }
+  return false;
+}
+
+bool ManagementService::interval_passed(std::time_t since) const {
+  return std::difftime(corvane::now(), since) >=
+         corvane::wrapping_multiply(m_data_fetch_interval_in_mins, 60);
+}
+
+bool ManagementService::run_pass(DataGather& gather, std::time_t& last_gather) {
+  if (isTimeToStop()) return false;
+  handle_state_changes();
+  if (m_disable_management == 1) {
+    logmsg(4, kProgram, "Detection has been disabled. Exiting");
+    return false;
+  }
+  if (m_gather_mode == "LIVE_ONLY" && consume_terminate_request()) return false;
+  if (!interval_passed(last_gather)) return true;
+
+  if (isAnomalyRunningOnDiffServer()) {
+    logmsg(4, kProgram, "Running on different anomaly proxy server. Exiting");
+    corvane::sleep(4);
+    return false;
+  }
+  gather.set_detection_state(m_disable_detection);
+  live_gather(gather);
+  last_gather = corvane::now();
+  capture_updated_gather_frequency();
+  return true;
+}
+
+bool ManagementService::consume_terminate_request() {
+  const std::string request = m_database_location + "/terminate_gather";
+  if (!File::Exists(request)) return false;
+  File::Delete(request);
+  corvane::write_console("\nTerminating data gather.");
+  logmsg(4, kProgram, "\nTerminating data gather\n");
+  return true;
+}
+
+int ManagementService::handle_state_changes() {
+  int management = 0;
+  int detection = 0;
+  int alert = 0;
+  ReadConfigStateFlags(management, detection, alert);
+  if (ValidateConfigStateFlags(management, detection, alert) == 0) {
+    logmsg(8, kProgram, "Invalid state flags in config file. Not changing any current behaviour");
+    return 1;
+  }
+  if (management == m_disable_management && detection == m_disable_detection &&
+      alert == m_disable_alert) {
+    return 0;
+  }
+  m_disable_management = management;
+  m_disable_detection = detection;
+  m_disable_alert = alert;
+  logmsgf(2, kProgram, "Disable Mgmt:[%d]", management);
+  logmsgf(2, kProgram, "Disable Detection:[%d]", detection);
+  logmsgf(2, kProgram, "Disable Alert:[%d]", alert);
+  // Alerting lives on what detection writes: it is stopped before it and started after it.
+  if (management == 1 || detection == 1) {
+    handleChildProc(kAlert, "STOP");
+    handleChildProc(kDetect, "STOP");
+  } else {
+    handleChildProc(kDetect, "START");
+    handleChildProc(kAlert, alert == 1 ? "STOP" : "START");
+  }
+  return 0;
+}
+
+void ManagementService::start_historical_gather(DataGather& gather) {
+  if (m_gather_mode == "LIVE_ONLY") {
+    store_last_gather_time(now_seconds());
+    corvane::sleep(
+        static_cast<unsigned>(corvane::wrapping_multiply(m_data_fetch_interval_in_mins, 60)));
+    return;
+  }
+  if (is_historical_gather_done()) return;
+  const std::time_t begin = corvane::now();
+  do_historical_gather(gather);
+  logmsgf(2, kProgram, "Total time taken for historical gather %d.", elapsed_seconds(begin));
+}
+
+int ManagementService::is_historical_gather_done() {
+  std::vector<Altamir::Corvane::UsageReporting::SQLiteDatabase::Row> rows;
+  m_db->read_data("SELECT COUNT(*) FROM LAST_BACKUP_DATA_CAPTURE;", rows);
+  if (rows.empty() || static_cast<int>(rows[0]["COUNT(*)"]) <= 0) return 0;
+  logmsg(2, kProgram, "Historical data captured earlier.");
+  return 1;
+}
+
+void ManagementService::do_historical_gather(DataGather& gather) {
+  logmsg(2, kHistoricalTag, "Capturing historical data.");
+  const int end = now_seconds();
+  const int start = corvane::wrapping_subtract(end, kHistorySeconds);
+  logmsgf(2, kHistoricalTag, "Capturing data between %d & %d ", start, end);
+  for (const auto& range : gather.do_cvdeployutil_gather(start, end)) {
+    throw_when_stopping();
+    for (const auto& [slice_start, slice_end] : hour_slices(range)) {
+      throw_when_stopping();
+      gather_slice(gather, slice_start, slice_end);
+    }
+  }
+  logmsg(2, kProgram, "Done capturing historical data.");
+  store_last_gather_time(end);
+}
+
+void ManagementService::gather_slice(DataGather& gather, int start, int end) {
+  logmsgf(2, kHistoricalTag, "Capturing data between %d & %d ", start, end);
+  try {
+    m_db->begin_transaction();
+    gather.do_historical_gather(start, end);
+    m_db->commit_transaction();
+  } catch (...) {
+    logmsgf(2, kProgram, "Error occurred while capturing data between %d & %d ", start, end);
+    corvane::roll_back(*m_db, kProgram);
+  }
+}
+
+void ManagementService::live_gather(DataGather& gather) {
+  const std::time_t begin = corvane::now();
+  const int now = static_cast<int>(begin);
+  int last = get_last_gather_time();
+  const int queued = get_queued_job_time();
+  if (queued != 0 && last > queued) last = corvane::wrapping_subtract(queued, 1);
+  if (const int from = corvane::wrapping_add(last, 1); last != 0 && from <= now) {
+    gather.do_live_gather(from, now);
+  }
+  store_last_gather_time(now);
+  logmsgf(2, kProgram, "Total time taken for live gather %d.", elapsed_seconds(begin));
+  purge_database();
+  capture_anomaly_feedback();
+}
