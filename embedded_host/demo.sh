@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# usage: demo.sh BUILD_DIRECTORY DIRECTORY
+#
+# Lays a fresh installation out in DIRECTORY and runs embedded_host/demo.py on it in the sandbox.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+build=$1
+directory=$2
+
+rm -rf "$directory"
+mkdir -p "$directory/tessel"
+cmake --install "$build" --prefix "$directory/tessel" >/dev/null
+embedded_host/sandbox "$directory/tessel" /usr/bin/python3 embedded_host/demo.py
+echo "
+The installation tree with database and log stays in $directory/tessel:
+  sqlite3 $directory/tessel/var/global/anomaly_detection/CV_Anomaly.db
+  less $directory/tessel/corvane/logs/cvanomalymgmt"

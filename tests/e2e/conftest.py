@@ -1,0 +1,40 @@
+"""Fixtures of the end-to-end tests, which run inside embedded_host/sandbox (see run.sh)."""
+
+import calendar
+import contextlib
+import json
+import os
+import shutil
+import sys
+from pathlib import Path
+
+import pytest
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "embedded_host"))
+import machine as host  # noqa: E402
+
+# When the machines' clocks begin, unless a test says otherwise.
+BEGIN = calendar.timegm((2026, 11, 16, 20, 0, 0))
+
+
+@pytest.fixture
+def make_machine():
+    """make_machine(speed=100, begin=BEGIN): a freshly laid out machine; real=True: with the real clock.
+    Whatever runs on it ends with the test."""
+    with contextlib.ExitStack() as cleanup:
+
+        def make(speed=100, begin=BEGIN, real=False):
+            for directory in (host.LOGS, host.TREE / "var/global"):
+                shutil.rmtree(directory, ignore_errors=True)
+            clock = host.RealClock() if real else host.Clock(begin, speed)
+            machine = cleanup.enter_context(contextlib.closing(host.Machine(clock)))
+            machine.lay_out()
+            return machine
+
+        yield make
+
+
+@pytest.fixture
+def machine(make_machine):
+    return make_machine()
