@@ -1,0 +1,47 @@
+"""The operator's guide against the code: every default, every message of level 8 and 16."""
+
+import re
+import unittest
+from pathlib import Path
+
+PROJECT = Path(__file__).resolve().parents[2]
+GUIDE = (PROJECT / "docs/operating.md").read_text()
+ROOMS = ("service", "management", "gather", "config", "util", "sqlite")
+LITERAL = r'"(?:[^"\\]|\\.)*"'
+
+
+def messages():
+    """(file, text) of each literal that a call of logmsg or logmsgf at level 8 or 16 carries, its tag left
+    out; of constants the literal that stands behind their name."""
+    for room in ROOMS:
+        for source in sorted((PROJECT / room).glob("*.cpp")):
+            code = source.read_text()
+            constants = dict(re.findall(rf"constexpr char (\w+)\[\] =\s*({LITERAL})", code))
+            for call in re.findall(rf"logmsgf?\((?:8|16), ((?:[^;\"]|{LITERAL})*)\);", code):
+                tag, _, rest = call.partition(",")
+                text = "".join(part[1:-1] for part in re.findall(LITERAL, rest))
+                if not text:
+                    text = constants.get(rest.strip(), "")[1:-1]
+                if text:
+                    yield source.name, text
+
+
+class Guide(unittest.TestCase):
+    def test_every_default_is_in_the_table(self):
+        code = (PROJECT / "config/configuration.cpp").read_text()
+        defaults = set(re.findall(r'\{"(\w+)", "(\w+)", "(\w+)"\}', code))
+        table = set(re.findall(r"^\| ([A-Z_]+) \| ([A-Z_]+) \| (\w+) \|", GUIDE, re.M))
+        self.assertEqual(len(defaults), 9)
+        self.assertEqual(table, defaults)
+
+    def test_every_message_of_level_8_and_16_is_explained(self):
+        found = list(messages())
+        self.assertGreater(len(found), 50)
+        for source, text in found:
+            plain = text.replace("\\n", "").strip()
+            with self.subTest(source=source, text=text):
+                self.assertTrue(plain in GUIDE, "not in docs/operating.md")
+
+
+if __name__ == "__main__":
+    unittest.main()
