@@ -1,0 +1,14 @@
+// The clock that the services go by.
+#pragma once
+
+#include <ctime>
+
+namespace corvane {
+
+// Seconds since the epoch.
+std::time_t now();
+
+// Sleeps once, like sleep(3): a signal handler ends it early. Returns the seconds left.
+unsigned sleep(unsigned seconds);
+
+}  // namespace corvane

@@ -1,0 +1,40 @@
+// The files with which a request proves who it is and checks whom it talks to.
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace corvane {
+
+struct Credentials {
+  std::string authorities;  // PEM: the certificates that the server's must come from
+  std::string certificate;  // PEM: the client's
+  std::string key;          // PEM: its private key, without a password
+  bool operator==(const Credentials&) const = default;
+};
+
+// The product's names of the files of one certificate ("host", "service") in a directory.
+Credentials credentials_in(const std::string& directory, const std::string& certificate);
+
+// Which files stood there; two stamps differ when a file was replaced or rewritten in between. A
+// missing file has a stamp too.
+struct FileStamp {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  std::int64_t modified_ns = 0;
+  std::int64_t changed_ns = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+using CredentialsStamp = std::array<FileStamp, 3>;
+CredentialsStamp stamp_of(const Credentials& credentials);
+
+// Why a private key must not be used: others than its owner have rights to it, or the owner is
+// neither this process's user nor root. Empty when it may be; a file that cannot be looked at is
+// left for its reader to report.
+std::string key_refusal(const std::string& key_path);
+
+}  // namespace corvane

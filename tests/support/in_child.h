@@ -1,0 +1,42 @@
+// Running a piece of a test in a process of its own.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <functional>
+
+namespace corvane::test {
+
+// Forks; the child runs `body`, which may use EXPECT_ and returns the exit status. A status of 0
+// becomes 1 when an expectation failed. Returns the child's id.
+inline pid_t start_child(const std::function<int()>& body) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child != 0) return child;
+  int status = 99;
+  try {
+    status = body();
+  } catch (...) {
+    std::fputs("an exception left the child's body\n", stderr);
+  }
+  if (status == 0 && ::testing::Test::HasFailure()) status = 1;
+  std::fflush(nullptr);
+  _exit(status);
+}
+
+// The exit status of a child, or 128 and the number of the signal that ended it.
+inline int status_of(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return -1;
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+inline int in_child(const std::function<int()>& body) { return status_of(start_child(body)); }
+
+}  // namespace corvane::test
