@@ -1,11 +1,14 @@
-"""The demo: the real service on a machine of its own, gathering real backup records over REST.
+"""The demo: the real service on a machine of its own, gathering real backup records.
 
-Runs inside embedded_host/sandbox. Ends with status 0 only when every backup that the catalog holds for the
-gathered time is in the service's database.
+Runs inside embedded_host/sandbox. First the service, which takes its history from two archives of the
+deployment utility and over REST, and what follows over REST. Then one gather without a master server, from
+the command-line tools. Ends with status 0 only when the databases hold exactly what the catalog holds for the
+gathered time.
 """
 
 import calendar
 import contextlib
+import json
 import sqlite3
 import subprocess
 import sys
@@ -18,11 +21,26 @@ from machine import Clock, Machine, wait_until
 
 PROJECT = Path(__file__).resolve().parent.parent
 RECORDS = PROJECT / "tests/data/backups.jsonl"
+DAY = 86400
 # An evening, half an hour before the night's backups: the gather of the history ends before them, the live
 # gathers see them come. The records are moved so that their last days follow.
 BEGIN = calendar.timegm((2026, 11, 16, 20, 0, 0))
 SPEED = 100
-LIVE_GATHERS = 3
+LIVE_GATHERS = 10
+# An archive is used when all of its window lies in the 91 days before the moment the history is gathered, some
+# 15 minutes after BEGIN. The service takes the time from the first archive's start to the last one's end for
+# covered, so the second begins where the first ends: what fell into a gap would never be gathered. They meet at
+# an hour without backups.
+ARCHIVES = ((BEGIN - 84 * DAY, BEGIN - 56 * DAY), (BEGIN - 56 * DAY, BEGIN - 28 * DAY))
+# What the tools alone gather: a week of history, and the last evening as a live gather.
+BY_TOOLS = (("historical", BEGIN - 8 * DAY, BEGIN - DAY - 1), ("live", BEGIN - DAY, BEGIN))
+TOOLS_DATABASE = host.TREE / "var/global/without_master/CV_Anomaly.db"
+
+# The columns that are compared with the catalog's, and what the two ways of gathering call a policy's type:
+# REST NAS_DATA_PROTECTION, the image list, which archives hold, NAS-Data-Protection.
+FIGURES = "BACKUP_ID, JOB_ID, CLIENT, IMAGE_SIZE, NUM_FILES"
+CATALOG_FIGURES = "backup_id, job_id, client_name, kbytes, num_files"
+FROM_IMAGE_LIST = "POLICY_TYPE <> UPPER(POLICY_TYPE)"
 
 started = time.monotonic()
 
@@ -33,6 +51,14 @@ def say(text):
 
 def date(seconds):
     return time.strftime("%Y-%m-%d %H:%M", time.gmtime(seconds))
+
+
+def read(database, sql, *parameters):
+    with contextlib.closing(sqlite3.connect(f"file:{database}?mode=ro", uri=True, timeout=10)) as db:
+        return db.execute(sql, parameters).fetchall()
+
+
+# --- The service ---
 
 
 def lay_out(machine):
@@ -51,8 +77,14 @@ def lay_out(machine):
         DATA_GATHER_SETTINGS__LIVE_DATA_GATHER_FREQUENCY_IN_MIN=15)
 
 
-def stored(machine):
-    return machine.query("SELECT COUNT(*), MAX(BACKUP_TIME) FROM HIST_DATA")
+def make_archives(machine):
+    """Returns the archives' folders, the older one first."""
+    folders = []
+    for start, end in ARCHIVES:
+        answer = machine.run("cvdeployutil", "-d", start, "-e", end)
+        folders.append(Path(answer.stdout.strip()))
+        say(f"cvdeployutil: archive of {date(start)} to {date(end)}")
+    return folders
 
 
 def watch_history(machine):
@@ -61,7 +93,7 @@ def watch_history(machine):
     shown = 0
     while not machine.last_gather_time():
         time.sleep(1)
-        ((records, newest),) = stored(machine)
+        ((records, newest),) = machine.query("SELECT COUNT(*), MAX(BACKUP_TIME) FROM HIST_DATA")
         if records != shown:
             shown = records
             say(f"gathering 91 days of history: {records:5} records, up to {date(newest)}")
@@ -78,59 +110,92 @@ def watch_live_gathers(machine):
         say(f"live gather {number} done: {waiting} records wait for detection, {queued} running jobs queued")
 
 
-def show(machine):
-    print()
-    print(f"{'client':22} {'records':>8}  {'first':16}  {'last':16}  {'kilobytes':>12}  {'latest job':>10}")
+def show_clients(machine):
+    print(f"\n{'client':22} {'records':>8}  {'first':16}  {'last':16}  {'kilobytes':>12}  {'latest job':>10}")
     rows = machine.query(
         "SELECT CLIENT, COUNT(*), MIN(BACKUP_TIME), MAX(BACKUP_TIME), SUM(IMAGE_SIZE), MAX(JOB_ID) FROM"
         " (SELECT CLIENT, BACKUP_TIME, IMAGE_SIZE, JOB_ID FROM HIST_DATA UNION ALL"
         "  SELECT CLIENT, BACKUP_TIME, IMAGE_SIZE, JOB_ID FROM DATA_TO_PROCESS) GROUP BY CLIENT")
     for client, records, first, last, kilobytes, job in rows:
         print(f"{client:22} {records:8}  {date(first)}  {date(last)}  {kilobytes:12,.0f}  {job:10}")
-    ((history,),) = machine.query("SELECT COUNT(*) FROM HIST_DATA")
-    ((waiting,),) = machine.query("SELECT COUNT(*) FROM DATA_TO_PROCESS")
     ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
-    print(f"\n{history} records of history, {waiting} waiting for detection, {queued} running jobs queued")
+    print(f"\n{queued} running jobs queued")
 
 
-def compare(machine, history_end):
-    """Every backup of the catalog that had ended by the last gather must be stored, with its figures."""
-    history_start = history_end - host.HISTORY_SECONDS
-    last_gather = machine.last_gather_time()
-    with contextlib.closing(sqlite3.connect(f"file:{host.CATALOG}?mode=ro", uri=True)) as catalog:
-        expected = set(catalog.execute(
-            "SELECT backup_id, job_id, client_name, kbytes, num_files FROM backups"
-            " WHERE start_time BETWEEN ? AND ? AND end_time < ?", (history_start, last_gather, last_gather)))
-    found = set(machine.query(
-        "SELECT BACKUP_ID, JOB_ID, CLIENT, IMAGE_SIZE, NUM_FILES FROM HIST_DATA UNION ALL"
-        " SELECT BACKUP_ID, JOB_ID, CLIENT, IMAGE_SIZE, NUM_FILES FROM DATA_TO_PROCESS"))
+def show_sources(machine, archives):
+    """How many records came from where. Whatever an archive lists must have come from it."""
+    print(f"\n{'source':56} {'records':>8}")
+    listed = dict(machine.query(f"SELECT BACKUP_ID, 1 FROM HIST_DATA WHERE {FROM_IMAGE_LIST}"))
+    for archive, (start, end) in zip(archives, ARCHIVES):
+        images = [json.loads(line)["backupid"] for line in (archive / "qpimagelist.out").open()]
+        loaded = sum(listed.pop(image, 0) for image in images)
+        print(f"history, archive of {date(start)} to {date(end)} {loaded:8}")
+        if loaded != len(images):
+            raise SystemExit(f"DEMO FAILED: {archive} lists {len(images)} images")
+    if listed:
+        raise SystemExit(f"DEMO FAILED: {len(listed)} records of the image list are in no archive")
+    ((history,),) = machine.query(f"SELECT COUNT(*) FROM HIST_DATA WHERE NOT ({FROM_IMAGE_LIST})")
+    ((live,),) = machine.query("SELECT COUNT(*) FROM DATA_TO_PROCESS")
+    print(f"{'history, REST':56} {history:8}\n{'live gathers, REST; they wait for detection':56} {live:8}")
+
+
+# --- Without a master server ---
+
+
+def gather_by_tools(machine):
+    for mode, start, end in BY_TOOLS:
+        machine.run("gather_example", TOOLS_DATABASE.parent, mode, start, end)
+    print(f"\n{'by qpimagelist':16} {'from':16}  {'to':16}  {'records':>8}  {'kilobytes':>12}  table")
+    for (mode, start, end), table in zip(BY_TOOLS, ("HIST_DATA", "DATA_TO_PROCESS")):
+        ((records, kilobytes),) = read(TOOLS_DATABASE, f"SELECT COUNT(*), SUM(IMAGE_SIZE) FROM {table}")
+        print(f"{mode:16} {date(start)}  {date(end)}  {records:8}  {kilobytes or 0:12,.0f}  {table}")
+
+
+# --- The proof ---
+
+
+def compare(what, database, condition, *parameters):
+    """The database must hold exactly the catalog's backups that meet the condition, with their figures."""
+    expected = set(read(host.CATALOG, f"SELECT {CATALOG_FIGURES} FROM backups WHERE {condition}", *parameters))
+    found = set(read(database, f"SELECT {FIGURES} FROM HIST_DATA UNION ALL SELECT {FIGURES} FROM DATA_TO_PROCESS"))
     missing = expected - found
     invented = found - expected
-    for what, rows in (("missing from the database", missing), ("not in the catalog", invented)):
+    for why, rows in (("missing from the database", missing), ("not in the catalog", invented)):
         for row in sorted(rows)[:10]:
-            print(f"{what}: {row}", file=sys.stderr)
+            print(f"{why}: {row}", file=sys.stderr)
     if missing or invented or not expected:
-        raise SystemExit(f"DEMO FAILED: {len(expected)} records expected, {len(missing)} missing,"
+        raise SystemExit(f"DEMO FAILED: {what}: {len(expected)} records expected, {len(missing)} missing,"
                          f" {len(invented)} that should not be there")
-    print(f"All {len(expected)} backups of the catalog are in the database, with their figures.")
+    print(f"\n{what}: all {len(expected)} backups of the catalog are in the database, with their figures.")
+
+
+def run_service(machine):
+    archives = make_archives(machine)
+    machine.start_web_service()
+    say(f"web service on 127.0.0.1:1556; the clock shows {date(machine.clock.now())} and runs {SPEED} times"
+        " as fast")
+    answer = machine.service("-start")
+    say("cvanomalymgmt -start: " + answer.stdout.strip().replace("\n", " "))
+    watch_history(machine)
+    history_start = machine.last_gather_time() - host.HISTORY_SECONDS
+    watch_live_gathers(machine)
+    machine.stop_service()
+    machine.stop_web_service()
+    say("cvanomalymgmt -stop: the service has ended, nothing is left running")
+    show_clients(machine)
+    show_sources(machine, archives)
+    last_gather = machine.last_gather_time()
+    compare("The service", host.DATABASE, "start_time BETWEEN ? AND ? AND end_time < ?",
+            history_start, last_gather, last_gather)
 
 
 def main():
     with contextlib.closing(Machine(Clock(BEGIN, SPEED))) as machine:
         lay_out(machine)
-        machine.start_web_service()
-        say(f"web service on 127.0.0.1:1556; the clock shows {date(machine.clock.now())} and runs {SPEED} times"
-            " as fast")
-        answer = machine.service("-start")
-        say("cvanomalymgmt -start: " + answer.stdout.strip().replace("\n", " "))
-        watch_history(machine)
-        history_end = machine.last_gather_time()
-        watch_live_gathers(machine)
-        machine.stop_service()
-        machine.stop_web_service()
-        say("cvanomalymgmt -stop: the service has ended, nothing is left running")
-        show(machine)
-        compare(machine, history_end)
+        run_service(machine)
+        gather_by_tools(machine)
+        compare("Without a master server", TOOLS_DATABASE, "backup_time BETWEEN ? AND ?",
+                BY_TOOLS[0][1], BY_TOOLS[-1][2])
 
 
 if __name__ == "__main__":

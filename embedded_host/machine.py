@@ -11,6 +11,7 @@ import re
 import signal
 import sqlite3
 import subprocess
+import tempfile
 import time
 from pathlib import Path
 
@@ -30,25 +31,38 @@ COMPANIONS = ("cvanomalydetect", "cvanomalyalert")
 
 HISTORY_SECONDS = 7862400
 
+BASE_ENVIRONMENT = {"PATH": os.environ["PATH"], "TZ": "UTC"}
+FAKE_ENVIRONMENT = {**BASE_ENVIRONMENT, "FAKETIME_DONT_RESET": "1", "NO_FAKE_STAT": "1"}
 
-class Clock:
-    """A clock that begins at `begin` (seconds since the epoch) and runs `speed` times as fast, the same
-    for all processes that are started with `environment`. Sleeps and time-outs shrink with it."""
 
-    def __init__(self, begin, speed):
-        self.speed = speed
-        stamp = time.strftime("%Y-%m-%d %H:%M:%S", time.gmtime(begin))
-        base = {"PATH": os.environ["PATH"], "TZ": "UTC", "FAKETIME_DONT_RESET": "1", "NO_FAKE_STAT": "1"}
-        # The wrapper holds what the processes share for as long as its program runs.
+class FakeTime:
+    """What libfaketime's processes share, for as long as this object is open. `environment` is for them."""
+
+    def __init__(self, setting):
         self._holder = subprocess.Popen(
-            ["faketime", "-m", "-f", f"@{stamp} x{speed}", "sh", "-c", "env; echo; exec cat >/dev/null"],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, env=base)
+            ["faketime", "-m", "-f", setting, "sh", "-c", "env; echo; exec cat >/dev/null"],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, env=FAKE_ENVIRONMENT)
         wanted = ("LD_PRELOAD", "FAKETIME", "FAKETIME_SHARED")
-        self.environment = dict(base)
+        self.environment = dict(FAKE_ENVIRONMENT)
         for line in iter(self._holder.stdout.readline, "\n"):
             name, _, value = line.rstrip("\n").partition("=")
             if name in wanted:
                 self.environment[name] = value
+
+    def close(self):
+        self._holder.stdin.close()
+        self._holder.wait()
+        self._holder.stdout.close()
+
+
+class Clock(FakeTime):
+    """A clock that begins at `begin` (seconds since the epoch) and runs `speed` times as fast, the same
+    for all processes that are started with `environment`. Sleeps and time-outs shrink with it."""
+
+    def __init__(self, begin, speed):
+        stamp = time.strftime("%Y-%m-%d %H:%M:%S", time.gmtime(begin))
+        super().__init__(f"@{stamp} x{speed}")
+        self.speed = speed
         reading = subprocess.run(["date", "+%s.%N"], env=self.environment, capture_output=True, text=True,
                                  check=True)
         self._read_at = time.monotonic()
@@ -57,17 +71,42 @@ class Clock:
     def now(self):
         return self._reading + (time.monotonic() - self._read_at) * self.speed
 
+
+class SteppedClock(FakeTime):
+    """A clock that begins at `begin`, runs no faster than any, and is set forward by advance() for all
+    processes that are started with `environment`. Sleeps and time-outs keep their length."""
+
+    speed = 1
+
+    def __init__(self, begin):
+        super().__init__("+0")
+        self._offset = begin - time.time()
+        descriptor, self._file = tempfile.mkstemp(prefix="clock-")
+        os.close(descriptor)
+        self.advance(0)
+        del self.environment["FAKETIME"]
+        self.environment.update({"FAKETIME_TIMESTAMP_FILE": self._file, "FAKETIME_NO_CACHE": "1",
+                                 "FAKETIME_DONT_FAKE_MONOTONIC": "1", "DONT_FAKE_MONOTONIC": "1"})
+
+    def now(self):
+        return time.time() + self._offset
+
+    def advance(self, seconds):
+        self._offset += seconds
+        fresh = self._file + ".new"
+        Path(fresh).write_text(f"{self._offset:+.6f}\n")
+        os.rename(fresh, self._file)
+
     def close(self):
-        self._holder.stdin.close()
-        self._holder.wait()
-        self._holder.stdout.close()
+        super().close()
+        Path(self._file).unlink(missing_ok=True)
 
 
 class RealClock:
     """The machine's own clock, in the form of Clock."""
 
     speed = 1
-    environment = {"PATH": os.environ["PATH"], "TZ": "UTC"}
+    environment = BASE_ENVIRONMENT
 
     def now(self):
         return time.time()
@@ -105,10 +144,22 @@ def process_ids(name):
     return sorted(found)
 
 
+def add_log_line(records, line):
+    if line.startswith("\t") and records:
+        level, tag, text = records[-1]
+        records[-1] = (level, tag, text + "\n" + line[1:])
+        return
+    begin = re.match(r"\S+Z \d+d? (\d+) ([^:]*(?:::\w+)?): (.*)", line)
+    if begin is None:
+        raise ValueError(f"no record of a log: {line!r}")
+    records.append((int(begin[1]), begin[2], begin[3]))
+
+
 class Machine:
     def __init__(self, clock):
         self.clock = clock
         self._web_service = None
+        self._logs = {}  # by program: how many bytes have been read, and the records in them
 
     def lay_out(self):
         """The host product's directories, configuration and credentials."""
@@ -127,6 +178,19 @@ class Machine:
         command = [str(path if path.exists() else BIN / "admincmd" / program), *map(str, arguments)]
         options = {"capture_output": True, "text": True, "timeout": 120, **options}
         return subprocess.run(command, env=self.clock.environment, check=check, **options)
+
+    def misbehave(self, *lines):
+        """From now on the web service answers as these lines say (embedded_host/fault.h)."""
+        fresh = FAULTS.with_suffix(".new")
+        fresh.write_text("".join(line + "\n" for line in lines))
+        fresh.rename(FAULTS)
+
+    def requests(self):
+        """The web service's access log, a line for each answered request."""
+        try:
+            return (LOGS / "web_access").read_text().splitlines()
+        except FileNotFoundError:
+            return []
 
     def start_web_service(self, *options):
         self._web_service = subprocess.Popen(
@@ -173,19 +237,33 @@ class Machine:
         self.service("-stop")
         wait_until(lambda: not process_ids(SERVICE), 60, "the service ends")
 
-    def log_records(self, level=None):
-        """The service's log as (level, tag, text); continuation lines belong to their record."""
-        try:
-            text = (LOGS / SERVICE).read_text(errors="replace")
-        except FileNotFoundError:
-            return []
-        records = re.findall(r"^\S+Z \d+d? (\d+) ([^:\n]*(?:::\w+)?): (.*(?:\n\t.*)*)$", text, re.M)
-        return [(int(lvl), tag, body.replace("\n\t", "\n")) for lvl, tag, body in records
-                if level is None or int(lvl) == level]
+    def start_service(self):
+        """Starts the service and gives the daemon's process id."""
+        answer = self.service("-start")
+        if answer.returncode != 0:
+            raise RuntimeError(f"cvanomalymgmt -start: {answer}")
+        return self.daemon()
+
+    def log_records(self, level=None, program=SERVICE):
+        """A program's log as (level, tag, text); continuation lines belong to their record."""
+        read, records = self._logs.setdefault(program, (0, []))
+        with contextlib.suppress(FileNotFoundError), (LOGS / program).open("rb") as log:
+            log.seek(read)
+            fresh = log.read()
+            fresh = fresh[:fresh.rfind(b"\n") + 1]
+            for line in fresh.decode(errors="replace").split("\n")[:-1]:
+                add_log_line(records, line)
+            self._logs[program] = (read + len(fresh), records)
+        return [record for record in records if level is None or record[0] == level]
 
     def logged(self, text):
         """How often a record's text has begun with this."""
         return sum(body.startswith(text) for _, _, body in self.log_records())
+
+    def await_log(self, level, tag, text, count=1, seconds=60):
+        """Waits until this very record is in the service's log so often."""
+        record = (level, tag, text)
+        wait_until(lambda: self.log_records().count(record) >= count, seconds, f"{record} in the log")
 
     def query(self, sql, *parameters):
         """The rows of a query on the anomaly database; none while it does not exist."""

@@ -1,0 +1,33 @@
+// Filling the catalog from JSON Lines.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <istream>
+#include <stdexcept>
+#include <string>
+
+#include "embedded_host/sql.h"
+
+namespace corvane::host {
+
+struct LoadResult {
+  std::int64_t loaded = 0;
+  std::int64_t rejected = 0;
+};
+
+// The input could not be read, or the catalog not be written: what() says which and how many
+// backups are in the catalog all the same.
+class LoadFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Loads every good line of `lines` (see backup.h) and hands `complain` "NAME:LINE: reason" for
+// every bad one. Empty lines are passed over. Commits now and then, so that readers and other
+// writers are held up only for moments; loading the same lines again changes nothing. Throws
+// LoadFailure.
+LoadResult load_backups(Database& catalog, std::istream& lines, const std::string& name,
+                        const std::function<void(const std::string&)>& complain);
+
+}  // namespace corvane::host

@@ -1,0 +1,196 @@
+#include "embedded_host/catalog_reader.h"
+
+#include <algorithm>
+
+#include "embedded_host/catalog.h"
+#include "embedded_host/iso_time.h"
+#include "embedded_host/json_writer.h"
+
+namespace corvane::host {
+
+namespace {
+
+constexpr std::size_t kMaxPageText = 32 * 1024 * 1024;
+constexpr std::size_t kMaxStatements = 64;
+constexpr int kStepsBetweenLooks = 10'000;
+
+// Parameters: 1 and 2 the instants, 3 and 4 limit and offset, the filter's from 5 on.
+constexpr int kFirstFilterParameter = 5;
+
+std::string select_columns(const Collection& collection) {
+  std::string columns = std::string(collection.type) + "," + std::string(collection.id);
+  for (const FilterAttribute& attribute : collection.attributes) {
+    columns += "," + std::string(attribute.sql);
+  }
+  if (!collection.json_attributes.empty()) columns += "," + std::string(collection.json_attributes);
+  return columns;
+}
+
+void write_element(std::string& out, const Statement& row, const Collection& collection) {
+  JsonObject element(out);
+  element.add("type", row.text(0));
+  element.add("id", row.text(1));
+  if (!collection.json_attributes.empty()) {
+    element.add_json("attributes", row.text(2));
+    return element.close();
+  }
+  element.begin_member("attributes");
+  JsonObject attributes(out);
+  int column = 2;
+  for (const FilterAttribute& attribute : collection.attributes) {
+    switch (attribute.kind) {
+      case AttributeKind::kText:
+        attributes.add(attribute.name, row.text(column));
+        break;
+      case AttributeKind::kInteger:
+        attributes.add(attribute.name, row.integer(column));
+        break;
+      case AttributeKind::kReal:
+        attributes.add(attribute.name, row.real(column));
+        break;
+      case AttributeKind::kTime:
+        attributes.add(attribute.name, iso_time(row.integer(column)));
+        break;
+    }
+    ++column;
+  }
+  attributes.close();
+  element.close();
+}
+
+std::string order_by(const Collection& collection, const std::string& sort) {
+  if (sort.empty()) return std::string(collection.default_order);
+  const bool descending = sort.front() == '-';
+  const std::string_view name = std::string_view(sort).substr(descending ? 1 : 0);
+  const auto found =
+      std::find_if(collection.filterable.begin(), collection.filterable.end(),
+                   [&](const FilterAttribute& attribute) { return attribute.name == name; });
+  if (found == collection.filterable.end()) {
+    throw BadRequest("unknown attribute '" + printable(name) + "'", "sort");
+  }
+  const std::string direction = descending ? " DESC" : "";
+  return std::string(found->sql) + direction + "," + std::string(collection.tie_break) + direction;
+}
+
+int look_for_stop(void* stopping) {
+  return static_cast<const std::atomic<bool>*>(stopping)->load() ? 1 : 0;
+}
+
+}  // namespace
+
+struct CatalogReader::PageSql {
+  std::string where;
+  FilterSql filter;
+
+  PageSql(const Collection& collection, const PageQuery& query)
+      : where(" FROM " + std::string(collection.table) + " WHERE " +
+              std::string(collection.visible)) {
+    if (query.filter.empty()) return;
+    try {
+      filter = translate_filter(query.filter, collection.filterable, kFirstFilterParameter);
+    } catch (const BadFilter& error) {
+      throw BadRequest(error.what(), "filter, character " + std::to_string(error.position()));
+    }
+    where += " AND (" + filter.condition + ")";
+  }
+
+  void bind(Statement& statement, Instants instants, std::int64_t limit,
+            std::int64_t offset) const {
+    statement.bind(1, instants.now);
+    statement.bind(2, instants.closed_until);
+    statement.bind(3, limit);
+    statement.bind(4, offset);
+    int position = kFirstFilterParameter;
+    for (const auto& value : filter.values) {
+      std::visit([&](const auto& plain) { statement.bind(position, plain); }, value);
+      ++position;
+    }
+  }
+};
+
+CatalogReader::CatalogReader(const std::string& path, const std::atomic<bool>& stopping)
+    : database_(open_catalog(path, OpenMode::kRead)) {
+  sqlite3_progress_handler(database_.handle(), kStepsBetweenLooks, look_for_stop,
+                           const_cast<std::atomic<bool>*>(&stopping));
+}
+
+Statement& CatalogReader::prepared(const std::string& sql) {
+  const auto known = statements_.find(sql);
+  if (known != statements_.end()) {
+    known->second->reset();
+    return *known->second;
+  }
+  if (statements_.size() == kMaxStatements) statements_.clear();
+  return *statements_.emplace(sql, std::make_unique<Statement>(database_, sql)).first->second;
+}
+
+std::int64_t CatalogReader::write_elements(std::string& out, Statement& rows,
+                                           const Collection& collection) {
+  std::int64_t written = 0;
+  while (rows.step()) {
+    if (written > 0) out += ',';
+    write_element(out, rows, collection);
+    ++written;
+    if (out.size() > kMaxPageText) {
+      rows.reset();
+      break;
+    }
+  }
+  return written;
+}
+
+std::int64_t CatalogReader::count(const PageSql& sql, Instants instants) {
+  Statement& statement = prepared("SELECT count(*)" + sql.where + " LIMIT ?3 OFFSET ?4");
+  sql.bind(statement, instants, 1, 0);
+  statement.step();
+  const std::int64_t total = statement.integer(0);
+  statement.reset();
+  return total;
+}
+
+std::string CatalogReader::page(const Collection& collection, const PageQuery& query,
+                                Instants instants) {
+  const std::int64_t limit = query.limit.value_or(collection.default_limit);
+  if (limit > collection.max_limit) {
+    throw BadRequest("above " + std::to_string(collection.max_limit), "page[limit]");
+  }
+  const PageSql sql(collection, query);
+  const std::string select = "SELECT " + select_columns(collection) + sql.where + " ORDER BY " +
+                             order_by(collection, query.sort) + " LIMIT ?3 OFFSET ?4";
+
+  Transaction same_view(database_, "BEGIN");  // the page and its count agree
+  std::string out = "{\"data\":[";
+  Statement& rows = prepared(select);
+  sql.bind(rows, instants, limit, query.offset);
+  const std::int64_t written = write_elements(out, rows, collection);
+  // A page that is not full is the last one, so its end is the count; unless it lies past the end.
+  const bool ends_here = written < limit && (written > 0 || query.offset == 0);
+  const std::int64_t total =
+      ends_here && out.size() <= kMaxPageText ? query.offset + written : count(sql, instants);
+  same_view.commit();
+
+  out += "],\"meta\":{\"pagination\":";
+  JsonObject pagination(out);
+  pagination.add("offset", query.offset);
+  pagination.add("limit", limit);
+  pagination.add("count", total);
+  if (query.offset + written < total && written > 0) pagination.add("next", query.offset + written);
+  pagination.close();
+  out += "}}";
+  return out;
+}
+
+std::optional<std::string> CatalogReader::element(const Collection& collection, std::string_view id,
+                                                  Instants instants) {
+  Statement& rows = prepared(
+      "SELECT " + select_columns(collection) + " FROM " + std::string(collection.table) +
+      " WHERE " + std::string(collection.visible) + " AND " + std::string(collection.id) + "=?3");
+  rows.bind(1, instants.now);
+  rows.bind(2, instants.closed_until);
+  rows.bind(3, id);
+  std::string out = "{\"data\":";
+  if (write_elements(out, rows, collection) == 0) return std::nullopt;
+  return out + "}";
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,48 @@
+// Answers to questions about the catalog, as JSON text.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "embedded_host/collection.h"
+#include "embedded_host/query_string.h"
+#include "embedded_host/sql.h"
+
+namespace corvane::host {
+
+// What the catalog shows depends on these; both in seconds since the epoch.
+struct Instants {
+  std::int64_t now;
+  std::int64_t closed_until;  // jobs with a later end time are shown as still running
+};
+
+// One connection with its prepared statements, for use by one thread at a time.
+class CatalogReader {
+ public:
+  // `stopping` ends a query that is under way with SqlError. Throws SqlError.
+  CatalogReader(const std::string& path, const std::atomic<bool>& stopping);
+
+  // {"data": [...], "meta": {"pagination": {...}}}. A page ends early, with "next" set, where its
+  // text would pass 32 MiB. Throws BadRequest, SqlError.
+  std::string page(const Collection& collection, const PageQuery& query, Instants instants);
+
+  // {"data": {...}}, or nothing when no such element has come about. Throws SqlError.
+  std::optional<std::string> element(const Collection& collection, std::string_view id,
+                                     Instants instants);
+
+ private:
+  struct PageSql;
+  Statement& prepared(const std::string& sql);
+  std::int64_t write_elements(std::string& out, Statement& rows, const Collection& collection);
+  std::int64_t count(const PageSql& sql, Instants instants);
+
+  Database database_;
+  std::unordered_map<std::string, std::unique_ptr<Statement>> statements_;
+};
+
+}  // namespace corvane::host

@@ -1,0 +1,211 @@
+#include "embedded_host/fault.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <sstream>
+
+#include "embedded_host/json_writer.h"
+#include "platform/c_handles.h"
+
+namespace corvane::host {
+
+namespace {
+
+constexpr std::size_t kMaxFaultFile = 64 * 1024;
+
+struct ActionForm {
+  std::string_view word;
+  FaultAction action;
+  std::optional<std::int64_t> fallback;  // of the argument; absent: it must be given
+  std::int64_t least;
+  std::int64_t most;  // below `least`: there is no argument
+};
+
+constexpr ActionForm kActions[] = {
+    {"status", FaultAction::kStatus, std::nullopt, 100, 599},
+    {"garbage", FaultAction::kGarbage, 0, 0, -1},
+    {"truncate", FaultAction::kTruncate, 0, 0, -1},
+    {"cut", FaultAction::kCut, 0, 0, -1},
+    {"hang", FaultAction::kHang, std::nullopt, 0, 3600},
+    {"null-end-time", FaultAction::kNullEndTime, 0, 0, 1'000'000},
+};
+
+class LineParser {
+ public:
+  explicit LineParser(const std::string& line) : words_(line) { advance(); }
+
+  Fault parse() {
+    Fault fault;
+    const ActionForm* form = find_action();
+    if (form == nullptr) {
+      fault.path = word_;
+      advance();
+      form = find_action();
+    }
+    if (form == nullptr && word_.empty()) fail("no action follows '" + fault.path + "'");
+    if (form == nullptr) fail("unknown action '" + word_ + "'");
+    advance();
+    fault.action = form->action;
+    fault.argument = argument(*form);
+    while (!word_.empty()) option(fault);
+    return fault;
+  }
+
+ private:
+  [[noreturn]] static void fail(const std::string& reason) {
+    throw BadFaultFile(printable(reason));
+  }
+
+  void advance() {
+    word_.clear();
+    words_ >> word_;
+  }
+
+  const ActionForm* find_action() const {
+    for (const ActionForm& form : kActions) {
+      if (form.word == word_) return &form;
+    }
+    return nullptr;
+  }
+
+  std::int64_t number(std::int64_t least, std::int64_t most) {
+    std::int64_t value = 0;
+    const char* end = word_.data() + word_.size();
+    const auto read = std::from_chars(word_.data(), end, value);
+    if (read.ec != std::errc() || read.ptr != end || value < least || value > most) {
+      fail("a number from " + std::to_string(least) + " to " + std::to_string(most) +
+           " is wanted, not '" + word_ + "'");
+    }
+    advance();
+    return value;
+  }
+
+  std::int64_t argument(const ActionForm& form) {
+    const bool given = !word_.empty() && word_ != "skip" && word_ != "count";
+    if (form.fallback && !given) return *form.fallback;
+    if (form.most < form.least) fail("nothing but skip and count follows, not '" + word_ + "'");
+    return number(form.least, form.most);
+  }
+
+  void option(Fault& fault) {
+    const std::string name = word_;
+    advance();
+    if (name == "skip") {
+      fault.skip = number(0, 1'000'000'000);
+    } else if (name == "count") {
+      fault.count = number(1, 1'000'000'000);
+    } else {
+      fail("unknown word '" + name + "'");
+    }
+  }
+
+  std::istringstream words_;
+  std::string word_;
+};
+
+// The file's content, led by what tells two files of the same content apart; empty when there is
+// none.
+std::string read_fault_file(const std::string& path) {
+  const FilePtr file(std::fopen(path.c_str(), "rbe"));
+  if (file == nullptr) {
+    if (errno == ENOENT) return {};
+    throw BadFaultFile(path + ": " + std::strerror(errno));
+  }
+  struct stat state {};
+  fstat(fileno(file.get()), &state);
+  std::string text = std::to_string(state.st_ino) + " " + std::to_string(state.st_mtim.tv_sec) +
+                     " " + std::to_string(state.st_mtim.tv_nsec) + "\n";
+  char buffer[4096];
+  std::size_t length = 0;
+  while ((length = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) {
+    text.append(buffer, length);
+    if (text.size() > kMaxFaultFile) throw BadFaultFile(path + ": too long");
+  }
+  if (std::ferror(file.get()) != 0) throw BadFaultFile(path + ": cannot be read");
+  return text;
+}
+
+std::string with_null_end_time(const std::string& body, std::int64_t element) {
+  const JsonPtr root(json_loadb(body.data(), body.size(), 0, nullptr));
+  json_t* attributes = json_object_get(
+      json_array_get(json_object_get(root.get(), "data"), static_cast<std::size_t>(element)),
+      "attributes");
+  if (json_object_get(attributes, "endTime") == nullptr) return body;
+  json_object_set_new(attributes, "endTime", json_null());
+  struct Free {
+    void operator()(char* text) const noexcept { std::free(text); }
+  };
+  const std::unique_ptr<char, Free> text(json_dumps(root.get(), JSON_COMPACT));
+  return text != nullptr ? text.get() : body;
+}
+
+}  // namespace
+
+std::vector<Fault> parse_faults(const std::string& text) {
+  std::vector<Fault> faults;
+  std::istringstream lines(text);
+  std::string line;
+  for (int number = 1; std::getline(lines, line); ++number) {
+    if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+    try {
+      faults.push_back(LineParser(line).parse());
+    } catch (const BadFaultFile& error) {
+      throw BadFaultFile("line " + std::to_string(number) + ": " + error.what());
+    }
+  }
+  return faults;
+}
+
+void apply_fault(const Fault& fault, WebReply& reply) {
+  switch (fault.action) {
+    case FaultAction::kStatus:
+      reply = error_reply(static_cast<int>(fault.argument), "answered on purpose");
+      break;
+    case FaultAction::kGarbage:
+      reply = {.status = 200, .body = "\xff\xfe<garbage>{\"data\":[[[\x01"};
+      break;
+    case FaultAction::kTruncate:
+      reply.body.resize(reply.body.size() / 2);
+      break;
+    case FaultAction::kNullEndTime:
+      reply.body = with_null_end_time(reply.body, fault.argument);
+      break;
+    case FaultAction::kCut:
+    case FaultAction::kHang:
+      break;
+  }
+}
+
+std::optional<Fault> FaultFile::next(std::string_view path) {
+  if (path.starts_with('/')) path.remove_prefix(1);
+  const std::lock_guard lock(mutex_);
+  const std::string content = read_fault_file(path_);
+  if (content != seen_) {
+    faults_.clear();
+    hits_.clear();
+    seen_.clear();
+    if (!content.empty()) {
+      try {
+        faults_ = parse_faults(content.substr(content.find('\n') + 1));
+      } catch (const BadFaultFile& error) {
+        throw BadFaultFile(path_ + ": " + error.what());
+      }
+    }
+    hits_.resize(faults_.size());
+    seen_ = content;
+  }
+  for (std::size_t i = 0; i < faults_.size(); ++i) {
+    const Fault& fault = faults_[i];
+    if (!path.starts_with(fault.path)) continue;
+    const std::int64_t hit = hits_[i]++;
+    if (hit >= fault.skip && (!fault.count || hit - fault.skip < *fault.count)) return fault;
+  }
+  return std::nullopt;
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,18 @@
+// The job list: what qpdbjobs prints.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <span>
+
+#include "embedded_host/sql.h"
+
+namespace corvane::host {
+
+// Writes one JSON array, in one line, with an object for each of the jobs that has started by `now`
+// (seconds since the epoch): in the order given, a job that is named twice only once. Throws
+// SqlError, std::system_error.
+void write_job_list(Database& catalog, std::span<const std::int64_t> job_ids, std::int64_t now,
+                    std::FILE* out);
+
+}  // namespace corvane::host

@@ -1,0 +1,36 @@
+// The catalog connections that the web service's threads share.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "embedded_host/catalog_reader.h"
+
+namespace corvane::host {
+
+// Opens connections as they are needed and keeps them, with their prepared statements, for the next
+// request. Thread-safe.
+class ReaderPool {
+ public:
+  ReaderPool(std::string path, const std::atomic<bool>& stopping)
+      : path_(std::move(path)), stopping_(stopping) {}
+
+  // A reader for one request; it comes back when the pointer goes, which must not outlive the pool.
+  struct GiveBack {
+    ReaderPool* pool;
+    void operator()(CatalogReader* reader) const noexcept;
+  };
+  using Loan = std::unique_ptr<CatalogReader, GiveBack>;
+  Loan borrow();  // throws SqlError
+
+ private:
+  std::string path_;
+  const std::atomic<bool>& stopping_;
+  std::mutex mutex_;
+  std::vector<std::unique_ptr<CatalogReader>> idle_;
+};
+
+}  // namespace corvane::host

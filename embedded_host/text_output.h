@@ -1,0 +1,18 @@
+// Writing much text to a file or standard output, with every failure noticed.
+#pragma once
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <system_error>
+
+namespace corvane::host {
+
+// Writes `text`. Throws std::system_error.
+inline void write_all(std::FILE* out, const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), out) != text.size()) {
+    throw std::system_error(errno, std::generic_category(), "cannot write the output");
+  }
+}
+
+}  // namespace corvane::host
