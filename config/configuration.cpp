@@ -88,7 +88,7 @@ std::string Configuration::default_value(const std::string& section, const std::
 std::optional<Configuration::SectionKey> Configuration::open_section(const std::string& section) {
   SectionKey key;
   if (import_status_ == kImportFailed ||
-      heap_.open_section(heap_.root_section(), section.c_str(), 0, key) != 0) {
+      heap_.open_section(heap_.root_section(), section.c_str(), false, key) != 0) {
     return std::nullopt;
   }
   return key;

@@ -51,8 +51,7 @@ void report_missing(const std::string& path) {
 
 }  // namespace
 
-Poller::Poller(std::string path, int interval)
-    : path_(std::move(path)), interval_(interval), m_modified(false), m_stop_polling(false) {}
+Poller::Poller(std::string path, int interval) : path_(std::move(path)), interval_(interval) {}
 
 Poller::~Poller() { TerminatePolling(); }
 

@@ -44,7 +44,7 @@ class Poller {
   std::string path_;
   int interval_;
   std::mutex modified_mutex_;
-  bool m_modified;
+  bool m_modified = false;
   std::mutex stop_polling_mutex_;
-  bool m_stop_polling;
+  bool m_stop_polling = false;
 };

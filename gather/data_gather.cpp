@@ -1,5 +1,6 @@
 #include "gather/data_gather.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <stdexcept>
@@ -98,10 +99,7 @@ void DataGather::init_attributes() {
 }
 
 bool DataGather::validate_slp_policytype(const std::string& policy_type) {
-  for (const std::string& slp : slp_policy_types) {
-    if (slp == policy_type) return true;
-  }
-  return false;
+  return std::ranges::find(slp_policy_types, policy_type) != slp_policy_types.end();
 }
 
 std::string DataGather::time_to_str(const int& seconds) {

@@ -26,9 +26,9 @@ class DataGather {
   using Record = corvane::BackupRecord;
   using TimeRange = std::pair<int, int>;
 
-  // `db` is not owned and must outlive the object. `db_location` is the database's directory, where
-  // scratch files go. Without a master server the product's command-line tools are the source.
-  DataGather(DBAccess* db, const std::string& db_location, const std::string& master_server);
+  // `database` is not owned and must outlive the object; `location` is its directory, where scratch
+  // files go. Without a master server's name the product's command-line tools are the source.
+  DataGather(DBAccess* database, const std::string& location, const std::string& master);
 
   // --- The entry points of the service ---
 

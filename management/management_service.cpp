@@ -194,31 +194,31 @@ bool ManagementService::consume_terminate_request() {
 }
 
 int ManagementService::handle_state_changes() {
-  int management = 0;
-  int detection = 0;
-  int alert = 0;
-  ReadConfigStateFlags(management, detection, alert);
-  if (ValidateConfigStateFlags(management, detection, alert) == 0) {
+  int disable_management = 0;
+  int disable_detection = 0;
+  int disable_alert = 0;
+  ReadConfigStateFlags(disable_management, disable_detection, disable_alert);
+  if (ValidateConfigStateFlags(disable_management, disable_detection, disable_alert) == 0) {
     logmsg(8, kProgram, "Invalid state flags in config file. Not changing any current behaviour");
     return 1;
   }
-  if (management == m_disable_management && detection == m_disable_detection &&
-      alert == m_disable_alert) {
+  if (disable_management == m_disable_management && disable_detection == m_disable_detection &&
+      disable_alert == m_disable_alert) {
     return 0;
   }
-  m_disable_management = management;
-  m_disable_detection = detection;
-  m_disable_alert = alert;
-  logmsgf(2, kProgram, "Disable Mgmt:[%d]", management);
-  logmsgf(2, kProgram, "Disable Detection:[%d]", detection);
-  logmsgf(2, kProgram, "Disable Alert:[%d]", alert);
+  m_disable_management = disable_management;
+  m_disable_detection = disable_detection;
+  m_disable_alert = disable_alert;
+  logmsgf(2, kProgram, "Disable Mgmt:[%d]", disable_management);
+  logmsgf(2, kProgram, "Disable Detection:[%d]", disable_detection);
+  logmsgf(2, kProgram, "Disable Alert:[%d]", disable_alert);
   // Alerting lives on what detection writes: it is stopped before it and started after it.
-  if (management == 1 || detection == 1) {
+  if (disable_management == 1 || disable_detection == 1) {
     handleChildProc(kAlert, "STOP");
     handleChildProc(kDetect, "STOP");
   } else {
     handleChildProc(kDetect, "START");
-    handleChildProc(kAlert, alert == 1 ? "STOP" : "START");
+    handleChildProc(kAlert, disable_alert == 1 ? "STOP" : "START");
   }
   return 0;
 }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <optional>
 #include <sstream>
 
 #include "platform/c_handles.h"
@@ -23,12 +24,12 @@ constexpr char kAnomalyServerKey[] = "ANOMALY_PROXY_SERVER";
 constexpr std::size_t kPathBuffer = 512;
 constexpr std::size_t kHostNameBuffer = 257;
 
-// The install directory with its trailing "/"; "" (logged) when it is unknown.
-std::string install_directory() {
+// The install directory with its trailing "/"; nothing (logged) when it is unknown.
+std::optional<std::string> install_directory() {
   std::array<char, kPathBuffer> buffer{};
   if (getCVInstallDir(buffer.data(), buffer.size()) != 0) {
     logmsg(16, kProgram, "getCVInstallDir() failed");
-    return "";
+    return std::nullopt;
   }
   return buffer.data();
 }
@@ -55,10 +56,10 @@ void read_anomaly_server(std::istream& lines, std::string& name) {
 
 std::string getDBLocation() {
   if (!dbLogPath.empty()) return dbLogPath;
-  const std::string install = install_directory();
-  if (install.empty()) return "";
+  const auto install = install_directory();
+  if (!install) return "";
   std::array<char, kPathBuffer> path{};
-  std::snprintf(path.data(), path.size(), "%s%s%c%s%c%s", install.c_str(), "var", '/', "global",
+  std::snprintf(path.data(), path.size(), "%s%s%c%s%c%s", install->c_str(), "var", '/', "global",
                 '/', "anomaly_detection");
   dbLogPath = path.data();
   return dbLogPath;
@@ -99,8 +100,8 @@ bool IsMasterServer() {
 }
 
 std::string getqpgetconfigPath() {
-  const std::string install = install_directory();
-  return install.empty() ? "" : install + "corvane/bin/admincmd/qpgetconfig";
+  const auto install = install_directory();
+  return !install ? "" : *install + "corvane/bin/admincmd/qpgetconfig";
 }
 
 void getAnomalyServerName(std::string& name) {

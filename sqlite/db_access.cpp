@@ -17,8 +17,7 @@ constexpr int kBusyTimeoutMs = 5000;
 
 }  // namespace
 
-DBAccess::DBAccess(std::string path, int flags)
-    : handle_(nullptr), flags_(flags), path_(std::move(path)) {
+DBAccess::DBAccess(std::string path, int flags) : flags_(flags), path_(std::move(path)) {
   open_database();
 }
 

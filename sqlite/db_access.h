@@ -50,7 +50,7 @@ class DBAccess {
   void execute(const std::string& query, const std::string& message,
                int (*callback)(void*, int, char**, char**) = nullptr, void* context = nullptr);
 
-  sqlite3* handle_;
+  sqlite3* handle_ = nullptr;
   int flags_;
   std::string path_;
 };

@@ -4,10 +4,7 @@
 
 namespace Altamir::Corvane::UsageReporting::SQLiteDatabase {
 
-QueryResult::QueryResult(Statement& statement)
-    : compiled_(statement.get_compiled_statement()),
-      last_status_(SQLITE_OK),
-      first_row_pending_(false) {
+QueryResult::QueryResult(Statement& statement) : compiled_(statement.get_compiled_statement()) {
   if (compiled_ == nullptr) throw sqlite_exception("Invalid statement object received.");
   last_status_ = sqlite3_step(compiled_);
   if (last_status_ == SQLITE_ERROR) throw sqlite_exception("sqlite query execution failed.");

@@ -27,8 +27,8 @@ class QueryResult {
 
   sqlite3_stmt* compiled_;
   Row first_row_;
-  int last_status_;
-  bool first_row_pending_;
+  int last_status_ = SQLITE_OK;
+  bool first_row_pending_ = false;
 };
 
 }  // namespace Altamir::Corvane::UsageReporting::SQLiteDatabase

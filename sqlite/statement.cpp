@@ -12,7 +12,7 @@ void require_bound(int result) {
 
 }  // namespace
 
-Statement::Statement(sqlite3* db, const std::string& query) : db_(db), compiled_(nullptr) {
+Statement::Statement(sqlite3* db, const std::string& query) : db_(db) {
   if (db_ == nullptr) throw sqlite_exception("Invalid database object received.");
   // The callers go by the result codes of the legacy interface, where a step that breaks a
   // constraint gives SQLITE_ERROR.

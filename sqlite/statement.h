@@ -31,7 +31,7 @@ class Statement {
 
  private:
   sqlite3* db_;
-  sqlite3_stmt* compiled_;
+  sqlite3_stmt* compiled_ = nullptr;
 };
 
 }  // namespace Altamir::Corvane::UsageReporting::SQLiteDatabase

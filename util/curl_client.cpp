@@ -15,8 +15,7 @@ bool is_success(long http_status) { return http_status >= 200 && http_status <= 
 
 CurlClient::CurlClient(const std::string& host, const std::string& path,
                        RESTCommandType command_type, const std::string& body)
-    : cert_type_(CERT_TYPE_HOST),
-      command_type_(command_type),
+    : command_type_(command_type),
       host_(host),
       path_(path),
       body_(body),

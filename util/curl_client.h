@@ -43,7 +43,7 @@ class CurlClient {
   int process_curl_response(CVClientCURL* client, int result) const;
 
  protected:
-  cert_type cert_type_;
+  cert_type cert_type_ = CERT_TYPE_HOST;
 
  private:
   RESTCommandType command_type_;

@@ -5,37 +5,11 @@
 #include <ace/OS_NS_unistd.h>
 #include <ace/Process.h>
 
-#include <array>
 #include <utility>
 
+#include "platform/standard_descriptors.h"
+
 namespace {
-
-// Holds whichever of the descriptors 0 to 2 are free, for as long as it lives. The daemon runs with
-// them closed; the spawn duplicates its three handles into the lowest free descriptors and the
-// child closes the duplicates after it has put them in place, so a duplicate that itself landed on
-// 1 or 2 would take the tool's output with it.
-class StandardDescriptorsFilled {
- public:
-  StandardDescriptorsFilled() {
-    for (int& filler : fillers_) {
-      filler = ACE_OS::open("/dev/null", O_RDWR | O_CLOEXEC);
-      if (filler > 2) {
-        ACE_OS::close(filler);
-        filler = -1;
-      }
-    }
-  }
-  ~StandardDescriptorsFilled() {
-    for (const int filler : fillers_) {
-      if (filler >= 0) ACE_OS::close(filler);
-    }
-  }
-  StandardDescriptorsFilled(const StandardDescriptorsFilled&) = delete;
-  StandardDescriptorsFilled& operator=(const StandardDescriptorsFilled&) = delete;
-
- private:
-  std::array<int, 3> fillers_{-1, -1, -1};
-};
 
 constexpr std::size_t kUsualLineBuffer = 2048;
 constexpr std::size_t kEnvironmentBuffer = 16384;
@@ -45,7 +19,7 @@ constexpr std::size_t kMaxArguments = 128;
 }  // namespace
 
 Process::Process(const std::string& command, std::string arguments)
-    : command_(command), arguments_(std::move(arguments)), redirect_(false), exit_status_(-1) {}
+    : command_(command), arguments_(std::move(arguments)) {}
 
 void Process::redirect_to_file(const std::string& path) {
   redirect_ = true;
@@ -61,7 +35,10 @@ void Process::start() {
 
   ACE_Process process;
   if (redirect_) {
-    const StandardDescriptorsFilled filled;
+    // The spawn duplicates its three handles into the lowest free descriptors, and the child closes
+    // the duplicates after it has put them in place: one that itself landed on 1 or 2, which the
+    // daemon has closed, would take the tool's output with it.
+    const corvane::StandardDescriptorsFilled filled;
     const ACE_HANDLE output =
         ACE_OS::open(output_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     options.set_handles(0, output, output);

@@ -23,7 +23,7 @@ class Process {
  private:
   std::string command_;
   std::string arguments_;
-  bool redirect_;
+  bool redirect_ = false;
   std::string output_path_;
-  int exit_status_;
+  int exit_status_ = -1;
 };
