@@ -85,11 +85,25 @@ std::string Configuration::default_value(const std::string& section, const std::
   return found == defaults_.end() ? "" : found->second;
 }
 
+// The heap finds names whatever their case: values always, sections when their hashes happen to
+// meet. Here names count as they are written.
+bool Configuration::has_section(const SectionKey& parent, const std::string& name) {
+  ACE_TString found;
+  for (int i = 0; heap_.enumerate_sections(parent, i, found) == 0; ++i) {
+    if (name == found.c_str()) return true;
+  }
+  return false;
+}
+
 std::optional<Configuration::SectionKey> Configuration::open_section(const std::string& section) {
-  SectionKey key;
-  if (import_status_ == kImportFailed ||
-      heap_.open_section(heap_.root_section(), section.c_str(), false, key) != 0) {
-    return std::nullopt;
+  if (import_status_ == kImportFailed) return std::nullopt;
+  SectionKey key = heap_.root_section();
+  std::istringstream names(section);
+  for (std::string name; std::getline(names, name, '\\');) {
+    const SectionKey parent = key;
+    if (!has_section(parent, name) || heap_.open_section(parent, name.c_str(), false, key) != 0) {
+      return std::nullopt;
+    }
   }
   return key;
 }
@@ -98,7 +112,6 @@ std::optional<std::string> Configuration::file_value(const std::string& section,
                                                      const std::string& key) {
   const auto section_key = open_section(section);
   if (!section_key) return std::nullopt;
-  // The heap finds a value whatever the case of its name; here names count as they are written.
   ACE_TString name;
   ACE_Configuration::VALUETYPE type;
   for (int i = 0; heap_.enumerate_values(*section_key, i, name, type) == 0; ++i) {

@@ -53,6 +53,7 @@ class Configuration {
   using SectionKey = ACE_Configuration_Section_Key;
 
   std::string default_value(const std::string& section, const std::string& key) const;
+  bool has_section(const SectionKey& parent, const std::string& name);
   std::optional<SectionKey> open_section(const std::string& section);
   std::optional<std::string> file_value(const std::string& section, const std::string& key);
 

@@ -190,6 +190,16 @@ TEST_F(ConfigurationTest, SectionNamesAreMatchedExactly) {
   EXPECT_EQ(Configuration(path(), 1).get_config(kGather, kFrequency), "15");
 }
 
+TEST_F(ConfigurationTest, SectionNamesThatDifferInOneLettersCase) {
+  write_file(path(), "[Sect]\nK=1\n[A\\Sub]\nK=2\n");  // the heap would find [Sect] as "sect"
+  Configuration config(path(), 1);
+  EXPECT_EQ(config.get_config("Sect", "K"), "1");
+  EXPECT_EQ(config.get_config("sect", "K"), "");
+  EXPECT_EQ(config.get_config("a\\Sub", "K"), "");
+  EXPECT_EQ(config.get_config("A\\sub", "K"), "");
+  EXPECT_EQ(config.get_config("A\\Sub", "K"), "2");
+}
+
 TEST_F(ConfigurationTest, KeyNamesAreMatchedExactly) {
   write_file(path(), "[DATA_GATHER_SETTINGS]\nlive_data_gather_frequency_in_min=20\n");
   Configuration config(path(), 1);
