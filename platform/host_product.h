@@ -38,5 +38,6 @@ void pluma_set_corvane_daemon(int is_daemon);
 // of executables the working directory when it exists (its tools are called by relative paths) and,
 // when run as root with an account configured, takes that account's groups, gid and uid for good.
 // An account that is configured but cannot be taken ends the process with status 1 and a line on
-// standard error. Returns 0.
+// standard error; so does, for root, a configuration file that is there but cannot be read, as it
+// may name an account. Returns 0.
 int enable_process_for_service_account();

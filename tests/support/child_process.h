@@ -24,6 +24,14 @@ inline void wait_for_descendants() {
   }
 }
 
+// A child that does nothing until a signal ends it, at the latest when this process ends.
+inline pid_t start_idle_child() {
+  return start_child([]() -> int {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (;;) pause();
+  });
+}
+
 // Runs `body` in a forked child and returns the child's exit status (see in_child):
 // kChildSucceeded when `body` returned and no EXPECT or ASSERT in it failed. What `body` leaves
 // running is waited for before the child ends. `limit_seconds` bounds the child itself.

@@ -143,6 +143,14 @@ TEST_F(CatalogReaderTest, AGathersTimeFilterSeesRunningJobs) {
   EXPECT_THAT(ids(jobs(kDay + 100, query)), ElementsAre("2", "1"));
 }
 
+TEST_F(CatalogReaderTest, NoFilterShowsWhatHasNotHappened) {
+  world_.load({backup_line(1, kDay, 10)});
+  const PageQuery query{.filter = "jobId eq 7 or clientName eq 'web01'"};
+  EXPECT_THAT(ids(jobs(kDay - 1, query)), IsEmpty());
+  EXPECT_THAT(ids(images(kDay + 9, query)), IsEmpty());
+  EXPECT_THAT(ids(jobs(kDay, query)), ElementsAre("1"));
+}
+
 TEST_F(CatalogReaderTest, AJobWithoutBackupIdHasNoImage) {
   std::string line = backup_line(1, kDay, 10);
   line.replace(line.find("web01_"), std::string("web01_1769817600").size(), "");

@@ -310,6 +310,7 @@ TEST_F(DebugLog, RecordsOfManyProcessesDoNotMix) {
     int child = -1;
     int number = -1;
     in >> time >> process >> level >> tag >> child >> number >> filling;
+    ASSERT_EQ(time.size(), std::string("2026-01-31T04:05:06.789Z").size()) << time;
     ASSERT_EQ(process, std::to_string(children.at(static_cast<std::size_t>(child))));
     ASSERT_EQ(number, next[child]++);
     ASSERT_EQ(filling, std::string(static_cast<std::size_t>(50 + child * 2000), 'a') + ".");

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -10,13 +11,16 @@
 
 #include "tests/support/in_child.h"
 #include "tests/unit/platform/https_fixture.h"
+#include "tests/unit/platform/sandbox.h"
 
 using corvane::HttpsEndpoint;
 using corvane::HttpsSession;
 using corvane::test::Authority;
+using corvane::test::enter_sandbox;
 using corvane::test::Exchange;
 using corvane::test::HttpsFixture;
 using corvane::test::in_child;
+using corvane::test::sandbox_is_possible;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -61,6 +65,25 @@ TEST_F(HttpsSessionTest, ServerOfAnotherAuthorityIsRefused) {
   EXPECT_EQ(get(endpoint()), CURLE_PEER_FAILED_VERIFICATION);
   EXPECT_THAT(log_lines(), ElementsAre(StartsWith(url_start() + "path: SSL certificate problem")));
   EXPECT_EQ(server.request_lines(), std::vector<std::string>{});
+}
+
+TEST_F(HttpsSessionTest, AuthorityThatOnlyTheSystemTrustsIsRefused) {
+  if (!sandbox_is_possible()) GTEST_SKIP() << "no mount namespace can be made here";
+  const char* directory = curl_version_info(CURLVERSION_NOW)->capath;
+  if (directory == nullptr || !std::filesystem::is_directory(directory)) {
+    GTEST_SKIP() << "this system trusts no authorities of its own";
+  }
+  Authority("other").write(credentials + "/ca.pem");
+  const int result = in_child([&] {
+    if (!enter_sandbox()) return 90;
+    if (mount("none", directory, "tmpfs", 0, "mode=0755") != 0) return 91;
+    authority.write(std::string(directory) + "/" + authority.hashed_name());
+    server.start();
+    const int code = get(endpoint());
+    server.stop();
+    return code;
+  });
+  EXPECT_EQ(result, CURLE_PEER_FAILED_VERIFICATION);
 }
 
 TEST_F(HttpsSessionTest, ServerOfAnotherNameIsRefused) {

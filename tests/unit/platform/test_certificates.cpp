@@ -71,6 +71,12 @@ void Authority::write(const std::string& path) const {
   write_certificate(certificate_.get(), path);
 }
 
+std::string Authority::hashed_name() const {
+  char name[16];
+  std::snprintf(name, sizeof name, "%08lx.0", X509_subject_name_hash(certificate_.get()));
+  return name;
+}
+
 void Authority::issue(const std::string& directory, const std::string& name,
                       const std::string& alternative_names, long valid_seconds) const {
   const KeyPtr key(EVP_EC_gen("P-256"));

@@ -24,6 +24,9 @@ class Authority {
   // Its own certificate, in PEM.
   void write(const std::string& path) const;
 
+  // The file name under which OpenSSL looks for it in a directory of authorities.
+  std::string hashed_name() const;
+
   // directory/name.pem and .key (mode 0600) of a new certificate for these subject alternative
   // names
   // ("DNS:localhost,IP:127.0.0.1"), valid from an hour ago for that many seconds from now.

@@ -135,8 +135,8 @@ TlsServer::TlsServer(const std::string& directory, Handler handler)
 }
 
 void TlsServer::stop() {
-  if (stop_[1] >= 0) close(stop_[1]);
-  stop_[1] = -1;
+  // Closing it would not do: another process may have inherited it.
+  [[maybe_unused]] const ssize_t written = write(stop_[1], "x", 1);
   if (acceptor_.joinable()) acceptor_.join();
   for (std::thread& servant : servants_) servant.join();
   servants_.clear();
@@ -145,6 +145,7 @@ void TlsServer::stop() {
 TlsServer::~TlsServer() {
   stop();
   close(stop_[0]);
+  close(stop_[1]);
   close(listener_);
 }
 
@@ -174,12 +175,12 @@ void TlsServer::accept_connections() {
     const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     if (socket < 0) continue;
     const std::lock_guard guard(mutex_);
-    ++counts_.connections;
-    servants_.emplace_back([this, socket] { serve(socket); });
+    const int number = ++counts_.connections;
+    servants_.emplace_back([this, socket, number] { serve(socket, number); });
   }
 }
 
-void TlsServer::serve(int socket) {
+void TlsServer::serve(int socket, int number) {
   const int at_once = 1;  // the client would wait for the rest of a handshake
   setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof at_once);
   const timeval patience{5, 0};
@@ -193,7 +194,7 @@ void TlsServer::serve(int socket) {
       ++counts_.handshakes;
       if (SSL_session_reused(connection.get()) == 1) ++counts_.resumptions;
     }
-    serve_requests(connection.get(), socket);
+    serve_requests(connection.get(), socket, number);
     SSL_shutdown(connection.get());
   }
   close(socket);
@@ -210,12 +211,12 @@ bool TlsServer::wait_until_ended(int connections) const {
   return true;
 }
 
-void TlsServer::serve_requests(SSL* connection, int socket) {
+void TlsServer::serve_requests(SSL* connection, int socket, int number) {
   const std::string client = client_name(connection);
   for (;;) {
     std::string head = read_head(connection, socket, stop_[0]);
     if (head.empty()) return;
-    Exchange exchange(connection, socket, stop_[0], client, std::move(head));
+    Exchange exchange(connection, socket, stop_[0], number, client, std::move(head));
     {
       const std::lock_guard guard(mutex_);
       request_lines_.push_back(exchange.request_line());

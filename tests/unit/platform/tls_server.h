@@ -17,16 +17,19 @@ namespace corvane::test {
 // One request as it came, and what is done about it.
 class Exchange {
  public:
-  Exchange(SSL* connection, int socket, int stop, std::string client, std::string head)
+  Exchange(SSL* connection, int socket, int stop, int number, std::string client, std::string head)
       : connection_(connection),
         socket_(socket),
         stop_(stop),
+        number_(number),
         client_(std::move(client)),
         head_(std::move(head)) {}
 
   // The request line and headers, with the empty line that ends them.
   const std::string& head() const { return head_; }
   std::string request_line() const { return head_.substr(0, head_.find("\r\n")); }
+  // Of the connection; the first is 1.
+  int number() const { return number_; }
   // The common name in the client's certificate.
   const std::string& client() const { return client_; }
 
@@ -50,6 +53,7 @@ class Exchange {
   SSL* connection_;
   int socket_;
   int stop_;
+  int number_;
   std::string client_;
   std::string head_;
   bool closed_ = false;
@@ -96,8 +100,8 @@ class TlsServer {
 
   int counted(int Counts::*count) const;
   void accept_connections();
-  void serve(int socket);
-  void serve_requests(SSL* connection, int socket);
+  void serve(int socket, int number);
+  void serve_requests(SSL* connection, int socket, int number);
 
   std::unique_ptr<SSL_CTX, FreeContext> context_;
   Handler handler_;

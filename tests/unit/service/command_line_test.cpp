@@ -20,6 +20,7 @@ using corvane::test::process_calls;
 using corvane::test::read_file;
 using corvane::test::report_of;
 using corvane::test::report_text;
+using corvane::test::start_idle_child;
 using corvane::test::wait_for_descendants;
 using corvane::test::write_file;
 using ::testing::ElementsAre;
@@ -288,10 +289,7 @@ TEST_F(CommandLineTest, StopWhenNoDaemonRunsPrintsTheFailureAndTheSuccess) {
 TEST_F(CommandLineTest, StopOfARunningDaemon) {
   EXPECT_EQ(
       in_child([this] {
-        const pid_t daemon = fork();
-        if (daemon == 0) {
-          for (;;) pause();
-        }
+        const pid_t daemon = start_idle_child();
         fake.processes["cvanomalymgmt"] = {daemon};
         EXPECT_EQ(run({"cvanomalymgmt", "-stop"}),
                   (Outcome{0, "\nSuccessfully stopped the service\n", ""}));

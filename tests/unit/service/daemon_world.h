@@ -1,6 +1,7 @@
 // What the tests of the daemon share: its names, what it logs, and a world in which it can run.
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,9 @@ inline constexpr char kDisabled[] =
 
 using Log = std::vector<fake::LogLine>;
 
-inline Log operator+(Log log, const Log& more) {
-  log.insert(log.end(), more.begin(), more.end());
+inline Log joined(std::initializer_list<Log> parts) {
+  Log log;
+  for (const Log& part : parts) log.insert(log.end(), part.begin(), part.end());
   return log;
 }
 
@@ -37,7 +39,7 @@ inline Log survived(const std::string& name) {
           service(16, "process is still running"),
           handle(8, "Not able to stop [" + name + "], still running")};
 }
-inline Log companions_stopped() { return stopped(kAlert) + stopped(kDetect); }
+inline Log companions_stopped() { return joined({stopped(kAlert), stopped(kDetect)}); }
 
 }  // namespace corvane::test
 

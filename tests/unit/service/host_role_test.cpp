@@ -243,6 +243,13 @@ TEST_F(HostRoleTest, TheOutputFileIsThereAndEmptyWhenTheToolStarts) {
   EXPECT_TRUE(exists(scratch_("empty")));
 }
 
+TEST_F(HostRoleTest, TheOutputFileIsHeldOpenWhileTheToolRuns) {
+  // After a while this process has closed the descriptor that it made for the tool.
+  make_tool("sleep 0.05\nreadlink /proc/$PPID/fd/* > " + scratch_("held") + "\n");
+  anomaly_server();
+  EXPECT_THAT(read_file(scratch_("held")), ::testing::HasSubstr(scratch_output() + "\n"));
+}
+
 TEST_F(HostRoleTest, AMissingDatabaseDirectoryIsLoggedAndTheToolIsNotRun) {
   std::filesystem::remove_all(database_directory());
   make_tool("touch " + scratch_("ran") + "\n");

@@ -19,17 +19,18 @@ namespace {
 
 using corvane::fake::log_lines;
 using corvane::test::companions_stopped;
+using corvane::test::joined;
 using corvane::test::kAlert;
 using corvane::test::kChildSucceeded;
 using corvane::test::kDetect;
 using corvane::test::kDisabled;
 using corvane::test::kService;
-using corvane::test::Log;
 using corvane::test::process_calls;
 using corvane::test::read_file;
 using corvane::test::report_of;
 using corvane::test::report_text;
 using corvane::test::service;
+using corvane::test::start_idle_child;
 using corvane::test::status_of;
 using corvane::test::stopped;
 using corvane::test::survived;
@@ -39,7 +40,22 @@ using std::filesystem::exists;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-using ServiceControlTest = DaemonWorld;
+// How long the parent of a new daemon waits for its count.
+constexpr std::chrono::seconds kGivesUpAfter{2};
+
+class ServiceControlTest : public DaemonWorld {
+ protected:
+  // In the new daemon: waits, within reason, until its parent has called parent_has_left.
+  void await_parent_has_left() {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!exists(scratch_("parent_has_left")) && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    write_file(scratch_("waited"), exists(scratch_("parent_has_left")) ? "yes" : "no");
+  }
+
+  void parent_has_left() { write_file(scratch_("parent_has_left"), ""); }
+};
 
 // --- Log ---
 
@@ -135,23 +151,39 @@ TEST_F(ServiceControlTest, TheParentStaysUntilItsChildHasCounted) {
             kChildSucceeded);
 }
 
+TEST_F(ServiceControlTest, TheParentLeavesOnceItsChildHasCounted) {
+  configure(kDisabled);
+  EXPECT_EQ(in_child([this] {
+              fake.processes[kService] = {4711};
+              fake.on_sleep = [this](unsigned) {
+                if (process_calls().depth == 1) await_parent_has_left();
+              };
+              testing::internal::CaptureStdout();
+              const auto begin = std::chrono::steady_clock::now();
+              EXPECT_EQ(StartSvc("not used"), 0);
+              EXPECT_LT(std::chrono::steady_clock::now() - begin, kGivesUpAfter);
+              parent_has_left();
+              wait_for_descendants();
+              testing::internal::GetCapturedStdout();
+            }),
+            kChildSucceeded);
+}
+
 TEST_F(ServiceControlTest, TheParentDoesNotWaitForeverForItsChild) {
   configure(kDisabled);
   EXPECT_EQ(in_child([this] {
               fake.processes[kService] = {4711};
               fake.on_look = [this](const std::string& name, int) {
-                if (name != kService || process_calls().depth != 1) return;
-                while (!exists(scratch_("parent_has_left"))) {
-                  std::this_thread::sleep_for(std::chrono::milliseconds(5));
-                }
+                if (name == kService && process_calls().depth == 1) await_parent_has_left();
               };
               testing::internal::CaptureStdout();
               EXPECT_EQ(StartSvc("not used"), 0);
-              write_file(scratch_("parent_has_left"), "");
+              parent_has_left();
               wait_for_descendants();
               testing::internal::GetCapturedStdout();
             }),
             kChildSucceeded);
+  EXPECT_EQ(read_file(scratch_("waited")), "yes") << "the parent left only after its child";
 }
 
 TEST_F(ServiceControlTest, AChildThatDiesBeforeItHasCountedDoesNotHoldItsParentUp) {
@@ -163,7 +195,7 @@ TEST_F(ServiceControlTest, AChildThatDiesBeforeItHasCountedDoesNotHoldItsParentU
               testing::internal::CaptureStdout();
               const auto before = std::chrono::steady_clock::now();
               EXPECT_EQ(StartSvc("not used"), 0);
-              EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+              EXPECT_LT(std::chrono::steady_clock::now() - before, kGivesUpAfter);
               testing::internal::GetCapturedStdout();
             }),
             kChildSucceeded);
@@ -262,9 +294,9 @@ TEST_F(ServiceControlTest, TheChildOpensTheLogDetachesAndIsTheDaemon) {
             kChildSucceeded);
   EXPECT_EQ(read_file(scratch_("detached")), "yes");
   EXPECT_EQ(report_of(1),
-            report_text(configured() +
-                            Log{service(16, "cvanomalymgmt service state is disabled. Exiting")} +
-                            companions_stopped(),
+            report_text(joined({configured(),
+                                {service(16, "cvanomalymgmt service state is disabled. Exiting")},
+                                companions_stopped()}),
                         "exit 0"));
 }
 
@@ -280,9 +312,10 @@ TEST_F(ServiceControlTest, TheDaemonEndsWithTheResultOfItsBody) {
             }),
             kChildSucceeded);
   EXPECT_EQ(report_of(1),
-            report_text(configured() +
-                            Log{service(16, "cvanomalymgmt service state is disabled. Exiting")} +
-                            stopped(kAlert) + survived(kDetect),
+            report_text(joined({configured(),
+                                {service(16, "cvanomalymgmt service state is disabled. Exiting")},
+                                stopped(kAlert),
+                                survived(kDetect)}),
                         "exit 1"));
 }
 
@@ -296,12 +329,7 @@ TEST_F(ServiceControlTest, StopAsksTheCompanionsToEndAndFailsWithoutADaemon) {
 
 TEST_F(ServiceControlTest, StopSendsSigtermToEveryDaemonInOrder) {
   std::vector<pid_t> daemons;
-  for (int i = 0; i < 2; ++i) {
-    daemons.push_back(fork());
-    if (daemons.back() == 0) {
-      for (;;) pause();
-    }
-  }
+  for (int i = 0; i < 2; ++i) daemons.push_back(start_idle_child());
   fake.processes[kService] = {daemons[1], daemons[0]};
   EXPECT_EQ(StopSvc("not used"), 0);
   for (const pid_t daemon : daemons) {

@@ -15,6 +15,7 @@ using corvane::fake::log_lines;
 using corvane::fake::LogLine;
 using corvane::test::companions_stopped;
 using corvane::test::handle;
+using corvane::test::joined;
 using corvane::test::kAlert;
 using corvane::test::kChildSucceeded;
 using corvane::test::kDetect;
@@ -34,7 +35,7 @@ class SvcMainTest : public DaemonWorld {
   // Expects the body to log this between its configuration and the end of the companions.
   void expect_ends_after(const Log& log) {
     EXPECT_EQ(SVC_MAIN(), 0);
-    EXPECT_THAT(log_lines(), ElementsAreArray(configured() + log + companions_stopped()));
+    EXPECT_THAT(log_lines(), ElementsAreArray(joined({configured(), log, companions_stopped()})));
     EXPECT_THAT(fake.terminated, ElementsAre(kAlert, kDetect));
   }
 };
@@ -60,16 +61,17 @@ TEST_F(SvcMainTest, WithoutTheParentNoDatabaseDirectoryIsMade) {
   EXPECT_EQ(SVC_MAIN(), 0);
   testing::internal::GetCapturedStdout();
   EXPECT_FALSE(exists(database_directory()));
-  EXPECT_THAT(log_lines(),
-              ElementsAreArray(Log{service(2, "Database directory:[" + database_directory() +
-                                                  "] does not exist. Will create it")} +
-                               configured() +
-                               Log{service(2, "\nDatabase directory: " + database_directory() +
-                                                  " does not exit.\n"),
-                                   service(16, "Failed to create database object"),
-                                   service(16, "Exception occured while initialising database"),
-                                   service(16, "Error occurred while gathering data")} +
-                               companions_stopped()));
+  EXPECT_THAT(
+      log_lines(),
+      ElementsAreArray(joined(
+          {{service(2, "Database directory:[" + database_directory() +
+                           "] does not exist. Will create it")},
+           configured(),
+           {service(2, "\nDatabase directory: " + database_directory() + " does not exit.\n"),
+            service(16, "Failed to create database object"),
+            service(16, "Exception occured while initialising database"),
+            service(16, "Error occurred while gathering data")},
+           companions_stopped()})));
 }
 
 TEST_F(SvcMainTest, AnUnknownInstallDirectoryIsAnEmptyDatabaseDirectory) {
@@ -84,15 +86,14 @@ TEST_F(SvcMainTest, AnUnknownInstallDirectoryIsAnEmptyDatabaseDirectory) {
             "\nDatabase directory  does not exit. Will create it.\n");
   EXPECT_THAT(
       log_lines(),
-      ElementsAreArray(
-          Log{unknown, service(2, "Database directory:[] does not exist. Will create it"), unknown,
-              unknown, no_location, no_config_path, service(2, "m_database_location:[]"),
-              service(2, "m_database_name:[CV_Anomaly.db]"), service(2, "m_gather_mode:[FULL]"),
-              service(2, "m_data_fetch_interval_in_mins:[15]"), unknown, no_location,
-              no_config_path, unknown, unknown,
-              service(2, "\nDatabase directory:  does not exit.\n"),
-              service(4, "Running on different anomaly proxy server. Exiting")} +
-          companions_stopped()));
+      ElementsAreArray(joined(
+          {{unknown, service(2, "Database directory:[] does not exist. Will create it"), unknown,
+            unknown, no_location, no_config_path, service(2, "m_database_location:[]"),
+            service(2, "m_database_name:[CV_Anomaly.db]"), service(2, "m_gather_mode:[FULL]"),
+            service(2, "m_data_fetch_interval_in_mins:[15]"), unknown, no_location, no_config_path,
+            unknown, unknown, service(2, "\nDatabase directory:  does not exit.\n"),
+            service(4, "Running on different anomaly proxy server. Exiting")},
+           companions_stopped()})));
 }
 
 TEST_F(SvcMainTest, AServiceThatCannotBeConfiguredLeavesTheCompanionsAlone) {
@@ -159,9 +160,10 @@ TEST_F(SvcMainTest, AnAlertDaemonThatStaysIsLoggedAndTheDetectionDaemonsResultCo
   EXPECT_EQ(SVC_MAIN(), 0);
   EXPECT_THAT(
       log_lines(),
-      ElementsAreArray(configured() +
-                       Log{service(16, "cvanomalymgmt service state is disabled. Exiting")} +
-                       survived(kAlert) + stopped(kDetect)));
+      ElementsAreArray(joined({configured(),
+                               {service(16, "cvanomalymgmt service state is disabled. Exiting")},
+                               survived(kAlert),
+                               stopped(kDetect)})));
 }
 
 TEST_F(SvcMainTest, ADetectionDaemonThatStaysMakesTheResult1) {
