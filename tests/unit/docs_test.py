@@ -6,7 +6,7 @@ from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
 GUIDE = (PROJECT / "docs/operating.md").read_text()
-ROOMS = ("service", "management", "gather", "config", "util", "sqlite")
+ROOMS = ("service", "management", "gather", "config", "util", "sqlite", "companions/detect")
 LITERAL = r'"(?:[^"\\]|\\.)*"'
 
 

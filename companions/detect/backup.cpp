@@ -1,0 +1,105 @@
+#include "companions/detect/backup.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace corvane::detect {
+
+namespace {
+
+constexpr std::array<std::string_view, 5> kScheduleTypes{
+    "FULL", "DIFFERENTIAL_INCREMENTAL", "USER_BACKUP", "USER_ARCHIVE", "CUMULATIVE_INCREMENTAL"};
+
+constexpr double kPackedPerOctave = 1024;
+constexpr double kPackedZero = 20;  // octaves below 1 that can still be told from 0
+
+std::string fold(std::string_view text) {
+  std::string folded(text);
+  for (char& letter : folded) {
+    if (letter >= 'a' && letter <= 'z') letter = static_cast<char>(letter - 'a' + 'A');
+    if (letter == '-' || letter == ' ') letter = '_';
+  }
+  return folded;
+}
+
+bool is_known_app(const std::string& app) { return !app.empty() && app != "NONE"; }
+bool is_known_destination(const std::string& name) { return !name.empty() && name != "NA"; }
+
+// 0: unknown.
+std::uint16_t pack(double number) {
+  if (!(number >= 0)) return 0;
+  const double octaves = std::log2(number + std::exp2(-kPackedZero)) + kPackedZero;
+  return static_cast<std::uint16_t>(std::clamp(octaves * kPackedPerOctave + 1, 1.0, 65535.0));
+}
+
+double unpack(std::uint16_t packed) {
+  if (packed == 0) return -1;
+  const double number = std::exp2((packed - 1) / kPackedPerOctave - kPackedZero);
+  return packed == 1 ? 0 : number;
+}
+
+std::uint32_t hash(std::string_view text) {
+  std::uint32_t sum = 2166136261U;
+  for (const char letter : text) sum = (sum ^ static_cast<unsigned char>(letter)) * 16777619U;
+  return sum;
+}
+
+// What is no amount is unknown. Nobody backs up more than kMost files or KB.
+float amount(double number) {
+  constexpr double kMost = 1e15;
+  return number >= 0 ? static_cast<float>(std::min(number, kMost)) : -1.0F;
+}
+
+}  // namespace
+
+std::string fold_policy_type(std::string_view text) { return fold(text); }
+
+std::string fold_schedule_type(std::string_view text) {
+  if (text.size() == 1 && text[0] >= '0' &&
+      text[0] < '0' + static_cast<int>(kScheduleTypes.size())) {
+    return std::string(kScheduleTypes[static_cast<std::size_t>(text[0] - '0')]);
+  }
+  return fold(text);
+}
+
+bool StreamKey::is_incremental() const {
+  return schedule_type.find("INCREMENTAL") != std::string::npos;
+}
+
+std::string StreamKey::family() const {
+  return client_and_policy() + '\n' + policy_type + '\n' + schedule_type + '\n' + schedule_name;
+}
+
+std::string StreamKey::client_and_policy() const { return client + '\n' + policy; }
+
+std::string StreamKey::text() const {
+  return client + '/' + policy + '/' + policy_type + '/' + schedule_type + '/' + schedule_name +
+         '/' + app_type + '/' + destination;
+}
+
+bool StreamKey::matches(const StreamKey& other) const {
+  const bool same_app =
+      app_type == other.app_type || !is_known_app(app_type) || !is_known_app(other.app_type);
+  const bool same_destination = destination == other.destination ||
+                                !is_known_destination(destination) ||
+                                !is_known_destination(other.destination);
+  return same_app && same_destination && client == other.client && policy == other.policy &&
+         policy_type == other.policy_type && schedule_type == other.schedule_type &&
+         schedule_name == other.schedule_name;
+}
+
+Observation::Observation(const Backup& backup)
+    : time_(backup.time),
+      key_hash_(hash(backup.unique_key)),
+      files_(amount(backup.figures.files)),
+      size_kb_(amount(backup.figures.size_kb)),
+      transferred_kb_(amount(backup.figures.transferred_kb)),
+      ratio_(pack(backup.figures.ratio)),
+      seconds_(pack(backup.figures.seconds)) {}
+
+Figures Observation::figures() const {
+  return {files_, size_kb_, transferred_kb_, unpack(ratio_), unpack(seconds_)};
+}
+
+}  // namespace corvane::detect

@@ -1,0 +1,70 @@
+// The detection over one database: reads the history once, then judges what is new, pass by pass.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "companions/detect/model.h"
+#include "companions/detect/store.h"
+
+namespace corvane::detect {
+
+// By time of backup; of equal times whole copies first, since they know more about a night.
+bool judged_before(const Backup& a, const Backup& b);
+
+struct PassCounts {
+  std::size_t normal = 0;
+  std::size_t learning = 0;
+  std::size_t anomalous = 0;
+};
+
+// What a pass writes it writes in short transactions of some rows each, which hold all that belongs
+// to a row: a process that dies anywhere leaves each row either judged or waiting. After an
+// exception (sqlite_exception) the object is of no use; make a new one.
+class Detector {
+ public:
+  // `stop` is asked between rows; when it gives true a pass ends early.
+  Detector(const std::string& database, const Settings& settings, std::function<bool()> stop);
+
+  // Whether anybody has written since the last pass, or the first pass is still to come.
+  bool has_news();
+
+  // Judges what waits and follows the feedback. Throws sqlite_exception.
+  PassCounts pass();
+
+  void set_settings(const Settings& settings) { model_.set_settings(settings); }
+  const Model& model() const { return model_; }
+
+ private:
+  void load();
+  void read_new_history();
+  void read_new_rows();
+  void start_over();
+  void judge_waiting(PassCounts& counts);
+  void judge_some(std::size_t begin, std::size_t end, PassCounts& counts);
+  void judge(const WaitingRow& row, PassCounts& counts);
+  void accept(const WaitingRow& row);
+  void report(const WaitingRow& row, const Verdict& verdict);
+  void say_adopted(const Backup& backup);
+  void say_inconclusive(const Backup& backup, const Verdict& verdict);
+  void keep_eps(const StreamKey& stream);
+  void follow_feedback();
+  void apply_feedback(const std::string& anomaly_id, bool false_positive);
+
+  Store store_;
+  Model model_;
+  std::function<bool()> stop_;
+  bool loaded_ = false;
+  std::int64_t seen_version_ = -1;
+  std::int64_t last_history_ = 0;
+  std::int64_t last_row_ = 0;
+  std::vector<WaitingRow> waiting_;
+  std::map<std::string, bool> feedback_;                // as followed so far
+  std::unordered_map<std::string, double> stored_eps_;  // by stream
+};
+
+}  // namespace corvane::detect

@@ -1,0 +1,106 @@
+// Whether a backup is anomalous, judged against what its stream and its source did before. Works on
+// memory alone; the same inputs give the same verdict.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "companions/detect/backup.h"
+#include "companions/detect/cause.h"
+#include "companions/detect/dbscan.h"
+#include "companions/detect/features.h"
+
+namespace corvane::detect {
+
+struct Settings {
+  double eps = 2.5;  // in units of a stream's spread, before the sensitivity
+  std::size_t min_samples = 3;
+  double sensitivity = 0;  // percent, -100 to 100; the more, the smaller eps
+  std::size_t min_observations = 30;
+  std::size_t max_observations = 3000;
+  int days_to_ignore = 365;  // after a pause longer than this a stream learns anew
+  int purge_months = 12;     // of 30 days; older history does not count
+
+  double effective_eps() const;
+};
+
+enum class Outcome {
+  kLearning,      // too little history, and no other stream that could tell
+  kInconclusive,  // more than a third of the history is noise itself
+  kNormal,
+  kAdopted,  // the last of several runs that agree with each other: the new normal
+  kAnomalous,
+};
+
+// Everything that a verdict depends on. Spans are by time.
+struct Question {
+  Observation record;
+  bool incremental = false;
+  std::span<const Observation> history;    // accepted backups of the stream
+  std::span<const Observation> by_people;  // reported ones that were false positives
+  std::span<const Observation> held;       // reported ones, newest last
+  std::span<const Observation> whole;      // whole copies of the same source by another stream
+  // The latest whole copy of the same source within half a day before the record, reported or not.
+  const Observation* same_night = nullptr;
+  // It was judged normal, by a stream that can tell encrypted content.
+  bool same_night_is_normal = false;
+};
+
+struct FeatureView {
+  bool known = false;  // of this backup
+  bool used = false;
+  double value = 0;  // files, KB, KB, ratio, seconds
+  double low = 0;    // the usual range
+  double usual = 0;
+  double high = 0;
+  double deviation = 0;  // in units of the spread
+};
+
+struct Verdict {
+  Outcome outcome = Outcome::kNormal;
+  std::size_t observations = 0;  // of history
+  double eps = 0;
+  double noise_share = 0;        // of the history
+  bool by_other_stream = false;  // judged by what another stream of the source knows
+  bool sustained = false;        // several runs in a row that together are too much
+  std::array<FeatureView, kFeatures> features;
+  Change change;
+  std::vector<Cause> causes;  // the likeliest first; only when anomalous
+  int severity = 0;           // 1 to 3; only when anomalous
+};
+
+class Judge {
+ public:
+  Verdict judge(const Question& question, const Settings& settings);
+
+ private:
+  using Deviations = std::array<double, kFeatures>;
+
+  bool judge_by_whole_copies(Verdict& verdict);
+  void judge_by_history(Verdict& verdict);
+  bool is_noise(std::span<const double> point, double& noise_share);
+  bool is_material(const Raw& raw, const Deviations& away, double eps) const;
+  bool is_sustained();
+  double effort(const Observation& backup) const;
+  bool people_accepted(const Deviations& away, double eps) const;
+  bool is_lasting_change(std::span<const Observation> accepted, const Raw& raw,
+                         const Deviations& away, double eps) const;
+  bool stores_much(const Raw& raw) const;
+  Deviations deviations_of(const Observation& backup) const;
+  void view_features(const Raw& raw, const Observation* before, const Deviations& away,
+                     Verdict& verdict) const;
+  Change change_of() const;
+
+  const Question* question_ = nullptr;
+  const Settings* settings_ = nullptr;
+  Frame frame_;
+  ScaledHistory scaled_;
+  Dbscan dbscan_;
+  std::vector<double> point_;
+  std::vector<double> efforts_;
+};
+
+}  // namespace corvane::detect

@@ -1,0 +1,60 @@
+#include <sys/stat.h>
+
+#include <climits>
+#include <string>
+
+#include "companions/detect/daemon.h"
+#include "companions/detect/options.h"
+#include "platform/console.h"
+#include "platform/debug_log.h"
+#include "platform/host_product.h"
+#include "platform/standard_descriptors.h"
+
+namespace {
+
+// Without its log the detection still works; nobody may be there to read about it.
+void open_log() {
+  char install_dir[PATH_MAX];
+  if (getCVInstallDir(install_dir, sizeof install_dir) != 0) return;
+  int status = 0;
+  const std::string directory = std::string(install_dir) + "corvane/logs";
+  open_debug_log(directory.c_str(), "cvanomalydetect", "cvanomalydetect", 0644, &status);
+}
+
+int dispatch(const corvane::detect::Options& options) {
+  using Mode = corvane::detect::Options::Mode;
+  switch (options.mode) {
+    case Mode::kOnce:
+      return run_once(options);
+    case Mode::kBacktest:
+      return run_backtest(options);
+    case Mode::kExplain:
+      return run_explain(options);
+    case Mode::kHelp:
+      corvane::write_console(corvane::detect::usage());
+      return 0;
+    case Mode::kDaemon:
+      break;
+  }
+  pluma_set_corvane_daemon(1);
+  return run_daemon(options);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  // The service starts its companions with descriptors 0 to 2 closed.
+  const corvane::StandardDescriptorsFilled filled;
+  corvane::detect::Options options;
+  const std::string error = corvane::detect::parse_options(argc - 1, argv + 1, options);
+  if (!error.empty()) {
+    corvane::write_console_error(error + "\n" + corvane::detect::usage());
+    return 2;
+  }
+  umask(022);
+  if (options.mode != corvane::detect::Options::Mode::kHelp) {
+    enable_process_for_service_account();
+    open_log();
+  }
+  return dispatch(options);
+}

@@ -1,0 +1,218 @@
+#include "companions/detect/model.h"
+
+#include <algorithm>
+
+namespace corvane::detect {
+
+namespace {
+
+constexpr std::int32_t kDay = 86400;
+constexpr std::int32_t kNight = kDay / 2;
+constexpr std::size_t kHeldRemembered = 8;
+
+void insert(auto& into, const Observation& observation) {
+  const auto place = std::lower_bound(into.begin(), into.end(), observation);
+  if (place != into.end() && place->is_same_row(observation)) {
+    *place = observation;
+  } else {
+    into.insert(place, observation);
+  }
+}
+
+// The newest that is not after `time`, or the first one; null when there is none.
+const Observation* newest_at(const std::deque<Observation>& history, std::int32_t time) {
+  const auto after = std::upper_bound(
+      history.begin(), history.end(), time,
+      [](std::int32_t value, const Observation& other) { return value < other.time(); });
+  if (history.empty()) return nullptr;
+  return after == history.begin() ? &history.front() : &*(after - 1);
+}
+
+}  // namespace
+
+Stream& Model::stream_of(const StreamKey& key) {
+  Stream*& stream = by_text_[key.text()];
+  if (stream == nullptr) {
+    streams_.push_back(std::make_unique<Stream>());
+    stream = streams_.back().get();
+    stream->key = key;
+    sources_[key.client_and_policy()].streams.push_back(stream);
+  }
+  return *stream;
+}
+
+void Model::learn(const Backup& backup, int cluster) {
+  Stream& stream = stream_of(backup.stream);
+  const Observation observation(backup);
+  if (cluster != -1) {
+    insert(stream.by_people, observation);
+    stream.last_cluster = std::max(stream.last_cluster, cluster);
+    std::erase_if(stream.held,
+                  [&](const Held& held) { return held.unique_key == backup.unique_key; });
+    return;
+  }
+  if (settled_) {
+    insert(stream.history, observation);
+    if (stream.history.size() > settings_.max_observations) stream.history.pop_front();
+  } else {
+    stream.history.push_back(observation);
+  }
+  if (backup.time >= stream.last_good.time) stream.last_good = {backup.backup_id, backup.time};
+}
+
+void Model::hold(const Backup& backup, const std::string& incident) {
+  Stream& stream = stream_of(backup.stream);
+  std::erase_if(stream.held,
+                [&](const Held& held) { return held.unique_key == backup.unique_key; });
+  stream.held.push_back({Observation(backup), backup.unique_key, incident});
+  std::sort(stream.held.begin(), stream.held.end(),
+            [](const Held& a, const Held& b) { return a.observation < b.observation; });
+  if (stream.held.size() > kHeldRemembered) stream.held.erase(stream.held.begin());
+}
+
+void Model::forget_false_positive(const Backup& backup) {
+  const Observation gone(backup);
+  std::erase_if(stream_of(backup.stream).by_people,
+                [&](const Observation& other) { return other.is_same_row(gone); });
+}
+
+void Model::settle() {
+  if (settled_) return;
+  for (const auto& stream : streams_) {
+    auto& history = stream->history;
+    // The latest of the same row counts.
+    if (!std::is_sorted(history.begin(), history.end())) {
+      std::stable_sort(history.begin(), history.end());
+    }
+    auto kept = history.begin();
+    for (auto at = history.begin(); at != history.end(); ++at) {
+      if (at + 1 != history.end() && at->is_same_row(*(at + 1))) continue;
+      *kept++ = *at;
+    }
+    history.erase(kept, history.end());
+    if (history.size() > settings_.max_observations) {
+      history.erase(history.begin(),
+                    history.end() - static_cast<std::ptrdiff_t>(settings_.max_observations));
+    }
+  }
+  settled_ = true;
+}
+
+void Model::clear() {
+  streams_.clear();
+  by_text_.clear();
+  sources_.clear();
+  settled_ = false;
+}
+
+// Merges what matches: rows that do not know their application type or destination belong to
+// every stream of the family.
+void Model::collect(const StreamKey& key, std::int32_t time, std::vector<Observation>& history,
+                    std::vector<Observation>& by_people, std::vector<Observation>& held) {
+  history.clear();
+  by_people.clear();
+  held.clear();
+  std::size_t parts = 0;
+  for (const Stream* stream : sources_[key.client_and_policy()].streams) {
+    const bool same_kind = !key.is_incremental() && !stream->key.is_incremental();
+    if (same_kind || stream->key.matches(key)) {
+      for (const Held& other : stream->held) held.push_back(other.observation);
+    }
+    if (!stream->key.matches(key)) continue;
+    const bool merge = !history.empty() && !stream->history.empty();
+    history.insert(history.end(), stream->history.begin(), stream->history.end());
+    if (merge)
+      std::inplace_merge(history.begin(),
+                         history.end() - static_cast<std::ptrdiff_t>(stream->history.size()),
+                         history.end());
+    by_people.insert(by_people.end(), stream->by_people.begin(), stream->by_people.end());
+    ++parts;
+  }
+  if (parts > 1) std::sort(by_people.begin(), by_people.end());
+  std::sort(held.begin(), held.end());
+  keep_newest(history, time);
+}
+
+// The newest observations up to the pause after which a stream learns anew.
+void Model::keep_newest(std::vector<Observation>& history, std::int32_t time) const {
+  const std::int64_t longest = std::int64_t{settings_.days_to_ignore} * kDay;
+  const std::int64_t oldest = std::int64_t{time} - std::int64_t{settings_.purge_months} * 30 * kDay;
+  std::int64_t later = time;
+  std::size_t kept = 0;
+  for (auto at = history.rbegin(); at != history.rend() && kept < settings_.max_observations;
+       ++at) {
+    if (later - at->time() > longest || at->time() < oldest) break;
+    later = std::min<std::int64_t>(later, at->time());
+    ++kept;
+  }
+  history.erase(history.begin(), history.end() - static_cast<std::ptrdiff_t>(kept));
+}
+
+// Of the streams that copy this source whole, the one that has done so most often.
+void Model::find_whole_copies(const Backup& backup, Question& question) {
+  whole_.clear();
+  const Stream* best = nullptr;
+  const Stream* night_stream = nullptr;
+  bool night_is_held = false;
+  const auto consider = [&](const Stream* stream, const Observation& copy, bool held) {
+    if (copy.time() > backup.time || backup.time - copy.time() > kNight) return;
+    if (night_stream != nullptr && copy.time() < same_night_.time()) return;
+    same_night_ = copy;
+    night_stream = stream;
+    night_is_held = held;
+  };
+  for (const Stream* stream : sources_[backup.stream.client_and_policy()].streams) {
+    if (stream->key.is_incremental() || stream->key.matches(backup.stream)) continue;
+    if (!stream->history.empty()) {
+      if (best == nullptr || stream->history.size() > best->history.size()) best = stream;
+      consider(stream, *newest_at(stream->history, backup.time), false);
+    }
+    for (const Held& held : stream->held) consider(stream, held.observation, true);
+  }
+  if (best == nullptr) return;
+  std::vector<Observation> held;
+  collect(best->key, backup.time, whole_, unused_, held);
+  question.whole = whole_;
+  if (night_stream == nullptr) return;
+  question.same_night = &same_night_;
+  question.same_night_is_normal = !night_is_held &&
+                                  night_stream->history.size() >= settings_.min_observations &&
+                                  same_night_.figures().transferred_kb >= 0;
+}
+
+Verdict Model::judge(const Backup& backup) {
+  settle();
+  Question question;
+  question.record = Observation(backup);
+  question.incremental = backup.stream.is_incremental();
+  collect(backup.stream, backup.time, history_, by_people_, held_);
+  question.history = history_;
+  question.by_people = by_people_;
+  question.held = held_;
+  find_whole_copies(backup, question);
+  return judge_.judge(question, settings_);
+}
+
+LastGood Model::last_good_of(const StreamKey& key) {
+  LastGood latest;
+  for (const Stream* stream : sources_[key.client_and_policy()].streams) {
+    if (stream->key.matches(key) && stream->last_good.time >= latest.time) {
+      latest = stream->last_good;
+    }
+  }
+  return latest;
+}
+
+std::string Model::incident_of(const Backup& backup) {
+  const Stream& stream = stream_of(backup.stream);
+  for (auto held = stream.held.rbegin(); held != stream.held.rend(); ++held) {
+    if (held->observation.time() > backup.time) continue;
+    const Observation* good = newest_at(stream.history, backup.time);
+    const bool broken =
+        good != nullptr && good->time() > held->observation.time() && good->time() <= backup.time;
+    return broken ? backup.unique_key : held->incident;
+  }
+  return backup.unique_key;
+}
+
+}  // namespace corvane::detect

@@ -1,0 +1,94 @@
+// Every stream's history in memory, and the verdicts over it. Owned by one thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "companions/detect/backup.h"
+#include "companions/detect/details.h"
+#include "companions/detect/judge.h"
+
+namespace corvane::detect {
+
+// A reported backup, as its stream remembers it.
+struct Held {
+  Observation observation;
+  std::string unique_key;
+  std::string incident;  // the unique key of the incident's first backup
+};
+
+struct Stream {
+  StreamKey key;
+  // Accepted, by time once settled. A deque, since vectors that grow side by side leave holes.
+  std::deque<Observation> history;
+  std::vector<Observation> by_people;  // false positives, by time
+  std::vector<Held> held;              // the latest reported ones, by time
+  LastGood last_good;
+  int last_cluster = 0;           // of people's; each false positive has its own
+  std::string said_inconclusive;  // the day that this was last said for
+};
+
+class Model {
+ public:
+  explicit Model(const Settings& settings) : settings_(settings) {}
+  void set_settings(const Settings& settings) { settings_ = settings; }
+  const Settings& settings() const { return settings_; }
+
+  // A row of the history: accepted (cluster -1), or a false positive by people. A row with the same
+  // key takes the place of its former self. During the first load call settle() at the end.
+  void learn(const Backup& backup, int cluster);
+  // A row that was reported and is not in the history.
+  void hold(const Backup& backup, const std::string& incident);
+  // Undoes a false positive.
+  void forget_false_positive(const Backup& backup);
+  // Sorts what learn() has only appended so far; afterwards learn() keeps the order itself.
+  void settle();
+  void clear();
+
+  // Changes nothing.
+  Verdict judge(const Backup& backup);
+
+  // The incident that a reported backup belongs to: that of the stream's former backup if it was
+  // reported too, else its own. A unique key.
+  std::string incident_of(const Backup& backup);
+
+  // The latest accepted backup, of the stream itself or of those that it matches.
+  LastGood last_good_of(const StreamKey& key);
+
+  // The number for the stream's next false positive.
+  int next_cluster(const StreamKey& key) { return stream_of(key).last_cluster + 1; }
+
+  Stream& stream_of(const StreamKey& key);
+  std::size_t streams() const { return streams_.size(); }
+  const std::vector<std::unique_ptr<Stream>>& all() const { return streams_; }
+
+ private:
+  struct Source {  // what one client's policy backs up
+    std::vector<Stream*> streams;
+  };
+
+  void collect(const StreamKey& key, std::int32_t time, std::vector<Observation>& history,
+               std::vector<Observation>& by_people, std::vector<Observation>& held);
+  void keep_newest(std::vector<Observation>& history, std::int32_t time) const;
+  void find_whole_copies(const Backup& backup, Question& question);
+
+  Settings settings_;
+  Judge judge_;
+  bool settled_ = false;
+  std::vector<std::unique_ptr<Stream>> streams_;
+  std::unordered_map<std::string, Stream*> by_text_;
+  std::unordered_map<std::string, Source> sources_;
+  std::vector<Observation> history_;
+  std::vector<Observation> by_people_;
+  std::vector<Observation> held_;
+  std::vector<Observation> whole_;
+  std::vector<Observation> unused_;
+  Observation same_night_;
+};
+
+}  // namespace corvane::detect

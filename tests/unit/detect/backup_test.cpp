@@ -1,0 +1,58 @@
+#include "companions/detect/backup.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "tests/unit/detect/detect_world.h"
+
+namespace corvane::detect {
+namespace {
+
+TEST(Backup, FoldsTheSpellingsOfBothGathers) {
+  EXPECT_EQ(fold_policy_type("NAS-Data-Protection"), fold_policy_type("NAS_DATA_PROTECTION"));
+  EXPECT_EQ(fold_policy_type("Standard"), "STANDARD");
+  EXPECT_NE(fold_policy_type("Cloud"), fold_policy_type("Cloud-Volume"));
+  EXPECT_EQ(fold_schedule_type("0"), "FULL");
+  EXPECT_EQ(fold_schedule_type("1"), "DIFFERENTIAL_INCREMENTAL");
+  EXPECT_EQ(fold_schedule_type("4"), fold_schedule_type("Cumulative-Incremental"));
+  EXPECT_EQ(fold_schedule_type("5"), "5");
+  EXPECT_EQ(fold_schedule_type(""), "");
+}
+
+TEST(Backup, UnknownPartsOfAStreamMatchAny) {
+  const StreamKey live = daily(1).stream;
+  StreamKey gathered = live;
+  gathered.app_type = "NONE";
+  gathered.destination = "NA";
+  EXPECT_TRUE(live.matches(gathered));
+  EXPECT_TRUE(gathered.matches(live));
+  StreamKey other = live;
+  other.destination = "tape";
+  EXPECT_FALSE(live.matches(other));
+  EXPECT_TRUE(gathered.matches(other));
+  other = live;
+  other.schedule_name = "weekly";
+  EXPECT_FALSE(live.matches(other));
+}
+
+TEST(Backup, AnObservationKeepsTheFigures) {
+  Backup backup = daily(3);
+  backup.figures = {123456, 7654321, 0, 3.25, 90};
+  const Figures kept = Observation(backup).figures();
+  EXPECT_EQ(kept.files, 123456);
+  EXPECT_EQ(kept.size_kb, 7654321);
+  EXPECT_EQ(kept.transferred_kb, 0);
+  EXPECT_NEAR(kept.ratio, 3.25, 0.01);
+  EXPECT_NEAR(kept.seconds, 90, 0.1);
+  backup.figures = {-1, std::nan(""), -7, -1, -2};
+  const Figures unknown = Observation(backup).figures();
+  EXPECT_EQ(unknown.files, -1);
+  EXPECT_EQ(unknown.size_kb, -1);
+  EXPECT_EQ(unknown.transferred_kb, -1);
+  EXPECT_EQ(unknown.ratio, -1);
+  EXPECT_LE(sizeof(Observation), 24U);
+}
+
+}  // namespace
+}  // namespace corvane::detect

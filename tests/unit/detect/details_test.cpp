@@ -1,0 +1,81 @@
+#include "companions/detect/details.h"
+
+#include <gtest/gtest.h>
+#include <jansson.h>
+
+#include "companions/detect/model.h"
+#include "platform/c_handles.h"
+#include "tests/unit/detect/detect_world.h"
+
+namespace corvane::detect {
+namespace {
+
+JsonPtr parsed(const std::string& text) { return JsonPtr(json_loads(text.c_str(), 0, nullptr)); }
+
+TEST(Details, HoldWhatTheSchemaSays) {
+  Model model{Settings{}};
+  for (int day = 0; day < 40; ++day) model.learn(daily(day), -1);
+  Backup backup = daily(40, 300, 3e5);
+  backup.stream.client = "caf\xE9";  // no UTF-8
+  Backup judged = daily(40, 300, 3e5);
+  const JsonPtr root =
+      parsed(details_of(backup, model.judge(judged), "data_7_x", {"client_1", 1699999999}));
+  ASSERT_NE(root, nullptr);
+  EXPECT_EQ(json_integer_value(json_object_get(root.get(), "schema")), 1);
+  EXPECT_EQ(json_integer_value(json_object_get(root.get(), "severity")), 3);
+  EXPECT_STREQ(json_string_value(json_object_get(root.get(), "incident")), "incident_data_7_x");
+  EXPECT_EQ(json_integer_value(json_object_get(root.get(), "job_id")), backup.job_id);
+  EXPECT_EQ(json_integer_value(json_object_get(root.get(), "time")), backup.time);
+  const json_t* stream = json_object_get(root.get(), "stream");
+  EXPECT_STREQ(json_string_value(json_object_get(stream, "client")), "caf\xEF\xBF\xBD");
+  const json_t* cause = json_array_get(json_object_get(root.get(), "causes"), 0);
+  EXPECT_STREQ(json_string_value(json_object_get(cause, "id")), "mass_deletion");
+  const json_t* files = json_array_get(json_object_get(root.get(), "features"), 0);
+  EXPECT_STREQ(json_string_value(json_object_get(files, "name")), "files");
+  EXPECT_EQ(json_number_value(json_object_get(files, "value")), judged.figures.files);
+  EXPECT_NEAR(json_number_value(json_object_get(files, "usual")), 1000, 20);
+  EXPECT_LT(json_number_value(json_object_get(files, "usual_low")), 1000);
+  EXPECT_GT(json_number_value(json_object_get(files, "usual_high")), 1000);
+  EXPECT_NEAR(json_number_value(json_object_get(files, "factor")), 0.3, 0.02);
+  const json_t* good = json_object_get(root.get(), "last_good");
+  EXPECT_EQ(json_integer_value(json_object_get(good, "time")), 1699999999);
+}
+
+TEST(Details, SumUpInWholeNumbersWithTheirThousandsApart) {
+  Verdict verdict;
+  verdict.features[kFiles] = {
+      .known = true, .used = true, .value = 1234567.4, .low = 0, .high = 2048.13, .deviation = 9};
+  verdict.causes = {{"unclear", "Nothing fits."}};
+  EXPECT_EQ(summary_of(daily(3), verdict),
+            "daily backup of client: 1,234,567 files, usually 0 to 2,048. Nothing fits.");
+  verdict.features[kRatio] = {
+      .known = true, .used = true, .value = 1.055, .low = 12.3, .high = 100, .deviation = -20};
+  EXPECT_EQ(summary_of(daily(3), verdict),
+            "daily backup of client: 1.05 deduplication ratio, usually 12.30 to 100.00. Nothing fits.");
+}
+
+TEST(Details, SayWhenAChangeWasAdopted) {
+  const JsonPtr root = parsed(with_adoption(R"({"severity":2})", daily(3)));
+  const json_t* adopted = json_object_get(root.get(), "adopted");
+  EXPECT_EQ(json_integer_value(json_object_get(adopted, "time")), daily(3).time);
+  EXPECT_EQ(json_integer_value(json_object_get(root.get(), "severity")), 2);
+  EXPECT_EQ(with_adoption("not JSON", daily(3)), "not JSON");
+}
+
+TEST(Details, AnIdGivesItsKeyBack) {
+  EXPECT_EQ(unique_key_of(anomaly_id("data_1_a")), "data_1_a");
+  EXPECT_EQ(unique_key_of("something else"), "");
+}
+
+TEST(Details, KeepOnlyUtf8) {
+  EXPECT_EQ(valid_utf8("Größe 日本 \xF0\x9F\x92\xBE"), "Größe 日本 \xF0\x9F\x92\xBE");
+  EXPECT_EQ(valid_utf8("a\xFF"
+                       "b\xC3"),
+            "a\xEF\xBF\xBD"
+            "b\xEF\xBF\xBD");
+  EXPECT_EQ(valid_utf8("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");  // overlong
+  EXPECT_EQ(valid_utf8("\xED\xA0\x80").size(), 9U);               // a surrogate
+}
+
+}  // namespace
+}  // namespace corvane::detect

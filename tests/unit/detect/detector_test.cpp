@@ -1,0 +1,207 @@
+#include "companions/detect/detector.h"
+
+#include <gtest/gtest.h>
+
+#include "companions/detect/backtest.h"
+#include "companions/detect/details.h"
+#include "sqlite/sqlite_exception.h"
+#include "tests/fakes/platform_fake_test.h"
+#include "tests/unit/detect/anomaly_db.h"
+#include "tests/unit/detect/detect_world.h"
+
+namespace corvane::detect {
+namespace {
+
+using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
+
+class DetectorTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    fake::reset();
+    for (int day = 0; day < 40; ++day) world_.insert("HIST_DATA", daily(day), -1);
+  }
+  Detector make() {
+    return Detector(world_.path(), Settings{}, [] { return false; });
+  }
+  void gather(const Backup& backup) { world_.insert("DATA_TO_PROCESS", backup, 0); }
+  std::string status(const Backup& backup) {
+    return world_.one("SELECT PROCESSED_STATUS FROM DATA_TO_PROCESS WHERE UNIQUE_KEY = '" +
+                      backup.unique_key + "'");
+  }
+  // "" : not in the history.
+  std::string cluster(const Backup& backup) {
+    return world_.one("SELECT USER_IDENTIFIED_CLUSTER FROM HIST_DATA WHERE UNIQUE_KEY = '" +
+                      backup.unique_key + "'");
+  }
+  void feedback(const Backup& backup, int value) {
+    world_.run("INSERT OR REPLACE INTO ANOMALY_DATA_FEEDBACK VALUES ('" +
+               anomaly_id(backup.unique_key) + "', " + std::to_string(value) + ", 1)");
+  }
+
+  AnomalyDb world_;
+  const Backup good_ = daily(40);
+  const Backup bad_ = daily(41, 1000, 1e6, 9e5);
+};
+
+TEST_F(DetectorTest, NormalRowsJoinTheHistoryAndAnomaliesDoNot) {
+  gather(good_);
+  gather(bad_);
+  Detector detector = make();
+  EXPECT_TRUE(detector.has_news());
+  const PassCounts counts = detector.pass();
+  EXPECT_EQ(counts.normal, 1U);
+  EXPECT_EQ(counts.anomalous, 1U);
+  EXPECT_EQ(status(good_), "1");
+  EXPECT_EQ(cluster(good_), "-1");
+  EXPECT_EQ(status(bad_), "2");
+  EXPECT_EQ(cluster(bad_), "");
+  const auto rows = test::query(world_.db(), "SELECT * FROM ANOMALY_DATA");
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(rows[0][0], anomaly_id(bad_.unique_key));
+  EXPECT_EQ(rows[0][2], "0");
+  EXPECT_EQ(rows[0][3], bad_.stream.text());
+  EXPECT_EQ(rows[0][4], "client");
+  EXPECT_EQ(rows[0][5], std::to_string(fake::state().now));
+  EXPECT_EQ(test::query(world_.db(), "SELECT EPS, SCHEDULE_TYPE FROM DBSCAN_MODEL_PARAMS"),
+            (std::vector<test::SqlRow>{{"2.5", "FULL"}}));
+  // A row of the history is the waiting row, column by column.
+  EXPECT_EQ(test::query(world_.db(),
+                        "SELECT * FROM HIST_DATA WHERE JOB_ID = 1040 "
+                        "EXCEPT SELECT * FROM (SELECT * FROM DATA_TO_PROCESS)")
+                .size(),
+            1U);  // the mark alone differs
+  EXPECT_EQ(world_.one("SELECT ASSET_ID || STREAM_NUMBER || PARENT_JOB_ID FROM HIST_DATA WHERE "
+                       "JOB_ID = 1040"),
+            "asset17");
+  EXPECT_FALSE(detector.has_news());
+}
+
+TEST_F(DetectorTest, ARowGatheredAgainAlertsNobodyTwice) {
+  gather(good_);
+  gather(bad_);
+  Detector detector = make();
+  detector.pass();
+  world_.run("UPDATE ANOMALY_DATA SET PROCESSED = 1, ANOMALY_DETAILS = 'kept'");
+  gather(good_);
+  gather(bad_);
+  EXPECT_TRUE(detector.has_news());
+  const PassCounts counts = detector.pass();
+  EXPECT_EQ(counts.normal + counts.anomalous, 0U);
+  EXPECT_EQ(status(good_), "1");
+  EXPECT_EQ(status(bad_), "2");
+  EXPECT_EQ(world_.one("SELECT PROCESSED || ANOMALY_DETAILS FROM ANOMALY_DATA"), "1kept");
+  EXPECT_EQ(test::count(world_.db(), "ANOMALY_DATA"), "1");
+}
+
+TEST_F(DetectorTest, FollowsFeedbackBothWaysAndAcrossARestart) {
+  gather(bad_);
+  Detector detector = make();
+  detector.pass();
+  feedback(bad_, 1);
+  detector.pass();
+  EXPECT_EQ(cluster(bad_), "1");
+  EXPECT_EQ(status(bad_), "2");
+  const Backup again = daily(42, 1000, 1e6, 9e5);
+  gather(again);
+  Detector restarted = make();
+  restarted.pass();
+  EXPECT_EQ(status(again), "1");
+  const Backup deletion = daily(43, 300, 3e5);
+  gather(deletion);
+  restarted.pass();
+  EXPECT_EQ(status(deletion), "2");
+  feedback(deletion, 1);
+  feedback(bad_, 0);
+  restarted.pass();
+  EXPECT_EQ(cluster(deletion), "2");  // of its own
+  EXPECT_EQ(cluster(bad_), "");
+  const Backup third = daily(44, 1000, 1e6, 9e5);
+  gather(third);
+  restarted.pass();
+  EXPECT_EQ(status(third), "2");
+}
+
+TEST_F(DetectorTest, TellsTheIncidentOfAnAdoptedChange) {
+  const std::vector<Backup> changed{daily(40, 2500, 2.5e6), daily(41, 2500, 2.5e6),
+                                    daily(42, 2500, 2.5e6)};
+  for (const Backup& backup : changed) gather(backup);
+  make().pass();
+  EXPECT_EQ(status(changed[0]) + status(changed[1]) + status(changed[2]), "221");
+  const std::string details =
+      world_.one("SELECT ANOMALY_DETAILS FROM ANOMALY_DATA WHERE ANOMALY_UNIQUE_ID = '" +
+                 anomaly_id(changed[0].unique_key) + "'");
+  EXPECT_NE(details.find("\"adopted\":{\"backup_id\":\"" + changed[2].backup_id),
+            std::string::npos);
+}
+
+// Either all that belongs to a row is written or nothing.
+TEST_F(DetectorTest, AFailedWriteLeavesTheRowWaiting) {
+  gather(bad_);
+  world_.run(
+      "CREATE TRIGGER refuse BEFORE INSERT ON ANOMALY_DATA BEGIN "
+      "SELECT RAISE(ABORT, 'disk full'); END");
+  {
+    Detector detector = make();
+    EXPECT_THROW(detector.pass(), sqlite_exception);
+  }
+  EXPECT_EQ(status(bad_), "0");
+  world_.run("DROP TRIGGER refuse");
+  make().pass();
+  EXPECT_EQ(status(bad_), "2");
+  EXPECT_EQ(test::count(world_.db(), "ANOMALY_DATA"), "1");
+}
+
+TEST_F(DetectorTest, AnEmptiedTableIsReadFromItsBegin) {
+  gather(good_);
+  Detector detector = make();
+  detector.pass();
+  world_.run("DELETE FROM HIST_DATA");
+  world_.run("DELETE FROM DATA_TO_PROCESS");
+  const Backup next = daily(41, 10, 10);
+  gather(next);
+  detector.pass();
+  EXPECT_EQ(status(next), "1");
+  EXPECT_EQ(detector.model().streams(), 1U);
+  EXPECT_EQ(fake::log_lines(2).back().text, next.stream.text() + ": learning 0 of 30");
+}
+
+TEST_F(DetectorTest, AStopBetweenRowsLosesNothing) {
+  for (int day = 40; day < 300; ++day) gather(daily(day));
+  int asked = 0;
+  Detector detector(world_.path(), Settings{}, [&] { return ++asked > 3; });
+  detector.pass();
+  const std::string judged =
+      world_.one("SELECT COUNT(*) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS = 1");
+  EXPECT_EQ(test::count(world_.db(), "HIST_DATA"), std::to_string(40 + std::stoi(judged)));
+  EXPECT_LT(std::stoi(judged), 260);
+  make().pass();
+  EXPECT_EQ(test::count(world_.db(), "HIST_DATA"), "300");
+}
+
+TEST_F(DetectorTest, ADatabaseThatIsNotThereIsAnError) {
+  EXPECT_THROW(Detector("/nonexistent/CV_Anomaly.db", Settings{}, [] { return false; }),
+               sqlite_exception);
+}
+
+TEST_F(DetectorTest, BacktestAndExplainChangeNothing) {
+  gather(good_);
+  gather(bad_);
+  make().pass();
+  world_.insert("HIST_DATA", daily(42, 300, 3e5), -1);
+  const std::string before = world_.one("SELECT COUNT(*) || max(rowid) FROM HIST_DATA");
+  const std::string lines = backtest(world_.path(), Settings{}, 5, false);
+  EXPECT_NE(lines.find(bad_.unique_key), std::string::npos);
+  EXPECT_NE(lines.find(daily(42).unique_key), std::string::npos);
+  EXPECT_NE(lines.find("5 backups judged again, 2 would have been reported"), std::string::npos)
+      << lines;
+  const std::string why = explain(world_.path(), Settings{}, bad_.unique_key);
+  EXPECT_NE(why.find("\"state\": \"anomalous\""), std::string::npos);
+  EXPECT_NE(explain(world_.path(), Settings{}, daily(12).unique_key).find("learning 12 of 30"),
+            std::string::npos);
+  EXPECT_EQ(explain(world_.path(), Settings{}, "none"), "");
+  EXPECT_EQ(world_.one("SELECT COUNT(*) || max(rowid) FROM HIST_DATA"), before);
+  EXPECT_EQ(test::count(world_.db(), "ANOMALY_DATA"), "1");
+}
+
+}  // namespace
+}  // namespace corvane::detect
