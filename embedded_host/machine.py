@@ -192,9 +192,9 @@ class Machine:
         except FileNotFoundError:
             return []
 
-    def start_web_service(self, *options):
+    def start_web_service(self, *options, credentials=CREDENTIALS):
         self._web_service = subprocess.Popen(
-            [str(BIN / "cvhostd"), "serve", "--catalog", str(CATALOG), "--credentials", str(CREDENTIALS),
+            [str(BIN / "cvhostd"), "serve", "--catalog", str(CATALOG), "--credentials", str(credentials),
              "--fault-file", str(FAULTS), "--access-log", str(LOGS / "web_access"),
              "--time-out", str(10 * self.clock.speed), *map(str, options)],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env=self.clock.environment)

@@ -2,8 +2,6 @@
 
 import calendar
 import contextlib
-import json
-import os
 import shutil
 import sys
 from pathlib import Path
@@ -20,14 +18,17 @@ BEGIN = calendar.timegm((2026, 11, 16, 20, 0, 0))
 
 @pytest.fixture
 def make_machine():
-    """make_machine(speed=100, begin=BEGIN): a freshly laid out machine; real=True: with the real clock.
-    Whatever runs on it ends with the test."""
+    """make_machine(speed=100, begin=BEGIN): a freshly laid out machine; real=True: with the real clock;
+    stepped=True: with one that machine.clock.advance() sets forward. What runs on it ends with the test."""
     with contextlib.ExitStack() as cleanup:
 
-        def make(speed=100, begin=BEGIN, real=False):
+        def make(speed=100, begin=BEGIN, real=False, stepped=False):
             for directory in (host.LOGS, host.TREE / "var/global"):
                 shutil.rmtree(directory, ignore_errors=True)
-            clock = host.RealClock() if real else host.Clock(begin, speed)
+            if stepped:
+                clock = host.SteppedClock(begin)
+            else:
+                clock = host.RealClock() if real else host.Clock(begin, speed)
             machine = cleanup.enter_context(contextlib.closing(host.Machine(clock)))
             machine.lay_out()
             return machine

@@ -15,7 +15,7 @@ mkdir -p "$tree"
 cmake --install "$build" --prefix "$tree" >/dev/null
 status=0
 "$here/../../embedded_host/sandbox" "$tree" \
-  /usr/bin/python3 -B -m pytest -q -p no:cacheprovider --color=no -x "$here/$file" || status=$?
+  /usr/bin/python3 -B -m pytest -q -rs -p no:cacheprovider --color=no -x "$here/$file" || status=$?
 if [ "$status" -eq 77 ] && [ "${CI:-}" = true ]; then exit 1; fi
 if [ "$status" -eq 0 ]; then rm -rf "$build/e2e/$name"; fi # what failed stays to be looked at
 exit "$status"
