@@ -27,6 +27,10 @@ DAY = 86400
 BEGIN = calendar.timegm((2026, 11, 16, 20, 0, 0))
 SPEED = 100
 LIVE_GATHERS = 10
+DAYS_AFTER = 4
+# So many seconds the image is there before its job is done. Without them a backup that ends between a gather's
+# question for images and the one for jobs would be stored without its image's figures.
+CLOSE_DELAY = 60
 # An archive is used when all of its window lies in the 91 days before the moment the history is gathered, some
 # 15 minutes after BEGIN. The service takes the time from the first archive's start to the last one's end for
 # covered, so the second begins where the first ends: what fell into a gap would never be gathered. They meet at
@@ -40,6 +44,9 @@ TOOLS_DATABASE = host.TREE / "var/global/without_master/CV_Anomaly.db"
 # REST NAS_DATA_PROTECTION, the image list, which archives hold, NAS-Data-Protection.
 FIGURES = "BACKUP_ID, JOB_ID, CLIENT, IMAGE_SIZE, NUM_FILES"
 CATALOG_FIGURES = "backup_id, job_id, client_name, kbytes, num_files"
+# A record that the detection has found normal is in both tables.
+EVERY_RECORD = (f"(SELECT {FIGURES}, BACKUP_TIME FROM HIST_DATA"
+                f" UNION SELECT {FIGURES}, BACKUP_TIME FROM DATA_TO_PROCESS)")
 FROM_IMAGE_LIST = "POLICY_TYPE <> UPPER(POLICY_TYPE)"
 
 started = time.monotonic()
@@ -67,7 +74,8 @@ def lay_out(machine):
     with catalog_lines.open("w") as out:
         subprocess.run(
             ["/usr/bin/python3", str(PROJECT / "embedded_host/make_catalog.py"), str(RECORDS),
-             "--clock-begin", time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(BEGIN))],
+             "--clock-begin", time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(BEGIN)),
+             "--days-after", str(DAYS_AFTER)],
             stdout=out, check=True)
     machine.run("cvhostd", "load", host.CATALOG, catalog_lines)
     machine.configure(
@@ -105,21 +113,31 @@ def watch_history(machine):
 def watch_live_gathers(machine):
     for number in range(1, LIVE_GATHERS + 1):
         wait_until(lambda: machine.logged("Total time taken for live gather") >= number, 60, "a live gather")
-        ((waiting,),) = machine.query("SELECT COUNT(*) FROM DATA_TO_PROCESS")
+        ((live,),) = machine.query("SELECT COUNT(*) FROM DATA_TO_PROCESS")
         ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
-        say(f"live gather {number} done: {waiting} records wait for detection, {queued} running jobs queued")
+        say(f"live gather {number:2} done: {live:2} records for the detection, {queued} running jobs queued")
+    wait_until(lambda: not rows_waiting(machine), 60, "the detection judges what was gathered")
+
+
+def rows_waiting(machine):
+    ((waiting,),) = machine.query("SELECT COUNT(*) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS = 0")
+    return waiting
 
 
 def show_clients(machine):
     print(f"\n{'client':22} {'records':>8}  {'first':16}  {'last':16}  {'kilobytes':>12}  {'latest job':>10}")
     rows = machine.query(
-        "SELECT CLIENT, COUNT(*), MIN(BACKUP_TIME), MAX(BACKUP_TIME), SUM(IMAGE_SIZE), MAX(JOB_ID) FROM"
-        " (SELECT CLIENT, BACKUP_TIME, IMAGE_SIZE, JOB_ID FROM HIST_DATA UNION ALL"
-        "  SELECT CLIENT, BACKUP_TIME, IMAGE_SIZE, JOB_ID FROM DATA_TO_PROCESS) GROUP BY CLIENT")
+        "SELECT CLIENT, COUNT(*), MIN(BACKUP_TIME), MAX(BACKUP_TIME), SUM(IMAGE_SIZE), MAX(JOB_ID)"
+        f" FROM {EVERY_RECORD} GROUP BY CLIENT")
     for client, records, first, last, kilobytes, job in rows:
         print(f"{client:22} {records:8}  {date(first)}  {date(last)}  {kilobytes:12,.0f}  {job:10}")
     ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
-    print(f"\n{queued} running jobs queued")
+    ((judged, anomalous),) = machine.query(
+        "SELECT COUNT(*), SUM(PROCESSED_STATUS = 2) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS <> 0")
+    print(f"\n{rows_waiting(machine)} rows wait for the detection, {judged} are judged, {anomalous} of them anomalous;"
+          f" {queued} running jobs are queued")
+    for (details,) in machine.query("SELECT ANOMALY_DETAILS FROM ANOMALY_DATA ORDER BY DETECTION_TIME"):
+        print("  " + json.loads(details)["summary"])
 
 
 def show_sources(machine, archives):
@@ -134,9 +152,11 @@ def show_sources(machine, archives):
             raise SystemExit(f"DEMO FAILED: {archive} lists {len(images)} images")
     if listed:
         raise SystemExit(f"DEMO FAILED: {len(listed)} records of the image list are in no archive")
-    ((history,),) = machine.query(f"SELECT COUNT(*) FROM HIST_DATA WHERE NOT ({FROM_IMAGE_LIST})")
+    ((history,),) = machine.query(
+        f"SELECT COUNT(*) FROM HIST_DATA WHERE NOT ({FROM_IMAGE_LIST})"
+        " AND UNIQUE_KEY NOT IN (SELECT UNIQUE_KEY FROM DATA_TO_PROCESS)")
     ((live,),) = machine.query("SELECT COUNT(*) FROM DATA_TO_PROCESS")
-    print(f"{'history, REST':56} {history:8}\n{'live gathers, REST; they wait for detection':56} {live:8}")
+    print(f"{'history, REST':56} {history:8}\n{'live gathers, REST':56} {live:8}")
 
 
 # --- Without a master server ---
@@ -157,7 +177,7 @@ def gather_by_tools(machine):
 def compare(what, database, condition, *parameters):
     """The database must hold exactly the catalog's backups that meet the condition, with their figures."""
     expected = set(read(host.CATALOG, f"SELECT {CATALOG_FIGURES} FROM backups WHERE {condition}", *parameters))
-    found = set(read(database, f"SELECT {FIGURES} FROM HIST_DATA UNION ALL SELECT {FIGURES} FROM DATA_TO_PROCESS"))
+    found = set(read(database, f"SELECT {FIGURES} FROM {EVERY_RECORD}"))
     missing = expected - found
     invented = found - expected
     for why, rows in (("missing from the database", missing), ("not in the catalog", invented)):
@@ -171,13 +191,13 @@ def compare(what, database, condition, *parameters):
 
 def run_service(machine):
     archives = make_archives(machine)
-    machine.start_web_service()
+    machine.start_web_service("--close-delay", CLOSE_DELAY)
     say(f"web service on 127.0.0.1:1556; the clock shows {date(machine.clock.now())} and runs {SPEED} times"
         " as fast")
     answer = machine.service("-start")
     say("cvanomalymgmt -start: " + answer.stdout.strip().replace("\n", " "))
     watch_history(machine)
-    history_start = machine.last_gather_time() - host.HISTORY_SECONDS
+    history_end = machine.last_gather_time()
     watch_live_gathers(machine)
     machine.stop_service()
     machine.stop_web_service()
@@ -185,8 +205,11 @@ def run_service(machine):
     show_clients(machine)
     show_sources(machine, archives)
     last_gather = machine.last_gather_time()
-    compare("The service", host.DATABASE, "start_time BETWEEN ? AND ? AND end_time < ?",
-            history_start, last_gather, last_gather)
+    # A live gather leaves out what neither read a file nor moved a byte.
+    compare("The service", host.DATABASE,
+            "start_time >= ? AND end_time < ?"
+            " AND (backup_time <= ? OR num_files <> 0 OR kilobytes_transferred <> 0)",
+            history_end - host.HISTORY_SECONDS, last_gather - CLOSE_DELAY, history_end)
 
 
 def main():
