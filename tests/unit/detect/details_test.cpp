@@ -50,8 +50,9 @@ TEST(Details, SumUpInWholeNumbersWithTheirThousandsApart) {
             "daily backup of client: 1,234,567 files, usually 0 to 2,048. Nothing fits.");
   verdict.features[kRatio] = {
       .known = true, .used = true, .value = 1.055, .low = 12.3, .high = 100, .deviation = -20};
-  EXPECT_EQ(summary_of(daily(3), verdict),
-            "daily backup of client: 1.05 deduplication ratio, usually 12.30 to 100.00. Nothing fits.");
+  EXPECT_EQ(
+      summary_of(daily(3), verdict),
+      "daily backup of client: 1.05 deduplication ratio, usually 12.30 to 100.00. Nothing fits.");
 }
 
 TEST(Details, SayWhenAChangeWasAdopted) {
