@@ -37,7 +37,7 @@ void insert_row(DBAccess& db, const std::string& insert, const BackupRow& row) {
   bind_next(row.start_time);
   bind_next(row.end_time);
   bind_next(row.total_time);
-  bind_next(row.dedup_rate);
+  std::visit(bind_next, row.dedup_rate);
   bind_next(row.mode);
   bind_next(row.cluster_or_status);
   bind_next(row.destination);

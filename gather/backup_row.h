@@ -31,7 +31,7 @@ struct BackupRow {
   int start_time = -1;
   int end_time = -1;
   int total_time = -1;  // seconds
-  double dedup_rate = -1.0;
+  std::variant<int, double> dedup_rate = -1.0;
   int mode = 0;                // 0 historical, 1 live
   int cluster_or_status = -1;  // USER_IDENTIFIED_CLUSTER or PROCESSED_STATUS
   std::string destination = "NA";

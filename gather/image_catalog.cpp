@@ -114,6 +114,7 @@ void DataGather::process_image_data(Record& image, int /*mode*/) {
   row.num_files = to_int(image["num_files"]);
   row.image_size = std::strtod(image["kbytes"].c_str(), nullptr);
   row.job_id = to_int(image["job_id"]);
+  row.dedup_rate = -1;  // an integer, like the other figures that the list lacks
   row.stream_number = to_int(image["stream_number"]);
   if (const std::string& asset = image["provider_generated_id"]; !asset.empty()) {
     row.asset_id = asset;

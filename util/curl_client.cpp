@@ -67,7 +67,7 @@ int CurlClient::send_curl_request(CVClientCURL* client) {
     case REST_DELETE:
       return client->remove(path_);
   }
-  logmsg(16, "CurlClient::send_curl_request", "Invalid Command type received");
+  logmsgf(16, "CurlClient::send_curl_request", "Invalid Command type received");
   return -1;
 }
 
@@ -79,7 +79,7 @@ int CurlClient::process_curl_response(CVClientCURL* client, int result) const {
   }
   const long http_status = client->http_status();
   if (is_success(http_status)) {
-    logmsg(4, "CurlClient::process_curl_response", "\nAPI execution succeeded \n");
+    logmsgf(4, "CurlClient::process_curl_response", "\nAPI execution succeeded \n");
     return 0;
   }
   logmsgf(16, "CurlClient::process_curl_response", "\nAPI execution failed. Response Code = %ld",

@@ -85,6 +85,22 @@ TEST_F(BackupRowTest, StoresAnImageSizeThatIsARealWithItsFraction) {
   EXPECT_EQ(test::query_one(db, "SELECT IMAGE_SIZE FROM HIST_DATA"), "10.25");
 }
 
+TEST_F(BackupRowTest, BindsImageSizeAndDedupRateAsTheTypeTheyHold) {
+  BackupRow row = numbered_row();
+  test::SqlRecorder sql(db);
+  insert_row(world.db(), kInsertHistData, row);
+  row.image_size = 10.0;
+  row.dedup_rate = 17;
+  insert_row(world.db(), kInsertHistData, row);
+  const std::string begin =
+      "INSERT OR REPLACE INTO HIST_DATA  VALUES ( 'id-1', 2, 'client-3', 'policy-4', 'type-5', "
+      "'schedule-6', 'name-7', 'app-8', 9, ";
+  const std::string end = ", 18, 19, 'disk-20', 21, 'asset-22', 'key-23' );";
+  EXPECT_EQ(sql.expanded,
+            (std::vector<std::string>{begin + "10, 11, 12, 13, 14, 15, 16, 17.5" + end,
+                                      begin + "10.0, 11, 12, 13, 14, 15, 16, 17" + end}));
+}
+
 TEST_F(BackupRowTest, ReplacesARowOfTheSameKeyUnderALargerRowid) {
   insert_row(world.db(), kInsertHistData, numbered_row());
   const std::string first = test::query_one(db, "SELECT ROWID FROM HIST_DATA");

@@ -153,8 +153,11 @@ TEST_F(DataGatherTest, TimeTextAndSecondsAreEachOthersInverse) {
   }
 }
 
-TEST_F(DataGatherTest, TimeTextsOfTheLimits) {
+TEST_F(DataGatherTest, TimeTextOfSecondZeroIsTheEpoch) {
   EXPECT_EQ(gather.time_to_str(0), "1970-01-01T00:00:00.000Z");
+}
+
+TEST_F(DataGatherTest, TimeTextsOfTheLimits) {
   EXPECT_EQ(gather.time_to_str(-1), "1969-12-31T23:59:59.000Z");
   EXPECT_EQ(gather.time_to_str(std::numeric_limits<int>::max()), "2038-01-19T03:14:07.000Z");
   EXPECT_EQ(gather.time_to_str(std::numeric_limits<int>::min()), "1901-12-13T20:45:52.000Z");

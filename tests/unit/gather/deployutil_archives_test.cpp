@@ -78,6 +78,20 @@ TEST_F(Archives, WithoutAMatchTheWholeRangeComesBack) {
   EXPECT_EQ(world.rows("HIST_DATA"), "0");
 }
 
+TEST_F(Archives, ArchiveThatBeginsBeforeTheRangeIsNotUsed) {
+  world.archive("a", 400, 2000, {1});
+  world.archive("b", 3000, 4000, {2});
+  EXPECT_EQ(gather.do_cvdeployutil_gather(500, 5000), (Ranges{{500, 3000}, {4000, 5000}}));
+  EXPECT_EQ(world.stored_jobs(), std::vector<std::string>{"2"});
+}
+
+TEST_F(Archives, ArchiveWhoseMasterFileEndsInANewlineIsNotUsed) {
+  world.archive("a", 1000, 2000, {1});
+  write_file(world.file("a", "master.txt"), std::string(kMaster) + "\n");
+  EXPECT_EQ(gather.do_cvdeployutil_gather(500, 5000), (Ranges{{500, 5000}}));
+  EXPECT_TRUE(world.stored_jobs().empty());
+}
+
 TEST_F(Archives, SpanThatBeginsAtZeroCountsAsNone) {
   world.archive("a", 0, 2000, {1});
   EXPECT_EQ(gather.do_cvdeployutil_gather(0, 5000), (Ranges{{0, 5000}}));

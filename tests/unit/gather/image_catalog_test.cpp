@@ -106,6 +106,16 @@ TEST_F(ImageCatalog, ImageIsStoredByOneInsertWithTheseColumns) {
                                                                         "data_42_h_1700000000"}}));
 }
 
+TEST_F(ImageCatalog, FiguresThatTheListLacksAreBoundAsIntegersAndTheSizeAsAReal) {
+  Record image{{"backupid", "h_1"}, {"job_id", "42"}, {"kbytes", "1024"}};
+  SqlRecorder sql(db);
+  gather.process_image_data(image, 0);
+  EXPECT_EQ(sql.expanded, std::vector<std::string>{
+                              "INSERT OR REPLACE INTO HIST_DATA  VALUES ( 'h_1', 0, '', '', "
+                              "'Standard', 'FULL', '', 'NONE', 0, 1024.0, 42, -1, -1, -1, -1, -1, "
+                              "-1, 0, -1, 'NA', 0, 'NA', 'data_42_h_1' );"});
+}
+
 TEST_F(ImageCatalog, ImageWithoutMembersReadsAsEmptyTextsAndZeros) {
   Record image;
   gather.process_image_data(image, 0);

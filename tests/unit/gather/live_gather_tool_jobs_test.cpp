@@ -67,6 +67,21 @@ TEST_F(ToolJobs, EachColumnComesFromImageOrJobWhateverTheJobsState) {
   EXPECT_TRUE(fake.log.empty());
 }
 
+TEST_F(ToolJobs, SizeAndDedupRatioAreBoundAsRealsAndTheOtherFiguresAsIntegers) {
+  images[42]["kbytes"] = "1024";
+  Record without = job;
+  without.erase("DedupRatio");
+  SqlRecorder sql(db);
+  process({job, without});
+  const auto bound = [](const std::string& dedup_ratio) {
+    return "INSERT OR REPLACE INTO DATA_TO_PROCESS  VALUES ( 'h_1', 1700000000, 'h', 'nightly', "
+           "'NAS-Data-Protection', 'CUMULATIVE_INCREMENTAL', 'weekly', 'db', 12, 1024.0, 42, 41, "
+           "2048, 1700000100, 1700000400, 300, " +
+           dedup_ratio + ", 1, 0, 'disk', 3, 'vm-1', 'data_42_h_1' );";
+  };
+  EXPECT_EQ(sql.expanded, (std::vector<std::string>{bound("2.5"), bound("-1.0")}));
+}
+
 TEST_F(ToolJobs, RowsGoToDataToProcessWithDetectionOnAndOff) {
   SqlRecorder sql(db);
   gather.set_detection_state(1);

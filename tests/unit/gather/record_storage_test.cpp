@@ -1,4 +1,6 @@
 // One record to one row: keys, defaults, conversions, column types, storage errors.
+#include <stdexcept>
+
 #include "tests/unit/gather/gather_world.h"
 
 namespace corvane::test {
@@ -166,6 +168,19 @@ std::vector<std::string> types(sqlite3* db, const std::string& table) {
   return found;
 }
 
+TEST_F(RecordStorage, DedupRatioIsBoundAsARealAndEveryOtherFigureAsAnInteger) {
+  SqlRecorder sql(db);
+  gather.store_to_database({}, 0);
+  gather.store_to_database(
+      {{"backupId", "7"}, {"kbytes", "5"}, {"dedupRatio", "2"}, {"kilobytesTransferred", "6"}}, 0);
+  EXPECT_EQ(sql.expanded,
+            (std::vector<std::string>{
+                "INSERT OR REPLACE INTO HIST_DATA  VALUES ( '', -1, '', '', '', '', '', 'NONE', "
+                "-1, -1, -1, -1, -1, -1, -1, -1, -1.0, 0, -1, 'NA', 0, 'NA', 'data_-1_' );",
+                "INSERT OR REPLACE INTO HIST_DATA  VALUES ( '7', -1, '', '', '', '', '', 'NONE', "
+                "-1, 5, -1, -1, 6, -1, -1, -1, 2.0, 0, -1, 'NA', 0, 'NA', 'data_-1_7' );"}));
+}
+
 const Record kDone{{"backupId", "client_17"}, {"backupTime", "2023-05-01T10:20:30.000Z"},
                    {"scheduleType", "FULL"},  {"state", "DONE"},
                    {"status", "0"},           {"startTime", "2023-05-01T10:20:30.000Z"},
@@ -236,6 +251,34 @@ TEST_F(RecordStorage, MissingTableIsLoggedWithTheWholeStatement) {
       (std::vector<LogLine>{{16, kProgram,
                              "Error inserting data: sqlite prepare statement failed for query - " +
                                  kInsertText + " "}}));
+}
+
+// SQLite's trace callback is a place from which any exception can be let loose.
+template <typename Error>
+int throw_error(unsigned, void*, void*, void*) {
+  throw Error("what went wrong");
+}
+
+struct AlienError {
+  explicit AlienError(const char*) {}
+};
+
+TEST_F(RecordStorage, ErrorsThatAreNotTheDatabasesLeaveTheStorage) {
+  sqlite3_trace_v2(db, SQLITE_TRACE_STMT, throw_error<std::runtime_error>, nullptr);
+  EXPECT_THROW(gather.store_to_database({}, 0), std::runtime_error);
+  sqlite3_trace_v2(db, 0, nullptr, nullptr);
+  EXPECT_TRUE(fake.log.empty());
+}
+
+TEST_F(RecordStorage, QueueCatchesAnyErrorOfTheStandardFamilyAndNoOther) {
+  sqlite3_trace_v2(db, SQLITE_TRACE_STMT, throw_error<std::runtime_error>, nullptr);
+  EXPECT_NO_THROW(gather.store_to_queue_db(1, 2));
+  EXPECT_EQ(fake.log,
+            (std::vector<LogLine>{{16, kProgram, "Error inserting data in what went wrong"}}));
+  sqlite3_trace_v2(db, SQLITE_TRACE_STMT, throw_error<AlienError>, nullptr);
+  EXPECT_THROW(gather.store_to_queue_db(1, 2), AlienError);
+  sqlite3_trace_v2(db, 0, nullptr, nullptr);
+  EXPECT_EQ(fake.log.size(), 1U);
 }
 
 TEST_F(RecordStorage, ReadOnlyDatabaseIsLogged) {
