@@ -98,7 +98,7 @@ bool Configuration::has_section(const SectionKey& parent, const std::string& nam
 std::optional<Configuration::SectionKey> Configuration::open_section(const std::string& section) {
   if (import_status_ == kImportFailed) return std::nullopt;
   SectionKey key = heap_.root_section();
-  std::istringstream names(section);
+  std::istringstream names(section + "\\");  // a name ends here too, if only an empty one
   for (std::string name; std::getline(names, name, '\\');) {
     const SectionKey parent = key;
     if (!has_section(parent, name) || heap_.open_section(parent, name.c_str(), false, key) != 0) {

@@ -136,7 +136,7 @@ void ManagementService::initializeDB() {
         std::make_unique<DBAccess>(Path::Combine(m_database_location, m_database_name), kOpenFlags);
   } catch (...) {
     constexpr char kMessage[] = "Failed to create database object";
-    logmsg(16, kProgram, kMessage);
+    logmsgf(16, kProgram, kMessage);
     throw std::runtime_error(kMessage);
   }
   create_database_schema();
@@ -203,6 +203,6 @@ void ManagementService::purge_database() {
       m_db->execute_query_prepared(statement);
     }
   } catch (...) {
-    logmsg(16, kProgram, "Failed to purge database.");
+    logmsgf(16, kProgram, "Failed to purge database.");
   }
 }

@@ -60,7 +60,7 @@ int ManagementService::get_anomaly_feedback_response(std::string& response) {
     response = client.get_response();
     return 0;
   } catch (...) {
-    logmsg(16, kProgram, "Failed to get user feedback response from API");
+    logmsgf(16, kProgram, "Failed to get user feedback response from API");
     return 1;
   }
 }

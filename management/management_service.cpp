@@ -60,7 +60,7 @@ std::vector<DataGather::TimeRange> hour_slices(const DataGather::TimeRange& rang
 
 void throw_when_stopping() {
   if (!isTimeToStop()) return;
-  logmsg(4, kHistoricalTag, "Service has been requested to stop");
+  logmsgf(4, kHistoricalTag, "Service has been requested to stop");
   throw ServiceStopException(kHistoricalTag);
 }
 
@@ -86,28 +86,28 @@ int ManagementService::populate_config_params() {
   m_database_name = kDatabaseName;
   m_gather_mode = "FULL";
   if (getConfigFilePath(m_config_file_path) != 0) {
-    logmsg(8, kProgram, "Could not determine the path to config file");
+    logmsgf(8, kProgram, "Could not determine the path to config file");
   }
   bool found = false;
   m_data_fetch_interval_in_mins = read_fetch_interval(m_config_file_path, found);
   if (!found) {
-    logmsg(16, kProgram,
-           "Failed to get fetch interval value from configuration. Assigning default value");
+    logmsgf(16, kProgram,
+            "Failed to get fetch interval value from configuration. Assigning default value");
   }
   const std::string purge_interval =
       Configuration(m_config_file_path, 1)
           .get_config("DATABASE_SETTINGS", "PURGE_DATA_INTERVAL_IN_MONTHS");
   m_purge_interval_in_months = kMaxPurgeIntervalMonths;
   if (purge_interval.empty()) {
-    logmsg(16, kProgram,
-           "Failed to get purge interval value from configuration. Assigning default value");
+    logmsgf(16, kProgram,
+            "Failed to get purge interval value from configuration. Assigning default value");
   } else {
     m_purge_interval_in_months = std::min(corvane::to_int(purge_interval), kMaxPurgeIntervalMonths);
   }
   std::string master_server;
   getMasterServerName(master_server);
   if (master_server.empty()) {
-    logmsg(16, kProgram, "Failed to get master server name");
+    logmsgf(16, kProgram, "Failed to get master server name");
     return 1;
   }
   m_master_server = master_server;
@@ -130,12 +130,12 @@ void ManagementService::start() {
     initializeDB();
   } catch (...) {
     constexpr char kMessage[] = "Exception occured while initialising database";
-    logmsg(16, kProgram, kMessage);
+    logmsgf(16, kProgram, kMessage);
     throw std::runtime_error(kMessage);
   }
   DataGather gather(m_db.get(), m_database_location, m_master_server);
   if (!is_historical_gather_done()) {
-    logmsg(2, kProgram, "Historical gather is not done.");
+    logmsgf(2, kProgram, "Historical gather is not done.");
     // A service that is restarted again and again must not begin the costly history each time.
     if (!await_first_interval(started)) return;
     try {
@@ -166,14 +166,14 @@ bool ManagementService::run_pass(DataGather& gather, std::time_t& last_gather) {
   if (isTimeToStop()) return false;
   handle_state_changes();
   if (m_disable_management == 1) {
-    logmsg(4, kProgram, "Detection has been disabled. Exiting");
+    logmsgf(4, kProgram, "Detection has been disabled. Exiting");
     return false;
   }
   if (m_gather_mode == "LIVE_ONLY" && consume_terminate_request()) return false;
   if (!interval_passed(last_gather)) return true;
 
   if (isAnomalyRunningOnDiffServer()) {
-    logmsg(4, kProgram, "Running on different anomaly proxy server. Exiting");
+    logmsgf(4, kProgram, "Running on different anomaly proxy server. Exiting");
     corvane::sleep(4);
     return false;
   }
@@ -189,7 +189,7 @@ bool ManagementService::consume_terminate_request() {
   if (!File::Exists(request)) return false;
   File::Delete(request);
   corvane::write_console("\nTerminating data gather.");
-  logmsg(4, kProgram, "\nTerminating data gather\n");
+  logmsgf(4, kProgram, "\nTerminating data gather\n");
   return true;
 }
 
@@ -199,7 +199,7 @@ int ManagementService::handle_state_changes() {
   int disable_alert = 0;
   ReadConfigStateFlags(disable_management, disable_detection, disable_alert);
   if (ValidateConfigStateFlags(disable_management, disable_detection, disable_alert) == 0) {
-    logmsg(8, kProgram, "Invalid state flags in config file. Not changing any current behaviour");
+    logmsgf(8, kProgram, "Invalid state flags in config file. Not changing any current behaviour");
     return 1;
   }
   if (disable_management == m_disable_management && disable_detection == m_disable_detection &&
@@ -240,12 +240,12 @@ int ManagementService::is_historical_gather_done() {
   std::vector<Altamir::Corvane::UsageReporting::SQLiteDatabase::Row> rows;
   m_db->read_data("SELECT COUNT(*) FROM LAST_BACKUP_DATA_CAPTURE;", rows);
   if (rows.empty() || static_cast<int>(rows[0]["COUNT(*)"]) <= 0) return 0;
-  logmsg(2, kProgram, "Historical data captured earlier.");
+  logmsgf(2, kProgram, "Historical data captured earlier.");
   return 1;
 }
 
 void ManagementService::do_historical_gather(DataGather& gather) {
-  logmsg(2, kHistoricalTag, "Capturing historical data.");
+  logmsgf(2, kHistoricalTag, "Capturing historical data.");
   const int end = now_seconds();
   const int start = corvane::wrapping_subtract(end, kHistorySeconds);
   logmsgf(2, kHistoricalTag, "Capturing data between %d & %d ", start, end);
@@ -256,7 +256,7 @@ void ManagementService::do_historical_gather(DataGather& gather) {
       gather_slice(gather, slice_start, slice_end);
     }
   }
-  logmsg(2, kProgram, "Done capturing historical data.");
+  logmsgf(2, kProgram, "Done capturing historical data.");
   store_last_gather_time(end);
 }
 

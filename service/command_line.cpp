@@ -13,9 +13,12 @@
 #include "service/host_role.h"
 #include "service/service_control.h"
 
+int debugFD = -1;
+
 namespace {
 
 constexpr char kProgram[] = "cvanomalymgmt";
+constexpr char kLogDirectory[] = "/usr/tessel/corvane/logs";
 constexpr char kDisplayName[] = "Corvane Anomaly Detection Management Service";
 // "-terminate_data_gather" has a handler and is not offered: it stays out of this list.
 constexpr std::array<std::string_view, 5> kValidOptions{"-start", "-stop", "-terminate", "-h",
@@ -47,7 +50,7 @@ int stop_service() {
 
 }  // namespace
 
-OptionMap scan_options(ACE_Arg_Shifter& arguments) {
+corvane::OptionMap corvane::scan_options(ACE_Arg_Shifter& arguments) {
   OptionMap options;
   while (arguments.is_anything_left()) {
     if (!arguments.is_option_next()) {
@@ -66,7 +69,7 @@ OptionMap scan_options(ACE_Arg_Shifter& arguments) {
   return options;
 }
 
-int validate_params(const OptionMap& options) {
+int validate_params(const corvane::OptionMap& options) {
   if (options.size() != 1) return 0;
   const auto& [option, value] = *options.begin();
   const bool valid =
@@ -86,16 +89,25 @@ void display_usage() {
       "\n\n");
 }
 
-int request_gather_termination() {
+int SetupLogging() {
+  int status = 0;
+  debugFD = open_debug_log(kLogDirectory, kProgram, kProgram, 0644, &status);
+  if (status >= 0) return 0;
+  corvane::write_console_error("Failed to setup logging at [" + std::string(kLogDirectory) + "/" +
+                               kProgram + "]\n");
+  return 1;
+}
+
+int corvane::request_gather_termination() {
   std::ofstream request(getDBLocation() + "/terminate_gather", std::ios::trunc);
   if (request.is_open()) return 0;
-  corvane::write_console(
+  write_console(
       "\nCould not initiate data gather terminate operation. Please terminate data gather "
       "manually.");
   return 1;
 }
 
-int dispatch(const OptionMap& options) {
+int corvane::dispatch(const OptionMap& options) {
   if (options.contains("-start")) return start_service();
   if (options.contains("-stop")) return stop_service();
   if (options.contains("-terminate")) return TerminateSVC();
@@ -103,12 +115,12 @@ int dispatch(const OptionMap& options) {
   return 1;
 }
 
-int run_command_line(int argc, char* argv[]) {
+int corvane::run_command_line(int argc, char* argv[]) {
   umask(022);
   enable_process_for_service_account();
   ACE_Arg_Shifter arguments(argc, argv);
   if (!arguments.is_anything_left()) {
-    corvane::write_console_error("\nError: Invalid arguments received.\n");
+    write_console_error("\nError: Invalid arguments received.\n");
     return 1;
   }
   const OptionMap options = scan_options(arguments);
@@ -117,7 +129,7 @@ int run_command_line(int argc, char* argv[]) {
     return 0;
   }
   if (SetupLogging() != 0) {
-    corvane::write_console("Failed to setup logging\n");
+    write_console("Failed to setup logging\n");
     return 1;
   }
   return dispatch(options);

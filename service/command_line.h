@@ -7,17 +7,14 @@
 #include <string>
 #include <utility>
 
+namespace corvane {
+
 // Option text, with its leading "-", to (has a value, the value).
 using OptionMap = std::map<std::string, std::pair<bool, std::string>>;
 
 // Takes the options off the shifter, each with the word behind it as its value; stray words are
 // skipped. Of an option that occurs twice the first occurrence counts.
 OptionMap scan_options(ACE_Arg_Shifter& arguments);
-
-// 1 when exactly one option is given, a known one, without a value; else 0.
-int validate_params(const OptionMap& options);
-
-void display_usage();
 
 // Does what the one option says and returns the program's exit status.
 int dispatch(const OptionMap& options);
@@ -28,3 +25,16 @@ int run_command_line(int argc, char* argv[]);
 // Asks a running service in "LIVE_ONLY" mode to end its gather, by a file beside the database. The
 // exit status: 0, or 1 with a message when the file cannot be written.
 int request_gather_termination();
+
+}  // namespace corvane
+
+// 1 when exactly one option is given, a known one, without a value; else 0.
+int validate_params(const corvane::OptionMap& options);
+
+void display_usage();
+
+// What open_debug_log has returned last.
+extern int debugFD;
+
+// Opens the debug log. 0, or 1 with a message on standard error.
+int SetupLogging();

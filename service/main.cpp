@@ -1,3 +1,3 @@
 #include "service/command_line.h"
 
-int main(int argc, char* argv[]) { return run_command_line(argc, argv); }
+int main(int argc, char* argv[]) { return corvane::run_command_line(argc, argv); }

@@ -19,19 +19,17 @@
 #include "platform/host_product.h"
 #include "platform/process_handler.h"
 #include "service/child_supervision.h"
+#include "service/command_line.h"
 #include "service/host_role.h"
 #include "service/signals.h"
 #include "service/state_flags.h"
 #include "util/directory.h"
-
-int debugFD = -1;
 
 namespace {
 
 constexpr char kProgram[] = "cvanomalymgmt";
 constexpr char kDetect[] = "cvanomalydetect";
 constexpr char kAlert[] = "cvanomalyalert";
-constexpr char kLogDirectory[] = "/usr/tessel/corvane/logs";
 constexpr int kStartChecks = 10;
 
 // Tells the parent of a fork that the child has counted the services, or has died. The child's
@@ -154,15 +152,6 @@ int stop_companion(const char* name) {
 }
 
 }  // namespace
-
-int SetupLogging() {
-  int status = 0;
-  debugFD = open_debug_log(kLogDirectory, kProgram, kProgram, 0644, &status);
-  if (status >= 0) return 0;
-  corvane::write_console_error("Failed to setup logging at [" + std::string(kLogDirectory) + "/" +
-                               kProgram + "]\n");
-  return 1;
-}
 
 int StartSvc(const char* /*display_name*/) {
   ChildHasCounted child_has_counted;

@@ -1,12 +1,6 @@
 // Starting, stopping and being the daemon.
 #pragma once
 
-// What open_debug_log has returned last.
-extern int debugFD;
-
-// Opens the debug log. 0, or 1 with a message on standard error.
-int SetupLogging();
-
 // Forks the daemon and reports whether it runs: 0, or 1 after some 10 seconds without it. A service
 // that runs already is a success, and the fork ends. The display name is not used.
 int StartSvc(const char* display_name);

@@ -40,7 +40,7 @@ int install_handler(int signal_number, const char* signal_name) {
   if (std::signal(signal_number, SignalHandler) != SIG_ERR) return 0;
   const std::string message =
       std::string("Failed to install signal handler for signal ") + signal_name;
-  logmsg(16, kProgram, message.c_str());
+  logmsgf(16, kProgram, "%s", message.c_str());
   if (CLI_RUN) corvane::write_console(message + "\n");
   return 1;
 }
@@ -59,15 +59,15 @@ void SignalHandler(int signal_number) {
   }
   switch (signal_number) {
     case SIGINT:
-      logmsg(4, kProgram, "Intercepted signal SIGINT. Will stop the service");
+      logmsgf(4, kProgram, "Intercepted signal SIGINT. Will stop the service");
       SetShutDownInitiated();
       break;
     case SIGTERM:
-      logmsg(4, kProgram, "Intercepted signal SIGTERM. Will stop the service");
+      logmsgf(4, kProgram, "Intercepted signal SIGTERM. Will stop the service");
       SetShutDownInitiated();
       break;
     default:
-      logmsg(4, kProgram, "Unknown Signal");
+      logmsgf(4, kProgram, "Unknown Signal");
   }
   if (std::signal(signal_number, SignalHandler) == SIG_ERR) {
     logmsgf(16, kProgram, "Failed to set our handler for signal [%d] after processing",
@@ -82,7 +82,7 @@ int SetShutDownInitiated() {
     bShutDownInitiated = true;
     return 0;
   } catch (const std::system_error&) {
-    logmsg(16, "SetShutDownInitiated", "Exception occurred while setting service shutdown status");
+    logmsgf(16, "SetShutDownInitiated", "Exception occurred while setting service shutdown status");
     return 1;
   }
 }
@@ -94,7 +94,7 @@ int IsShutDownInitiated(bool& initiated) {
     initiated = bShutDownInitiated;
     return 0;
   } catch (const std::system_error&) {
-    logmsg(16, "IsShutDownInitiated", "Exception occurred while fetching service shutdown status");
+    logmsgf(16, "IsShutDownInitiated", "Exception occurred while fetching service shutdown status");
     return 1;
   }
 }
@@ -102,10 +102,10 @@ int IsShutDownInitiated(bool& initiated) {
 int isTimeToStop() {
   bool initiated = false;
   if (IsShutDownInitiated(initiated) != 0) {
-    logmsg(4, "isTimeToStop", "Failed to determine the service shutdown status");
+    logmsgf(4, "isTimeToStop", "Failed to determine the service shutdown status");
     return 0;
   }
   if (!initiated) return 0;
-  logmsg(4, "isTimeToStop", "System called for Service ShutDown. Stopping the service");
+  logmsgf(4, "isTimeToStop", "System called for Service ShutDown. Stopping the service");
   return 1;
 }

@@ -34,21 +34,21 @@ void Process::start() {
   options.command_line("%s", (command_ + " " + arguments_).c_str());
 
   ACE_Process process;
+  ACE_HANDLE output = ACE_INVALID_HANDLE;
   if (redirect_) {
     // The spawn duplicates its three handles into the lowest free descriptors, and the child closes
     // the duplicates after it has put them in place: one that itself landed on 1 or 2, which the
     // daemon has closed, would take the tool's output with it.
     const corvane::StandardDescriptorsFilled filled;
-    const ACE_HANDLE output =
-        ACE_OS::open(output_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    output = ACE_OS::open(output_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     options.set_handles(0, output, output);
     process.spawn(options);
     options.release_handles();
-    if (output != ACE_INVALID_HANDLE) ACE_OS::close(output);
   } else {
     process.spawn(options);
   }
   ACE_OS::waitpid(process.getpid(), &exit_status_, 0);
+  if (output != ACE_INVALID_HANDLE) ACE_OS::close(output);
 }
 
 int Process::exit_code() const { return exit_status_; }

@@ -265,6 +265,14 @@ TEST_F(ConfigurationTest, ABackslashNestsSections) {
   EXPECT_EQ(config.get_config("A", "K"), "");
 }
 
+TEST_F(ConfigurationTest, ASectionNameWithAnEmptyPartNamesNoSection) {
+  write_file(path(), "[A\\B]\nK=1\n");
+  Configuration config(path(), 1);
+  for (const char* section : {"", "\\", "A\\B\\", "\\A\\B", "A\\\\B"}) {
+    EXPECT_EQ(config.get_config(section, "K"), "") << section;
+  }
+}
+
 // --- Lists ---
 
 TEST_F(ConfigurationTest, ListAlphaBetaAlphaYieldsTwoPieces) {

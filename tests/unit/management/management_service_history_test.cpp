@@ -25,14 +25,6 @@ HttpAnswer images_page(const std::string& attributes) {
       .body = R"({"data": [{"id": "b", "attributes": {"policyType": "X", )" + attributes + "}}]}"};
 }
 
-// An archive beside the database, so that history is already there from `start` to `end`.
-void cover(const ServiceWorld& world, int start, int end) {
-  const std::string archive = world.scratch("var/global/incremental/a");
-  write_file(archive + "/master.txt", kMaster);
-  write_file(archive + "/gather_options.json",
-             R"({"start": )" + std::to_string(start) + R"(, "end": )" + std::to_string(end) + "}");
-}
-
 class History : public ServiceTest {
  protected:
   // The bounds of the slices in the log, without the line about the whole range.

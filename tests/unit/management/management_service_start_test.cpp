@@ -110,6 +110,16 @@ TEST_F(Start, WithATimeStoredGoesStraightIntoTheLoopAndGathersAnIntervalLater) {
   EXPECT_EQ(last_gather_time(), std::to_string(kNow + 900));
 }
 
+TEST_F(Start, WithNoTimeStoredAndNothingLeftToGatherStoresTheTimeAndStartsTheLiveLoop) {
+  cover(*world, kNow + 900 - kHistorySeconds, kNow + 900);
+  end_after(902);
+  world->service.start();
+  EXPECT_TRUE(fake.requests.empty());
+  EXPECT_EQ(last_gather_time(), std::to_string(kNow + 900));
+  EXPECT_EQ(fake.sleeps, std::vector<unsigned>(902, 1));  // the last two between passes of the loop
+  EXPECT_EQ(fake.log.back(), kDisabled);
+}
+
 TEST_F(Start, FirstLiveGatherComesAnIntervalAfterTheHistoryAndFollowsIt) {
   end_after(1801);
   world->service.start();

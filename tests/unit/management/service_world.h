@@ -78,6 +78,14 @@ struct ServiceWorld {
   std::unique_ptr<DataGather> gather;  // after open()
 };
 
+// An archive beside the database, so that history is already there from `start` to `end`.
+inline void cover(const ServiceWorld& world, int start, int end) {
+  const std::string archive = world.scratch("var/global/incremental/a");
+  write_file(archive + "/master.txt", kMaster);
+  write_file(archive + "/gather_options.json",
+             R"({"start": )" + std::to_string(start) + R"(, "end": )" + std::to_string(end) + "}");
+}
+
 // The fixture of most tests of this room, its database open.
 class ServiceTest : public PlatformFake {
  protected:

@@ -13,8 +13,13 @@
 
 namespace {
 
+using corvane::dispatch;
+using corvane::OptionMap;
+using corvane::run_command_line;
+using corvane::scan_options;
 using corvane::fake::log_lines;
 using corvane::fake::LogLine;
+using corvane::fake::LogOpening;
 using corvane::test::kChildSucceeded;
 using corvane::test::process_calls;
 using corvane::test::read_file;
@@ -194,6 +199,27 @@ TEST_F(CommandLineTest, AnEmptyArgumentVectorIsAnError) {
   EXPECT_EQ(fake.service_account_calls, 1);
 }
 
+// --- Log ---
+
+const LogOpening kOpening{"/usr/tessel/corvane/logs", "cvanomalymgmt", "cvanomalymgmt", 0644};
+
+TEST_F(CommandLineTest, SetupLoggingOpensTheLogAndKeepsItsDescriptor) {
+  EXPECT_EQ(SetupLogging(), 0);
+  EXPECT_EQ(debugFD, 33);
+  EXPECT_THAT(fake.log_openings, ElementsAre(kOpening));
+}
+
+TEST_F(CommandLineTest, SetupLoggingThatFailsIsSaidOnStandardError) {
+  fake.log_status = -1;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(SetupLogging(), 1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Failed to setup logging at [/usr/tessel/corvane/logs/cvanomalymgmt]\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(debugFD, -1);
+}
+
 // --- Before the dispatch ---
 
 TEST_F(CommandLineTest, TheMaskIs022AndTheServiceAccountIsTaken) {
@@ -311,9 +337,7 @@ TEST_F(CommandLineTest, TerminateAlwaysExits0AndPrintsNothing) {
   EXPECT_EQ(run({"cvanomalymgmt", "-terminate"}), (Outcome{0, "", ""}));
   EXPECT_THAT(fake.terminated, ElementsAre("cvanomalyalert", "cvanomalydetect", "cvanomalymgmt"));
   EXPECT_THAT(log_lines(), IsEmpty());
-  EXPECT_THAT(fake.log_openings,
-              ElementsAre(corvane::fake::LogOpening{"/usr/tessel/corvane/logs", "cvanomalymgmt",
-                                                    "cvanomalymgmt", 0644}));
+  EXPECT_THAT(fake.log_openings, ElementsAre(kOpening));
 }
 
 // --- Dispatch ---

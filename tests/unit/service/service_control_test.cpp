@@ -57,26 +57,6 @@ class ServiceControlTest : public DaemonWorld {
   void parent_has_left() { write_file(scratch_("parent_has_left"), ""); }
 };
 
-// --- Log ---
-
-TEST_F(ServiceControlTest, SetupLoggingOpensTheLogAndKeepsItsDescriptor) {
-  EXPECT_EQ(SetupLogging(), 0);
-  EXPECT_EQ(debugFD, 33);
-  EXPECT_THAT(fake.log_openings, ElementsAre(corvane::fake::LogOpening{"/usr/tessel/corvane/logs",
-                                                                       kService, kService, 0644}));
-}
-
-TEST_F(ServiceControlTest, SetupLoggingThatFailsIsSaidOnStandardError) {
-  fake.log_status = -1;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(SetupLogging(), 1);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Failed to setup logging at [/usr/tessel/corvane/logs/cvanomalymgmt]\n");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(debugFD, -1);
-}
-
 // --- Start: the parent ---
 
 TEST_F(ServiceControlTest, StartThatCannotForkIsLogged) {

@@ -208,6 +208,17 @@ TEST_F(ProcessTest, TheToolHoldsTheOutputFileAsItsOutputAndErrorOnly) {
   EXPECT_EQ(output, "1\n2\n");
 }
 
+TEST_F(ProcessTest, TheOutputFileStaysOpenHereUntilTheToolHasEnded) {
+  const std::string output =
+      output_of(tool("for look in 1 2 3 4 5 6 7 8 9 10; do\n"
+                     "  readlink /proc/$PPID/fd/* | grep -qx \"$1\" || { echo closed; exit; }\n"
+                     "  sleep 0.01\n"
+                     "done\n"
+                     "echo open\n"),
+                scratch_("out.txt"));
+  EXPECT_EQ(output, "open\n");
+}
+
 TEST_F(ProcessTest, AHundredRunsLeakNoDescriptor) {
   const std::ptrdiff_t before = open_descriptors();
   for (int i = 0; i < 100; ++i) {
