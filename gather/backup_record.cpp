@@ -21,7 +21,7 @@ std::string json_value_to_text(const json_t* value) {
   if (value == nullptr) return "";
   switch (json_typeof(value)) {
     case JSON_STRING:
-      return json_string_value(value);
+      return {json_string_value(value), json_string_length(value)};
     case JSON_INTEGER:
       return std::to_string(json_integer_value(value));
     case JSON_REAL:

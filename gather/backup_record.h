@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace corvane {
 
@@ -23,7 +24,7 @@ template <typename Visit>
 void for_each_member(json_t* object, Visit visit) {
   for (void* member = json_object_iter(object); member != nullptr;
        member = json_object_iter_next(object, member)) {
-    visit(json_object_iter_key(member), json_object_iter_value(member));
+    visit(std::string_view(json_object_iter_key(member)), json_object_iter_value(member));
   }
 }
 

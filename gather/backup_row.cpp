@@ -16,8 +16,9 @@ void BackupRow::set_unique_key() {
   unique_key = "data_" + std::to_string(job_id) + "_" + backup_id;
 }
 
-void insert_row(DBAccess& db, const std::string& insert, const BackupRow& row) {
-  Statement statement(db.get_db_handle(), insert);
+namespace {
+
+void bind_row(Statement& statement, const BackupRow& row) {
   int column = 0;
   // Texts are bound without a copy; the row holds them until the statement has run.
   const auto bind_next = [&](const auto& value) { statement.bind(++column, value); };
@@ -44,7 +45,12 @@ void insert_row(DBAccess& db, const std::string& insert, const BackupRow& row) {
   bind_next(row.stream_number);
   bind_next(row.asset_id);
   bind_next(row.unique_key);
-  db.execute_query_prepared(statement);
+}
+
+}  // namespace
+
+void insert_row(DBAccess& db, const std::string& insert, const BackupRow& row) {
+  db.execute_query_kept(insert, [&](Statement& statement) { bind_row(statement, row); });
 }
 
 }  // namespace corvane

@@ -96,8 +96,8 @@ DataGather::Record DataGather::parse_qpimagelist_line(const std::string& line) {
   }
   // A root that is no object has no members: an empty record, and no error.
   Record record;
-  corvane::for_each_member(root.get(), [&](const std::string& name, const json_t* value) {
-    if (name != "frags") record[name] = corvane::json_value_to_text(value);
+  corvane::for_each_member(root.get(), [&](std::string_view name, const json_t* value) {
+    if (name != "frags") record.emplace(name, corvane::json_value_to_text(value));
   });
   return record;
 }

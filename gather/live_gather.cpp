@@ -1,6 +1,7 @@
 // The entry points for one time range, and the completing of job records by their images.
 #include <cstdlib>
 #include <stdexcept>
+#include <utility>
 
 #include "gather/backup_row.h"
 #include "gather/data_gather.h"
@@ -51,8 +52,8 @@ void DataGather::process_gathered_data(std::vector<Record>& jobs, std::map<int, 
                                        const int& mode) {
   const auto storage_mode = static_cast<unsigned long>(mode);
   if (mode != kLive) {
-    for (const auto& [job_id, image] : images) {
-      if (!image.empty()) store_to_database(image, storage_mode);
+    for (auto& [job_id, image] : images) {
+      if (!image.empty()) store_to_database(std::move(image), storage_mode);
     }
     return;
   }
@@ -83,7 +84,7 @@ void DataGather::parse_image_data_from_backupid(const std::string& response, Rec
   if (!json_is_object(data)) throw std::runtime_error("image data object not found.");
   json_t* attributes = json_object_get(data, "attributes");
   if (attributes == nullptr) throw std::runtime_error("Attributes details not found");
-  corvane::for_each_member(attributes, [&](const std::string& name, const json_t* value) {
+  corvane::for_each_member(attributes, [&](std::string_view name, const json_t* value) {
     record.emplace(name, corvane::json_value_to_text(value));
   });
 }

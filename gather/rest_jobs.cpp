@@ -38,7 +38,7 @@ std::string page_path(API_TYPE type, int offset, const std::string& start, const
 // A job takes its policy and schedule type from its image, so a jobs page leaves the two out.
 corvane::BackupRecord record_of_attributes(json_t* attributes, int mode) {
   corvane::BackupRecord record;
-  for_each_member(attributes, [&](const std::string& name, const json_t* value) {
+  for_each_member(attributes, [&](std::string_view name, const json_t* value) {
     if (mode == kJobsPage && (name == "policyType" || name == "scheduleType")) return;
     record.emplace(name, json_value_to_text(value));
   });
@@ -154,9 +154,8 @@ void DataGather::parse_jobs_details(const std::string& text, std::vector<Record>
   const corvane::JsonPtr root = corvane::load_jobs_json(text, JSON_ARRAY);
   for (std::size_t i = 0; i < json_array_size(root.get()); ++i) {
     Record& record = out.emplace_back();
-    for_each_member(json_array_get(root.get(), i),
-                    [&](const std::string& name, const json_t* value) {
-                      record.emplace(name, json_value_to_text(value));
-                    });
+    for_each_member(json_array_get(root.get(), i), [&](std::string_view name, const json_t* value) {
+      record.emplace(name, json_value_to_text(value));
+    });
   }
 }

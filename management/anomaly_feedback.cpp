@@ -79,7 +79,7 @@ void ManagementService::parse_anomaly_feedback(const std::string& response,
 void ManagementService::parse_anomaly_feedback_data_attributes(json_t* element,
                                                                FeedbackRecord& record) {
   if (element == nullptr) throw std::runtime_error("JSON parsing failed for qpimagelist frags.");
-  corvane::for_each_member(element, [&](const std::string& name, json_t* value) {
+  corvane::for_each_member(element, [&](std::string_view name, json_t* value) {
     if (name == "attributes") {
       parse_anomaly_feedback_data_attributes(value, record);
     } else {

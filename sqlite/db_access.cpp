@@ -32,6 +32,7 @@ void DBAccess::open_database() {
 }
 
 void DBAccess::close_database() {
+  kept_.clear();  // SQLite closes nothing that has statements left
   sqlite3_close(handle_);
   handle_ = nullptr;
 }
@@ -71,6 +72,22 @@ void DBAccess::execute_query_prepared(Statement& statement) {
   QueryResult result(statement);
   if (result.get_last_status() != SQLITE_DONE) {
     throw sqlite_exception("sqlite query execution failed.");
+  }
+}
+
+void DBAccess::execute_query_kept(const std::string& query,
+                                  const std::function<void(Statement&)>& bind) {
+  const auto [kept, is_new] = kept_.try_emplace(query, handle_, query);
+  Statement& statement = kept->second;
+  try {
+    bind(statement);
+    execute_query_prepared(statement);
+    statement.reset();
+  } catch (...) {
+    const bool outdated = statement.reset() == SQLITE_SCHEMA && !is_new;
+    kept_.erase(kept);
+    if (!outdated) throw;
+    execute_query_kept(query, bind);
   }
 }
 

@@ -3,6 +3,8 @@
 
 #include <sqlite3.h>
 
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -42,6 +44,10 @@ class DBAccess {
   // Runs a statement that yields no row; a row is a failure.
   void execute_query_prepared(Statement& statement);
 
+  // Like execute_query_prepared() on a new statement that `bind` gives its parameters, but keeps
+  // the statement compiled until the database is closed or its schema changes.
+  void execute_query_kept(const std::string& query, const std::function<void(Statement&)>& bind);
+
   // For preparing statements; stays owned here. Null when closed.
   sqlite3* get_db_handle() const;
 
@@ -51,6 +57,7 @@ class DBAccess {
                int (*callback)(void*, int, char**, char**) = nullptr, void* context = nullptr);
 
   sqlite3* handle_ = nullptr;
+  std::map<std::string, Statement> kept_;  // by query
   int flags_;
   std::string path_;
 };

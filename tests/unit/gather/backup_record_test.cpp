@@ -68,7 +68,7 @@ TEST(JsonValueToText, GivesAnythingElseAsTheEmptyText) {
 
 std::vector<std::pair<std::string, std::string>> members_of(json_t* object) {
   std::vector<std::pair<std::string, std::string>> members;
-  for_each_member(object, [&](const std::string& name, const json_t* value) {
+  for_each_member(object, [&](std::string_view name, const json_t* value) {
     members.emplace_back(name, json_value_to_text(value));
   });
   return members;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -242,6 +243,76 @@ TEST_F(DBAccessTest, ExecuteQueryPreparedOnASelectThatYieldsARowThrows) {
 TEST_F(DBAccessTest, ExecuteQueryPreparedOnASelectWithoutRowsReturns) {
   Statement select(db_.get_db_handle(), "SELECT 1 WHERE 0;");
   EXPECT_NO_THROW(db_.execute_query_prepared(select));
+}
+
+void insert_kept(DBAccess& db, int number) {
+  db.execute_query_kept("INSERT INTO T VALUES (?)",
+                        [&](Statement& statement) { statement.bind(1, number); });
+}
+
+TEST_F(DBAccessTest, ExecuteQueryKeptRunsAgainWithOtherParameters) {
+  db_.create_table("CREATE TABLE T (A INT)");
+  for (const int number : {1, 2, 3}) insert_kept(db_, number);
+  EXPECT_EQ(rows_of(db_, "SELECT GROUP_CONCAT(A) FROM T"), (Texts{{{"GROUP_CONCAT(A)", "1,2,3"}}}));
+}
+
+TEST_F(DBAccessTest, ExecuteQueryKeptFailsLikeANewStatement) {
+  const std::string cannot_prepare =
+      "sqlite prepare statement failed for query - INSERT INTO T VALUES (?)";
+  expect_sqlite_exception([&] { insert_kept(db_, 1); }, cannot_prepare);
+  db_.create_table("CREATE TABLE T (A INT UNIQUE)");
+  insert_kept(db_, 1);
+  expect_sqlite_exception([&] { insert_kept(db_, 1); }, "sqlite query execution failed.");
+  insert_kept(db_, 2);
+  db_.execute_query("DROP TABLE T");
+  expect_sqlite_exception([&] { insert_kept(db_, 3); }, cannot_prepare);
+  db_.create_table("CREATE TABLE T (A INT)");
+  insert_kept(db_, 4);
+  EXPECT_EQ(rows_of(db_, "SELECT A FROM T"), (Texts{{{"A", "4"}}}));
+}
+
+TEST_F(DBAccessTest, ExecuteQueryKeptPassesOnWhatBindingThrows) {
+  db_.create_table("CREATE TABLE T (A INT)");
+  insert_kept(db_, 1);
+  EXPECT_THROW(db_.execute_query_kept("INSERT INTO T VALUES (?)",
+                                      [](Statement&) { throw std::out_of_range("bind"); }),
+               std::out_of_range);
+  insert_kept(db_, 2);
+  EXPECT_EQ(rows_of(db_, "SELECT COUNT(*) FROM T"), (Texts{{{"COUNT(*)", "2"}}}));
+}
+
+TEST(DBAccessFileTest, ExecuteQueryKeptSeesASchemaThatAnotherProcessHasChanged) {
+  const ScratchDir scratch;
+  DBAccess db(scratch("a.db"), kServiceFlags);
+  DBAccess other(scratch("a.db"), kServiceFlags);
+  db.create_table("CREATE TABLE T (A INT)");
+  insert_kept(db, 1);
+  other.create_table("CREATE TABLE U (A INT)");
+  insert_kept(db, 2);
+  other.execute_query("VACUUM");
+  insert_kept(db, 3);
+  EXPECT_EQ(rows_of(other, "SELECT COUNT(*) FROM T"), (Texts{{{"COUNT(*)", "3"}}}));
+}
+
+TEST(DBAccessFileTest, ExecuteQueryKeptHoldsNoLockAfterwards) {
+  const ScratchDir scratch;
+  DBAccess db(scratch("a.db"), kServiceFlags);
+  DBAccess other(scratch("a.db"), kServiceFlags);
+  db.create_table("CREATE TABLE T (A INT UNIQUE)");
+  insert_kept(db, 1);
+  other.execute_query("INSERT INTO T VALUES (2)");
+  EXPECT_ANY_THROW(insert_kept(db, 2));
+  other.execute_query("INSERT INTO T VALUES (3)");
+}
+
+TEST(DBAccessFileTest, AKeptStatementDoesNotKeepTheFileOpen) {
+  const ScratchDir scratch;
+  DBAccess db(scratch("a.db"), kServiceFlags);
+  db.execute_query("PRAGMA journal_mode=WAL");
+  db.create_table("CREATE TABLE T (A INT)");
+  insert_kept(db, 1);
+  db.close_database();
+  EXPECT_FALSE(std::filesystem::exists(scratch("a.db-wal")));  // the last one to close removes it
 }
 
 TEST(ReadQueryCallbackTest, AppendsOneRowAndGoesOn) {
