@@ -30,9 +30,8 @@ cppcheck --quiet --std=c++20 --language=c++ -I. -j "$(nproc)" --error-exitcode=1
 
 echo "== headers compile alone"
 read -ra libraries < <(pkg-config --cflags jansson ACE)
-printf '#include "%s"\n' "${headers[@]}" | "${each[@]}" -n 1 -I{} \
-  bash -c 'g++ -std=c++20 -fsyntax-only -Wall -Wextra -I. "${@:2}" -x c++ - <<<"$1"' - {} "${libraries[@]}" ||
-  status=1
+printf '%s\n' "${headers[@]}" | "${each[@]}" -I{} \
+  g++ -std=c++20 -fsyntax-only -Wall -Wextra -I. "${libraries[@]}" -include {} -x c++ /dev/null || status=1
 
 # Its warnings about options that only GCC knows, and its count of warnings in the system's headers, are noise.
 echo "== clang-tidy"
