@@ -92,8 +92,9 @@ std::string insert_sql() {
     const std::string column(field.column);
     columns += (columns.empty() ? "" : ",") + column;
     places += places.empty() ? "?" : ",?";
-    if (column != "job_id")
-      updates += (updates.empty() ? "" : ",") + column + "=excluded." + column;
+    if (column == "job_id") continue;
+    if (!updates.empty()) updates += ",";
+    updates.append(column).append("=excluded.").append(column);
   }
   return "INSERT INTO backups(" + columns + ") VALUES(" + places +
          ") ON CONFLICT(job_id) DO UPDATE SET " + updates;

@@ -11,7 +11,7 @@ namespace corvane::host {
 
 namespace {
 
-constexpr std::size_t kMaxLine = 64 * 1024;
+constexpr std::size_t kMaxLine = std::size_t{64} << 10;
 constexpr std::int64_t kLinesPerTransaction = 5000;
 
 class LineReader {

@@ -10,7 +10,7 @@ namespace corvane::host {
 
 namespace {
 
-constexpr std::size_t kMaxPageText = 32 * 1024 * 1024;
+constexpr std::size_t kMaxPageText = std::size_t{32} << 20;
 constexpr std::size_t kMaxStatements = 64;
 constexpr int kStepsBetweenLooks = 10'000;
 
@@ -169,7 +169,7 @@ std::string CatalogReader::page(const Collection& collection, const PageQuery& q
       ends_here && out.size() <= kMaxPageText ? query.offset + written : count(sql, instants);
   same_view.commit();
 
-  out += "],\"meta\":{\"pagination\":";
+  out += R"(],"meta":{"pagination":)";
   JsonObject pagination(out);
   pagination.add("offset", query.offset);
   pagination.add("limit", limit);

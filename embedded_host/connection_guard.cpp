@@ -18,17 +18,18 @@ ConnectionGuard* ConnectionGuard::of(const SSL* connection) {
   return static_cast<ConnectionGuard*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection)));
 }
 
-void ConnectionGuard::on_free(void* parent, void* pointer, CRYPTO_EX_DATA*, int, long, void*) {
+void ConnectionGuard::on_free(void* parent, void* pointer, CRYPTO_EX_DATA* /*data*/, int /*index*/,
+                              long /*number*/, void* /*argument*/) {
   if (pointer != nullptr) {
     static_cast<ConnectionGuard*>(pointer)->forget(static_cast<const SSL*>(parent));
   }
 }
 
-void ConnectionGuard::on_state(const SSL* connection, int where, int) {
+void ConnectionGuard::on_state(const SSL* connection, int where, int /*result*/) {
   if ((where & SSL_CB_HANDSHAKE_START) != 0) of(connection)->begin(connection);
 }
 
-void ConnectionGuard::on_message(int written, int, int content_type, const void* data,
+void ConnectionGuard::on_message(int written, int /*version*/, int content_type, const void* data,
                                  std::size_t length, SSL* connection, void* guard) {
   if (written != 0 || content_type != SSL3_RT_HEADER || length < SSL3_RT_HEADER_LENGTH) return;
   const auto* header = static_cast<const unsigned char*>(data);

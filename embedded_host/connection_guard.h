@@ -12,9 +12,9 @@
 namespace corvane::host {
 
 struct ConnectionLimits {
-  std::chrono::seconds reading{10};      // for the handshake and one request's header and body
-  std::size_t header_bytes = 64 * 1024;  // of one request's header, or of the handshake
-  std::size_t body_bytes = 2 * 1024 * 1024;
+  std::chrono::seconds reading{10};  // for the handshake and one request's header and body
+  std::size_t header_bytes = std::size_t{64} << 10;  // of one request's header, or of the handshake
+  std::size_t body_bytes = std::size_t{2} << 20;
 };
 
 // A connection that is broken off is shut down underneath its thread, whose next read or write then

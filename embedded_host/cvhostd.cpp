@@ -1,9 +1,8 @@
 // cvhostd: the embedded host product's web service, and the commands that prepare a host for it.
 
-#include <signal.h>
-
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <fstream>

@@ -16,7 +16,7 @@ namespace corvane::host {
 
 namespace {
 
-constexpr std::size_t kMaxFaultFile = 64 * 1024;
+constexpr std::size_t kMaxFaultFile = std::size_t{64} << 10;
 
 struct ActionForm {
   std::string_view word;

@@ -87,19 +87,19 @@ void describe(CLI::App& app, Request& request) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app(
-      "Gathers the backups from START to END into a database, without a master server: from the "
-      "tools qpimagelist and qpdbjobs. Prints how many rows the tables then hold; what went wrong "
-      "stands in the log, /usr/tessel/corvane/logs/gather_example (standard error when that cannot "
-      "be written).");
   Request request;
-  describe(app, request);
-  CLI11_PARSE(app, argc, argv);
-  if (request.start > request.end) {
-    std::cerr << kProgram << ": START is after END\n";
-    return 1;
-  }
   try {
+    CLI::App app(
+        "Gathers the backups from START to END into a database, without a master server: from the "
+        "tools qpimagelist and qpdbjobs. Prints how many rows the tables then hold; what went "
+        "wrong stands in the log, /usr/tessel/corvane/logs/gather_example (standard error when "
+        "that cannot be written).");
+    describe(app, request);
+    CLI11_PARSE(app, argc, argv);
+    if (request.start > request.end) {
+      std::cerr << kProgram << ": START is after END\n";
+      return 1;
+    }
     request.database_dir = std::filesystem::absolute(request.database_dir);
     enable_process_for_service_account();  // goes to the directory of the tools
     open_log();

@@ -1,12 +1,12 @@
 #include "embedded_host/https_server.h"
 
 #include <httplib.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <system_error>
 #include <thread>
@@ -23,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kMaxBody = 1024 * 1024;
+constexpr std::size_t kMaxBody = std::size_t{1} << 20;
 constexpr std::size_t kMaxWaiting = 256;
 constexpr std::size_t kMaxRequestsPerConnection = 10'000'000;
 constexpr int kKeepAliveTimeOuts = 30;
@@ -54,7 +54,7 @@ class PoolFront : public httplib::TaskQueue {
 };
 
 // The body of an answer that cpp-httplib gives by itself.
-httplib::Server::HandlerResponse explain_failure(const httplib::Request&,
+httplib::Server::HandlerResponse explain_failure(const httplib::Request& /*request*/,
                                                  httplib::Response& response) {
   if (!response.body.empty()) return httplib::Server::HandlerResponse::Unhandled;
   const char* reason = response.status == 413   ? "the body is too large"
@@ -115,7 +115,7 @@ class HttpsServer::Impl {
     server_->set_socket_options(reuse_address);
     server_->set_tcp_nodelay(true);
     server_->set_keep_alive_max_count(kMaxRequestsPerConnection);
-    server_->set_keep_alive_timeout(time_out_seconds * kKeepAliveTimeOuts);
+    server_->set_keep_alive_timeout(std::time_t{time_out_seconds} * kKeepAliveTimeOuts);
     server_->set_read_timeout(time_out_seconds);
     server_->set_write_timeout(time_out_seconds);
     server_->set_payload_max_length(kMaxBody);

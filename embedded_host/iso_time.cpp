@@ -70,7 +70,7 @@ std::optional<Instant> parse_iso_time(std::string_view text) {
                                          std::chrono::day{static_cast<unsigned>(day)}};
   if (!date.ok()) return std::nullopt;
   const auto days = std::chrono::sys_days{date}.time_since_epoch().count();
-  return Instant{(static_cast<std::int64_t>(days) * 24 + hour) * 3600 + minute * 60 + second,
+  return Instant{((std::int64_t{days} * 24 + hour) * 60 + minute) * 60 + second,
                  milliseconds};
 }
 

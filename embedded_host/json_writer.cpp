@@ -24,7 +24,7 @@ void append_json_text(std::string& out, std::string_view text) {
 
 void append_json_real(std::string& out, double value) {
   char digits[40];
-  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
   const std::string_view text(digits, static_cast<std::size_t>(end - digits));
   out += text;
   if (text.find_first_of(".e") == std::string_view::npos) out += ".0";

@@ -78,9 +78,9 @@ bool Statement::step() {
     reset();
     return false;
   }
-  const SqlError error(sqlite3_errmsg(sqlite3_db_handle(statement_.get())), code);
+  const std::string why = sqlite3_errmsg(sqlite3_db_handle(statement_.get()));
   reset();
-  throw error;
+  throw SqlError(why, code);
 }
 
 void Statement::reset() { sqlite3_reset(statement_.get()); }

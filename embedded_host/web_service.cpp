@@ -63,7 +63,7 @@ Report parse_report(const std::string& body) {
   };
   const std::unique_ptr<char, Free> text(json_dumps(attributes, JSON_COMPACT));
   if (text == nullptr) throw std::bad_alloc();
-  return {report_id(json_object_get(data, "id")), text.get()};
+  return {report_id(json_object_get(data, "id")), std::string(text.get())};
 }
 
 WebReply method_reply(const char* allow) {

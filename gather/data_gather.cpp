@@ -84,8 +84,7 @@ DataGather::DataGather(DBAccess* database, const std::string& location, const st
     : db(database),
       db_location(location),
       master_server(master),
-      deployutil_dir(get_cvdeployutil_dir()),
-      detection_state(true) {
+      deployutil_dir(get_cvdeployutil_dir()) {
   init_attributes();
 }
 

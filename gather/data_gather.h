@@ -155,6 +155,6 @@ class DataGather {
   std::string deployutil_dir;
   std::map<std::int32_t, std::string> policy_types;
   std::map<std::int32_t, std::string> schedule_types;
-  bool detection_state;  // true: detection is disabled
+  bool detection_state = true;  // true: detection is disabled
   std::vector<std::string> slp_policy_types;
 };

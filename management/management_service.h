@@ -35,8 +35,8 @@ class ManagementService {
   // opened.
   void start();
 
-  // One pass of the loop, made once a second; `last_gather` is when the last gather ended. False when
-  // the loop is to end.
+  // One pass of the loop, made once a second; `last_gather` is when the last gather ended. False
+  // when the loop is to end.
   bool run_pass(DataGather& gather, std::time_t& last_gather);
 
   // Re-reads the gather interval.

@@ -168,6 +168,7 @@ void logmsg(int level, const char* tag, const char* text) {
   log_text(level, tag, text);
 }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): the product's callers pass their arguments as to printf
 void logmsgf(int level, const char* tag, const char* format, ...) {
   const ErrnoKept errno_kept;
   char usual[kUsualText];

@@ -1,9 +1,9 @@
 #include "platform/host_product.h"
 
-#include <errno.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>

@@ -44,7 +44,7 @@ int HttpsSession::request(const char* method, const std::string& path, const std
   }
   const CredentialsStamp stamp = stamp_of(endpoint_.credentials);
   if (connection_ && !connection_->serves(endpoint_, stamp)) {
-    keep_connection(std::move(connection_));
+    keep_connection(std::exchange(connection_, nullptr));
   }
   if (!connection_) connection_ = take_connection(endpoint_, stamp);
   const HttpsRequest request{method, path, body, timeout_seconds_, answer_limit_};

@@ -26,7 +26,7 @@ bool has_exact_name(ACE_Configuration_Heap& heap, const ACE_Configuration_Sectio
 
 std::string value_of(ACE_Configuration_Heap& heap, const char* section_name, const char* name) {
   ACE_Configuration_Section_Key section;
-  if (heap.open_section(heap.root_section(), section_name, 0, section) != 0) return "";
+  if (heap.open_section(heap.root_section(), section_name, false, section) != 0) return "";
   ACE_TString value;
   if (!has_exact_name(heap, section, name) || heap.get_string_value(section, name, value) != 0) {
     return "";

@@ -1,7 +1,6 @@
 #include "platform/process_handler.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <charconv>
 #include <chrono>
 #include <climits>
+#include <csignal>
 #include <filesystem>
 #include <optional>
 #include <set>

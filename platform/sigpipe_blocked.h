@@ -1,7 +1,7 @@
 // Writing to connections that the other side may have broken.
 #pragma once
 
-#include <signal.h>
+#include <csignal>
 
 namespace corvane {
 

@@ -1,8 +1,7 @@
 #include "companions/detect/daemon.h"
 
-#include <signal.h>
-
 #include <chrono>
+#include <csignal>
 #include <exception>
 #include <memory>
 #include <string>

@@ -115,7 +115,7 @@ Dbscan::Index Dbscan::find_or_add_cell(const std::int32_t* at) {
 
 // By their first coordinate, so that the near ones of a cell lie in one stretch.
 void Dbscan::sort_cells() {
-  const Index count = static_cast<Index>(cells_.size());
+  const auto count = static_cast<Index>(cells_.size());
   queue_.resize(count);
   std::iota(queue_.begin(), queue_.end(), 0U);
   std::sort(queue_.begin(), queue_.end(),
@@ -186,7 +186,7 @@ bool Dbscan::has_enough_neighbours(const Cell& cell, Index point) const {
 
 void Dbscan::join_cells() {
   unreached_.clear();
-  for (Index i = static_cast<Index>(cells_.size()); i-- > 0;) {
+  for (auto i = static_cast<Index>(cells_.size()); i-- > 0;) {
     if (cells_[i].has_core) unreached_.push_back(i);
   }
   while (!unreached_.empty()) {

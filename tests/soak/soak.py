@@ -1,0 +1,177 @@
+"""Weeks of the whole system in an hour: the clock runs 1000 times as fast, the server fails now and then.
+
+usage, inside embedded_host/sandbox:  soak.py MINUTES RESULT_FILE
+
+Looked at every few seconds: what each process holds (memory, descriptors), how much it logs, which backups
+have been stored. What must hold at the end: nothing grows from the first quarter of the run to the last, and
+every backup is in the database but for those that a gather said it could not fetch, and those few that end in
+the moment between the end of a gather's window and its question, which is 1000 times as long here.
+"""
+
+import contextlib
+import itertools
+import json
+import os
+import random
+import statistics
+import sys
+import time
+from pathlib import Path
+
+PROJECT = Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(PROJECT / "embedded_host"), str(PROJECT / "tests/e2e")]
+import machine as host  # noqa: E402
+from gathering import backup, load, rows  # noqa: E402
+from service_runs import GATHERED, configure, history_gathered_before, instant  # noqa: E402
+
+SPEED = 1000
+BEGIN = 1_794_859_200  # 2026-11-16 20:00 UTC
+SECONDS_BETWEEN_SAMPLES = 5
+SECONDS_BETWEEN_BACKUPS = 5 * 60
+CLIENTS = 20
+FAULTS = ("status 500", "status 503", "garbage", "truncate", "cut", "status 401")
+CAPTURING = "Capturing data between "
+COULD_NOT_CAPTURE = "Could not capture data between "
+TOOK = "Total time taken for live gather "
+PROCESSES = ("cvanomalymgmt", "cvanomalydetect", "cvanomalyalert")
+# What the last quarter's median may be of the first's: the allocator settles, a leak does not.
+MOST_GROWTH = {"memory_kib": 1.10, "descriptors": 1.0, "log_bytes_per_gather": 1.10}
+
+
+def catalog(seconds):
+    """A backup every few minutes, each client's figures about the same from day to day."""
+    figures = random.Random(1)
+    for job, start in enumerate(range(BEGIN + 60, BEGIN + seconds, SECONDS_BETWEEN_BACKUPS), 1000):
+        client = f"client{job % CLIENTS:02}.example.com"
+        yield backup(job, start, seconds=figures.randint(60, 1500), clientName=client,
+                     backupId=f"{client}_{start}", kbytes=figures.randint(990_000, 1_010_000),
+                     kilobytesTransferred=figures.randint(9_000, 11_000), numFiles=figures.randint(9_900, 10_100))
+
+
+def held_by(name):
+    """What the one process of that name holds; nothing while there is none, or it is on its way out."""
+    with contextlib.suppress(OSError, ValueError):
+        (pid,) = host.process_ids(name)
+        status = Path(f"/proc/{pid}/status").read_text()
+        return {"memory_kib": int(status.split("VmRSS:")[1].split()[0]),
+                "descriptors": len(os.listdir(f"/proc/{pid}/fd"))}
+    return {}
+
+
+class Soak:
+    def __init__(self, machine):
+        self.machine = machine
+        self.samples = []
+        self.stored = set()
+        self.faults = itertools.cycle(FAULTS)
+
+    def sample(self):
+        sample = {"gathers": self.machine.logged(GATHERED)}
+        for name in PROCESSES:
+            log = host.LOGS / name
+            sample[name] = {**held_by(name), "log_bytes": log.stat().st_size if log.exists() else 0}
+        self.samples.append(sample)
+        for table in ("HIST_DATA", "DATA_TO_PROCESS"):
+            self.stored.update(job for job, in rows(host.DATABASE, f"SELECT JOB_ID FROM {table}"))
+
+    def trouble(self, moment):
+        """The server answers wrongly for one sample in eight, and is away for one in forty."""
+        if moment % 8 == 3:
+            self.machine.misbehave(next(self.faults))
+        elif moment % 8 == 4:
+            self.machine.misbehave()
+        if moment % 40 == 20:
+            self.machine.stop_web_service()
+        elif moment % 40 == 21:
+            self.machine.start_web_service()
+
+    def run(self, minutes):
+        end = time.monotonic() + minutes * 60
+        for moment in itertools.count():
+            time.sleep(SECONDS_BETWEEN_SAMPLES)
+            self.sample()
+            if time.monotonic() > end:
+                break
+            self.trouble(moment)
+        self.machine.misbehave()
+        gathers = self.machine.logged(GATHERED)
+        host.wait_until(lambda: self.machine.logged(GATHERED) > gathers + 2, 60, "the last gathers")
+        self.sample()
+
+    def growth(self):
+        """Of each figure of each process: medians of the first and the last quarter of the run."""
+        # The first sample is taken while everything starts.
+        steps = list(itertools.pairwise(self.samples[1:]))
+        quarter = max(1, len(steps) // 4)
+        for name, figure in itertools.product(PROCESSES, MOST_GROWTH):
+            def value(step):
+                before, after = step[0], step[1]
+                if figure != "log_bytes_per_gather":
+                    return after[name].get(figure)
+                gathers = after["gathers"] - before["gathers"]
+                return (after[name]["log_bytes"] - before[name]["log_bytes"]) / gathers if gathers else None
+
+            ends = [[v for v in map(value, part) if v is not None] for part in (steps[:quarter], steps[-quarter:])]
+            if all(ends):
+                yield name, figure, *map(statistics.median, ends)
+
+    def gathers(self):
+        """Of each live gather: the window that it asked for, whether it got it, how many seconds it took."""
+        window, failed = None, False
+        for _, _, text in self.machine.log_records():
+            if text.startswith(CAPTURING):
+                window, failed = tuple(map(int, text.removeprefix(CAPTURING).split("&"))), False
+            elif text.startswith(COULD_NOT_CAPTURE):
+                failed = True
+            elif text.startswith(TOOK) and window is not None:
+                yield *window, failed, int(text.removeprefix(TOOK).rstrip("."))
+
+    def lost(self, backups):
+        """Ended backups that are not stored, by why: their window could not be fetched; they ended after the
+        end of their window and before the server was asked about it, so that it held them for neither running
+        nor done by then; any other reason."""
+        gathers = list(self.gathers())
+        lost = {"in_failed_windows": [], "while_asking": [], "otherwise": []}
+        for one in backups:
+            start, end = instant(one["startTime"]), instant(one["endTime"])
+            if end > self.machine.last_gather_time() - 3600 or one["jobId"] in self.stored:
+                continue
+            if any(failed and start <= last and end >= first for first, last, failed, _ in gathers):
+                why = "in_failed_windows"
+            elif any(start <= last < end <= last + took + 1 for _, last, _, took in gathers):
+                why = "while_asking"
+            else:
+                why = "otherwise"
+            lost[why].append(one["jobId"])
+        return lost
+
+
+def main():
+    minutes, result_file = float(sys.argv[1]), Path(sys.argv[2])
+    clock = host.Clock(BEGIN, SPEED)
+    with contextlib.closing(host.Machine(clock)) as machine:
+        machine.lay_out()
+        backups = list(catalog(int((minutes + 10) * 60 * SPEED)))
+        load(machine, backups)
+        history_gathered_before(BEGIN)
+        configure(machine, detection=0, alert=0, DATABASE_SETTINGS__PURGE_DATA_INTERVAL_IN_MONTHS=1)
+        machine.start_web_service()
+        machine.start_service()
+        soak = Soak(machine)
+        soak.run(minutes)
+        machine.stop_service()
+        growth = [dict(zip(("process", "figure", "first_quarter", "last_quarter"), row)) for row in soak.growth()]
+        lost = soak.lost(backups)
+    result = {"simulated_days": round((clock.now() - BEGIN) / 86400, 1), "gathers": soak.samples[-1]["gathers"],
+              "stored": len(soak.stored), "lost": {why: len(jobs) for why, jobs in lost.items()},
+              "lost_otherwise": lost["otherwise"], "growth": growth}
+    result_file.write_text(json.dumps(result, indent=1) + "\n")
+    print(json.dumps(result, indent=1))
+    grown = [row for row in growth if row["last_quarter"] > row["first_quarter"] * MOST_GROWTH[row["figure"]]]
+    for row in grown:
+        print("grown:", row)
+    return 1 if grown or lost["otherwise"] or not soak.stored else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
