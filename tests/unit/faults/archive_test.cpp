@@ -83,6 +83,7 @@ class ArchiveLoading : public FaultTest {
                                {progress("Total images captured = 0"), images}};
     for (const Archive& archive : kArchives) {
       stated.push_back({rolled_back(world, archive), images});
+      stated.push_back({error("Could not read all of " + image_file(world, archive)), images});
     }
     append(stated,
            with_reasons("Error inserting data in IMAGE_DATA ", {corvane::kInsertHistData}, 1));

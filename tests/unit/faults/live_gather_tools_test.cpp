@@ -13,9 +13,10 @@ constexpr int kEnd = 2000;
 
 const std::string kJobsOutput = R"([{"JobId": 1}, {"JobId": 2}, {"JobId": 3}])";
 
-std::vector<Stated> stated_lines() {
+std::vector<Stated> stated_lines(const std::string& location) {
   std::vector<Stated> stated{
       {error("Could not capture data between 1000 & 2000 "), kJobs},
+      {error("Could not read all of " + location + "/image.out"), kJobs},
       {progress("Failed to gather job information."), kJobs},
       {progress("Issue parsing image. Continue with other images."), 1, "data_"},
       // The tool was not run, or its output could not be opened.
@@ -59,11 +60,10 @@ class LiveGatherByTools : public FaultTest {
         kJobs)
         << "gathering again does not make up for it";
     undisturbed.log.clear();
-    expect_stated(outcome, undisturbed, stated_);
+    expect_stated(outcome, undisturbed, stated_lines(world.location));
     return failed;
   }
 
-  const std::vector<Stated> stated_ = stated_lines();
   static inline std::unique_ptr<ScratchDir> tools;
 };
 
