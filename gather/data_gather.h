@@ -100,7 +100,9 @@ class DataGather {
   // Runs the tool for a range and reads its output.
   void do_image_gather(int start_time, int end_time, int mode);
 
-  // Reads an output file, one JSON object a line. What cannot be read is logged and skipped.
+  // Reads an output file, one JSON object a line. A line that cannot be understood is logged and
+  // skipped, a file that cannot be read to its end is logged and what it gave is kept; one that
+  // cannot be opened counts as empty.
   void parse_qpimagelist_input(const std::string& path, int mode);
 
   // One line to one record. Throws std::runtime_error when it is no JSON.

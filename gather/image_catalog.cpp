@@ -86,6 +86,7 @@ void DataGather::parse_qpimagelist_input(const std::string& path, int mode) {
     process_job_batch(*this, batch, images_by_job);
   }
   logmsgf(2, kProgram, "Total images captured = %d", images);
+  if (file.bad()) logmsgf(16, kProgram, "Could not read all of %s", path.c_str());
 }
 
 DataGather::Record DataGather::parse_qpimagelist_line(const std::string& line) {

@@ -1,16 +1,15 @@
 #include "gather/rollback.h"
 
+#include <exception>
+
 #include "platform/debug_log.h"
-#include "sqlite/sqlite_exception.h"
 
 namespace corvane {
-
-using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
 
 void roll_back(Altamir::Corvane::UsageReporting::SQLiteDatabase::DBAccess& db, const char* tag) {
   try {
     db.rollback_transaction();
-  } catch (const sqlite_exception& error) {
+  } catch (const std::exception& error) {
     logmsg(16, tag, error.what());
   }
 }

@@ -39,28 +39,31 @@ void DBAccess::close_database() {
 
 void DBAccess::begin_transaction() {
   execute("BEGIN TRANSACTION;", "BEGIN TRANSACTION execution failed.");
+  in_transaction_ = true;
 }
 
 void DBAccess::commit_transaction() {
   execute("END TRANSACTION;", "END TRANSACTION execution failed.");
+  in_transaction_ = false;
 }
 
 void DBAccess::rollback_transaction() {
+  in_transaction_ = false;
   execute("ROLLBACK TRANSACTION;", "ROLLBACK TRANSACTION execution failed.");
 }
 
 bool DBAccess::is_auto_commit_on() { throw sqlite_exception("Not implemented"); }
 
 void DBAccess::execute_query(const std::string& query) {
-  execute(query, "Query execution failed for  " + query);
+  execute(query.c_str(), "Query execution failed for  ", query.c_str());
 }
 
 void DBAccess::create_table(const std::string& query) {
-  execute(query, "Failed to create table with query " + query);
+  execute(query.c_str(), "Failed to create table with query ", query.c_str());
 }
 
 void DBAccess::read_data(const std::string& query, std::vector<Row>& rows) {
-  execute(query, "Query execution failed for  " + query, read_query_callback, &rows);
+  execute(query.c_str(), "Query execution failed for  ", query.c_str(), read_query_callback, &rows);
 }
 
 void DBAccess::read_data_prepared(Statement& statement, std::vector<Row>& rows) {
@@ -77,6 +80,10 @@ void DBAccess::execute_query_prepared(Statement& statement) {
 
 void DBAccess::execute_query_kept(const std::string& query,
                                   const std::function<void(Statement&)>& bind) {
+  // On its own, this row would outlive those that it belongs with.
+  if (in_transaction_ && sqlite3_get_autocommit(handle_) != 0) {
+    throw sqlite_exception("sqlite query execution failed.");
+  }
   const auto [kept, is_new] = kept_.try_emplace(query, handle_, query);
   Statement& statement = kept->second;
   try {
@@ -93,12 +100,14 @@ void DBAccess::execute_query_kept(const std::string& query,
 
 sqlite3* DBAccess::get_db_handle() const { return handle_; }
 
-void DBAccess::execute(const std::string& query, const std::string& message,
+void DBAccess::execute(const char* query, const char* message, const char* subject,
                        int (*callback)(void*, int, char**, char**), void* context) {
   char* error = nullptr;
-  const int result = sqlite3_exec(handle_, query.c_str(), callback, context, &error);
+  const int result = sqlite3_exec(handle_, query, callback, context, &error);
   const std::unique_ptr<char, decltype(&sqlite3_free)> owned_error(error, sqlite3_free);
-  if (result != SQLITE_OK) throw sqlite_exception(message, error == nullptr ? "" : error);
+  if (result != SQLITE_OK) {
+    throw sqlite_exception(std::string(message) + subject, error == nullptr ? "" : error);
+  }
 }
 
 int read_query_callback(void* context, int column_count, char** values, char** names) {

@@ -45,19 +45,22 @@ class DBAccess {
   void execute_query_prepared(Statement& statement);
 
   // Like execute_query_prepared() on a new statement that `bind` gives its parameters, but keeps
-  // the statement compiled until the database is closed or its schema changes.
+  // the statement compiled until the database is closed or its schema changes. Fails as well in a
+  // transaction that SQLite has rolled back by itself (a full disk), until it is rolled back here.
   void execute_query_kept(const std::string& query, const std::function<void(Statement&)>& bind);
 
   // For preparing statements; stays owned here. Null when closed.
   sqlite3* get_db_handle() const;
 
  private:
-  // Throws sqlite_exception(message, SQLite's text) when the query fails.
-  void execute(const std::string& query, const std::string& message,
+  // Throws sqlite_exception(message + subject, SQLite's text) when the query fails. Allocates
+  // nothing otherwise: a transaction must be rolled back when memory has run out too.
+  void execute(const char* query, const char* message, const char* subject = "",
                int (*callback)(void*, int, char**, char**) = nullptr, void* context = nullptr);
 
   sqlite3* handle_ = nullptr;
   std::map<std::string, Statement> kept_;  // by query
+  bool in_transaction_ = false;            // by our own calls
   int flags_;
   std::string path_;
 };

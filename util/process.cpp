@@ -5,6 +5,11 @@
 #include <ace/OS_NS_unistd.h>
 #include <ace/Process.h>
 
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <memory>
+#include <new>
 #include <utility>
 
 #include "platform/standard_descriptors.h"
@@ -15,6 +20,36 @@ constexpr std::size_t kUsualLineBuffer = 2048;
 constexpr std::size_t kEnvironmentBuffer = 16384;
 constexpr std::size_t kMaxEnvironmentEntries = 512;
 constexpr std::size_t kMaxArguments = 128;
+
+// ACE's options only set errno when there is no memory for a buffer, and then use it all the same.
+void throw_when_out_of_memory() {
+  if (errno == ENOMEM) throw std::bad_alloc();
+}
+
+struct Destroy {
+  void operator()(ACE_Process_Options* options) const { std::destroy_at(options); }
+};
+
+// The options for a command line. In storage that is zero, since after a failed allocation their
+// destructor frees what their constructor has not got to. Throws std::bad_alloc.
+class SpawnOptions {
+ public:
+  SpawnOptions(std::size_t line_buffer, const std::string& line) {
+    errno = 0;
+    options_.reset(::new (storage_.data()) ACE_Process_Options(
+        true, line_buffer, kEnvironmentBuffer, kMaxEnvironmentEntries, kMaxArguments));
+    throw_when_out_of_memory();
+    options_->command_line("%s", line.c_str());
+    options_->command_line_argv();  // splits the line, which the spawn takes for granted
+    throw_when_out_of_memory();
+  }
+
+  ACE_Process_Options& operator*() { return *options_; }
+
+ private:
+  alignas(ACE_Process_Options) std::array<std::byte, sizeof(ACE_Process_Options)> storage_{};
+  std::unique_ptr<ACE_Process_Options, Destroy> options_;
+};
 
 }  // namespace
 
@@ -29,9 +64,8 @@ void Process::redirect_to_file(const std::string& path) {
 void Process::start() {
   const std::size_t line_buffer =
       arguments_.size() <= kUsualLineBuffer / 2 ? kUsualLineBuffer : 2 * arguments_.size();
-  ACE_Process_Options options(true, line_buffer, kEnvironmentBuffer, kMaxEnvironmentEntries,
-                              kMaxArguments);
-  options.command_line("%s", (command_ + " " + arguments_).c_str());
+  SpawnOptions spawn_options(line_buffer, command_ + " " + arguments_);
+  ACE_Process_Options& options = *spawn_options;
 
   ACE_Process process;
   ACE_HANDLE output = ACE_INVALID_HANDLE;

@@ -14,7 +14,7 @@ class Process {
   void redirect_to_file(const std::string& path);
 
   // Runs the command and waits for it, without a time limit. Nothing is reported: callers judge by
-  // what the output file holds.
+  // what the output file holds. Throws std::bad_alloc alone.
   void start();
 
   // The raw status word of waitpid(2) (an exit with 3 is 768); -1 before start().

@@ -2,12 +2,16 @@
 
 #include <utility>
 
-#include "util/file.h"
+#include "util/directory.h"
 
 namespace corvane {
 
-ScratchFile::ScratchFile(std::string path) : path_(std::move(path)) { File::Delete(path_); }
+// Not by File::Delete, which first opens the file: it would have to be kept when there is no memory
+// or no descriptor left.
+ScratchFile::ScratchFile(std::string path) : path_(std::move(path)) {
+  Directory::UnlinkFile(path_);
+}
 
-ScratchFile::~ScratchFile() { File::Delete(path_); }
+ScratchFile::~ScratchFile() { Directory::UnlinkFile(path_); }
 
 }  // namespace corvane

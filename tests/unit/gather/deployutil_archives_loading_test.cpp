@@ -77,6 +77,20 @@ TEST_F(ArchiveLoading, ArchiveWithoutAnImageFileIsAnEmptyOneThatStillCovers) {
   EXPECT_TRUE(corvane::fake::log_lines(16).empty());
 }
 
+TEST_F(ArchiveLoading, ArchiveThatCannotBeReadToItsEndIsSaidAndTheOthersAreLoaded) {
+  world.archive("good", 1000, 2000, {1});
+  world.archive("bad", 2000, 3000);
+  std::filesystem::remove(world.file("bad", "qpimagelist.out"));
+  std::filesystem::create_directory(world.file("bad", "qpimagelist.out"));  // opens, is not read
+  load();
+  EXPECT_EQ(world.stored_jobs(), std::vector<std::string>{"1"});
+  EXPECT_EQ(
+      corvane::fake::log_lines(16),
+      (std::vector<LogLine>{{16, "cvanomalymgmt",
+                             "Could not read all of " + world.path("bad") + "/qpimagelist.out"}}));
+  EXPECT_EQ(covered_end, 3000);
+}
+
 TEST_F(ArchiveLoading, BadLinesInsideAnArchiveDoNotUndoTheOthers) {
   world.archive("a", 1000, 2000);
   write_file(world.file("a", "qpimagelist.out"), "{\"job_id\": 1}\n{half\n{\"job_id\": 2}\n");

@@ -281,6 +281,19 @@ TEST_F(DBAccessTest, ExecuteQueryKeptPassesOnWhatBindingThrows) {
   EXPECT_EQ(rows_of(db_, "SELECT COUNT(*) FROM T"), (Texts{{{"COUNT(*)", "2"}}}));
 }
 
+TEST_F(DBAccessTest, ExecuteQueryKeptFailsInATransactionThatSqliteHasRolledBack) {
+  db_.create_table("CREATE TABLE T (A INT UNIQUE)");
+  db_.begin_transaction();
+  insert_kept(db_, 1);
+  EXPECT_ANY_THROW(db_.execute_query("INSERT OR ROLLBACK INTO T VALUES (1)"));
+  expect_sqlite_exception([&] { insert_kept(db_, 2); }, "sqlite query execution failed.");
+  EXPECT_ANY_THROW(db_.commit_transaction());
+  expect_sqlite_exception([&] { insert_kept(db_, 3); }, "sqlite query execution failed.");
+  EXPECT_ANY_THROW(db_.rollback_transaction());
+  insert_kept(db_, 4);
+  EXPECT_EQ(rows_of(db_, "SELECT A FROM T"), (Texts{{{"A", "4"}}}));
+}
+
 TEST(DBAccessFileTest, ExecuteQueryKeptSeesASchemaThatAnotherProcessHasChanged) {
   const ScratchDir scratch;
   DBAccess db(scratch("a.db"), kServiceFlags);

@@ -5,11 +5,13 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "tests/support/ordinary_user.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {
 
 using corvane::ScratchFile;
+using corvane::test::OrdinaryUserFiles;
 using corvane::test::ScratchDir;
 using corvane::test::write_file;
 using std::filesystem::exists;
@@ -40,6 +42,17 @@ TEST(ScratchFileTest, RemovesTheFileWhenAnExceptionLeavesTheScope) {
   };
   EXPECT_THROW(fail(), std::runtime_error);
   EXPECT_FALSE(exists(scratch("out.txt")));
+}
+
+TEST(ScratchFileTest, RemovesAFileThatCannotBeOpened) {
+  if (!OrdinaryUserFiles::possible()) GTEST_SKIP() << "root cannot step down here";
+  const ScratchDir scratch;
+  std::filesystem::permissions(scratch(), std::filesystem::perms::all);
+  write_file(scratch("old.txt"), "old");
+  std::filesystem::permissions(scratch("old.txt"), std::filesystem::perms::none);
+  const OrdinaryUserFiles ordinary_user;
+  const ScratchFile file(scratch("old.txt"));
+  EXPECT_FALSE(exists(file.path()));
 }
 
 TEST(ScratchFileTest, AFileThatNeverCameIsNoFault) {
