@@ -7,7 +7,8 @@
 
 namespace corvane {
 
-// How many bytes the UTF-8 character at the begin of `text`, which is not empty, has; 0: it is none.
+// How many bytes the UTF-8 character at the begin of `text`, which is not empty, has; 0: it is
+// none.
 std::size_t utf8_length(std::string_view text);
 
 // `text` with each byte that belongs to no UTF-8 character replaced by U+FFFD.
