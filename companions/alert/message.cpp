@@ -51,12 +51,14 @@ const char* kind_name(Kind kind) {
   return "";
 }
 
+const char* severity_in_words(int severity) {
+  return severity >= 3 ? "act now" : severity == 2 ? "important" : "look at it";
+}
+
 std::string headline(const Message& message) {
   if (message.kind == Kind::kEnd || message.kind == Kind::kTest) return message.subject;
-  const char* urgency = message.severity >= 3   ? "[act now] "
-                        : message.severity == 2 ? "[important] "
-                                                : "[look at it] ";
-  return urgency + std::string(message.kind == Kind::kRise ? "Now worse: " : "") + message.subject;
+  return std::string("[") + severity_in_words(message.severity) + "] " +
+         (message.kind == Kind::kRise ? "Now worse: " : "") + message.subject;
 }
 
 std::string document_of(const Message& message) {

@@ -37,6 +37,9 @@ struct Message {
   std::string details;  // a JSON object
 };
 
+// "act now", "important" or "look at it".
+const char* severity_in_words(int severity);
+
 // The subject with how urgent it is in front.
 std::string headline(const Message& message);
 

@@ -83,13 +83,16 @@ std::string kinds_in_words(const Totals& totals) {
   return words;
 }
 
+// "encryption (9)".
+std::string with_number(std::string_view words, std::int64_t number) {
+  return std::string(words) + " (" + number_text(static_cast<double>(number)) + ")";
+}
+
 // Empty when everything is over.
 std::string severities_in_words(const Totals& totals) {
   std::string words;
   for (const auto& [severity, number] : totals.severities) {
-    words = joined(
-        words, ", ",
-        number_text(static_cast<double>(number)) + " of severity " + std::to_string(severity));
+    words = joined(words, ", ", with_number(severity_in_words(severity), number));
   }
   return words.empty() ? words : "How severe: " + words + ".\n";
 }
@@ -111,7 +114,7 @@ std::string causes_in_words(const Folded& folded) {
   }
   std::string words;
   for (const auto& [cause, number] : causes) {
-    words = joined(words, ", ", cause + " (" + number_text(static_cast<double>(number)) + ")");
+    words = joined(words, ", ", with_number(cause, number));
   }
   return words.empty() ? words : "What they look like: " + words + ".\n";
 }
