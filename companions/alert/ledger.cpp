@@ -204,7 +204,9 @@ void Ledger::fold_storm(const NewDelivery& delivery, const StormRule& rule) {
   static constexpr char kCount[] =
       "SELECT count(*) FROM (SELECT 1 FROM delivery WHERE channel = ? AND kind = ? AND held = ? "
       "AND created > ? AND state <> 4 LIMIT ?)";
-  static constexpr char kFold[] =
+  static constexpr char kFoldOne[] =
+      "UPDATE delivery SET state = 1, summary = ? WHERE message = ? AND channel = ?";
+  static constexpr char kFoldAll[] =
       "UPDATE delivery SET state = 1, summary = ? WHERE channel = ? AND kind = ? AND held = ? "
       "AND created > ? AND state = 0 AND attempts = 0";
   static constexpr char kPostpone[] =
@@ -224,14 +226,18 @@ void Ledger::fold_storm(const NewDelivery& delivery, const StormRule& rule) {
   if (!is_storm) return;
 
   std::int64_t summary = find_summary(delivery);
-  if (summary == 0) summary = add_summary(delivery, rule);
-  state_.query(kFold)
-      .bind(summary)
-      .bind(delivery.channel)
-      .bind(number(delivery.kind))
-      .bind(delivery.held)
-      .bind(since)
-      .run();
+  if (summary != 0) {
+    state_.query(kFoldOne).bind(summary).bind(delivery.message).bind(delivery.channel).run();
+  } else {
+    summary = add_summary(delivery, rule);
+    state_.query(kFoldAll)
+        .bind(summary)
+        .bind(delivery.channel)
+        .bind(number(delivery.kind))
+        .bind(delivery.held)
+        .bind(since)
+        .run();
+  }
   state_.query(kPostpone)
       .bind(std::int64_t{delivery.severity})
       .bind(delivery.created + rule.settle)

@@ -20,9 +20,10 @@ Outbox::Outbox(StateDatabase& state) : state_(state), tag_(state.tag()) {}
 
 std::optional<Delivery> Outbox::begin(const std::string& channel, std::int64_t now) {
   static constexpr char kPause[] = "SELECT paused_until FROM channel WHERE name = ?";
+  // One that is refused time and again does not hold up the others.
   static constexpr char kNext[] =
       "SELECT message, kind, attempts FROM delivery d WHERE channel = ? AND state = 0 AND "
-      "not_before <= ?" NOT_BEHIND_ANOTHER " ORDER BY message LIMIT 1";
+      "not_before <= ?" NOT_BEHIND_ANOTHER " ORDER BY attempts, message LIMIT 1";
   static constexpr char kBegin[] =
       "UPDATE delivery SET attempts = attempts + 1 WHERE message = ? AND channel = ? AND state = 0";
   Query& pause = state_.query(kPause).bind(channel);

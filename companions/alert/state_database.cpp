@@ -33,9 +33,11 @@ constexpr std::array kSchema{
     "created INT NOT NULL, held INT NOT NULL, not_before INT NOT NULL, attempts INT NOT NULL, "
     "failing_since INT NOT NULL, reason TEXT NOT NULL, summary INT NOT NULL, "
     "PRIMARY KEY (message, channel)) WITHOUT ROWID",
-    "CREATE INDEX IF NOT EXISTS delivery_open ON delivery (channel, state, message)",
+    "CREATE INDEX IF NOT EXISTS delivery_open ON delivery (channel, state, attempts, message)",
     "CREATE INDEX IF NOT EXISTS delivery_incident ON delivery (incident, channel, state)",
     "CREATE INDEX IF NOT EXISTS delivery_summary ON delivery (summary) WHERE summary <> 0",
+    "CREATE INDEX IF NOT EXISTS delivery_failing ON delivery (channel, failing_since) "
+    "WHERE failing_since > 0",
     "CREATE INDEX IF NOT EXISTS delivery_recent ON delivery (channel, kind, held, created)",
     "CREATE TABLE IF NOT EXISTS told (incident INT NOT NULL, channel TEXT NOT NULL, "
     "severity INT NOT NULL, PRIMARY KEY (incident, channel)) WITHOUT ROWID",

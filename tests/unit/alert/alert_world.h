@@ -38,6 +38,8 @@ inline std::string details_of(const std::string& client, const std::string& inci
 class AlertWorld : public PlatformFake {
  protected:
   AlertWorld() {
+    sql("PRAGMA journal_mode=WAL");
+    sql("PRAGMA synchronous=OFF");  // nobody pulls the plug on a test
     database_.execute_query(
         "CREATE TABLE ANOMALY_DATA (ANOMALY_UNIQUE_ID TEXT PRIMARY KEY NOT NULL, ANOMALY_DETAILS "
         "TEXT, PROCESSED INT, DETECTION_KEY TEXT, CLIENT TEXT, DETECTION_TIME INT);");

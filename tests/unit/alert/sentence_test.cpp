@@ -46,7 +46,7 @@ TEST(Sentence, NamesTheTwoThatAreOffTheFarthestAndTheDurationLast) {
         {"name":"kb_transferred","value":5,"usual":0,"usual_low":0,"usual_high":2,"deviation":7},
         {"name":"image_size","value":5}]})");
   const std::string body = words_for_anomaly(anomaly, kFirst, "").body;
-  EXPECT_THAT(body, HasSubstr("unusual: 5 KB transferred, usually 0 to 2; deduplication ratio "
+  EXPECT_THAT(body, HasSubstr("usual: 5 KB transferred, usually 0 to 2; deduplication ratio "
                               "1.25, 3 % of the usual 50 (48 to 52).\n"));
   EXPECT_THAT(body, HasSubstr("web interface of the master server"));
   EXPECT_THAT(body, HasSubstr("No earlier good backup is known."));
