@@ -38,7 +38,6 @@ Sender::Sender(std::string name, SenderFiles files, Channel& channel, const Stop
       stop_(stop) {}
 
 Sender::Step Sender::step() {
-  give_up_overdue();
   const std::optional<Delivery> delivery = outbox_.begin(name_, now());
   if (!delivery) return Step::kNothing;
   const SendResult result = send(delivery->content);
@@ -56,6 +55,9 @@ Sender::Step Sender::step() {
             result.reason.c_str());
   }
   trouble_ = result.reason;
+  // Only now: after a standstill of this program the channel may work again.
+  while (give_up_overdue()) {
+  }
   return Step::kFailed;
 }
 
@@ -81,18 +83,20 @@ void Sender::note(const std::function<void()>& write) {
   }
 }
 
-void Sender::give_up_overdue() {
+// Some of them; false when there are none left or they cannot be given up.
+bool Sender::give_up_overdue() {
   const std::vector<Delivery> overdue = outbox_.overdue(name_, now(), kDeadAtOnce);
-  if (overdue.empty()) return;
+  if (overdue.empty()) return false;
   try {
     DeadLetterFile(files_.dead_letters).append(overdue, now());
   } catch (const std::exception& error) {
     complain(std::string("Cannot write the dead letters: ") + error.what());
-    return;
+    return false;
   }
   outbox_.give_up(overdue);
   logmsgf(16, kProgram, "Given up after a day: %zu messages for channel %s, see %s", overdue.size(),
           name_.c_str(), files_.dead_letters.c_str());
+  return true;
 }
 
 void Sender::complain(const std::string& text) {

@@ -22,8 +22,8 @@ struct SenderFiles {
 };
 
 // With a database connection of its own; for one thread. A failure's reason is logged once until
-// the channel works again or fails for another one. step() throws sqlite_exception before anything
-// was sent; what was sent is noted, however long that takes.
+// the channel works again or fails for another one. step() throws sqlite_exception, but not before
+// the outcome of what was sent is noted, however long that takes.
 class Sender {
  public:
   enum class Step { kNothing, kTaken, kFailed };
@@ -31,7 +31,7 @@ class Sender {
   // `channel` and `stop` must outlive it.
   Sender(std::string name, SenderFiles files, Channel& channel, const StopFlag& stop);
 
-  // Gives up what is overdue, then sends the next message that is due.
+  // Sends the next message that is due. When that fails, what is overdue is given up.
   Step step();
   // How long there is nothing to do, at most `longest`.
   std::int64_t seconds_to_next(std::int64_t longest);
@@ -39,7 +39,7 @@ class Sender {
  private:
   SendResult send(const Message& message);
   void note(const std::function<void()>& write);
-  void give_up_overdue();
+  bool give_up_overdue();
   void complain(const std::string& text);
 
   std::string name_;

@@ -82,21 +82,30 @@ TEST_F(SenderTest, AnExceptionOfTheChannelIsAFailure) {
 }
 
 TEST_F(SenderTest, WritesDeadLettersAfterADay) {
-  channel.answers = {"refused"};
+  channel.answers = {"refused", "refused again"};
   sender.step();
   fake.now += kDay;
-  EXPECT_EQ(sender.step(), Step::kNothing);
+  EXPECT_EQ(sender.step(), Step::kFailed);
   const std::string letters = test::read_file(dead);
   EXPECT_EQ(std::count(letters.begin(), letters.end(), '\n'), 1);
   EXPECT_THAT(letters, HasSubstr(R"("channel":"mail")"));
-  EXPECT_THAT(letters, HasSubstr(R"("reason":"refused")"));
+  EXPECT_THAT(letters, HasSubstr(R"("reason":"refused again")"));
   EXPECT_THAT(letters, HasSubstr(R"("clientName":"c")"));
   ASSERT_EQ(fake::log_lines(16).size(), 1U);
-  EXPECT_THAT(fake::log_lines(16).at(0).text,
-              HasSubstr("Given up after a day: 1 messages for channel mail, see " + dead));
+  EXPECT_EQ(fake::log_lines(16).at(0).text,
+            "Given up after a day: 1 messages for channel mail, see " + dead);
+  fake.now += kDay;
   EXPECT_EQ(sender.step(), Step::kNothing);
-  EXPECT_EQ(channel.got.size(), 1U);
+  EXPECT_EQ(channel.got.size(), 2U);
   EXPECT_EQ(test::read_file(dead), letters);
+}
+
+TEST_F(SenderTest, AWeekOfStandstillIsNoFailureOfTheChannel) {
+  channel.answers = {"refused"};
+  sender.step();
+  fake.now += 7 * kDay;
+  EXPECT_EQ(sender.step(), Step::kTaken);
+  EXPECT_FALSE(std::filesystem::exists(dead));
 }
 
 TEST_F(SenderTest, NothingIsGivenUpThatCannotBeWritten) {

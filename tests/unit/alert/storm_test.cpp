@@ -60,8 +60,8 @@ TEST_F(Storm, WhatWasBegunToBeSentIsNotFolded) {
   ASSERT_TRUE(begun);
   anomalies("b", 7);
   pass();
-  EXPECT_THAT(take(kMail, kFirst + 5), ElementsAre("begin a0 2", "summary  2"));
-  EXPECT_THAT(taken_.back().subject, HasSubstr("14 new incidents"));
+  EXPECT_THAT(take(kMail, kFirst + 5), ElementsAre("summary  2", "begin a0 2"));
+  EXPECT_THAT(taken_.front().subject, HasSubstr("14 new incidents"));
 }
 
 TEST_F(Storm, ASummaryWaitsForMoreButNotForever) {
