@@ -116,18 +116,19 @@ SenderThread::SenderThread(std::string name, SenderFiles files, const Settings& 
       thread_(&SenderThread::run, this) {}
 
 SenderThread::~SenderThread() {
-  ask_to_end();
+  finish();
+  break_off();
   thread_.join();
 }
 
-void SenderThread::ask_to_end() {
-  stop_.ask();
+void SenderThread::finish() {
+  is_to_end_ = true;
   wakeup_.notify();
 }
 
 void SenderThread::run() {
   std::string trouble;
-  while (!stop_.is_asked()) {
+  while (!is_to_end_) {
     try {
       work();
     } catch (const std::exception& error) {
@@ -145,7 +146,7 @@ void SenderThread::run() {
 
 void SenderThread::work() {
   Sender sender(name_, files_, *channel_, stop_);
-  while (!stop_.is_asked()) {
+  while (!is_to_end_) {
     if (sender.step() != Sender::Step::kNothing) continue;
     const std::int64_t seconds = sender.seconds_to_next(kLongestSleepSeconds);
     wakeup_.wait(static_cast<int>(seconds * 1000));

@@ -57,7 +57,7 @@ class SenderThread {
  public:
   SenderThread(std::string name, SenderFiles files, const Settings& settings,
                const std::string& master);
-  // Waits for the thread.
+  // Breaks off, and waits for the thread.
   ~SenderThread();
   SenderThread(const SenderThread&) = delete;
   SenderThread& operator=(const SenderThread&) = delete;
@@ -65,7 +65,10 @@ class SenderThread {
   const std::string& name() const { return name_; }
   // There may be something to send.
   void wake() { wakeup_.notify(); }
-  void ask_to_end();
+  // Nothing more is begun.
+  void finish();
+  // What is being sent is broken off.
+  void break_off() { stop_.ask(); }
   bool has_ended() const { return ended_; }
 
  private:
@@ -77,6 +80,7 @@ class SenderThread {
   StopFlag stop_;
   Wakeup wakeup_;
   std::unique_ptr<Channel> channel_;
+  std::atomic<bool> is_to_end_{false};
   std::atomic<bool> ended_{false};
   std::thread thread_;
 };

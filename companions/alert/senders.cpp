@@ -35,14 +35,20 @@ void Senders::wake() {
 bool Senders::end(int milliseconds, bool with_web) {
   const auto is_meant = [&](const auto& thread) { return with_web || thread->name() != kWeb; };
   for (const auto& thread : threads_) {
-    if (is_meant(thread)) thread->ask_to_end();
+    if (is_meant(thread)) thread->finish();
   }
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+  const auto begin = std::chrono::steady_clock::now();
   for (;;) {
     std::erase_if(threads_,
                   [&](const auto& thread) { return is_meant(thread) && thread->has_ended(); });
     if (std::none_of(threads_.begin(), threads_.end(), is_meant)) return true;
-    if (std::chrono::steady_clock::now() >= deadline) return false;
+    const auto passed = std::chrono::steady_clock::now() - begin;
+    if (passed >= std::chrono::milliseconds(milliseconds)) return false;
+    if (passed >= std::chrono::milliseconds(milliseconds / 2)) {
+      for (const auto& thread : threads_) {
+        if (is_meant(thread)) thread->break_off();
+      }
+    }
     std::this_thread::sleep_for(kLookEvery);
   }
 }

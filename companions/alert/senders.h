@@ -19,8 +19,9 @@ class Senders {
   void start(const Settings& settings, const std::vector<std::string>& others);
   void wake();
 
-  // Ends them, all or all but the web service's, which does not depend on the settings. False when
-  // some still run after that time; they are then still there.
+  // Ends them, all or all but the web service's, which does not depend on the settings. What is
+  // being sent has half of the time to come to its end, and is then broken off. False when some
+  // still run after that time; they are then still there.
   bool end(int milliseconds, bool with_web);
 
  private:

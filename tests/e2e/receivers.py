@@ -137,7 +137,7 @@ class MailSession(socketserver.StreamRequestHandler):
         self.say("220 receiver")
         self.is_authenticated = False
         sender, recipients = None, []
-        for line in self.rfile:
+        while line := self.rfile.readline():  # of the encrypted stream, once there is one
             words = line.decode().strip()
             verb = words.split(" ")[0].upper()
             if verb in ("EHLO", "HELO"):
