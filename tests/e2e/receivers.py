@@ -185,7 +185,7 @@ class MailSession(socketserver.StreamRequestHandler):
         if not isinstance(getattr(self, "connection", None), ssl.SSLSocket):
             self.connection = self.request
         self.rfile = self.connection.makefile("rb")
-        self.wfile = socketserver._SocketWriter(self.connection)
+        self.wfile = self.connection.makefile("wb", buffering=0)
 
     def take(self, server, sender, recipients):
         lines = []

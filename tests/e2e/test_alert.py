@@ -16,10 +16,12 @@ import machine as host
 import pytest
 from machine import process_ids, wait_until
 from receivers import Journal, MailServer, Webhook, make_certificate, server_context, wait_for
-from service_runs import history_gathered_before, next_gather, start_with_history
+from service_runs import configure, history_gathered_before, live_row, next_gather, start_with_history
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "bench/detect"))
 import anomaly_db  # noqa: E402
+from conftest import BEGIN  # noqa: E402
+from gathering import backup, load  # noqa: E402
 
 ALERT = "cvanomalyalert"
 DAY = 86400
@@ -510,8 +512,8 @@ def test_killed_at_random_moments(world):
     world.configure(ALERT_STORM_LIMIT=1000)
     world.command()
     kills, names = 0, []
-    while kills < 100:
-        for _ in range(5):
+    while kills < 200:
+        for _ in range(3):
             names.append(f"k{len(names):04}")
             world.anomaly(names[-1], names[-1], severity=1 + len(names) % 3)
         process = world.start()
@@ -629,3 +631,51 @@ def test_without_the_databases_it_waits(world):
         wait_until(lambda: "The databases can be used again" in world.log(4), 20, "it goes on")
         assert world.stop(process) < 1
     assert len(world.log(16)) == 1
+
+
+def nightly(number, start, is_encrypted=False):
+    wave = number * 7 % 11 - 5
+    transferred = 990000 if is_encrypted else 20000 + 300 * wave
+    return backup(number, start, kbytes=1000000 + 100 * wave, numFiles=1000 + wave, applicationType="FILE_SYSTEM",
+                  kilobytesTransferred=transferred, dedupRatio=round(1000000 / transferred, 4))
+
+
+def test_the_whole_circle(make_machine):
+    """A backup is encrypted, gathered, detected, told, seen at the web service, said to be a false positive
+    there; the service fetches that, and the like of it is silent from then on."""
+    machine = make_machine(stepped=True)
+    history_gathered_before(BEGIN)
+    told = host.TREE / "var/global/told"
+    configure(machine, detection=0, alert=0, ALERT_SETTINGS__COMMAND=f"/usr/bin/tee -a {told}")
+    load(machine, [nightly(901, BEGIN + 60, is_encrypted=True)])
+    machine.start_web_service()
+    start_with_history(machine)
+    with contextlib.closing(sqlite3.connect(host.DATABASE, timeout=20)) as db, db:
+        db.executemany(anomaly_db.INSERT.format("HIST_DATA"),
+                       [live_row(nightly(800 + day, BEGIN - (41 - day) * DAY), status=-1) for day in range(40)])
+
+    def judged():
+        return dict(machine.query("SELECT JOB_ID, PROCESSED_STATUS FROM DATA_TO_PROCESS"))
+
+    next_gather(machine)
+    wait_until(lambda: judged() == {901: 2}, 60, "the detection finds it")
+    wait_until(lambda: machine.query("SELECT 1 FROM ANOMALY_DATA WHERE PROCESSED = 1"), 60, "everybody is told")
+    (document,) = [json.loads(line) for line in told.read_text().splitlines()]
+    assert document["subject"].startswith("[act now] The daily backup of client web01 (policy nightly): ")
+    assert document["subject"].endswith("; looks like encryption")
+    with contextlib.closing(sqlite3.connect(host.CATALOG, timeout=10)) as catalog:
+        ((name, attributes),) = catalog.execute("SELECT id, attributes FROM reports").fetchall()
+    assert (name, json.loads(attributes)["text"]) == (document["id"], document["text"])
+
+    machine.run("cvhostd", "feedback", host.CATALOG, name, "FALSE_POSITIVE")
+    next_gather(machine)
+    wait_until(lambda: machine.query("SELECT 1 FROM ANOMALY_DATA_FEEDBACK WHERE FEEDBACK = 1"), 60, "it is fetched")
+    wait_until(lambda: (4, ALERT, f"People say that [{name}] is a false positive") in
+               machine.log_records(program=ALERT), 60, "the incident is closed")
+    wait_until(lambda: machine.query("SELECT 1 FROM HIST_DATA WHERE JOB_ID = 901"), 60, "the detection learns")
+    load(machine, [nightly(902, int(machine.clock.now()) + 5, is_encrypted=True)])
+    next_gather(machine)
+    wait_until(lambda: judged() == {901: 2, 902: 1}, 60, "the next one is judged")
+    machine.stop_service()
+    assert len(told.read_text().splitlines()) == 1
+    assert machine.log_records(16, program=ALERT) == []
