@@ -32,30 +32,44 @@ const Cause* find_cause(std::string_view id) {
   return found == kCauses.end() ? nullptr : found;
 }
 
+constexpr char kRatio[] = "dedup_ratio";
+
+// Files, kilobytes and seconds are whole.
+std::string figure(const Feature& feature, double number) {
+  return number_text(feature.name == kRatio ? number : std::round(number));
+}
+
 std::string amount(const Feature& feature) {
-  const std::string number = number_text(feature.value);
+  const std::string number = figure(feature, feature.value);
   if (feature.name == "files") return number + (feature.value == 1 ? " file" : " files");
   if (feature.name == "image_size") return number + " KB in size";
   if (feature.name == "kb_transferred") return number + " KB transferred";
-  if (feature.name == "dedup_ratio") return "deduplication ratio " + number;
+  if (feature.name == kRatio) return "deduplication ratio " + number;
   if (feature.name == kDuration) return "took " + number + " seconds";
   return plain_text(feature.name) + " " + number;
 }
 
-// "99 % of the usual 1,000": by how much a figure differs.
+std::string range(const Feature& feature) {
+  return figure(feature, feature.low) + " to " + figure(feature, feature.high);
+}
+
+// Where the usual figures vary a lot, "1,430 times the usual" of one of them tells nothing.
+bool varies_a_lot(const Feature& feature) {
+  return !(feature.usual > 0) || feature.high > 4 * feature.usual ||
+         4 * feature.low < feature.usual;
+}
+
+// "10 % of the usual 1,000": by how much a figure differs.
 std::string difference(const Feature& feature) {
-  if (!(feature.usual > 0)) {
-    return ", usually " + number_text(feature.low) + " to " + number_text(feature.high);
-  }
+  if (varies_a_lot(feature)) return ", usually " + range(feature);
   const double factor = feature.value / feature.usual;
-  const std::string usual = number_text(feature.usual);
+  const std::string usual = figure(feature, feature.usual);
   if (factor >= 2) return ", " + number_text(factor) + " times the usual " + usual;
   return ", " + number_text(std::round(factor * 100)) + " % of the usual " + usual;
 }
 
-std::string range(const Feature& feature) {
-  if (!(feature.usual > 0)) return {};
-  return " (" + number_text(feature.low) + " to " + number_text(feature.high) + ")";
+std::string difference_and_range(const Feature& feature) {
+  return difference(feature) + (varies_a_lot(feature) ? "" : " (" + range(feature) + ")");
 }
 
 // The two that are off the farthest; the duration, which tells least, comes last and counts only
@@ -96,7 +110,7 @@ std::string first_line(const Anomaly& anomaly, const std::vector<Feature>& telli
     line += " differs from what is usual: ";
     for (const Feature& feature : telling) {
       if (&feature != &telling.front()) line += "; ";
-      line += amount(feature) + difference(feature) + range(feature);
+      line += amount(feature) + difference_and_range(feature);
     }
     return line + ".\n";
   }

@@ -53,6 +53,18 @@ TEST(Sentence, NamesTheTwoThatAreOffTheFarthestAndTheDurationLast) {
   EXPECT_THAT(body, Not(HasSubstr("What it looks like")));
 }
 
+TEST(Sentence, SaysTheRangeWhereTheUsualVariesALot) {
+  const Anomaly anomaly = read(R"({"stream":{"client":"c"},"features":[
+        {"name":"files","value":16278,"usual":11.38,"usual_low":0,"usual_high":2048,"deviation":9},
+        {"name":"image_size","value":1,"usual":10.4,"usual_low":10.2,"usual_high":12,"deviation":-5}]})");
+  EXPECT_EQ(words_for_anomaly(anomaly, kFirst, "").subject,
+            "The backup of client c: 16,278 files, usually 0 to 2,048");
+  EXPECT_THAT(
+      words_for_anomaly(anomaly, kFirst, "").body,
+      HasSubstr(": 16,278 files, usually 0 to 2,048; 1 KB in size, 10 % of the usual 10 (10 "
+                "to 12).\n"));
+}
+
 TEST(Sentence, ForeignDetailsLeaveWhatTheRowKnows) {
   const Words words = words_for_anomaly(read("no json"), kFirst, "m");
   EXPECT_EQ(words.subject, "The backup of client web01 is unusual");
