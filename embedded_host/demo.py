@@ -40,6 +40,9 @@ ARCHIVES = ((BEGIN - 84 * DAY, BEGIN - 56 * DAY), (BEGIN - 56 * DAY, BEGIN - 28 
 BY_TOOLS = (("historical", BEGIN - 8 * DAY, BEGIN - DAY - 1), ("live", BEGIN - DAY, BEGIN))
 TOOLS_DATABASE = host.TREE / "var/global/without_master/CV_Anomaly.db"
 
+# Where a program that stands for a customer's notes what it is told.
+TOLD = host.TREE / "var/global/told"
+
 # The columns that are compared with the catalog's, and what the two ways of gathering call a policy's type:
 # REST NAS_DATA_PROTECTION, the image list, which archives hold, NAS-Data-Protection.
 FIGURES = "BACKUP_ID, JOB_ID, CLIENT, IMAGE_SIZE, NUM_FILES"
@@ -81,7 +84,8 @@ def lay_out(machine):
     machine.configure(
         ANOMALY_DETECTION_FUNCTIONALITY__DISABLE_ANOMALY_DETECTION=0,
         ANOMALY_DETECTION_FUNCTIONALITY__DISABLE_DETECTION_SERVICE=0,
-        ANOMALY_DETECTION_FUNCTIONALITY__DISABLE_ALERT_SERVICE=1,
+        ANOMALY_DETECTION_FUNCTIONALITY__DISABLE_ALERT_SERVICE=0,
+        ALERT_SETTINGS__COMMAND=f"/usr/bin/tee -a {TOLD}",
         DATA_GATHER_SETTINGS__LIVE_DATA_GATHER_FREQUENCY_IN_MIN=15)
 
 
@@ -117,6 +121,8 @@ def watch_live_gathers(machine):
         ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
         say(f"live gather {number:2} done: {live:2} records for the detection, {queued} running jobs queued")
     wait_until(lambda: not rows_waiting(machine), 60, "the detection judges what was gathered")
+    wait_until(lambda: not machine.query("SELECT 1 FROM ANOMALY_DATA WHERE PROCESSED = 0"), 60,
+               "the alerts have told everybody")
 
 
 def rows_waiting(machine):
@@ -138,6 +144,20 @@ def show_clients(machine):
           f" {queued} running jobs are queued")
     for (details,) in machine.query("SELECT ANOMALY_DETAILS FROM ANOMALY_DATA ORDER BY DETECTION_TIME"):
         print("  " + json.loads(details)["summary"])
+
+
+def show_alerts(machine):
+    """What people were told, and that the web service has it too."""
+    told = [json.loads(line) for line in TOLD.read_text().splitlines()] if TOLD.exists() else []
+    reported = dict(read(host.CATALOG, "SELECT id, attributes FROM reports WHERE type = 'anomaly'"))
+    for document in told:
+        print(f"\n{document['subject']}\n{document['text']}  told to a program (COMMAND), and to the web service of"
+              f" {host.MASTER} as {document['id']}")
+        if document["id"] not in reported:
+            raise SystemExit(f"DEMO FAILED: the web service does not know {document['id']}")
+    ((anomalies,),) = machine.query("SELECT COUNT(*) FROM ANOMALY_DATA")
+    if anomalies and not told:
+        raise SystemExit(f"DEMO FAILED: {anomalies} anomalies, and nobody was told")
 
 
 def show_sources(machine, archives):
@@ -203,6 +223,7 @@ def run_service(machine):
     machine.stop_web_service()
     say("cvanomalymgmt -stop: the service has ended, nothing is left running")
     show_clients(machine)
+    show_alerts(machine)
     show_sources(machine, archives)
     last_gather = machine.last_gather_time()
     # A live gather leaves out what neither read a file nor moved a byte.

@@ -9,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+#include "companions/common/valid_utf8.h"
 #include "companions/detect/details.h"
 #include "companions/detect/detector.h"
 #include "companions/detect/model.h"

@@ -1,30 +1,14 @@
 #include "companions/detect/backup.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 
 namespace corvane::detect {
 
 namespace {
 
-constexpr std::array<std::string_view, 5> kScheduleTypes{
-    "FULL", "DIFFERENTIAL_INCREMENTAL", "USER_BACKUP", "USER_ARCHIVE", "CUMULATIVE_INCREMENTAL"};
-
 constexpr double kPackedPerOctave = 1024;
 constexpr double kPackedZero = 20;  // octaves below 1 that can still be told from 0
-
-std::string fold(std::string_view text) {
-  std::string folded(text);
-  for (char& letter : folded) {
-    if (letter >= 'a' && letter <= 'z') letter = static_cast<char>(letter - 'a' + 'A');
-    if (letter == '-' || letter == ' ') letter = '_';
-  }
-  return folded;
-}
-
-bool is_known_app(const std::string& app) { return !app.empty() && app != "NONE"; }
-bool is_known_destination(const std::string& name) { return !name.empty() && name != "NA"; }
 
 // 0: unknown.
 std::uint16_t pack(double number) {
@@ -53,16 +37,6 @@ float amount(double number) {
 
 }  // namespace
 
-std::string fold_policy_type(std::string_view text) { return fold(text); }
-
-std::string fold_schedule_type(std::string_view text) {
-  if (text.size() == 1 && text[0] >= '0' &&
-      text[0] < '0' + static_cast<int>(kScheduleTypes.size())) {
-    return std::string(kScheduleTypes[static_cast<std::size_t>(text[0] - '0')]);
-  }
-  return fold(text);
-}
-
 bool StreamKey::is_incremental() const {
   return schedule_type.find("INCREMENTAL") != std::string::npos;
 }
@@ -79,8 +53,8 @@ std::string StreamKey::text() const {
 }
 
 bool StreamKey::matches(const StreamKey& other) const {
-  const bool same_app =
-      app_type == other.app_type || !is_known_app(app_type) || !is_known_app(other.app_type);
+  const bool same_app = app_type == other.app_type || !is_known_application(app_type) ||
+                        !is_known_application(other.app_type);
   const bool same_destination = destination == other.destination ||
                                 !is_known_destination(destination) ||
                                 !is_known_destination(other.destination);

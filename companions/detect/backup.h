@@ -5,12 +5,9 @@
 #include <string>
 #include <string_view>
 
-namespace corvane::detect {
+#include "companions/common/backup_types.h"
 
-// Two gathers spell types differently ("NAS-Data-Protection", "NAS_DATA_PROTECTION"; schedule type
-// 0, "FULL"): folded texts are equal when the types are.
-std::string fold_policy_type(std::string_view text);
-std::string fold_schedule_type(std::string_view text);
+namespace corvane::detect {
 
 // Records that are judged against each other. Types are folded.
 struct StreamKey {

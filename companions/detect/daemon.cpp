@@ -6,55 +6,22 @@
 #include <memory>
 #include <string>
 
+#include "companions/common/error_text.h"
+#include "companions/common/file_watch.h"
+#include "companions/common/stop_signals.h"
 #include "companions/detect/backtest.h"
 #include "companions/detect/detector.h"
 #include "companions/detect/settings_file.h"
 #include "platform/console.h"
 #include "platform/debug_log.h"
-#include "sqlite/sqlite_exception.h"
 
 namespace corvane::detect {
 
 namespace {
 
-using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
-
 constexpr char kProgram[] = "cvanomalydetect";
 constexpr int kLookEverySeconds = 2;
 constexpr int kTryAgainAfterSeconds = 5;
-
-// SIGTERM and SIGINT are blocked and taken when the program looks for them.
-class StopSignals {
- public:
-  StopSignals() {
-    sigemptyset(&signals_);
-    sigaddset(&signals_, SIGTERM);
-    sigaddset(&signals_, SIGINT);
-    sigprocmask(SIG_BLOCK, &signals_, nullptr);
-  }
-
-  bool arrived() { return wait(0); }
-
-  // Up to so many seconds; true when it is time to stop, now and from then on.
-  bool wait(int seconds) {
-    const timespec limit{seconds, 0};
-    if (!stopped_ && sigtimedwait(&signals_, nullptr, &limit) > 0) stopped_ = true;
-    return stopped_;
-  }
-
- private:
-  sigset_t signals_{};
-  bool stopped_ = false;
-};
-
-std::string reason_of(const std::exception& error) {
-  const auto* of_sqlite = dynamic_cast<const sqlite_exception*>(&error);
-  std::string reason = error.what();
-  if (of_sqlite != nullptr && !of_sqlite->inner_message().empty()) {
-    reason += " (" + of_sqlite->inner_message() + ")";
-  }
-  return reason;
-}
 
 Settings settings_of(const Options& options) {
   Settings settings;
@@ -100,7 +67,7 @@ class Daemon {
       logmsg(4, kProgram, "Configuration read again");
       if (detector_ != nullptr) detector_->set_settings(settings_);
     }
-    if (detector_ != nullptr && !database_.same_file()) detector_.reset();
+    if (detector_ != nullptr && !database_.is_same()) detector_.reset();
   }
 
   void open() {
@@ -124,40 +91,14 @@ class Daemon {
     trouble_ = reason;
   }
 
-  // A database that was removed or replaced while it is open.
-  class DatabaseFile {
-   public:
-    void remember(const std::string& path) {
-      path_ = path;
-      found_ = stat(path.c_str(), &seen_) == 0;
-    }
-    bool same_file() const {
-      struct stat now {};
-      return found_ && stat(path_.c_str(), &now) == 0 && now.st_ino == seen_.st_ino &&
-             now.st_dev == seen_.st_dev;
-    }
-
-   private:
-    std::string path_;
-    bool found_ = false;
-    struct stat seen_ {};
-  };
-
   Options options_;
   StopSignals& signals_;
   FileWatch config_;
   Settings settings_;
-  DatabaseFile database_;
+  FileIdentity database_;
   std::unique_ptr<Detector> detector_;
   std::string trouble_;
 };
-
-int complain_on_console(const std::exception& error) {
-  const std::string text = std::string(kProgram) + ": " + reason_of(error);
-  write_console_error(text + "\n");
-  logmsg(16, kProgram, text.c_str());
-  return 1;
-}
 
 }  // namespace
 
@@ -181,7 +122,8 @@ int run_once(const Options& options) {
                   " learning, " + std::to_string(counts.anomalous) + " anomalous\n");
     return 0;
   } catch (const std::exception& error) {
-    return complain_on_console(error);
+    complain_on_console(kProgram, error);
+    return 1;
   }
 }
 
@@ -191,7 +133,8 @@ int run_backtest(const Options& options) {
                            options.json));
     return 0;
   } catch (const std::exception& error) {
-    return complain_on_console(error);
+    complain_on_console(kProgram, error);
+    return 1;
   }
 }
 
@@ -206,7 +149,8 @@ int run_explain(const Options& options) {
     write_console(text);
     return 0;
   } catch (const std::exception& error) {
-    return complain_on_console(error);
+    complain_on_console(kProgram, error);
+    return 1;
   }
 }
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "companions/common/valid_utf8.h"
 #include "platform/c_handles.h"
 
 namespace corvane::detect {
@@ -119,21 +120,6 @@ std::string dumped(const json_t* value) {
   return text == nullptr ? std::string() : std::string(text.get());
 }
 
-// How many bytes the UTF-8 character at the begin of `text` has; 0: it is none.
-std::size_t utf8_length(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char first = byte(0);
-  if (first < 0x80) return 1;
-  const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC2 ? 2 : 0;
-  if (length == 0 || first > 0xF4 || text.size() < length) return 0;
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  const bool overlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
-  const bool beyond = (first == 0xED && byte(1) > 0x9F) || (first == 0xF4 && byte(1) > 0x8F);
-  return overlong || beyond ? 0 : length;
-}
-
 }  // namespace
 
 std::string anomaly_id(const std::string& unique_key) { return kAnomalyPrefix + unique_key; }
@@ -222,21 +208,6 @@ std::string state_of(const Verdict& verdict, const Settings& settings) {
              std::to_string(settings.min_observations);
   }
   return state;
-}
-
-std::string valid_utf8(const std::string& text) {
-  std::string valid;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t length = utf8_length(std::string_view(text).substr(at));
-    if (length == 0) {
-      valid += "\xEF\xBF\xBD";
-      ++at;
-    } else {
-      valid.append(text, at, length);
-      at += length;
-    }
-  }
-  return valid;
 }
 
 }  // namespace corvane::detect

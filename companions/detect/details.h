@@ -36,7 +36,4 @@ const char* outcome_name(Outcome outcome);
 // "learning 12 of 30" for a stream that is not judged yet, else the outcome's name.
 std::string state_of(const Verdict& verdict, const Settings& settings);
 
-// `text` with whatever is not UTF-8 replaced, since names come from anywhere and JSON is UTF-8.
-std::string valid_utf8(const std::string& text);
-
 }  // namespace corvane::detect

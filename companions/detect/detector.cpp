@@ -18,25 +18,6 @@ constexpr char kProgram[] = "cvanomalydetect";
 // Some milliseconds of work, so that the service never waits long for its turn to write.
 constexpr std::size_t kRowsPerTransaction = 64;
 
-// Takes a transaction back unless it was committed.
-class Transaction {
- public:
-  explicit Transaction(Store& store) : store_(store) { store_.begin(); }
-  ~Transaction() {
-    if (!committed_) store_.roll_back();
-  }
-  Transaction(const Transaction&) = delete;
-  Transaction& operator=(const Transaction&) = delete;
-  void commit() {
-    store_.commit();
-    committed_ = true;
-  }
-
- private:
-  Store& store_;
-  bool committed_ = false;
-};
-
 std::string day_of(std::int32_t time) {
   const std::time_t seconds = time;
   std::tm utc{};
@@ -132,7 +113,7 @@ void Detector::judge_waiting(PassCounts& counts) {
 }
 
 void Detector::judge_some(std::size_t begin, std::size_t end, PassCounts& counts) {
-  Transaction transaction(store_);
+  Transaction transaction(store_.handle());
   for (std::size_t i = begin; i < end; ++i) judge(waiting_[i], counts);
   transaction.commit();
 }
@@ -228,7 +209,7 @@ void Detector::follow_feedback() {
 void Detector::apply_feedback(const std::string& id, bool false_positive) {
   const std::string key = unique_key_of(id);
   if (key.empty()) return;  // somebody else's anomaly
-  Transaction transaction(store_);
+  Transaction transaction(store_.handle());
   const std::optional<Backup> backup = store_.find_backup(key);
   if (!store_.is_reported(id) || !backup) return;
   if (store_.is_in_history(key) == false_positive) return;

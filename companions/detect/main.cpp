@@ -1,25 +1,15 @@
 #include <sys/stat.h>
 
-#include <climits>
 #include <string>
 
+#include "companions/common/program_log.h"
 #include "companions/detect/daemon.h"
 #include "companions/detect/options.h"
 #include "platform/console.h"
-#include "platform/debug_log.h"
 #include "platform/host_product.h"
 #include "platform/standard_descriptors.h"
 
 namespace {
-
-// Without its log the detection still works; nobody may be there to read about it.
-void open_log() {
-  char install_dir[PATH_MAX];
-  if (getCVInstallDir(install_dir, sizeof install_dir) != 0) return;
-  int status = 0;
-  const std::string directory = std::string(install_dir) + "corvane/logs";
-  open_debug_log(directory.c_str(), "cvanomalydetect", "cvanomalydetect", 0644, &status);
-}
 
 int dispatch(const corvane::detect::Options& options) {
   using Mode = corvane::detect::Options::Mode;
@@ -54,7 +44,7 @@ int main(int argc, char* argv[]) {
   umask(022);
   if (options.mode != corvane::detect::Options::Mode::kHelp) {
     enable_process_for_service_account();
-    open_log();
+    corvane::open_program_log("cvanomalydetect");
   }
   return dispatch(options);
 }

@@ -3,7 +3,6 @@
 #include <array>
 #include <charconv>
 #include <functional>
-#include <utility>
 
 #include "config/configuration.h"
 
@@ -57,22 +56,6 @@ void read_settings(const std::string& path, Settings& settings,
     }
     setting.set(settings, value);
   }
-}
-
-FileWatch::FileWatch(std::string path) : path_(std::move(path)) {}
-
-bool FileWatch::changed() {
-  struct stat now {};
-  const bool exists = stat(path_.c_str(), &now) == 0;
-  const bool same =
-      !first_ && exists == exists_ &&
-      (!exists || (now.st_ino == seen_.st_ino && now.st_dev == seen_.st_dev &&
-                   now.st_size == seen_.st_size && now.st_mtim.tv_sec == seen_.st_mtim.tv_sec &&
-                   now.st_mtim.tv_nsec == seen_.st_mtim.tv_nsec));
-  first_ = false;
-  exists_ = exists;
-  seen_ = now;
-  return !same;
 }
 
 }  // namespace corvane::detect

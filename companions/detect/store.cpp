@@ -2,13 +2,9 @@
 
 #include <string_view>
 
-#include "sqlite/sqlite_exception.h"
-
 namespace corvane::detect {
 
 namespace {
-
-using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
 
 // Short, so that the process still ends promptly when it is asked to while somebody else writes.
 constexpr int kBusyTimeoutMs = 500;
@@ -33,95 +29,23 @@ constexpr char kAddToHistory[] =
     "DESTINATION_STORAGE_NAME, STREAM_NUMBER, ASSET_ID, UNIQUE_KEY FROM DATA_TO_PROCESS "
     "WHERE UNIQUE_KEY = ?";
 
+// The columns of BACKUP_COLUMNS.
+void read_backup(const Query& row, Backup& backup) {
+  backup.unique_key = row.view(1);
+  backup.backup_id = row.view(2);
+  backup.job_id = row.integer(3);
+  backup.time = static_cast<std::int32_t>(row.integer(4));
+  backup.stream.client = row.view(5);
+  backup.stream.policy = row.view(6);
+  backup.stream.policy_type = fold_policy_type(row.view(7));
+  backup.stream.schedule_type = fold_schedule_type(row.view(8));
+  backup.stream.schedule_name = row.view(9);
+  backup.stream.app_type = row.view(10);
+  backup.stream.destination = row.view(11);
+  backup.figures = {row.real(12), row.real(13), row.real(14), row.real(15), row.real(16)};
+}
+
 }  // namespace
-
-// Prepared anew by SQLite itself when the service has changed the schema meanwhile.
-class Store::Query {
- public:
-  Query(sqlite3* db, const char* sql) : db_(db), sql_(sql) {
-    sqlite3_stmt* compiled = nullptr;
-    check(sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &compiled, nullptr));
-    compiled_.reset(compiled);
-  }
-
-  const char* sql() const { return sql_; }
-
-  Query& restart() {
-    sqlite3_reset(compiled_.get());
-    next_ = 1;
-    return *this;
-  }
-  Query& bind(std::int64_t number) {
-    check(sqlite3_bind_int64(compiled_.get(), next_++, number));
-    return *this;
-  }
-  Query& bind(double number) {
-    check(sqlite3_bind_double(compiled_.get(), next_++, number));
-    return *this;
-  }
-  Query& bind(const std::string& text) {
-    check(sqlite3_bind_text(compiled_.get(), next_++, text.data(), static_cast<int>(text.size()),
-                            SQLITE_TRANSIENT));
-    return *this;
-  }
-  bool step() {
-    const int result = sqlite3_step(compiled_.get());
-    if (result == SQLITE_ROW) return true;
-    if (result == SQLITE_DONE) {
-      sqlite3_reset(compiled_.get());
-      return false;
-    }
-    const std::string why = sqlite3_errmsg(db_);
-    sqlite3_reset(compiled_.get());
-    throw sqlite_exception(std::string("Query failed: ") + why, sql_);
-  }
-  void run() {
-    while (step()) {
-    }
-  }
-
-  std::int64_t integer(int column) const { return sqlite3_column_int64(compiled_.get(), column); }
-  double real(int column) const { return sqlite3_column_double(compiled_.get(), column); }
-  std::string text(int column) const { return std::string(view(column)); }
-  std::string_view view(int column) const {
-    const unsigned char* text = sqlite3_column_text(compiled_.get(), column);
-    const int bytes = sqlite3_column_bytes(compiled_.get(), column);
-    if (text == nullptr) return {};
-    return {reinterpret_cast<const char*>(text), static_cast<std::size_t>(bytes)};
-  }
-
-  // The columns of BACKUP_COLUMNS.
-  void read_backup(Backup& backup) const {
-    backup.unique_key = view(1);
-    backup.backup_id = view(2);
-    backup.job_id = integer(3);
-    backup.time = static_cast<std::int32_t>(integer(4));
-    backup.stream.client = view(5);
-    backup.stream.policy = view(6);
-    backup.stream.policy_type = fold_policy_type(view(7));
-    backup.stream.schedule_type = fold_schedule_type(view(8));
-    backup.stream.schedule_name = view(9);
-    backup.stream.app_type = view(10);
-    backup.stream.destination = view(11);
-    backup.figures = {real(12), real(13), real(14), real(15), real(16)};
-  }
-
- private:
-  struct Finalize {
-    void operator()(sqlite3_stmt* compiled) const noexcept { sqlite3_finalize(compiled); }
-  };
-
-  void check(int result) const {
-    if (result != SQLITE_OK) {
-      throw sqlite_exception(std::string("Query failed: ") + sqlite3_errmsg(db_), sql_);
-    }
-  }
-
-  sqlite3* db_;
-  const char* sql_;
-  std::unique_ptr<sqlite3_stmt, Finalize> compiled_;
-  int next_ = 1;
-};
 
 Store::Store(const std::string& path, bool read_only)
     : database_(path,
@@ -133,13 +57,7 @@ Store::Store(const std::string& path, bool read_only)
 
 Store::~Store() { queries_.clear(); }  // before the connection
 
-Store::Query& Store::query(const char* sql) {
-  for (const auto& known : queries_) {
-    if (known->sql() == sql) return known->restart();
-  }
-  queries_.push_back(std::make_unique<Query>(database_.get_db_handle(), sql));
-  return *queries_.back();
-}
+Query& Store::query(const char* sql) { return queries_.get(database_.get_db_handle(), sql); }
 
 std::int64_t Store::data_version() {
   static constexpr char kSql[] = "PRAGMA data_version";
@@ -155,7 +73,7 @@ std::int64_t Store::read_history(std::int64_t after,
   Query& rows = query(kReadHistory).bind(after);
   Backup backup;
   while (rows.step()) {
-    rows.read_backup(backup);
+    read_backup(rows, backup);
     after = rows.integer(0);
     if (!visit(backup, static_cast<int>(rows.integer(17)))) break;
   }
@@ -168,7 +86,7 @@ std::int64_t Store::read_rows(std::int64_t after,
   Query& rows = query(kReadRows).bind(after);
   WaitingRow row;
   while (rows.step()) {
-    rows.read_backup(row.backup);
+    read_backup(rows, row.backup);
     row.rowid = after = rows.integer(0);
     if (!visit(row, static_cast<Status>(rows.integer(17)))) break;
   }
@@ -197,27 +115,11 @@ std::optional<Backup> Store::find_backup(const std::string& unique_key) {
     Query& asked = query(sql).bind(unique_key);
     if (!asked.step()) continue;
     Backup backup;
-    asked.read_backup(backup);
+    read_backup(asked, backup);
     asked.restart();
     return backup;
   }
   return std::nullopt;
-}
-
-void Store::begin() {
-  static constexpr char kSql[] = "BEGIN IMMEDIATE";
-  query(kSql).run();
-}
-
-void Store::commit() {
-  static constexpr char kSql[] = "COMMIT";
-  query(kSql).run();
-}
-
-void Store::roll_back() noexcept {
-  sqlite3* db = database_.get_db_handle();
-  if (db == nullptr || sqlite3_get_autocommit(db) != 0) return;
-  sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
 bool Store::mark(std::int64_t rowid, Status status) {

@@ -6,11 +6,10 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
+#include "companions/common/query.h"
 #include "companions/detect/backup.h"
 #include "sqlite/db_access.h"
 
@@ -48,9 +47,8 @@ class Store {
   std::int64_t last_row_rowid();
   std::optional<Backup> find_backup(const std::string& unique_key);
 
-  void begin();
-  void commit();
-  void roll_back() noexcept;
+  // For a Transaction.
+  sqlite3* handle() const { return database_.get_db_handle(); }
 
   // The row still waits: it has not been gathered again since it was read.
   bool mark(std::int64_t rowid, Status status);
@@ -71,11 +69,10 @@ class Store {
   void store_eps(const StreamKey& stream, double eps, int capture_time);
 
  private:
-  class Query;
   Query& query(const char* sql);
 
   DBAccess database_;
-  std::vector<std::unique_ptr<Query>> queries_;
+  Queries queries_;
 };
 
 }  // namespace corvane::detect

@@ -6,7 +6,9 @@ from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
 GUIDE = (PROJECT / "docs/operating.md").read_text()
-ROOMS = ("service", "management", "gather", "config", "util", "sqlite", "companions/detect")
+ALERTS = (PROJECT / "docs/alerts.md").read_text()
+ROOMS = ("service", "management", "gather", "config", "util", "sqlite", "companions/detect", "companions/alert",
+         "companions/common")
 LITERAL = r'"(?:[^"\\]|\\.)*"'
 
 
@@ -32,6 +34,13 @@ class Guide(unittest.TestCase):
         defaults = set(re.findall(r'\{"(\w+)", "(\w+)", "(\w+)"\}', code))
         table = set(re.findall(r"^\| ([A-Z_]+) \| ([A-Z_]+) \| (\w+) \|", GUIDE, re.M))
         self.assertEqual(len(defaults), 9)
+        self.assertEqual(table, defaults)
+
+    def test_every_setting_of_the_alerts_is_in_its_table(self):
+        code = (PROJECT / "companions/alert/settings_file.cpp").read_text()
+        defaults = dict(re.findall(r'\{"([A-Z_]+)", "([^"]*)"', code))
+        table = dict(re.findall(r"^\| ([A-Z_]+) \| ([^|]*?) *\|", ALERTS, re.M))
+        self.assertEqual(len(defaults), 18)
         self.assertEqual(table, defaults)
 
     def test_every_message_of_level_8_and_16_is_explained(self):

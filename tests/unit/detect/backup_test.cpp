@@ -9,17 +9,6 @@
 namespace corvane::detect {
 namespace {
 
-TEST(Backup, FoldsTheSpellingsOfBothGathers) {
-  EXPECT_EQ(fold_policy_type("NAS-Data-Protection"), fold_policy_type("NAS_DATA_PROTECTION"));
-  EXPECT_EQ(fold_policy_type("Standard"), "STANDARD");
-  EXPECT_NE(fold_policy_type("Cloud"), fold_policy_type("Cloud-Volume"));
-  EXPECT_EQ(fold_schedule_type("0"), "FULL");
-  EXPECT_EQ(fold_schedule_type("1"), "DIFFERENTIAL_INCREMENTAL");
-  EXPECT_EQ(fold_schedule_type("4"), fold_schedule_type("Cumulative-Incremental"));
-  EXPECT_EQ(fold_schedule_type("5"), "5");
-  EXPECT_EQ(fold_schedule_type(""), "");
-}
-
 TEST(Backup, UnknownPartsOfAStreamMatchAny) {
   const StreamKey live = daily(1).stream;
   StreamKey gathered = live;

@@ -68,15 +68,5 @@ TEST(Details, AnIdGivesItsKeyBack) {
   EXPECT_EQ(unique_key_of("something else"), "");
 }
 
-TEST(Details, KeepOnlyUtf8) {
-  EXPECT_EQ(valid_utf8("Größe 日本 \xF0\x9F\x92\xBE"), "Größe 日本 \xF0\x9F\x92\xBE");
-  EXPECT_EQ(valid_utf8("a\xFF"
-                       "b\xC3"),
-            "a\xEF\xBF\xBD"
-            "b\xEF\xBF\xBD");
-  EXPECT_EQ(valid_utf8("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");  // overlong
-  EXPECT_EQ(valid_utf8("\xED\xA0\x80").size(), 9U);               // a surrogate
-}
-
 }  // namespace
 }  // namespace corvane::detect

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "tests/support/scratch_dir.h"
 
 namespace corvane::detect {
@@ -38,22 +36,6 @@ TEST(SettingsFile, ReadsWhatItSaysAndComplainsOfNonsense) {
   EXPECT_EQ(complaints, (std::vector<std::string>{"Invalid value received for configuration key "
                                                   "MAX_OBSERVATIONS_FOR_TRAINING:[many], using "
                                                   "3000"}));
-}
-
-TEST(FileWatch, SeesEachChangeOnce) {
-  const test::ScratchDir directory;
-  FileWatch watch(directory("c.conf"));
-  EXPECT_TRUE(watch.changed());
-  EXPECT_FALSE(watch.changed());
-  test::write_file(directory("c.conf"), "a");
-  EXPECT_TRUE(watch.changed());
-  EXPECT_FALSE(watch.changed());
-  test::write_file(directory("other"), "b");  // of the same size
-  std::filesystem::rename(directory("other"), directory("c.conf"));
-  EXPECT_TRUE(watch.changed());
-  std::filesystem::remove(directory("c.conf"));
-  EXPECT_TRUE(watch.changed());
-  EXPECT_FALSE(watch.changed());
 }
 
 }  // namespace

@@ -1,0 +1,35 @@
+// One way to tell somebody.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "companions/alert/message.h"
+#include "companions/alert/settings_file.h"
+#include "companions/alert/wakeup.h"
+
+namespace corvane::alert {
+
+struct SendResult {
+  bool is_taken = false;
+  std::string reason;  // why not; holds no secret
+};
+
+class Channel {
+ public:
+  Channel() = default;
+  virtual ~Channel() = default;
+  Channel(const Channel&) = delete;
+  Channel& operator=(const Channel&) = delete;
+
+  // Taken means that the other side has said so. May block, for a minute or so; all but the web
+  // service's return promptly once the stop flag is raised. May throw std::exception, which counts
+  // as not taken.
+  virtual SendResult send(const Message& message) = 0;
+};
+
+// The channel of that name; one that is not configured takes nothing. `stop` must outlive it.
+std::unique_ptr<Channel> make_channel(const std::string& name, const Settings& settings,
+                                      const std::string& master, const StopFlag& stop);
+
+}  // namespace corvane::alert

@@ -1,0 +1,73 @@
+#include "companions/alert/dead_letter.h"
+
+#include <fcntl.h>
+#include <jansson.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include "companions/alert/message.h"
+#include "companions/alert/plain_text.h"
+#include "companions/common/valid_utf8.h"
+#include "platform/c_handles.h"
+
+namespace corvane::alert {
+
+namespace {
+
+std::string line_of(const Delivery& delivery, std::int64_t now) {
+  const JsonPtr letter(json_object());
+  const std::string reason = valid_utf8(delivery.reason);
+  const std::string document = document_of(delivery.content);
+  json_object_set_new(letter.get(), "channel", json_string(delivery.channel.c_str()));
+  json_object_set_new(letter.get(), "reason", json_stringn(reason.data(), reason.size()));
+  json_object_set_new(letter.get(), "attempts", json_integer(delivery.attempts));
+  json_object_set_new(letter.get(), "given_up", json_integer(now));
+  json_object_set_new(letter.get(), "message",
+                      json_loadb(document.data(), document.size(), 0, nullptr));
+  const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(letter.get(), JSON_COMPACT),
+                                                         &std::free);
+  if (text == nullptr) throw std::runtime_error("out of memory");
+  return json_safe(text.get()) + "\n";
+}
+
+}  // namespace
+
+DeadLetterFile::DeadLetterFile(const std::string& path)
+    : path_(path),
+      descriptor_(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)) {
+  if (descriptor_ < 0) fail();
+  if (flock(descriptor_, LOCK_EX) == 0) return;
+  const int why = errno;
+  close(descriptor_);
+  errno = why;
+  fail();
+}
+
+DeadLetterFile::~DeadLetterFile() { close(descriptor_); }
+
+void DeadLetterFile::append(const std::vector<Delivery>& deliveries, std::int64_t now) const {
+  std::string lines;
+  for (const Delivery& delivery : deliveries) lines += line_of(delivery, now);
+  const off_t before = lseek(descriptor_, 0, SEEK_END);
+  const ssize_t written = write(descriptor_, lines.data(), lines.size());
+  if (written == static_cast<ssize_t>(lines.size()) && fsync(descriptor_) == 0) return;
+  const int why = written >= 0 ? ENOSPC : errno;
+  // Where even this fails, what stays is a part of what is written again.
+  [[maybe_unused]] const int ignored = ftruncate(descriptor_, before);
+  errno = why;
+  fail();
+}
+
+void DeadLetterFile::clear() const {
+  if (ftruncate(descriptor_, 0) != 0) fail();
+}
+
+void DeadLetterFile::fail() const { throw std::runtime_error(path_ + ": " + std::strerror(errno)); }
+
+}  // namespace corvane::alert

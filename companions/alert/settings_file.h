@@ -1,0 +1,54 @@
+// Section ALERT_SETTINGS of the configuration file.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "companions/alert/quiet_hours.h"
+
+namespace corvane::alert {
+
+// The channels' names, on the command line and in the state database.
+inline constexpr char kWeb[] = "web";  // the master's web service; always there
+inline constexpr char kSyslog[] = "syslog";
+inline constexpr char kWebhook[] = "webhook";
+inline constexpr char kMail[] = "mail";
+inline constexpr char kCommand[] = "command";
+bool is_channel_name(std::string_view name);
+
+struct Settings {
+  int syslog = 0;
+  std::string syslog_socket;
+  std::string webhook_url;
+  std::string webhook_secret_file;
+  std::string mail_to;
+  std::string mail_from;
+  std::string smtp_url;
+  std::string smtp_credentials_file;
+  std::string ca_file;  // empty: the system's
+  std::string command;
+  int command_seconds = 0;
+  int syslog_severity = 0;
+  int webhook_severity = 0;
+  int mail_severity = 0;
+  int command_severity = 0;
+  int storm_limit = 0;
+  int storm_minutes = 0;
+  QuietHours quiet;
+
+  // What is below is not told by this channel; 0: the channel is not configured.
+  int least_severity(std::string_view channel) const;
+  // The configured channels for people.
+  std::vector<std::string> people() const;
+
+  bool operator==(const Settings&) const = default;
+};
+
+// Reads the file at `path` into `settings`. What is out of its bounds counts as the default;
+// `complaints` gets a line for each. False, with everything as it was, for a file that is there but
+// cannot be read whole: a channel that is missing in it may have stood in the other half.
+bool read_settings(const std::string& path, Settings& settings,
+                   std::vector<std::string>& complaints);
+
+}  // namespace corvane::alert

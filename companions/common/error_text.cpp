@@ -1,0 +1,25 @@
+#include "companions/common/error_text.h"
+
+#include "platform/console.h"
+#include "platform/debug_log.h"
+#include "sqlite/sqlite_exception.h"
+
+namespace corvane {
+
+std::string reason_of(const std::exception& error) {
+  using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
+  const auto* of_sqlite = dynamic_cast<const sqlite_exception*>(&error);
+  std::string reason = error.what();
+  if (of_sqlite != nullptr && !of_sqlite->inner_message().empty()) {
+    reason += " (" + of_sqlite->inner_message() + ")";
+  }
+  return reason;
+}
+
+void complain_on_console(const char* program, const std::exception& error) {
+  const std::string text = std::string(program) + ": " + reason_of(error);
+  write_console_error(text + "\n");
+  logmsg(16, program, text.c_str());
+}
+
+}  // namespace corvane

@@ -1,0 +1,20 @@
+#include "companions/common/stop_signals.h"
+
+#include <ctime>
+
+namespace corvane {
+
+StopSignals::StopSignals() {
+  sigemptyset(&signals_);
+  sigaddset(&signals_, SIGTERM);
+  sigaddset(&signals_, SIGINT);
+  sigprocmask(SIG_BLOCK, &signals_, nullptr);
+}
+
+bool StopSignals::wait(int seconds) {
+  const timespec limit{seconds, 0};
+  if (!stopped_ && sigtimedwait(&signals_, nullptr, &limit) > 0) stopped_ = true;
+  return stopped_;
+}
+
+}  // namespace corvane

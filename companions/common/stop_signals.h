@@ -1,0 +1,24 @@
+// SIGTERM and SIGINT as a request to end.
+#pragma once
+
+#include <signal.h>
+
+namespace corvane {
+
+// Both signals are blocked, also in threads that are started later, and taken when the program
+// looks for them. For use by one thread.
+class StopSignals {
+ public:
+  StopSignals();
+
+  bool arrived() { return wait(0); }
+
+  // Up to so many seconds; true when it is time to stop, now and from then on.
+  bool wait(int seconds);
+
+ private:
+  sigset_t signals_{};
+  bool stopped_ = false;
+};
+
+}  // namespace corvane

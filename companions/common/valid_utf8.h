@@ -1,0 +1,17 @@
+// Names come from anywhere, JSON is UTF-8.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace corvane {
+
+// How many bytes the UTF-8 character at the begin of `text`, which is not empty, has; 0: it is
+// none.
+std::size_t utf8_length(std::string_view text);
+
+// `text` with each byte that belongs to no UTF-8 character replaced by U+FFFD.
+std::string valid_utf8(std::string_view text);
+
+}  // namespace corvane

@@ -1,0 +1,170 @@
+#include "companions/alert/sentence.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <jansson.h>
+
+#include <limits>
+
+#include "companions/alert/message.h"
+#include "companions/alert/plain_text.h"
+#include "platform/c_handles.h"
+#include "tests/unit/alert/alert_world.h"
+
+namespace corvane::alert {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+Anomaly read(const std::string& details) {
+  return read_anomaly({"anomaly_1", details, "key", "web01", kFirst + 60});
+}
+
+TEST(Sentence, SaysWhatDiffersByHowMuchSinceWhenAndWhatToDo) {
+  Anomaly anomaly = read(details_of("c", "incident_0", 3, kFirst));
+  EXPECT_EQ(anomaly.incident_id, "anomaly_0");
+  const Words words = words_for_anomaly(anomaly, kFirst - kDay, "m");
+  EXPECT_EQ(words.subject,
+            "The daily backup of client c (policy nightly): 100 files, 10 % of the usual 1,000; "
+            "looks like encryption");
+  EXPECT_EQ(words.body,
+            "The daily backup of client c (policy nightly) of 2023-11-14 22:13 UTC differs from "
+            "what is usual: 100 files, 10 % of the usual 1,000 (990 to 1,010).\n"
+            "What it looks like: Files may have been encrypted.\n"
+            "It has been so since 2023-11-13 22:13 UTC. The last good backup is good of 2023-11-13 "
+            "18:26 UTC.\n"
+            "If this is as it should be, give the anomaly anomaly_0 the feedback FALSE_POSITIVE in "
+            "the web interface of m; the like of it will then be taken for normal.\n");
+}
+
+TEST(Sentence, NamesTheTwoThatAreOffTheFarthestAndTheDurationLast) {
+  const Anomaly anomaly = read(R"({"stream":{"client":"c"},"features":[
+        {"name":"duration","value":9,"usual":1,"usual_low":1,"usual_high":1,"deviation":99},
+        {"name":"files","value":7,"usual":7,"usual_low":7,"usual_high":7,"deviation":0},
+        {"name":"dedup_ratio","value":1.25,"usual":50,"usual_low":48,"usual_high":52,"deviation":-5},
+        {"name":"kb_transferred","value":5,"usual":0,"usual_low":0,"usual_high":2,"deviation":7},
+        {"name":"image_size","value":5}]})");
+  const std::string body = words_for_anomaly(anomaly, kFirst, "").body;
+  EXPECT_THAT(body, HasSubstr("usual: 5 KB transferred, usually 0 to 2; deduplication ratio "
+                              "1.25, 3 % of the usual 50 (48 to 52).\n"));
+  EXPECT_THAT(body, HasSubstr("web interface of the master server"));
+  EXPECT_THAT(body, HasSubstr("No earlier good backup is known."));
+  EXPECT_THAT(body, Not(HasSubstr("What it looks like")));
+}
+
+TEST(Sentence, SaysTheRangeWhereTheUsualVariesALot) {
+  const Anomaly anomaly = read(R"({"stream":{"client":"c"},"features":[
+        {"name":"files","value":16278,"usual":11.38,"usual_low":0,"usual_high":2048,"deviation":9},
+        {"name":"image_size","value":1,"usual":10.4,"usual_low":10.2,"usual_high":12,"deviation":-5}]})");
+  EXPECT_EQ(words_for_anomaly(anomaly, kFirst, "").subject,
+            "The backup of client c: 16,278 files, usually 0 to 2,048");
+  EXPECT_THAT(
+      words_for_anomaly(anomaly, kFirst, "").body,
+      HasSubstr(": 16,278 files, usually 0 to 2,048; 1 KB in size, 10 % of the usual 10 (10 "
+                "to 12).\n"));
+}
+
+TEST(Sentence, ForeignDetailsLeaveWhatTheRowKnows) {
+  const Words words = words_for_anomaly(read("no json"), kFirst, "m");
+  EXPECT_EQ(words.subject, "The backup of client web01 is unusual");
+  EXPECT_THAT(words.body, HasSubstr("tells no more of it than the key key."));
+}
+
+TEST(Sentence, TheEnd) {
+  const Stream stream{"c", "p", "", "", "daily", "", ""};
+  const Words words = words_for_end({stream, kFirst, kFirst + kDay, 1, false});
+  EXPECT_EQ(words.subject,
+            "Back to normal since 2023-11-15 22:13 UTC: the daily backup of client c (policy p)");
+  EXPECT_THAT(words.body, HasSubstr("in one backup."));
+  EXPECT_THAT(words.body, Not(HasSubstr("new normal")));
+  EXPECT_THAT(words_for_end({stream, kFirst, kFirst, 3, true}).body, HasSubstr("new normal"));
+}
+
+TEST(PlainText, IsOneLineWithoutMarkup) {
+  EXPECT_EQ(plain_text("a\r\nb\tc\x1b[1m"), "a  b c [1m");
+  EXPECT_EQ(plain_text(std::string("a\0b", 3)), "a b");
+  EXPECT_EQ(plain_text("<b>\xC2\x85"),
+            "\xE2\x80\xB9"
+            "b\xE2\x80\xBA ");
+  EXPECT_EQ(plain_text("a\xE2\x80\xAE"
+                       "b\xEF\xBB\xBF"
+                       "c\xF3\xA0\x81\x81"),
+            "abc");
+  EXPECT_EQ(plain_text("Größe \xFF"), "Größe \xEF\xBF\xBD");
+  EXPECT_EQ(plain_text("äöü", 2), "äö\xE2\x80\xA6");
+  EXPECT_EQ(plain_text("äö", 2), "äö");
+}
+
+TEST(PlainText, Numbers) {
+  EXPECT_EQ(number_text(0), "0");
+  EXPECT_EQ(number_text(999), "999");
+  EXPECT_EQ(number_text(1234567.8), "1,234,568");
+  EXPECT_EQ(number_text(-1234), "-1,234");
+  EXPECT_EQ(number_text(1.5), "1.5");
+  EXPECT_EQ(number_text(10), "10");
+  EXPECT_EQ(number_text(-0.001), "0");
+  EXPECT_EQ(number_text(1e300), "1,000,000,000,000,000");
+}
+
+TEST(PlainText, Times) {
+  EXPECT_EQ(utc_text(kFirst), "2023-11-14 22:13 UTC");
+  EXPECT_EQ(utc_text(0), "an unknown time");
+  EXPECT_EQ(utc_text(-5), "an unknown time");
+  EXPECT_EQ(utc_text(std::numeric_limits<std::int64_t>::max()), "an unknown time");
+}
+
+TEST(PlainText, JsonLosesItsEscapedNulsOnly) {
+  EXPECT_EQ(json_safe(R"({"a":"x\u0000y","b":"\\u0000","c":"\\\u0000"})"),
+            R"({"a":"x\ufffdy","b":"\\u0000","c":"\\\ufffd"})");
+}
+
+TEST(ReadAnomaly, TakesWhatIsOfTheRightType) {
+  const Anomaly anomaly = read(
+      R"({"severity":"3","incident":5,"stream":{"client":7},"time":"x","last_good":[],)"
+      R"("causes":{"id":"e"},"features":[{"name":"f"},{"value":1},7,{"name":"g","value":1}]})");
+  EXPECT_EQ(anomaly.severity, 2);
+  EXPECT_EQ(anomaly.incident, "anomaly_1");
+  EXPECT_EQ(anomaly.incident_id, "anomaly_1");
+  EXPECT_FALSE(anomaly.has_stream);
+  EXPECT_EQ(anomaly.stream.client, "web01");
+  EXPECT_EQ(anomaly.known_time(), kFirst + 60);
+  EXPECT_EQ(anomaly.cause, "");
+  ASSERT_EQ(anomaly.features.size(), 1U);
+  EXPECT_FALSE(anomaly.features[0].has_usual);
+  EXPECT_EQ(read(R"({"severity":99})").severity, 3);
+  EXPECT_EQ(read(R"({"severity":-99})").severity, 1);
+  EXPECT_EQ(words_for_anomaly(read(R"({"features":7,"stream":"s"})"), 1, "m").subject,
+            "The backup of client web01 is unusual");
+}
+
+TEST(ReadAnomaly, DetailsAreAlwaysJsonWithoutNul) {
+  EXPECT_EQ(read_anomaly({"i", std::string("\0\xFFx", 3), "", "", 1}).details,
+            "{\"unreadable\":\"\\ufffd\xEF\xBF\xBDx\"}");
+  EXPECT_EQ(read(R"({"a":"\u0000"})").details, R"({"a":"\ufffd"})");
+  const std::string huge = "{\"a\":\"" + std::string(300 << 10, 'x') + "\"}";
+  EXPECT_LT(read(huge).details.size(), 5000U);
+}
+
+TEST(Document, IsJsonWhateverTheNamesAre) {
+  Message message;
+  message.kind = Kind::kBegin;
+  message.severity = 3;
+  message.subject = "s";
+  message.client = std::string("a\xFF\"\n\0", 5);
+  message.details = "no json";
+  const std::string document = document_of(message);
+  const JsonPtr root(json_loads(document.c_str(), 0, nullptr));
+  ASSERT_NE(root, nullptr);
+  EXPECT_THAT(document, HasSubstr(R"("subject":"[act now] s")"));
+  EXPECT_THAT(document, HasSubstr("\"clientName\":\"a\xEF\xBF\xBD\\\"\\n\\ufffd\""));
+  EXPECT_THAT(document, HasSubstr(R"("details":{})"));
+  EXPECT_THAT(document, HasSubstr(R"("state":"open")"));
+  EXPECT_THAT(document, Not(HasSubstr("until")));
+  EXPECT_EQ(document.find('\n'), std::string::npos);
+  message.until = 5;
+  EXPECT_THAT(document_of(message), HasSubstr(R"("state":"ended")"));
+}
+
+}  // namespace
+}  // namespace corvane::alert

@@ -1,0 +1,72 @@
+#include "companions/common/query.h"
+
+#include <gtest/gtest.h>
+
+#include "sqlite/db_access.h"
+#include "sqlite/sqlite_exception.h"
+#include "tests/support/sql.h"
+
+namespace corvane {
+namespace {
+
+using Altamir::Corvane::UsageReporting::SQLiteDatabase::DBAccess;
+using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
+
+class QueryTest : public ::testing::Test {
+ protected:
+  QueryTest() {
+    database.execute_query("CREATE TABLE t (number INT, real REAL, text TEXT NOT NULL UNIQUE);");
+  }
+  sqlite3* db() { return database.get_db_handle(); }
+  DBAccess database{":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX};
+  static constexpr char kInsert[] = "INSERT INTO t VALUES (?, ?, ?)";
+  static constexpr char kSelect[] = "SELECT number, real, text FROM t ORDER BY number";
+};
+
+TEST_F(QueryTest, BindsAnewEachTime) {
+  Queries queries;
+  const std::string big(1 << 20, 'x');
+  queries.get(db(), kInsert).bind(std::int64_t{1} << 40).bind(0.25).bind("two\nlines").run();
+  queries.get(db(), kInsert).bind(std::int64_t{1}).bind(2.0).bind(big).run();
+  Query& rows = queries.get(db(), kSelect);
+  ASSERT_TRUE(rows.step());
+  EXPECT_EQ(rows.text(2), big);
+  ASSERT_TRUE(rows.step());
+  EXPECT_EQ(rows.integer(0), std::int64_t{1} << 40);
+  EXPECT_EQ(rows.real(1), 0.25);
+  EXPECT_EQ(rows.view(2), "two\nlines");
+  EXPECT_FALSE(rows.step());
+  EXPECT_TRUE(queries.get(db(), kSelect).step());
+}
+
+TEST_F(QueryTest, AnEmptyTextIsNoNull) {
+  Query(db(), kInsert).bind(std::int64_t{1}).bind(1.0).bind(std::string_view()).run();
+  EXPECT_EQ(test::query_one(db(), "SELECT typeof(text) FROM t"), "text");
+}
+
+TEST_F(QueryTest, FailuresThrowAndTheQueryCanBeUsedAgain) {
+  EXPECT_THROW(Query(db(), "SELECT nothing"), sqlite_exception);
+  Query insert(db(), kInsert);
+  insert.bind(std::int64_t{1}).bind(1.0).bind("a").run();
+  insert.restart().bind(std::int64_t{2}).bind(1.0).bind("a");
+  EXPECT_THROW(insert.run(), sqlite_exception);
+  insert.restart().bind(std::int64_t{2}).bind(1.0).bind("b").run();
+  EXPECT_EQ(test::count(db(), "t"), "2");
+}
+
+TEST_F(QueryTest, ATransactionIsTakenBackUnlessCommitted) {
+  {
+    Transaction transaction(db());
+    Query(db(), kInsert).bind(std::int64_t{1}).bind(1.0).bind("a").run();
+  }
+  EXPECT_EQ(test::count(db(), "t"), "0");
+  {
+    Transaction transaction(db());
+    Query(db(), kInsert).bind(std::int64_t{1}).bind(1.0).bind("a").run();
+    transaction.commit();
+  }
+  EXPECT_EQ(test::count(db(), "t"), "1");
+}
+
+}  // namespace
+}  // namespace corvane
