@@ -33,11 +33,7 @@ Query& AnomalyStore::query(const char* sql) { return queries_.get(database_.get_
 
 std::int64_t AnomalyStore::data_version() {
   static constexpr char kSql[] = "PRAGMA data_version";
-  Query& asked = query(kSql);
-  asked.step();
-  const std::int64_t version = asked.integer(0);
-  asked.restart();
-  return version;
+  return query(kSql).first_integer();
 }
 
 std::vector<std::int64_t> AnomalyStore::unprocessed() {
@@ -72,10 +68,7 @@ std::string AnomalyStore::details(const std::string& anomaly_id) {
 bool AnomalyStore::is_false_positive(const std::string& anomaly_id) {
   static constexpr char kSql[] =
       "SELECT FEEDBACK FROM ANOMALY_DATA_FEEDBACK WHERE ANOMALY_UNIQUE_ID = ?";
-  Query& asked = query(kSql).bind(anomaly_id);
-  const bool is = asked.step() && asked.integer(0) != 0;
-  asked.restart();
-  return is;
+  return query(kSql).bind(anomaly_id).first_integer() != 0;
 }
 
 void AnomalyStore::mark_processed(const std::vector<std::string>& anomaly_ids) {
@@ -88,10 +81,7 @@ void AnomalyStore::mark_processed(const std::vector<std::string>& anomaly_ids) {
 
 std::int64_t AnomalyStore::last_history_rowid() {
   static constexpr char kSql[] = "SELECT max(rowid) FROM HIST_DATA";
-  Query& asked = query(kSql);
-  const std::int64_t last = asked.step() ? asked.integer(0) : 0;
-  asked.restart();
-  return last;
+  return query(kSql).first_integer();
 }
 
 void AnomalyStore::read_history(std::int64_t after, std::int64_t since,

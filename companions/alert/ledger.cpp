@@ -252,10 +252,7 @@ std::int64_t Ledger::find_summary(const NewDelivery& delivery) {
   static constexpr char kSql[] =
       "SELECT message FROM delivery WHERE channel = ? AND kind = 4 AND held = ? AND state = 0 "
       "AND attempts = 0";
-  Query& asked = state_.query(kSql).bind(delivery.channel).bind(delivery.held);
-  const std::int64_t message = asked.step() ? asked.integer(0) : 0;
-  asked.restart();
-  return message;
+  return state_.query(kSql).bind(delivery.channel).bind(delivery.held).first_integer();
 }
 
 std::int64_t Ledger::add_summary(const NewDelivery& delivery, const StormRule& rule) {
@@ -263,9 +260,7 @@ std::int64_t Ledger::add_summary(const NewDelivery& delivery, const StormRule& r
       "SELECT max(created) FROM delivery WHERE channel = ? AND kind = 4 AND held = 0";
   static constexpr char kWait[] =
       "UPDATE delivery SET not_before = max(not_before, ?) WHERE message = ? AND channel = ?";
-  Query& asked = state_.query(kLast).bind(delivery.channel);
-  const std::int64_t last = asked.step() ? asked.integer(0) : 0;
-  asked.restart();
+  const std::int64_t last = state_.query(kLast).bind(delivery.channel).first_integer();
 
   NewDelivery summary = delivery;
   summary.kind = Kind::kSummary;

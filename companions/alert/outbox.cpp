@@ -26,9 +26,7 @@ std::optional<Delivery> Outbox::begin(const std::string& channel, std::int64_t n
       "not_before <= ?" NOT_BEHIND_ANOTHER " ORDER BY attempts, message LIMIT 1";
   static constexpr char kBegin[] =
       "UPDATE delivery SET attempts = attempts + 1 WHERE message = ? AND channel = ? AND state = 0";
-  Query& pause = state_.query(kPause).bind(channel);
-  const std::int64_t paused_until = pause.step() ? pause.integer(0) : 0;
-  pause.restart();
+  const std::int64_t paused_until = state_.query(kPause).bind(channel).first_integer();
   // A pause that is longer than any was made by a clock that has been set back since.
   if (paused_until > now && paused_until <= now + kLongestPauseSeconds) return std::nullopt;
 
@@ -118,10 +116,9 @@ void Outbox::taken(const Delivery& delivery, std::int64_t now) {
   }
   static constexpr char kWasFailing[] =
       "SELECT 1 FROM channel WHERE name = ? AND failing_since > 0";
-  Query& asked = state_.query(kWasFailing).bind(delivery.channel);
-  const bool was_failing = asked.step();
-  asked.restart();
-  if (was_failing) state_.query(kOthers).bind(delivery.channel).run();
+  if (state_.query(kWasFailing).bind(delivery.channel).first_integer() != 0) {
+    state_.query(kOthers).bind(delivery.channel).run();
+  }
   state_.query(kChannel).bind(delivery.channel).bind(now).run();
   transaction.commit();
 }
@@ -139,9 +136,7 @@ void Outbox::failed(const Delivery& delivery, const std::string& reason, std::in
       "UPDATE delivery SET failing_since = ?2 WHERE channel = ?1 AND state = 0 AND not_before <= "
       "?3 AND failing_since = 0";
   Transaction transaction(state_.handle());
-  Query& asked = state_.query(kFailures).bind(delivery.channel);
-  const std::int64_t failures = asked.step() ? asked.integer(0) + 1 : 1;
-  asked.restart();
+  const std::int64_t failures = state_.query(kFailures).bind(delivery.channel).first_integer() + 1;
   state_.query(kChannel)
       .bind(delivery.channel)
       .bind(now + pause_after(failures, chance()))
@@ -202,9 +197,7 @@ std::int64_t Outbox::seconds_to_next(const std::string& channel, std::int64_t no
   const std::int64_t due = next.integer(0);
   next.restart();
   if (!waits) return longest;
-  Query& pause = state_.query(kPause).bind(channel);
-  const std::int64_t paused_until = pause.step() ? pause.integer(0) : 0;
-  pause.restart();
+  const std::int64_t paused_until = state_.query(kPause).bind(channel).first_integer();
   return std::clamp<std::int64_t>(std::max(due, paused_until) - now, 0, longest);
 }
 

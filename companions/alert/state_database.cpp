@@ -79,18 +79,11 @@ Query& StateDatabase::query(const char* sql) { return queries_.get(handle(), sql
 
 std::int64_t StateDatabase::data_version() {
   static constexpr char kSql[] = "PRAGMA data_version";
-  Query& asked = query(kSql);
-  asked.step();
-  const std::int64_t version = asked.integer(0);
-  asked.restart();
-  return version;
+  return query(kSql).first_integer();
 }
 
 std::int64_t StateDatabase::number(const char* name) {
-  Query& asked = query(kGet).bind(name);
-  const std::int64_t number = asked.step() ? asked.integer(0) : 0;
-  asked.restart();
-  return number;
+  return query(kGet).bind(name).first_integer();
 }
 
 void StateDatabase::set_number(const char* name, std::int64_t number) {

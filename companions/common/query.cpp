@@ -52,6 +52,12 @@ void Query::run() {
   }
 }
 
+std::int64_t Query::first_integer() {
+  const std::int64_t first = step() ? integer(0) : 0;
+  restart();
+  return first;
+}
+
 std::string_view Query::view(int column) const {
   const unsigned char* text = sqlite3_column_text(compiled_.get(), column);
   const int bytes = sqlite3_column_bytes(compiled_.get(), column);

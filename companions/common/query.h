@@ -33,6 +33,8 @@ class Query {
   // Goes to the next row; false when there is none.
   bool step();
   void run();
+  // The first column of the first row, and the end of the run; 0 when there is no row.
+  std::int64_t first_integer();
 
   // Columns of the current row, from 0. NULL is 0 and the empty text.
   std::int64_t integer(int column) const { return sqlite3_column_int64(compiled_.get(), column); }

@@ -61,11 +61,7 @@ Query& Store::query(const char* sql) { return queries_.get(database_.get_db_hand
 
 std::int64_t Store::data_version() {
   static constexpr char kSql[] = "PRAGMA data_version";
-  Query& asked = query(kSql);
-  asked.step();
-  const std::int64_t version = asked.integer(0);
-  asked.restart();
-  return version;
+  return query(kSql).first_integer();
 }
 
 std::int64_t Store::read_history(std::int64_t after,
@@ -96,18 +92,12 @@ std::int64_t Store::read_rows(std::int64_t after,
 
 std::int64_t Store::last_history_rowid() {
   static constexpr char kSql[] = "SELECT max(rowid) FROM HIST_DATA";
-  Query& asked = query(kSql);
-  const std::int64_t last = asked.step() ? asked.integer(0) : 0;
-  asked.restart();
-  return last;
+  return query(kSql).first_integer();
 }
 
 std::int64_t Store::last_row_rowid() {
   static constexpr char kSql[] = "SELECT max(rowid) FROM DATA_TO_PROCESS";
-  Query& asked = query(kSql);
-  const std::int64_t last = asked.step() ? asked.integer(0) : 0;
-  asked.restart();
-  return last;
+  return query(kSql).first_integer();
 }
 
 std::optional<Backup> Store::find_backup(const std::string& unique_key) {

@@ -44,6 +44,18 @@ TEST_F(QueryTest, AnEmptyTextIsNoNull) {
   EXPECT_EQ(test::query_one(db(), "SELECT typeof(text) FROM t"), "text");
 }
 
+TEST_F(QueryTest, TheFirstIntegerEndsTheRun) {
+  Query asked(db(), "SELECT number FROM t ORDER BY number");
+  EXPECT_EQ(asked.first_integer(), 0);
+  Query insert(db(), kInsert);
+  for (const std::int64_t number : {8, 9}) {
+    insert.restart().bind(number).bind(1.0).bind(std::to_string(number)).run();
+  }
+  EXPECT_EQ(asked.restart().first_integer(), 8);
+  EXPECT_EQ(asked.restart().first_integer(), 8);
+  EXPECT_NO_THROW(database.execute_query("DROP TABLE t;"));  // no reader is left
+}
+
 TEST_F(QueryTest, FailuresThrowAndTheQueryCanBeUsedAgain) {
   EXPECT_THROW(Query(db(), "SELECT nothing"), sqlite_exception);
   Query insert(db(), kInsert);
