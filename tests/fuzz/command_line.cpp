@@ -26,8 +26,7 @@ OptionMap expected_options(const std::vector<std::string>& words) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::vector<std::string> words =
-      corvane::fuzz::parts_of(corvane::fuzz::text_of(data, size), std::string::npos);
+  std::vector<std::string> words = corvane::fuzz::parts_of(corvane::fuzz::text_of(data, size));
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   const std::multiset<char*> given(argv.begin(), argv.end());

@@ -54,29 +54,16 @@ bool ends_line(const std::string& text, std::size_t at) {
   return text[at] == '\n' || (text[at] == '\r' && text[at + 1] != '\n');
 }
 
-// The lines as any reader may see them, with their ends.
-std::vector<std::string> lines_of(const std::string& text) {
-  std::vector<std::string> lines;
-  std::size_t begin = 0;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    if (!ends_line(text, at)) continue;
-    lines.push_back(text.substr(begin, at + 1 - begin));
-    begin = at + 1;
-  }
-  if (begin < text.size()) lines.push_back(text.substr(begin));
-  return lines;
-}
-
-// The records without their indentation; a line that begins with no tab begins one.
+// The records without their indentation, split as any reader may split lines: one that begins with
+// no tab begins a record.
 std::vector<std::string> records_of(const std::string& text) {
   std::vector<std::string> records;
-  for (const std::string& line : lines_of(text)) {
-    if (line.front() == '\t') {
-      require(!records.empty(), "the first line is no continuation");
-      records.back() += line.substr(1);
-    } else {
-      records.push_back(line);
-    }
+  bool at_begin = true;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (at_begin && text[at] != '\t') records.emplace_back();
+    require(!records.empty(), "the first line is no continuation");
+    if (!at_begin || text[at] != '\t') records.back() += text[at];
+    at_begin = ends_line(text, at);
   }
   return records;
 }
@@ -90,7 +77,8 @@ std::size_t prefix_length(const std::string& record) {
   static const std::string kForm = "0000-00-00T00:00:00.000Z ";
   if (record.size() < kForm.size()) return 0;
   for (std::size_t i = 0; i < kForm.size(); ++i) {
-    const bool fits = kForm[i] == '0' ? record[i] >= '0' && record[i] <= '9' : record[i] == kForm[i];
+    const bool fits =
+        kForm[i] == '0' ? record[i] >= '0' && record[i] <= '9' : record[i] == kForm[i];
     if (!fits) return 0;
   }
   const std::string rest = std::to_string(getpid()) + " 4 ";
@@ -111,10 +99,21 @@ void log_one(const Logged& logged, bool formatted, std::size_t pieces) {
   require(writes == 1, "a record is one write");
 }
 
-std::string repeated(const std::string& text, std::size_t times) {
-  std::string result;
-  for (std::size_t i = 0; i < times; ++i) result += text;
+// `text` again and again up to `size` bytes.
+std::string filled(const std::string& text, std::size_t size) {
+  std::string result = text;
+  while (!text.empty() && result.size() < size) result += text;
+  if (result.size() > size) result.resize(size);
   return result;
+}
+
+// The text as it is logged. Few inputs are blown up, to the lengths round which buffers are changed
+// and texts cut.
+std::string text_to_log(const std::string& text, unsigned how) {
+  if (how >= 0xF8) return filled(text, kMaxText - 4 + (how & 7));
+  if (how >= 0xE0) return filled(text, 4090 + text.size() % 16);
+  if (how >= 0xC0) return filled(text, 8030 + text.size() % 160);
+  return text;
 }
 
 }  // namespace
@@ -132,15 +131,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const int reader = open_log();
   if (size == 0) return 0;
   const unsigned how = data[0];
-  const auto parts = corvane::fuzz::parts_of(corvane::fuzz::text_of(data + 1, size - 1), 8);
-  // Few inputs are blown up to the length at which texts are cut.
-  const std::size_t times = how >= 0xF8 ? 3000 : how >= 0xE0 ? 40 : 1;
+  auto parts = corvane::fuzz::parts_of(corvane::fuzz::text_of(data + 1, size - 1));
+  if (parts.size() > 8) parts.resize(8);
 
   require(ftruncate(descriptor, 0) == 0 && lseek(reader, 0, SEEK_SET) == 0, "the log is empty");
   std::vector<Logged> all;
   for (std::size_t i = 0; i < parts.size(); i += 2) {
     const std::string tag = i + 1 < parts.size() ? parts[i + 1] : "cvanomalymgmt";
-    Logged logged{tag, repeated(parts[i], times), true};
+    Logged logged{tag, i == 0 ? text_to_log(parts[i], how) : parts[i], true};
     if ((how & 2) != 0 && i == 0) {
       room = how & 0x1C;
       logged.whole = false;

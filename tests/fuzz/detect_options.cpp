@@ -70,8 +70,7 @@ void check_accepted(const Options& options) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto words =
-      corvane::fuzz::parts_of(corvane::fuzz::text_of(data, size), std::string::npos);
+  const auto words = corvane::fuzz::parts_of(corvane::fuzz::text_of(data, size));
   Options options;
   const std::string error = parse(words, options);
   if (!error.empty()) return 0;

@@ -6,8 +6,8 @@
 
 #include "embedded_host/iso_time.h"
 #include "embedded_host/sql.h"
-#include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/filter_meaning.h"
+#include "tests/fuzz/fuzz.h"
 
 using corvane::fuzz::Element;
 using corvane::fuzz::require;
@@ -50,8 +50,7 @@ corvane::host::Database& database() {
 }
 
 void check_meaning(const std::string& filter, const FilterSql& sql) {
-  corvane::host::Statement select(database(),
-                                  "SELECT " + sql.condition + " FROM t ORDER BY rowid");
+  corvane::host::Statement select(database(), "SELECT " + sql.condition + " FROM t ORDER BY rowid");
   int position = 1;
   for (const auto& value : sql.values) {
     std::visit(

@@ -116,8 +116,8 @@ class FilterMeaning {
   // Whole numbers of 64 bits count exactly, which a long double holds too.
   static long double number(const std::string& text) {
     errno = 0;
-    const bool whole = text.find_first_not_of("0123456789", text[0] == '-' ? 1 : 0) ==
-                       std::string::npos;
+    const bool whole =
+        text.find_first_not_of("0123456789", text[0] == '-' ? 1 : 0) == std::string::npos;
     const long long exact = std::strtoll(text.c_str(), nullptr, 10);
     if (whole && errno == 0) return static_cast<long double>(exact);
     return std::strtod(text.c_str(), nullptr);
@@ -127,7 +127,8 @@ class FilterMeaning {
     std::tm parts{};
     const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
     require(rest != nullptr, "a time that was accepted is one", text);
-    const double fraction = *rest == '.' ? std::strtod(("0" + std::string(rest)).c_str(), nullptr) : 0;
+    const double fraction =
+        *rest == '.' ? std::strtod(("0" + std::string(rest)).c_str(), nullptr) : 0;
     return static_cast<double>(timegm(&parts)) + fraction;
   }
 

@@ -27,23 +27,20 @@ inline std::string text_of(const std::uint8_t* data, std::size_t size) {
 }
 
 // Inputs of several parts have them one after another, with a NUL between: no parser that takes C
-// strings sees past one anyway. The last of `most` parts is the rest.
-inline std::vector<std::string> parts_of(const std::string& input, std::size_t most) {
+// strings sees past one anyway.
+inline std::vector<std::string> parts_of(const std::string& input) {
   std::vector<std::string> parts;
   std::size_t begin = 0;
-  while (parts.size() + 1 < most) {
-    const std::size_t end = input.find('\0', begin);
-    if (end == std::string::npos) break;
+  for (std::size_t end; (end = input.find('\0', begin)) != std::string::npos; begin = end + 1) {
     parts.push_back(input.substr(begin, end - begin));
-    begin = end + 1;
   }
   parts.push_back(input.substr(begin));
   return parts;
 }
 
-// Like parts_of(), padded with empty parts up to `count`.
-inline std::vector<std::string> exactly(std::size_t count, const std::string& input) {
-  std::vector<std::string> parts = parts_of(input, count);
+// Exactly `count` parts: further ones are left out, missing ones empty.
+inline std::vector<std::string> parts_of(const std::string& input, std::size_t count) {
+  std::vector<std::string> parts = parts_of(input);
   parts.resize(count);
   return parts;
 }
