@@ -110,7 +110,7 @@ std::string filled(const std::string& text, std::size_t size) {
 // The text as it is logged. Few inputs are blown up, to the lengths round which buffers are changed
 // and texts cut.
 std::string text_to_log(const std::string& text, unsigned how) {
-  if (how >= 0xF8) return filled(text, kMaxText - 4 + (how & 7));
+  if (how == 0xFF) return filled(text, kMaxText - 4 + text.size() % 8);
   if (how >= 0xE0) return filled(text, 4090 + text.size() % 16);
   if (how >= 0xC0) return filled(text, 8030 + text.size() % 160);
   return text;

@@ -52,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const std::runtime_error& error) {
     const std::string reason = error.what();
     require(reason == "JSON parsing failed for qpimagelist image.", "the reason is known", reason);
+    require(corvane::fuzz::json_type_of(answer) == -1, "JSON is accepted");
     world.service.capture_anomaly_feedback();
     require(stored(world).empty(), "a refused answer stores nothing");
     require(corvane::fuzz::logged(
@@ -59,6 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             "the answer is in the log");
     return 0;
   }
+  require(corvane::fuzz::json_type_of(answer) != -1, "only JSON is accepted");
   for (const Record& record : records) {
     require(!record.contains("attributes"), "attributes are members of the record");
   }

@@ -75,6 +75,12 @@ inline std::string text_of_json(const JsonPtr& json) {
   return text.get();
 }
 
+// The type of a text's root; -1 for what is no JSON.
+inline int json_type_of(const std::string& text) {
+  const JsonPtr root(json_loads(text.c_str(), 0, nullptr));
+  return root ? static_cast<int>(json_typeof(root.get())) : -1;
+}
+
 inline bool logged(int level, const std::string& text) {
   const auto& log = corvane::fake::state().log;
   return std::find(log.begin(), log.end(), LogLine{level, "cvanomalymgmt", text}) != log.end();
@@ -82,10 +88,13 @@ inline bool logged(int level, const std::string& text) {
 
 // A text of the REST interface or the jobs tool was refused: for one of the known reasons, and with
 // the whole text in the log.
-inline void check_refused(const std::string& text, const std::runtime_error& error) {
-  const std::string reason = error.what();
-  require(reason == "JSON parsing failed for jobs data." || reason == "Job details not available.",
-          "the reason is known", reason);
+inline void check_refused(const std::string& text, json_type wanted,
+                          const std::runtime_error& error) {
+  const int type = json_type_of(text);
+  require(type != wanted, "what is in order is accepted");
+  require(error.what() == std::string(type == -1 ? "Job details not available."
+                                                 : "JSON parsing failed for jobs data."),
+          "the reason is true", error.what());
   require(logged(16, std::string("JSON parsing failed for jobs data ") + text.c_str()),
           "the text is in the log");
 }

@@ -57,6 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         "the line is in the log");
     return 0;
   }
+  require(corvane::fuzz::json_type_of(line) != -1, "only JSON is accepted");
   require(!image.contains("frags"), "fragments are left out");
   require(world.gather->parse_qpimagelist_line(
               corvane::fuzz::text_of_json(corvane::fuzz::json_of(image))) == image,

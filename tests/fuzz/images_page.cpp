@@ -90,11 +90,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     world.gather->parse_api_response(page, images, jobs, offset, kImagesPage);
   } catch (const std::runtime_error& error) {
-    corvane::fuzz::check_refused(page, error);
+    corvane::fuzz::check_refused(page, JSON_OBJECT, error);
     require(images.empty() && jobs.empty() && offset == kOffset, "a refused page changes nothing");
     return 0;
   }
   require(jobs.empty() && corvane::fake::state().requests.empty(), "images need nothing more");
+  require(corvane::fuzz::json_type_of(page) == JSON_OBJECT, "only an object is a page");
   check_images(images);
   check_written_anew(world, images, offset);
   check_storing(world, images);

@@ -32,9 +32,10 @@ bool read_page(GatherWorld& world, const std::string& text, int mode, Page& page
   const Page before = page;
   try {
     world.gather->parse_api_response(text, page.images, page.jobs, page.offset, mode);
+    require(corvane::fuzz::json_type_of(text) == JSON_OBJECT, "only an object is a page");
     return true;
   } catch (const std::runtime_error& error) {
-    corvane::fuzz::check_refused(text, error);
+    corvane::fuzz::check_refused(text, JSON_OBJECT, error);
     require(
         page.images == before.images && page.jobs == before.jobs && page.offset == before.offset,
         "a refused page changes nothing");
@@ -59,6 +60,11 @@ void check_completing(const Page& page, const Images& images) {
             "an image that was taken completes its job");
   }
   require(taken + requests.size() <= page.jobs.size(), "a job has one image at most");
+  const auto typed = std::count_if(page.jobs.begin(), page.jobs.end(), [](const Record& job) {
+    return job.contains("policyType") || job.contains("scheduleType");
+  });
+  require(static_cast<std::size_t>(typed) <= taken + requests.size(),
+          "a job takes its types from its image");
   for (const auto& request : requests) {
     require(request.method == "GET" && request.path.starts_with("corvane/catalog/images/"),
             "only images are asked for", request.path);

@@ -104,10 +104,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     world.gather->parse_jobs_details(parts[0], jobs);
   } catch (const std::runtime_error& error) {
-    corvane::fuzz::check_refused(parts[0], error);
+    corvane::fuzz::check_refused(parts[0], JSON_ARRAY, error);
     require(jobs == std::vector<Record>{before}, "refused jobs change nothing");
     return 0;
   }
+  require(corvane::fuzz::json_type_of(parts[0]) == JSON_ARRAY, "only an array is accepted");
   require(!jobs.empty() && jobs.front() == before, "jobs are appended");
   jobs.erase(jobs.begin());
   check_written_anew(world, jobs);
