@@ -52,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const std::runtime_error& error) {
     const std::string reason = error.what();
     require(reason == "JSON parsing failed for qpimagelist image.", "the reason is known", reason);
+    require(corvane::fuzz::json_type_of(line) == -1, "JSON is accepted");
     require(
         corvane::fuzz::logged(16, std::string("Error while parsing line ") + line.c_str() + "."),
         "the line is in the log");
