@@ -39,11 +39,18 @@ struct GatherWorld {
   // As it was at first, the platform fake too. Call it before each input.
   void clear() {
     corvane::fake::reset();
-    for (const char* table :
-         {"HIST_DATA", "DATA_TO_PROCESS", "QUEUED_TO_CAPTURE_DATA", "ANOMALY_DATA_FEEDBACK"}) {
-      rows(std::string("DELETE FROM ") + table);
+    sqlite3* db = service.m_db->get_db_handle();
+    if (sqlite3_total_changes(db) != changes_) {
+      for (const char* table :
+           {"HIST_DATA", "DATA_TO_PROCESS", "QUEUED_TO_CAPTURE_DATA", "ANOMALY_DATA_FEEDBACK"}) {
+        rows(std::string("DELETE FROM ") + table);
+      }
+      changes_ = sqlite3_total_changes(db);
     }
-    gather->init_attributes();  // looking up a code adds it
+    // Looking up a code adds it.
+    if (gather->policy_types.size() != 51 || gather->schedule_types.size() != 5) {
+      gather->init_attributes();
+    }
   }
 
   std::vector<SqlRow> rows(const std::string& sql) const {
@@ -55,6 +62,9 @@ struct GatherWorld {
 
   ManagementService service;
   std::unique_ptr<DataGather> gather;
+
+ private:
+  int changes_ = 0;  // the database's count of them after the last clear()
 };
 
 // A record as a JSON object of texts.
