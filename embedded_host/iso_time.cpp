@@ -41,9 +41,12 @@ std::string iso_time(std::int64_t seconds) {
   const auto time = static_cast<std::time_t>(seconds);
   std::tm parts{};
   gmtime_r(&time, &parts);
-  char text[40];
-  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S.000Z", &parts);
-  return {text, length};
+  char rest[40];
+  const std::size_t length = std::strftime(rest, sizeof rest, "-%m-%dT%H:%M:%S.000Z", &parts);
+  // strftime writes early years with fewer than four digits.
+  std::string text = std::to_string(parts.tm_year + 1900);
+  if (text.size() < 4) text.insert(0, 4 - text.size(), '0');
+  return text.append(rest, length);
 }
 
 std::optional<Instant> parse_iso_time(std::string_view text) {

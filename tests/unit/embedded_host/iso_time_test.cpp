@@ -12,6 +12,12 @@ TEST(IsoTime, WritesWholeSeconds) {
   EXPECT_EQ(iso_time(2147483647), "2038-01-19T03:14:07.000Z");
 }
 
+TEST(IsoTime, WritesEarlyYearsWithFourDigits) {
+  EXPECT_EQ(iso_time(-62167219200), "0000-01-01T00:00:00.000Z");
+  EXPECT_EQ(iso_time(-59011459200), "0100-01-01T00:00:00.000Z");
+  EXPECT_EQ(iso_time(-30610224001), "0999-12-31T23:59:59.000Z");
+}
+
 TEST(IsoTime, ReadsWhatItWrites) {
   for (const std::int64_t seconds : {0LL, -1LL, 951782400LL, 1682936430LL, 4102444799LL}) {
     const auto read = parse_iso_time(iso_time(seconds));
