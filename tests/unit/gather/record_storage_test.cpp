@@ -1,6 +1,7 @@
 // One record to one row: keys, defaults, conversions, column types, storage errors.
 #include <stdexcept>
 
+#include "tests/support/leaks_ignored.h"
 #include "tests/unit/gather/gather_world.h"
 
 namespace corvane::test {
@@ -271,6 +272,7 @@ TEST_F(RecordStorage, ErrorsThatAreNotTheDatabasesLeaveTheStorage) {
 }
 
 TEST_F(RecordStorage, QueueCatchesAnyErrorOfTheStandardFamilyAndNoOther) {
+  const corvane::test::LeaksIgnored leaks_ignored;
   sqlite3_trace_v2(db, SQLITE_TRACE_STMT, throw_error<std::runtime_error>, nullptr);
   EXPECT_NO_THROW(gather.store_to_queue_db(1, 2));
   EXPECT_EQ(fake.log,
