@@ -2,6 +2,8 @@
 // are noted on. The input, separated by NULs: client, policy, key, then stored details.
 #include <cmath>
 
+#include "companions/common/backup_types.h"
+#include "companions/common/valid_utf8.h"
 #include "companions/detect/details.h"
 #include "platform/c_handles.h"
 #include "tests/fuzz/fuzz.h"
@@ -17,8 +19,8 @@ corvane::JsonPtr parse(const std::string& text) {
 }
 
 void check_text(const std::string& text) {
-  const std::string valid = corvane::detect::valid_utf8(text);
-  require(corvane::detect::valid_utf8(valid) == valid, "what is valid stays", valid);
+  const std::string valid = corvane::valid_utf8(text);
+  require(corvane::valid_utf8(valid) == valid, "what is valid stays", valid);
   const corvane::JsonPtr checked(json_stringn(text.data(), text.size()));
   require((checked != nullptr) == (valid == text), "what is no UTF-8 is replaced, nothing else");
   const corvane::JsonPtr string(json_stringn(valid.data(), valid.size()));
@@ -31,7 +33,7 @@ std::string text_at(const json_t* object, const char* key) {
 }
 
 void check_details(const Backup& backup, const Verdict& verdict) {
-  using corvane::detect::valid_utf8;
+  using corvane::valid_utf8;
   const std::string details = corvane::detect::details_of(backup, verdict, backup.unique_key, {});
   const auto root = parse(details);
   require(json_is_object(root.get()), "details are JSON", details);
@@ -67,8 +69,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   backup.backup_id = parts[2];
   backup.stream = {.client = parts[0],
                    .policy = parts[1],
-                   .policy_type = corvane::detect::fold_policy_type(parts[1]),
-                   .schedule_type = corvane::detect::fold_schedule_type(parts[0]),
+                   .policy_type = corvane::fold_policy_type(parts[1]),
+                   .schedule_type = corvane::fold_schedule_type(parts[0]),
                    .schedule_name = parts[1],
                    .app_type = "",
                    .destination = ""};
@@ -87,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check_adoption(parts[3], backup);
   require(corvane::detect::unique_key_of(corvane::detect::anomaly_id(parts[2])) == parts[2],
           "an anomaly's id tells the key");
-  require(corvane::detect::fold_policy_type(backup.stream.policy_type) == backup.stream.policy_type,
+  require(corvane::fold_policy_type(backup.stream.policy_type) == backup.stream.policy_type,
           "what is folded stays", backup.stream.policy_type);
   return 0;
 }
