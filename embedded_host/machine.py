@@ -31,7 +31,8 @@ COMPANIONS = ("cvanomalydetect", "cvanomalyalert")
 
 HISTORY_SECONDS = 7862400
 
-BASE_ENVIRONMENT = {"PATH": os.environ["PATH"], "TZ": "UTC"}
+BASE_ENVIRONMENT = {"PATH": os.environ["PATH"], "TZ": "UTC",
+                    **{name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}}
 FAKE_ENVIRONMENT = {**BASE_ENVIRONMENT, "FAKETIME_DONT_RESET": "1", "NO_FAKE_STAT": "1"}
 
 

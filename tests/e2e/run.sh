@@ -13,9 +13,15 @@ tree=$build/e2e/$name/tessel
 rm -rf "$tree"
 mkdir -p "$tree"
 cmake --install "$build" --prefix "$tree" >/dev/null
+# The service has no standard error; what a sanitizer finds in it goes to a file.
+for sanitizer in ASAN UBSAN TSAN; do
+  options=${sanitizer}_OPTIONS
+  export "$options=${!options:-}:log_path=/usr/tessel/sanitizer"
+done
 status=0
 "$here/../../embedded_host/sandbox" "$tree" \
   /usr/bin/python3 -B -m pytest -q -rs -p no:cacheprovider --color=no -x "$here/$file" || status=$?
 if [ "$status" -eq 77 ] && [ "${CI:-}" = true ]; then exit 1; fi
+if cat "$tree"/sanitizer.* 2>/dev/null; then status=1; fi
 if [ "$status" -eq 0 ]; then rm -rf "$build/e2e/$name"; fi # what failed stays to be looked at
 exit "$status"
