@@ -108,8 +108,6 @@ void* allocate_or_throw(std::size_t size) {
 
 }  // namespace
 
-// NOLINTBEGIN: the names, forms and declarations are other people's.
-
 void* operator new(std::size_t size) { return allocate_or_throw(size); }
 void* operator new[](std::size_t size) { return allocate_or_throw(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
@@ -219,5 +217,3 @@ void __wrap__Z7logmsgfiPKcS0_z(int level, const char* tag, const char* format, .
 }
 
 }  // extern "C"
-
-// NOLINTEND
