@@ -6,6 +6,7 @@
 
 #include "gather/backup_row.h"
 #include "gather/data_gather.h"
+#include "gather/json_memory.h"
 #include "platform/c_handles.h"
 #include "platform/debug_log.h"
 #include "sqlite/sqlite_exception.h"
@@ -90,6 +91,7 @@ void DataGather::parse_qpimagelist_input(const std::string& path, int mode) {
 }
 
 DataGather::Record DataGather::parse_qpimagelist_line(const std::string& line) {
+  const corvane::JsonMemory memory;
   const corvane::JsonPtr root(json_loads(line.c_str(), 0, nullptr));
   if (!root) {
     logmsgf(16, kProgram, "Error while parsing line %s.", line.c_str());

@@ -3,6 +3,7 @@
 
 #include "gather/data_gather.h"
 #include "gather/jobs_json.h"
+#include "gather/json_memory.h"
 #include "platform/debug_log.h"
 #include "util/curl_client.h"
 #include "util/file.h"
@@ -108,6 +109,7 @@ void DataGather::get_api_response(std::string& response, const int& start, const
 
 void DataGather::parse_api_response(const std::string& response, std::map<int, Record>& images,
                                     std::vector<Record>& jobs, int& offset, int mode) {
+  const corvane::JsonMemory memory;
   const corvane::JsonPtr root = corvane::load_jobs_json(response, JSON_OBJECT);
   const json_t* data = json_object_get(root.get(), "data");
   for (std::size_t i = 0; i < json_array_size(data); ++i) {

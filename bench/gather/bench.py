@@ -309,4 +309,5 @@ def main():
     (host.TREE / "gather.json").write_text(json.dumps(rows, indent=1) + "\n")
 
 
-main()
+if __name__ == "__main__":
+    main()
