@@ -4,6 +4,7 @@
 //
 //   gather_limit lines DATABASE FILE
 //   gather_limit history DATABASE CREDENTIALS SERVER START END
+//   gather_limit fetch DATABASE CREDENTIALS SERVER START END      its pages, unread
 //   gather_limit store DATABASE FILE
 
 #include <curl/curl.h>
@@ -17,6 +18,7 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bench/gather/figures.h"
@@ -201,7 +203,25 @@ void insert_images(const json_t* page, Inserts& row) {
   }
 }
 
-void gather_history(const std::vector<std::string>& words) {
+// The offset of the next page; 0 when there is none.
+json_int_t read_page(const std::string& body, Inserts& row) {
+  json_t* page = json_loads(body.c_str(), 0, nullptr);
+  require(page != nullptr, "a page is no JSON");
+  insert_images(page, row);
+  const json_int_t offset =
+      int_of(json_object_get(json_object_get(page, "meta"), "pagination"), "next");
+  json_decref(page);
+  return offset;
+}
+
+json_int_t skip_page(const std::string& body, Inserts& /*row*/) {
+  constexpr std::string_view kNext = "\"next\":";
+  const std::size_t next = body.rfind(kNext);
+  return next == std::string::npos ? 0 : std::stoll(body.substr(next + kNext.size()));
+}
+
+void gather_history(const std::vector<std::string>& words,
+                    json_int_t (*take)(const std::string& body, Inserts& row)) {
   Inserts row(words.at(2), kHistoryInsert);
   const std::time_t end = std::stoi(words.at(6));
   const corvane::bench::Figures figures;
@@ -213,13 +233,9 @@ void gather_history(const std::vector<std::string>& words) {
     row.execute("BEGIN");
     json_int_t offset = 0;
     do {
-      const std::string& body =
-          server.get("corvane/catalog/images?page%5Boffset%5D=" + std::to_string(offset) + filter);
-      json_t* page = json_loads(body.c_str(), 0, nullptr);
-      require(page != nullptr, "a page is no JSON");
-      insert_images(page, row);
-      offset = int_of(json_object_get(json_object_get(page, "meta"), "pagination"), "next");
-      json_decref(page);
+      offset = take(
+          server.get("corvane/catalog/images?page%5Boffset%5D=" + std::to_string(offset) + filter),
+          row);
     } while (offset != 0);
     row.execute("COMMIT");
   }
@@ -278,7 +294,9 @@ int main(int argc, char** argv) {
     if (work == "lines") {
       load_lines(words.at(2), words.at(3));
     } else if (work == "history") {
-      gather_history(words);
+      gather_history(words, read_page);
+    } else if (work == "fetch") {
+      gather_history(words, skip_page);
     } else if (work == "store") {
       store_jobs(words.at(2), words.at(3));
     } else {

@@ -17,6 +17,8 @@ BEGIN = calendar.timegm((2026, 11, 16, 20, 0, 0))
 
 # Then its memory says nothing of its own needs, and it starts and ends too slowly for the fastest clocks.
 SANITIZED = any(name in (host.BIN / host.SERVICE).read_bytes() for name in (b"__asan_init", b"__tsan_init"))
+if SANITIZED:
+    host.patience = 5
 
 
 @pytest.fixture

@@ -116,4 +116,8 @@ int __wrap_execlp(const char* program, const char* first_argument, ...) {
   return execvp(program, arguments.data());
 }
 
+// What the compiler puts in place of execlp where coverage is counted.
+int __wrap___gcov_execlp(const char* program, const char* first_argument, ...)
+    __attribute__((alias("__wrap_execlp")));
+
 }  // extern "C"
