@@ -60,7 +60,7 @@ std::string AnomalyStore::details(const std::string& anomaly_id) {
   static constexpr char kSql[] =
       "SELECT ANOMALY_DETAILS FROM ANOMALY_DATA WHERE ANOMALY_UNIQUE_ID = ?";
   Query& asked = query(kSql).bind(anomaly_id);
-  const std::string details = asked.step() ? asked.text(0) : "";
+  std::string details = asked.step() ? asked.text(0) : "";
   asked.restart();
   return details;
 }

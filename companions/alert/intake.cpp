@@ -156,8 +156,8 @@ std::size_t Intake::tell_people(const Incident& incident, const Anomaly& anomaly
 void Intake::deliver(const NewDelivery& delivery) {
   ledger_.add_delivery(delivery);
   if (delivery.channel == kWeb) return;  // it has all of them, one by one
-  ledger_.fold_storm(delivery, {settings_.storm_limit, settings_.storm_minutes * 60, settle_,
-                                settle_ == 0 ? 0 : kLongestSettle});
+  ledger_.fold_storm(delivery, {settings_.storm_limit, std::int64_t{60} * settings_.storm_minutes,
+                                settle_, settle_ == 0 ? 0 : kLongestSettle});
 }
 
 void Intake::end_what_is_over(PassCounts& counts, std::int64_t now) {

@@ -6,7 +6,7 @@ namespace corvane::alert {
 
 namespace {
 
-constexpr std::int64_t kDay = 24 * 60 * 60;
+constexpr std::int64_t kDay = 86'400;
 constexpr std::int64_t kKeepTaken = 2 * kDay;  // longer than any storm's window
 constexpr std::int64_t kForgetAfter = 90 * kDay;
 

@@ -1,9 +1,8 @@
 #include "companions/alert/quiet_hours.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstdio>
 #include <ctime>
+#include <regex>
 
 namespace corvane::alert {
 
@@ -12,7 +11,7 @@ namespace {
 constexpr int kMinutesOfDay = 24 * 60;
 
 bool is_time(int hours, int minutes) {
-  return minutes >= 0 && minutes < 60 && hours >= 0 && hours * 60 + minutes <= kMinutesOfDay;
+  return minutes < 60 && hours * 60 + minutes <= kMinutesOfDay;
 }
 
 }  // namespace
@@ -22,20 +21,13 @@ bool parse_quiet_hours(const std::string& text, QuietHours& quiet) {
     quiet = {};
     return true;
   }
-  int hours[2]{};
-  int minutes[2]{};
-  int length = 0;
-  const int found = std::sscanf(text.c_str(), "%2d:%2d-%2d:%2d%n", &hours[0], &minutes[0],
-                                &hours[1], &minutes[1], &length);
-  const bool has_other = std::any_of(text.begin(), text.end(), [](unsigned char letter) {
-    return std::isdigit(letter) == 0 && letter != ':' && letter != '-';
-  });
-  if (found != 4 || has_other || static_cast<std::size_t>(length) != text.size() ||
-      !is_time(hours[0], minutes[0]) || !is_time(hours[1], minutes[1])) {
-    return false;
-  }
-  quiet = {(hours[0] * 60 + minutes[0]) % kMinutesOfDay,
-           (hours[1] * 60 + minutes[1]) % kMinutesOfDay};
+  static const std::regex kForm("(\\d\\d?):(\\d\\d?)-(\\d\\d?):(\\d\\d?)");
+  std::smatch found;
+  if (!std::regex_match(text, found, kForm)) return false;
+  const auto number = [&found](int part) { return std::stoi(found.str(part)); };
+  if (!is_time(number(1), number(2)) || !is_time(number(3), number(4))) return false;
+  quiet = {(number(1) * 60 + number(2)) % kMinutesOfDay,
+           (number(3) * 60 + number(4)) % kMinutesOfDay};
   return true;
 }
 

@@ -7,8 +7,10 @@ The copy and its build stay in the scratch directory, so that a second run start
 when a mistake survives.
 """
 
+import contextlib
 import dataclasses
 import os
+import signal
 import subprocess
 import sys
 from pathlib import Path
@@ -62,8 +64,16 @@ def succeeds(command, scratch, log):
         try:
             return process.wait(SECONDS) == 0
         except subprocess.TimeoutExpired:
-            os.killpg(process.pid, 9)
+            os.killpg(process.pid, signal.SIGKILL)
             return False
+
+
+def end_what_is_left(scratch):
+    """A mistake may leave a daemon of a test running, in a session of its own."""
+    for entry in Path("/proc").glob("[0-9]*/exe"):
+        with contextlib.suppress(OSError):
+            if entry.resolve().is_relative_to(scratch / "build"):
+                os.kill(int(entry.parent.name), signal.SIGKILL)
 
 
 def tests_notice(mutation, scratch, log):
@@ -85,6 +95,7 @@ def verdict(mutation, scratch, log):
         return "caught" if tests_notice(mutation, scratch, log) else "survived"
     finally:
         file.write_text(sound)
+        end_what_is_left(scratch)
 
 
 def main():

@@ -36,7 +36,7 @@ printf '%s\n' "${headers[@]}" | "${each[@]}" -I{} \
 # Its warnings about options that only GCC knows, and its count of warnings in the system's headers, are noise.
 echo "== clang-tidy"
 printf '%s\n' "${product[@]}" | "${each[@]}" -n 4 \
-  clang-tidy --quiet -p "$build" --extra-arg=-Wno-unknown-warning-option \
+  clang-tidy --quiet -p "$build" --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wreserved-identifier \
   2> >(grep -v ' warnings\? generated\.$' >&2) || status=1
 
 exit "$status"

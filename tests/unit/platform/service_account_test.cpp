@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/securebits.h>
 #include <pwd.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <string>
@@ -72,6 +74,16 @@ TEST_F(AsRoot, AccountIsTakenForGood) {
               EXPECT_EQ(setgroups(3, roots_groups), 0);
               EXPECT_EQ(take_account(kAccount), "");
               expect_account_taken();
+              return 0;
+            }),
+            0);
+}
+
+// As a program is that was started with its rights kept across changes of account.
+TEST_F(AsRoot, RightToBecomeRootAgainIsAReason) {
+  EXPECT_EQ(in_child([] {
+              EXPECT_EQ(prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP), 0);
+              EXPECT_EQ(take_account(kAccount), "root could be regained");
               return 0;
             }),
             0);

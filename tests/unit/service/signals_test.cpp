@@ -3,13 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <ctime>
 #include <string>
+#include <thread>
 
 #include "tests/support/mutex_calls.h"
+#include "tests/support/scratch_dir.h"
 #include "tests/unit/service/service_world.h"
 
 // The handler logs, and the fake log allocates, which would be wrong in a signal that comes from
@@ -25,6 +28,7 @@ using corvane::test::call_inside_next_lock;
 using corvane::test::fail_next_lock;
 using corvane::test::kChildSucceeded;
 using corvane::test::process_calls;
+using corvane::test::read_file;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -73,12 +77,25 @@ TEST_F(SignalsTest, SetupInstallsTheHandlerForSigintThenSigterm) {
             kChildSucceeded);
 }
 
+bool is_asleep(pid_t thread) {
+  const std::string stat = read_file("/proc/self/task/" + std::to_string(thread) + "/stat");
+  return stat.find(") S ") != std::string::npos;
+}
+
 TEST_F(SignalsTest, InterruptedCallsAreRestarted) {
   EXPECT_EQ(in_child([] {
               SetupSignalHandler();
-              struct sigaction action;
-              sigaction(SIGTERM, nullptr, &action);
-              EXPECT_TRUE(action.sa_flags & SA_RESTART);
+              int ends[2];
+              ASSERT_EQ(pipe(ends), 0);
+              std::thread sender([reader = pthread_self(), id = gettid(), end = ends[1]] {
+                while (!is_asleep(id)) std::this_thread::yield();
+                pthread_kill(reader, SIGTERM);
+                while (!is_shutdown_initiated()) std::this_thread::yield();
+                EXPECT_EQ(write(end, "x", 1), 1);
+              });
+              char read_byte = 0;
+              EXPECT_EQ(read(ends[0], &read_byte, 1), 1);
+              sender.join();
             }),
             kChildSucceeded);
 }
