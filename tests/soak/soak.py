@@ -19,10 +19,11 @@ import time
 from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
-sys.path[:0] = [str(PROJECT / "embedded_host"), str(PROJECT / "tests/e2e")]
+sys.path[:0] = [str(PROJECT / room) for room in ("embedded_host", "tests/e2e", "bench/detect")]
+import anomaly_db  # noqa: E402
 import machine as host  # noqa: E402
 from gathering import backup, load, rows  # noqa: E402
-from service_runs import GATHERED, configure, history_gathered_before, instant  # noqa: E402
+from service_runs import GATHERED, configure, instant  # noqa: E402
 
 SPEED = 1000
 BEGIN = 1_794_859_200  # 2026-11-16 20:00 UTC
@@ -32,6 +33,9 @@ CLIENTS = 20
 FAULTS = ("status 500", "status 503", "garbage", "truncate", "cut", "status 401")
 CAPTURING = "Capturing data between "
 COULD_NOT_CAPTURE = "Could not capture data between "
+REFUSED = (16, "CurlClient::execute")  # asked a second time after a 401: what the answer holds counts as a page
+MONTH = 30 * 86400
+FIRST_JOB, FIRST_EARLIER_JOB = 1000, 1_000_000
 TOOK = "Total time taken for live gather "
 PROCESSES = ("cvanomalymgmt", "cvanomalydetect", "cvanomalyalert")
 # What the last quarter's median may be of the first's: the allocator settles, a leak does not.
@@ -41,11 +45,27 @@ MOST_GROWTH = {"memory_kib": 1.10, "descriptors": 1.0, "log_bytes_per_gather": 1
 def catalog(seconds):
     """A backup every few minutes, each client's figures about the same from day to day."""
     figures = random.Random(1)
-    for job, start in enumerate(range(BEGIN + 60, BEGIN + seconds, SECONDS_BETWEEN_BACKUPS), 1000):
+    for job, start in enumerate(range(BEGIN + 60, BEGIN + seconds, SECONDS_BETWEEN_BACKUPS), FIRST_JOB):
         client = f"client{job % CLIENTS:02}.example.com"
         yield backup(job, start, seconds=figures.randint(60, 1500), clientName=client,
                      backupId=f"{client}_{start}", kbytes=figures.randint(990_000, 1_010_000),
                      kilobytesTransferred=figures.randint(9_000, 11_000), numFiles=figures.randint(9_900, 10_100))
+
+
+def a_month_gathered_before(begin):
+    """Leaves the database of a service that has run for as long as it keeps records: from then on as many are
+    purged as come, so that neither the database grows nor SQLite's cache of it."""
+    figures = random.Random(2)
+    host.DATABASE_DIR.mkdir(parents=True, exist_ok=True)
+    with contextlib.closing(anomaly_db.create(host.DATABASE)) as db, db:
+        for job, start in enumerate(range(begin - MONTH, begin, SECONDS_BETWEEN_BACKUPS), FIRST_EARLIER_JOB):
+            client = f"client{job % CLIENTS:02}.example.com"
+            for table, mark in (("HIST_DATA", -1), ("DATA_TO_PROCESS", 1)):
+                db.execute(anomaly_db.INSERT.format(table), anomaly_db.row(
+                    f"{client}_{start}", start, client, "FULL", "daily", figures.randint(9_900, 10_100),
+                    figures.randint(990_000, 1_010_000), job, figures.randint(9_000, 11_000),
+                    figures.randint(60, 1500), 100.0, mark, policy="nightly", app="NONE", destination="disk01"))
+        db.execute("INSERT INTO LAST_BACKUP_DATA_CAPTURE VALUES (?)", (begin,))
 
 
 def held_by(name):
@@ -72,7 +92,8 @@ class Soak:
             sample[name] = {**held_by(name), "log_bytes": log.stat().st_size if log.exists() else 0}
         self.samples.append(sample)
         for table in ("HIST_DATA", "DATA_TO_PROCESS"):
-            self.stored.update(job for job, in rows(host.DATABASE, f"SELECT JOB_ID FROM {table}"))
+            self.stored.update(job for job, in rows(
+                host.DATABASE, f"SELECT JOB_ID FROM {table} WHERE JOB_ID < {FIRST_EARLIER_JOB}"))
 
     def trouble(self, moment):
         """The server answers wrongly for one sample in eight, and is away for one in forty."""
@@ -118,10 +139,10 @@ class Soak:
     def gathers(self):
         """Of each live gather: the window that it asked for, whether it got it, how many seconds it took."""
         window, failed = None, False
-        for _, _, text in self.machine.log_records():
+        for level, tag, text in self.machine.log_records():
             if text.startswith(CAPTURING):
                 window, failed = tuple(map(int, text.removeprefix(CAPTURING).split("&"))), False
-            elif text.startswith(COULD_NOT_CAPTURE):
+            elif text.startswith(COULD_NOT_CAPTURE) or (level, tag) == REFUSED:
                 failed = True
             elif text.startswith(TOOK) and window is not None:
                 yield *window, failed, int(text.removeprefix(TOOK).rstrip("."))
@@ -153,7 +174,7 @@ def main():
         machine.lay_out()
         backups = list(catalog(int((minutes + 10) * 60 * SPEED)))
         load(machine, backups)
-        history_gathered_before(BEGIN)
+        a_month_gathered_before(BEGIN)
         configure(machine, detection=0, alert=0, DATABASE_SETTINGS__PURGE_DATA_INTERVAL_IN_MONTHS=1)
         machine.start_web_service()
         machine.start_service()
