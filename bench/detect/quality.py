@@ -119,7 +119,7 @@ def by_rule(rule, records):
 
 class Score:
     def __init__(self):
-        self.normal = self.flagged = self.slow = self.slow_found = self.causes = self.right_causes = 0
+        self.normal = self.flagged = self.causes = self.right_causes = 0
         self.incidents = set()
         self.days = defaultdict(bool)
 
@@ -137,6 +137,12 @@ class Score:
             if flag and flag[1]:
                 self.causes += 1
                 self.right_causes += flag[1] == CAUSES[label]
+
+    def take_in(self, other):
+        for name in ("normal", "flagged", "causes", "right_causes"):
+            setattr(self, name, getattr(self, name) + getattr(other, name))
+        self.incidents |= other.incidents
+        self.days |= other.days
 
     def line(self, name):
         five = [found for (_, label, _), found in self.days.items() if label in FIVE_KINDS]
