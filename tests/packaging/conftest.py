@@ -81,18 +81,18 @@ def write_configuration(detection=1, alert=1):
                            f"DISABLE_DETECTION_SERVICE={detection}\nDISABLE_ALERT_SERVICE={alert}\n")
 
 
-def write_database():
+def write_database(owner="corvane"):
     """One whose history is gathered, so that the service goes straight into its main loop."""
     with contextlib.closing(sqlite3.connect(host.DATABASE)) as db, db:
         db.execute("CREATE TABLE LAST_BACKUP_DATA_CAPTURE (LAST_BACKUP_TIME INT PRIMARY KEY NOT NULL)")
         db.execute("INSERT INTO LAST_BACKUP_DATA_CAPTURE VALUES (1700000000)")
     for path in host.DATABASE_DIR.iterdir():
-        shutil.chown(path, "corvane", "corvane")
+        shutil.chown(path, owner, owner)
 
 
 def start_by_tool():
     """Starts the service and gives the daemon's process id."""
-    run(host.BIN / host.SERVICE, "-start", stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    run(host.BIN / host.SERVICE, "-start")
     return daemon()
 
 

@@ -5,10 +5,8 @@
 # reason is printed) where there can be none; in CI that is a failure.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
 status=0
-CV_PACKAGES=$(realpath "$1")/packages "$here/scratch_root" "$scratch" \
+CV_PACKAGES=$(realpath "$1")/packages "$here/scratch_root" \
   /usr/bin/python3 -B -m pytest -q -rs -p no:cacheprovider --color=no -x "$here/$2" || status=$?
 if [ "$status" -eq 77 ] && [ "${CI:-}" = true ]; then exit 1; fi
 exit "$status"
