@@ -81,13 +81,14 @@ def write_configuration(detection=1, alert=1):
                            f"DISABLE_DETECTION_SERVICE={detection}\nDISABLE_ALERT_SERVICE={alert}\n")
 
 
-def write_database(owner="corvane"):
+def write_database(last_gather=1700000000):
     """One whose history is gathered, so that the service goes straight into its main loop."""
     with contextlib.closing(sqlite3.connect(host.DATABASE)) as db, db:
+        db.execute("DROP TABLE IF EXISTS LAST_BACKUP_DATA_CAPTURE")
         db.execute("CREATE TABLE LAST_BACKUP_DATA_CAPTURE (LAST_BACKUP_TIME INT PRIMARY KEY NOT NULL)")
-        db.execute("INSERT INTO LAST_BACKUP_DATA_CAPTURE VALUES (1700000000)")
+        db.execute("INSERT INTO LAST_BACKUP_DATA_CAPTURE VALUES (?)", (last_gather,))
     for path in host.DATABASE_DIR.iterdir():
-        shutil.chown(path, owner, owner)
+        shutil.chown(path, "corvane", "corvane")
 
 
 def start_by_tool():
@@ -105,3 +106,11 @@ def daemon():
 
 def running():
     return {program: host.process_ids(program) for program in PROGRAMS if host.process_ids(program)}
+
+
+@pytest.hookimpl(tryfirst=True)
+def pytest_runtest_makereport(item, call):
+    """The logs of a test that fails."""
+    if call.excinfo is not None:
+        for log in sorted(host.LOGS.glob("*")):
+            item.add_report_section(call.when, log.name, log.read_text(errors="replace")[-3000:])

@@ -1,18 +1,26 @@
 """The units under a real systemd: these tests run on a machine that boot has booted."""
 
+import contextlib
 import os
 import pwd
 import shutil
 import signal
 import subprocess
+import sys
+import tempfile
 from pathlib import Path
 
 import machine as host
 import pytest
-from conftest import (LATER, MASTER_CONFIG, daemon, lay_out_product, run, running, start_by_tool, write_configuration,
+from conftest import (LATER, MASTER_CONFIG, PACKAGES, daemon, lay_out_product, run, running, start_by_tool, write_configuration,
                       write_database)
 from machine import COMPANIONS, SERVICE, wait_until
 
+sys.path.append(str(Path(__file__).resolve().parents[1] / "e2e"))
+from gathering import backup, load  # noqa: E402
+
+BEGIN = 1795000000  # when the clock of the one test with a clock begins
+EMBEDDED_HOST = PACKAGES.parent / "embedded_host"
 UNIT = "cvanomalymgmt.service"
 DROP_IN = Path(f"/run/systemd/system/{UNIT}.d/test.conf")
 RESTART_SECONDS = 1
@@ -46,13 +54,14 @@ def unit(package):
     write_configuration(detection=0, alert=0)
     write_database()
     yield package
+    systemctl("kill", "--signal=KILL", UNIT, check=False)
     systemctl("stop", UNIT, check=False)
     systemctl("reset-failed", UNIT, check=False)
     shutil.rmtree(DROP_IN.parent)
 
 
 def test_main_process_is_the_daemon_however_fast_the_companions_start(unit):
-    for _ in range(5):
+    for _ in range(3):
         systemctl("restart", UNIT)
         assert main_process() == daemon()
     wait_until(companions, 30, "both companions run")
@@ -168,6 +177,56 @@ def test_only_its_own_places_can_be_written(unit):
         assert not may_write(pid, directory), directory
     status = dict(line.split(":\t", 1) for line in Path(f"/proc/{pid}/status").read_text().splitlines())
     assert (status["CapBnd"].strip("0"), status["NoNewPrivs"], status["Seccomp"]) == ("", "1", "2")
+
+
+@pytest.fixture
+def clock():
+    """One that the unit's processes can read: they have a /tmp of their own."""
+    directory = Path("/run/clock")
+    directory.mkdir()
+    tempfile.tempdir = str(directory)
+    with contextlib.closing(host.SteppedClock(BEGIN)) as stepped:
+        for shared in Path("/dev/shm").glob("*faketime*"):
+            shared.chmod(0o666)
+        names = ("LD_PRELOAD", "FAKETIME_SHARED", "FAKETIME_TIMESTAMP_FILE", "FAKETIME_NO_CACHE", "FAKETIME_DONT_FAKE_MONOTONIC",
+                 "DONT_FAKE_MONOTONIC", "NO_FAKE_STAT")
+        lines = "".join(f'Environment="{name}={stepped.environment[name]}"\n' for name in names)
+        DROP_IN.with_name("clock.conf").write_text(f"[Service]\n{lines}")
+        yield stepped
+    tempfile.tempdir = None
+    shutil.rmtree(directory)
+
+
+@pytest.fixture
+def server(unit, clock):
+    """The whole product on this machine, with some backups after BEGIN."""
+    (host.BIN / "admincmd").mkdir()
+    for name in ("cvhostd", "admincmd/qpgetconfig"):
+        shutil.copy(EMBEDDED_HOST / Path(name).name, host.BIN / name)
+    shutil.rmtree(host.CREDENTIALS)
+    with contextlib.closing(host.Machine(clock)) as machine:
+        machine.lay_out()
+        MASTER_CONFIG.write_text(MASTER_CONFIG.read_text().replace("[host]\n", "[host]\nservice_account=corvane\n"))
+        for key in host.CREDENTIALS.iterdir():
+            shutil.chown(key, "corvane")
+        (host.TREE / "var/global/qp.conf").write_text(f"ANOMALY_PROXY_SERVER = {host.MASTER}\n")
+        load(machine, [backup(number, BEGIN + number) for number in range(1, 6)])
+        machine.start_web_service()
+        yield machine
+
+
+def test_gathers_and_judges_under_its_restraints(unit, clock, server):
+    write_database(last_gather=BEGIN)
+    systemctl("start", UNIT)
+    wait_until(companions, 30, "both companions run")
+    clock.advance(16 * 60)
+    wait_until(lambda: server.logged("Using gather frequency as "), 60, "a gather")
+    wait_until(lambda: any("Judged 0 normal, 5 learning, 0 anomalous" in text
+                           for _, _, text in server.log_records(2, "cvanomalydetect")), 30, "the detection judges")
+    assert server.query("SELECT COUNT(*) FROM HIST_DATA") == [(5,)]
+    for program in (SERVICE, *COMPANIONS):
+        assert server.log_records(16, program) == []
+        assert server.log_records(8, program) == []
 
 
 def test_metrics_come_to_the_node_exporter(unit):
