@@ -46,12 +46,12 @@ def companions():
 
 @pytest.fixture
 def unit(package):
-    """The package on a server of the product, with its history gathered and both companions wanted."""
+    """The package on a server of the product, with its history gathered."""
     DROP_IN.parent.mkdir(parents=True)
     DROP_IN.write_text(f"[Service]\nRestartSec={RESTART_SECONDS}\n")
     package.install()
     lay_out_product()
-    write_configuration(detection=0, alert=0)
+    write_configuration()
     write_database()
     yield package
     systemctl("kill", "--signal=KILL", UNIT, check=False)
@@ -60,8 +60,14 @@ def unit(package):
     shutil.rmtree(DROP_IN.parent)
 
 
-def test_main_process_is_the_daemon_however_fast_the_companions_start(unit):
-    for _ in range(3):
+@pytest.fixture
+def both_wanted(unit):
+    """Both companions are switched on. A stop right after their start takes some 10 seconds."""
+    write_configuration(detection=0, alert=0)
+
+
+def test_main_process_is_the_daemon_however_fast_the_companions_start(both_wanted):
+    for _ in range(2):
         systemctl("restart", UNIT)
         assert main_process() == daemon()
     wait_until(companions, 30, "both companions run")
@@ -69,7 +75,7 @@ def test_main_process_is_the_daemon_however_fast_the_companions_start(unit):
     assert pwd.getpwuid(os.stat(f"/proc/{main_process()}").st_uid).pw_name == "corvane"
 
 
-def test_companions_belong_to_the_unit_and_end_with_it(unit):
+def test_companions_belong_to_the_unit_and_end_with_it(both_wanted):
     systemctl("start", UNIT)
     for pid in wait_until(companions, 30, "both companions run"):
         assert UNIT in Path(f"/proc/{pid}/cgroup").read_text()
@@ -81,7 +87,7 @@ def test_companions_belong_to_the_unit_and_end_with_it(unit):
     assert len(ended) == 1
 
 
-def test_crash_is_followed_by_a_restart_with_fresh_companions(unit):
+def test_crash_is_followed_by_a_restart_with_fresh_companions(both_wanted):
     systemctl("start", UNIT)
     before = wait_until(companions, 30, "both companions run")
     crashed = main_process()
@@ -215,7 +221,7 @@ def server(unit, clock):
         yield machine
 
 
-def test_gathers_and_judges_under_its_restraints(unit, clock, server):
+def test_gathers_and_judges_under_its_restraints(both_wanted, clock, server):
     write_database(last_gather=BEGIN)
     systemctl("start", UNIT)
     wait_until(companions, 30, "both companions run")
