@@ -9,8 +9,9 @@ from pathlib import Path
 
 import machine as host
 import pytest
-from conftest import LATER, daemon, lay_out_product, run, running, start_by_tool
-from machine import SERVICE, wait_until
+from conftest import (LATER, daemon, lay_out_product, run, running, start_by_tool, write_configuration,
+                      write_database)
+from machine import wait_until
 
 GUIDE = (Path(__file__).resolve().parents[2] / "docs/operating.md").read_text()
 UNITS = Path("/usr/lib/systemd/system")
@@ -21,7 +22,7 @@ SERVICES = ("cvanomalymgmt.service", "cvanomaly-metrics.service")
 SYSTEMCTL = """#!/bin/sh
 echo "$*" >>/tmp/systemctl.calls
 case "$*" in
-*is-active*) [ -e /tmp/unit.active ] ;;
+*is-active*) if [ -e /tmp/unit.active ]; then echo active; else echo inactive; exit 3; fi ;;
 "start cvanomalymgmt.service")
 	touch /tmp/unit.active
 	setpriv --reuid=corvane --regid=corvane --clear-groups {bin}/cvanomalymgmt -start >/dev/null
@@ -152,10 +153,13 @@ def test_metrics_are_written_whole_or_not_at_all(package, tmp_path):
 def test_stop_of_the_unit_waits_for_the_daemon(package):
     package.install()
     lay_out_product()
+    write_configuration(detection=0, alert=0)
+    write_database()
     pid = start_by_tool()
     unit = (UNITS / "cvanomalymgmt.service").read_text()
     stop, wait = re.findall(r"^ExecStop=-(.*)$", unit, re.M)
+    wait_until(lambda: host.COMPANIONS[0] in running(), 30, "the service is busy with starting its companions")
     run(*stop.split())
+    assert Path(f"/proc/{pid}").exists()
     subprocess.run(wait.replace("${MAINPID}", str(pid)).split(), check=True, timeout=60)
     assert not Path(f"/proc/{pid}").exists()
-    wait_until(lambda: SERVICE not in running(), 1, "no service is left")
