@@ -252,9 +252,16 @@ def test_gathers_and_judges_under_its_restraints(both_wanted, clock, server):
         assert server.log_records(8, program) == []
 
 
-def test_metrics_come_to_the_node_exporter(unit):
-    exporter = Path("/var/lib/prometheus/node-exporter")
-    shutil.rmtree(exporter.parent, ignore_errors=True)
+@pytest.fixture
+def exporter():
+    """The directory of the node exporter, which is not there yet."""
+    directory = Path("/var/lib/prometheus/node-exporter")
+    shutil.rmtree(directory.parent, ignore_errors=True)
+    yield directory
+    shutil.rmtree(directory.parent, ignore_errors=True)
+
+
+def test_metrics_come_to_the_node_exporter(unit, exporter):
     (host.BIN / "cvanomalyctl").write_text('#!/bin/sh\necho "cvanomaly_test{user=\\"$(id -un)\\"} 1"\n')
     (host.BIN / "cvanomalyctl").chmod(0o755)
     systemctl("start", "cvanomaly-metrics.service")  # nobody to write for
@@ -263,3 +270,21 @@ def test_metrics_come_to_the_node_exporter(unit):
     systemctl("start", "cvanomaly-metrics.service")
     assert (exporter / "cvanomaly.prom").read_text() == 'cvanomaly_test{user="corvane"} 1\n'
     assert len(list(exporter.iterdir())) == 1
+
+
+def test_tool_gives_its_metrics_under_the_units_restraints(both_wanted, clock, server, exporter):
+    if not (host.BIN / "cvanomalyctl").exists():
+        pytest.skip("this package has no cvanomalyctl")
+    write_database(last_gather=BEGIN)
+    exporter.mkdir(parents=True)
+    systemctl("start", UNIT)
+    wait_until(companions, 30, "both companions run")
+    for _ in range(2):  # the second finds what the first may have left
+        systemctl("start", "cvanomaly-metrics.service")
+        text = (exporter / "cvanomaly.prom").read_text()
+        assert f"cvanomaly_last_gather_timestamp_seconds {BEGIN}" in text
+        for program in (SERVICE, *COMPANIONS):
+            assert f'cvanomaly_process_up{{process="{program}"}} 1' in text
+    assert {path.owner() for path in host.DATABASE_DIR.iterdir()} <= {"corvane", "root"}
+    for path in host.DATABASE_DIR.glob("CV_Anomaly*"):
+        assert path.owner() == "corvane", path
