@@ -8,6 +8,7 @@ from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
 PACKAGING = PROJECT / "packaging"
+OPERATOR_TOOL = PROJECT / "operator_tool/options.cpp"
 PAGES = sorted((PACKAGING / "man").iterdir())
 
 METRICS = {f"cvanomaly_{name}" for name in (
@@ -92,6 +93,19 @@ class ManualPages(unittest.TestCase):
             for option in options:
                 with self.subTest(program=program, option=option):
                     self.assertRegex(page, rf"Fl [^\n]*\b{option}\b")
+
+    @unittest.skipUnless(OPERATOR_TOOL.exists(), "no cvanomalyctl here")
+    def test_name_every_command_and_option_of_the_operators_tool(self):
+        code = OPERATOR_TOOL.read_text()
+        page = (PACKAGING / "man/cvanomalyctl.8").read_text()
+        commands = set(re.findall(r'add_subcommand\("(\w+)"', code))
+        options = set(re.findall(r'"--([a-z-]+)[",]', code))
+        self.assertEqual(len(commands), 9)
+        self.assertGreater(len(options), 10)
+        for command in commands:
+            self.assertRegex(page, rf"(?m)^\.It Cm {command}\b")
+        for option in options:
+            self.assertRegex(page, rf"(Fl|\|) -{option}\b")
 
     def test_has_every_key_with_its_default(self):
         page = (PACKAGING / "man/anomaly_config.conf.5").read_text()
