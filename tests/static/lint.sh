@@ -10,7 +10,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/../.." || exit 2
 mapfile -t sources < <(git ls-files '*.cpp')
 mapfile -t headers < <(git ls-files '*.h')
 mapfile -t product < <(git ls-files '*.cpp' | grep -v '^tests/\|^bench/')
-mapfile -t scripts < <(git grep -lE '^#!.*bash')
+mapfile -t scripts < <(git grep -lE '^#!/.*[ /](ba)?sh$')
 each=(xargs -d '\n' -P "$(nproc)")
 status=0
 

@@ -1,0 +1,152 @@
+"""The files around the programs: sample configuration, manual pages, monitoring, maintainer scripts."""
+
+import json
+import re
+import subprocess
+import unittest
+from pathlib import Path
+
+PROJECT = Path(__file__).resolve().parents[2]
+PACKAGING = PROJECT / "packaging"
+OPERATOR_TOOL = PROJECT / "operator_tool/options.cpp"
+PAGES = sorted((PACKAGING / "man").iterdir())
+
+METRICS = {f"cvanomaly_{name}" for name in (
+    "last_gather_timestamp_seconds", "gather_lag_seconds", "records", "queued_jobs", "rows_waiting", "anomalies",
+    "false_positive_ratio", "process_up", "alerts_waiting", "alerts_dead", "database_size_bytes", "log_size_bytes",
+    "gather_duration_seconds", "gather_failures", "streams")}
+
+
+def defaults_in_code():
+    """{(section, key): default} of the tables that the programs read."""
+    service = (PROJECT / "config/configuration.cpp").read_text()
+    table = {(section, key): value
+             for section, key, value in re.findall(r'\{"(\w+)", "(\w+)", "(\w*)"\}', service)}
+    alerts = (PROJECT / "companions/alert/settings_file.cpp").read_text()
+    table.update({("ALERT_SETTINGS", key): value for key, value in re.findall(r'\{"([A-Z_]+)", "([^"]*)"', alerts)})
+    return table
+
+
+def defaults_of_the_detection():
+    """{(section, key): (least, most, default)} of its own table."""
+    code = (PROJECT / "companions/detect/settings_file.cpp").read_text()
+    return {(section, key): numbers for section, key, *numbers in re.findall(
+        r'\{"(\w+)", "(\w+)", (-?\d+), (-?\d+), (-?\d+),', code)}
+
+
+def sample():
+    """{(section, key): (value, comment before it)} of the sample, which has nothing else."""
+    entries, section, comment = {}, None, []
+    for line in (PACKAGING / "anomaly_config.conf").read_text().splitlines():
+        if line.startswith("#"):
+            comment.append(line[1:].strip())
+        elif line.startswith("["):
+            section, comment = line.strip("[]"), []
+        elif line:
+            key, _, value = line.partition("=")
+            assert (section, key) not in entries, f"{key} stands there twice"
+            entries[section, key] = (value, " ".join(comment))
+            comment = []
+    return entries
+
+
+class SampleConfiguration(unittest.TestCase):
+    def test_has_every_key_at_its_default_and_no_other(self):
+        found = {place: value for place, (value, _) in sample().items()}
+        self.assertEqual(len(found), 27)
+        self.assertEqual(found, defaults_in_code())
+
+    def test_says_of_every_key_what_it_means_and_its_unit(self):
+        for (_, key), (_, comment) in sample().items():
+            with self.subTest(key=key):
+                self.assertRegex(comment, r"^[A-Z].{15,}\. Unit: \w+.*\.$")
+
+    def test_agrees_with_the_detection(self):
+        found = sample()
+        self.assertEqual(len(defaults_of_the_detection()), 5)
+        for place, (least, most, default) in defaults_of_the_detection().items():
+            with self.subTest(key=place[1]):
+                value, comment = found[place]
+                self.assertEqual(value, default)
+                if place[0] != "DATABASE_SETTINGS":  # whose bounds the service knows
+                    self.assertIn(f"{least} to {most}", comment)
+
+
+class ManualPages(unittest.TestCase):
+    def test_there_is_one_for_each_program_and_the_configuration(self):
+        self.assertEqual([page.name for page in PAGES], [
+            "anomaly_config.conf.5", "cvanomalyalert.8", "cvanomalyctl.8", "cvanomalydetect.8", "cvanomalymgmt.8"])
+
+    def test_are_well_formed(self):
+        for page in PAGES:
+            with self.subTest(page=page.name):
+                lint = subprocess.run(["mandoc", "-T", "lint", "-W", "warning", str(page)], capture_output=True,
+                                      text=True, check=False)
+                self.assertEqual((lint.returncode, lint.stdout, lint.stderr), (0, "", ""))
+
+    def test_name_every_option_of_the_companions(self):
+        for program in ("detect", "alert"):
+            usage = (PROJECT / f"companions/{program}/options.cpp").read_text()
+            page = (PACKAGING / f"man/cvanomaly{program}.8").read_text()
+            options = set(re.findall(r'"-([a-z_]+)"', usage)) - {"h"}
+            self.assertGreater(len(options), 5)
+            for option in options:
+                with self.subTest(program=program, option=option):
+                    self.assertRegex(page, rf"Fl [^\n]*\b{option}\b")
+
+    @unittest.skipUnless(OPERATOR_TOOL.exists(), "no cvanomalyctl here")
+    def test_name_every_command_and_option_of_the_operators_tool(self):
+        code = OPERATOR_TOOL.read_text()
+        page = (PACKAGING / "man/cvanomalyctl.8").read_text()
+        commands = set(re.findall(r'add_subcommand\("(\w+)"', code))
+        options = set(re.findall(r'"--([a-z-]+)[",]', code))
+        self.assertEqual(len(commands), 9)
+        self.assertGreater(len(options), 10)
+        for command in commands:
+            self.assertRegex(page, rf"(?m)^\.It Cm {command}\b")
+        for option in options:
+            self.assertRegex(page, rf"(Fl|\|) -{option}\b")
+
+    def test_has_every_key_with_its_default(self):
+        page = (PACKAGING / "man/anomaly_config.conf.5").read_text()
+        described = dict(re.findall(r"^\.It Li (\w+)\n(?:(?!\.It)[^\n]*\n)*?Default: ([^\n]*)\.$", page, re.M))
+        self.assertEqual(described, {key: value or "empty" for (_, key), value in defaults_in_code().items()})
+
+
+class Monitoring(unittest.TestCase):
+    def test_rules_use_known_metrics(self):
+        for name in ("alerts.yml", "alerts_test.yml", "dashboard.json"):
+            used = set(re.findall(r"\bcvanomaly_\w+", (PACKAGING / "monitoring" / name).read_text()))
+            self.assertGreater(len(used), 5)
+            self.assertEqual(used - METRICS, set(), name)
+
+    def test_dashboard_shows_every_metric(self):
+        dashboard = json.loads((PACKAGING / "monitoring/dashboard.json").read_text())
+        shown = " ".join(target["expr"] for panel in dashboard["panels"] for target in panel["targets"])
+        self.assertEqual(set(re.findall(r"cvanomaly_\w+", shown)), METRICS)
+
+    def test_panels_do_not_overlap(self):
+        dashboard = json.loads((PACKAGING / "monitoring/dashboard.json").read_text())
+        taken = set()
+        for panel in dashboard["panels"]:
+            at = panel["gridPos"]
+            cells = {(x, y) for x in range(at["x"], at["x"] + at["w"]) for y in range(at["y"], at["y"] + at["h"])}
+            self.assertFalse(cells & taken, panel["title"])
+            self.assertLessEqual(at["x"] + at["w"], 24)
+            taken |= cells
+
+
+class Programs(unittest.TestCase):
+    def test_package_and_logrotate_know_the_same_logs(self):
+        rotated = re.findall(r"^/usr/tessel/corvane/logs/(\w+)$", (PACKAGING / "logrotate/cvanomalymgmt").read_text(),
+                             re.M)
+        self.assertEqual(sorted(rotated), ["cvanomalyalert", "cvanomalydetect", "cvanomalymgmt"])
+
+    def test_versions_agree(self):
+        project = re.search(r"project\(cvanomalymgmt VERSION ([\d.]+)", (PROJECT / "CMakeLists.txt").read_text())[1]
+        changelog = (PACKAGING / "debian/changelog").read_text()
+        self.assertTrue(changelog.startswith(f"cvanomalymgmt ({project}) "))
+
+
+if __name__ == "__main__":
+    unittest.main()
