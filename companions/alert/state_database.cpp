@@ -93,7 +93,7 @@ void StateDatabase::set_number(const char* name, std::int64_t number) {
 
 std::string StateDatabase::tag() {
   Query& asked = query(kGet).bind(kTag);
-  const std::string text = asked.step() ? asked.text(0) : "";
+  std::string text = asked.step() ? asked.text(0) : "";
   asked.restart();
   return text;
 }
