@@ -91,7 +91,8 @@ void add_check(CLI::App& app, Options& options) {
   check->callback([&] { options.command = Command::kCheck; });
   Thresholds& at = options.thresholds;
   const auto add = [&](const char* name, int& value, const char* words, int most) {
-    CLI::Option* option = check->add_option(name, value, words)->check(CLI::Range(0, most));
+    CLI::Option* option = check->add_option(name, value, words);
+    option->check(CLI::Range(0, most).description(""))->type_name("N");
     if (value >= 0) option->capture_default_str();
   };
   add("--gather-warning", at.gather_warning,

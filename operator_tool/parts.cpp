@@ -29,7 +29,7 @@ std::string words_for(const std::string& feature) {
 std::string amount_of(const std::string& feature, double value) {
   if (feature == "image_size" || feature == "kb_transferred") return size_text(value);
   if (feature == "duration") return span_text(static_cast<std::int64_t>(std::min(value, 1e12)));
-  return alert::number_text(value);
+  return alert::number_text(feature == "files" ? std::round(value) : value);
 }
 
 }  // namespace
