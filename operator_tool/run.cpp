@@ -29,6 +29,7 @@ std::string run_command(const Context& context) {
     case Command::kBacktest:
       return run_backtest(context);
     case Command::kMetrics:
+      return run_metrics(context);
     case Command::kReport:
     case Command::kCheck:
       break;
