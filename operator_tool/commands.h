@@ -29,6 +29,7 @@ std::string run_show(const Context& context);
 std::string run_explain(const Context& context);
 std::string run_backtest(const Context& context);
 std::string run_metrics(const Context& context);
+std::string run_report(const Context& context);
 
 // Parts of several commands.
 struct SeverityWords {

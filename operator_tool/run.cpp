@@ -31,6 +31,7 @@ std::string run_command(const Context& context) {
     case Command::kMetrics:
       return run_metrics(context);
     case Command::kReport:
+      return run_report(context);
     case Command::kCheck:
       break;
   }
