@@ -4,7 +4,7 @@
   const data = JSON.parse(document.getElementById("data").textContent);
   const byId = (id) => document.getElementById(id);
   const PAGE = 20;
-  const ROWS = 100;
+  const ROWS = 20;
 
   const node = (name, className, text) => {
     const element = document.createElement(name);
@@ -99,11 +99,14 @@
       const marked = new Set(stream.reported);
       const colour = style("--s" + index % 6);
       const at = (plain, special) => stream.time.map((_, i) => marked.has(i) ? special : plain);
+      const known = (i) => stream[figure][i] !== null && stream[figure][i] !== undefined;
+      // Without a neighbour there is no line to see.
+      const radius = stream.time.map((_, i) => marked.has(i) ? 6 : stream.time.length <= 60 || (!known(i - 1) && !known(i + 1)) ? 1.5 : 0);
       return {
         label: stream.policy + ", " + stream.schedule,
         data: stream.time.map((seconds, i) => ({x: seconds, y: stream[figure][i]})),
         borderColor: colour, borderWidth: 1.5, spanGaps: true,
-        pointRadius: at(stream.time.length > 60 ? 0 : 1.5, 6), pointHoverRadius: at(3, 7),
+        pointRadius: radius, clip: 8, pointHoverRadius: at(3, 7),
         pointStyle: at("circle", "triangle"), pointBackgroundColor: at(colour, bad), pointBorderColor: at(colour, bad),
       };
     });
@@ -112,6 +115,7 @@
       data: {datasets},
       options: {
         animation: false, responsive: true, maintainAspectRatio: false, parsing: false, normalized: true,
+        layout: {padding: {top: 8, right: 10}},
         interaction: {mode: "nearest", intersect: false},
         scales: {
           x: {type: "linear", min: data.from, max: data.time, grid: {display: false},
@@ -129,8 +133,11 @@
       },
     });
   };
+  const isKnown = ({client, figure}) => client.streams.some((stream) => stream[figure].some((value) => value !== null));
   const drawn = (canvas, visible) => {
-    if (visible && !charts.has(canvas)) {
+    if (visible && !isKnown(canvas.report)) {
+      canvas.replaceWith(node("p", "faint", "Not known in this period."));
+    } else if (visible && !charts.has(canvas)) {
       charts.set(canvas, chartOf(canvas));
     } else if (!visible && charts.has(canvas)) {
       charts.get(canvas).destroy();
@@ -138,7 +145,10 @@
     }
   };
   const watcher = new IntersectionObserver((entries) => {
-    for (const entry of entries) drawn(entry.target.firstChild, entry.isIntersecting);
+    for (const entry of entries) {
+      const canvas = entry.target.querySelector("canvas");
+      if (canvas) drawn(canvas, entry.isIntersecting);
+    }
   }, {rootMargin: "300px"});
   const redraw = () => {
     for (const canvas of [...charts.keys()]) {
@@ -315,7 +325,13 @@
     clearTimeout(pending);
     pending = setTimeout(show, 120);
   });
+  // A link to the page may end with what to search for: report.html#web01
+  try {
+    byId("search").value = decodeURIComponent(location.hash.slice(1));
+  } catch {
+    byId("search").value = "";
+  }
   show();
   showHealth();
-  document.documentElement.dataset.ready = "yes";
+  document.documentElement.dataset.drawn = "yes";
 })();
