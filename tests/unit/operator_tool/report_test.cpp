@@ -3,8 +3,6 @@
 #include <jansson.h>
 #include <openssl/evp.h>
 
-#include <regex>
-
 #include "operator_tool/report_parts.h"
 #include "platform/c_handles.h"
 #include "tests/unit/operator_tool/operator_world.h"
