@@ -25,8 +25,8 @@ std::string backup_id_of(const alert::Anomaly& anomaly) {
 
 FoundAnomaly read_row(const Query& row) {
   FoundAnomaly found;
-  found.anomaly = alert::read_anomaly(
-      {row.text(0), row.text(1), row.text(2), row.text(3), row.integer(4)});
+  found.anomaly =
+      alert::read_anomaly({row.text(0), row.text(1), row.text(2), row.text(3), row.integer(4)});
   found.backup_id = backup_id_of(found.anomaly);
   found.is_processed = row.integer(5) != 0;
   if (row.integer(6) != 0) {
@@ -85,8 +85,8 @@ std::optional<FoundAnomaly> find_anomaly(Database& database, const std::string& 
         all, [&](const FoundAnomaly& found) { return found.anomaly.id == name; });
     if (named != all.end()) return *named;
   }
-  const auto of_backup = std::ranges::find_if(
-      all, [&](const FoundAnomaly& found) { return found.backup_id == id; });
+  const auto of_backup =
+      std::ranges::find_if(all, [&](const FoundAnomaly& found) { return found.backup_id == id; });
   if (of_backup != all.end()) return *of_backup;
   return std::nullopt;
 }

@@ -29,9 +29,9 @@ struct FoundAnomaly {
 };
 
 struct AnomalyFilter {
-  std::string client;            // empty: all
-  int severity = 0;              // the least
-  std::int64_t since = 0;        // of the backup, else of the detection
+  std::string client;      // empty: all
+  int severity = 0;        // the least
+  std::int64_t since = 0;  // of the backup, else of the detection
   std::optional<bool> is_judged;
 };
 

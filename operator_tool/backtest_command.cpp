@@ -44,8 +44,8 @@ std::string text_of(const Context& context, const json_t* result) {
   }
   const auto judged = json_integer_value(json_object_get(result, "judged"));
   const auto learning = json_integer_value(json_object_get(result, "learning"));
-  return text + counted(judged, "backup", "backups") + " judged again, " +
-         std::to_string(count) + " would have been reported, " + std::to_string(learning) +
+  return text + counted(judged, "backup", "backups") + " judged again, " + std::to_string(count) +
+         " would have been reported, " + std::to_string(learning) +
          " of streams that were still learning\n";
 }
 

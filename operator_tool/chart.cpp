@@ -10,9 +10,15 @@ namespace {
 
 constexpr std::size_t kUsualWidth = 80;
 constexpr std::size_t kEighths = 8;
-constexpr std::array kBlocks{" ",            "\xE2\x96\x81", "\xE2\x96\x82",
-                             "\xE2\x96\x83", "\xE2\x96\x84", "\xE2\x96\x85",
-                             "\xE2\x96\x86", "\xE2\x96\x87", "\xE2\x96\x88"};
+constexpr std::array kBlocks{" ",
+                             "\xE2\x96\x81",
+                             "\xE2\x96\x82",
+                             "\xE2\x96\x83",
+                             "\xE2\x96\x84",
+                             "\xE2\x96\x85",
+                             "\xE2\x96\x86",
+                             "\xE2\x96\x87",
+                             "\xE2\x96\x88"};
 constexpr char kAxis[] = "\xE2\x94\xA4";
 
 // Of a bar's height, what falls into the line so many above the last one; a value above 0 is at

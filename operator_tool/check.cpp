@@ -20,8 +20,8 @@ class Judge {
  public:
   void add(CheckStatus status, const std::string& problem) {
     // Of equal weight in the order that they were found.
-    const auto place = std::ranges::find_if(
-        found_, [&](const auto& other) { return other.first < status; });
+    const auto place =
+        std::ranges::find_if(found_, [&](const auto& other) { return other.first < status; });
     found_.insert(place, {status, problem});
   }
 
@@ -62,7 +62,8 @@ void judge_gather(const Health& health, const Limits& limits, Judge& judge) {
   const GatherHealth& gather = health.gather;
   if (gather.last > 0) {
     const std::int64_t lag = health.now - gather.last;
-    judge.add_if_high(lag, limits.warning, limits.critical, "last gather " + span_text(lag) + " ago");
+    judge.add_if_high(lag, limits.warning, limits.critical,
+                      "last gather " + span_text(lag) + " ago");
     return;
   }
   // The first one gathers three months of history.
@@ -158,9 +159,7 @@ CheckResult judge(const Health& health, const Thresholds& thresholds) {
   return result;
 }
 
-CheckResult unknown(const std::string& why) {
-  return {CheckStatus::kUnknown, {why}, {}, {}};
-}
+CheckResult unknown(const std::string& why) { return {CheckStatus::kUnknown, {why}, {}, {}}; }
 
 std::string text_of(const CheckResult& result, bool json) {
   if (json) {

@@ -26,10 +26,10 @@ struct Table {
 // What the commands read.
 const std::vector<Table>& tables() {
   static const std::vector<const char*> backup{
-      "UNIQUE_KEY",      "BACKUP_ID",  "JOB_ID",        "BACKUP_TIME",
-      "CLIENT",          "POLICY",     "POLICY_TYPE",   "SCHEDULE_TYPE",
-      "SCHEDULE_NAME",   "APP_TYPE",   "NUM_FILES",     "DESTINATION_STORAGE_NAME",
-      "KB_TRANSFERRED",  "DEDUP_RATE", "TOTAL_TIME",    "IMAGE_SIZE"};
+      "UNIQUE_KEY",     "BACKUP_ID",  "JOB_ID",      "BACKUP_TIME",
+      "CLIENT",         "POLICY",     "POLICY_TYPE", "SCHEDULE_TYPE",
+      "SCHEDULE_NAME",  "APP_TYPE",   "NUM_FILES",   "DESTINATION_STORAGE_NAME",
+      "KB_TRANSFERRED", "DEDUP_RATE", "TOTAL_TIME",  "IMAGE_SIZE"};
   static const auto with = [](const char* column) {
     std::vector<const char*> columns = backup;
     columns.push_back(column);
@@ -86,8 +86,8 @@ ReadOnlySource::ReadOnlySource(const std::string& path) : path_(path) {
   is_still_ = is_unused_log_database();
   std::error_code error;
   const std::string absolute = std::filesystem::absolute(path, error).string();
-  uri_ = "file:" + escaped(error ? path : absolute) + "?mode=ro" +
-         (is_still_ ? "&immutable=1" : "");
+  uri_ =
+      "file:" + escaped(error ? path : absolute) + "?mode=ro" + (is_still_ ? "&immutable=1" : "");
 }
 
 // Byte 18 of the file tells that it is used with a write-ahead log.
@@ -110,8 +110,8 @@ bool ReadOnlySource::has_changed() const {
 
 Database::Database(const std::string& path) : source_(path) {
   try {
-    access_ = std::make_unique<DBAccess>(source_.uri(),
-                                         SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX);
+    access_ = std::make_unique<DBAccess>(
+        source_.uri(), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX);
     check_schema();
   } catch (const Trouble&) {
     check_unchanged();

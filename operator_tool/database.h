@@ -39,7 +39,9 @@ class ReadOnlySource {
 // Somebody wrote while the database was read as one that does not change: read it again.
 class ChangedMeanwhile : public std::exception {
  public:
-  const char* what() const noexcept override { return "the database was changed while it was read"; }
+  const char* what() const noexcept override {
+    return "the database was changed while it was read";
+  }
 };
 
 // One connection, for one thread; waits up to 5 seconds for a lock. Each query is a transaction of

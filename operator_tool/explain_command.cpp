@@ -26,7 +26,8 @@ std::string text_of(const Context& context, const json_t* judged, const std::str
   const bool utc = context.options.utc;
   const std::string state = member(judged, "state");
   std::string text;
-  text += line(terminal, "Backup", member(judged, "backup_id") + " of " + moment_text(view.time, utc));
+  text +=
+      line(terminal, "Backup", member(judged, "backup_id") + " of " + moment_text(view.time, utc));
   text += line(terminal, "Stream",
                view.stream.client + ", policy " + view.stream.policy + ", schedule " +
                    view.stream.schedule_name + " (" + view.stream.schedule_type + ")");

@@ -11,9 +11,9 @@ namespace corvane::ctl {
 struct GatherLog {
   std::int64_t from = 0;  // time of the oldest record that was read; 0: there is none
   std::int64_t gathers = 0;
-  std::int64_t failed = 0;        // in whose course an error was logged
-  std::int64_t last_failed = 0;   // when the last of them ended; 0: none
-  std::int64_t last_end = 0;      // of the last gather at all; 0: none was seen
+  std::int64_t failed = 0;         // in whose course an error was logged
+  std::int64_t last_failed = 0;    // when the last of them ended; 0: none
+  std::int64_t last_end = 0;       // of the last gather at all; 0: none was seen
   std::int64_t last_seconds = -1;  // that it took; -1: unknown
 };
 

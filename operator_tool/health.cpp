@@ -117,7 +117,8 @@ Health look_at_machine(const Options& options) {
 
 Health look(const Options& options, Database& database) {
   Health health = look_at_machine(options);
-  health.gather.last = database.number("SELECT max(LAST_BACKUP_TIME) FROM LAST_BACKUP_DATA_CAPTURE");
+  health.gather.last =
+      database.number("SELECT max(LAST_BACKUP_TIME) FROM LAST_BACKUP_DATA_CAPTURE");
   health.gather.queued = database.number("SELECT count(*) FROM QUEUED_TO_CAPTURE_DATA");
   health.gather.next = next_gather(health);
   return health;

@@ -7,11 +7,10 @@ namespace corvane::ctl {
 
 namespace {
 
-#define POINT_COLUMNS                                                                   \
+#define POINT_COLUMNS                                                                    \
   "SELECT POLICY_TYPE, SCHEDULE_TYPE, APP_TYPE, DESTINATION_STORAGE_NAME, BACKUP_TIME, " \
   "NUM_FILES, IMAGE_SIZE, KB_TRANSFERRED, DEDUP_RATE, TOTAL_TIME, UNIQUE_KEY FROM "
-#define OF_STREAM \
-  " WHERE CLIENT = ? AND POLICY = ? AND SCHEDULE_NAME = ? AND BACKUP_TIME <= ?"
+#define OF_STREAM " WHERE CLIENT = ? AND POLICY = ? AND SCHEDULE_NAME = ? AND BACKUP_TIME <= ?"
 
 constexpr char kAccepted[] = POINT_COLUMNS "HIST_DATA" OF_STREAM;
 constexpr char kReported[] = POINT_COLUMNS "DATA_TO_PROCESS" OF_STREAM " AND PROCESSED_STATUS = 2";

@@ -45,7 +45,8 @@ class Families {
 void add_gathers(const Health& health, Families& to) {
   const GatherHealth& gather = health.gather;
   if (gather.last > 0) {
-    to.single("cvanomaly_last_gather_timestamp_seconds", "When the last gather began.", gather.last);
+    to.single("cvanomaly_last_gather_timestamp_seconds", "When the last gather began.",
+              gather.last);
     to.single("cvanomaly_gather_lag_seconds", "How long ago the last gather began.",
               health.now - gather.last);
   }
@@ -55,10 +56,11 @@ void add_gathers(const Health& health, Families& to) {
               gather.log.last_seconds);
   }
   if (gather.log.from > 0) {
-    to.single("cvanomaly_gather_failures",
-              "Live gathers of the last 24 hours in whose course an error was logged, as far as the "
-              "last 4 MB of the service's log tell.",
-              gather.log.failed);
+    to.single(
+        "cvanomaly_gather_failures",
+        "Live gathers of the last 24 hours in whose course an error was logged, as far as the "
+        "last 4 MB of the service's log tell.",
+        gather.log.failed);
   }
   to.single("cvanomaly_queued_jobs", "Running jobs that the next gather looks at again.",
             gather.queued);

@@ -36,8 +36,7 @@ void add_global(CLI::App& app, Options& options) {
   app.add_flag("--json", options.json, "Print one JSON document, see docs/operator-tool.md");
   app.add_flag("--utc", options.utc, "Times in UTC instead of the local zone");
   app.add_flag("--no-color", options.no_colour, "No colour on a terminal; NO_COLOR does the same");
-  app.add_option("--database", options.database, "The anomaly database, a file")
-      ->type_name("FILE");
+  app.add_option("--database", options.database, "The anomaly database, a file")->type_name("FILE");
   app.add_option("--config", options.config,
                  "The configuration file (default: the one beside the database)")
       ->type_name("FILE");
@@ -47,10 +46,12 @@ void add_global(CLI::App& app, Options& options) {
 void add_lists(CLI::App& app, Options& options) {
   CLI::App* status = app.add_subcommand("status", "How the service and its companions fare");
   status->callback([&] { options.command = Command::kStatus; });
-  status->footer("Durations and failures of gathers are what the last 4 MB of the service's log "
-                 "tell of the last 24 hours.");
+  status->footer(
+      "Durations and failures of gathers are what the last 4 MB of the service's log "
+      "tell of the last 24 hours.");
 
-  CLI::App* streams = app.add_subcommand("streams", "The streams of backups, and which still learn");
+  CLI::App* streams =
+      app.add_subcommand("streams", "The streams of backups, and which still learn");
   streams->callback([&] { options.command = Command::kStreams; });
   streams->add_option("--client", options.client, "Only this client")->type_name("NAME");
   streams->add_option("--state", options.state, "Only these: learning, judged or dormant")
@@ -110,7 +111,9 @@ void add_check(CLI::App& app, Options& options) {
 void add_documents(CLI::App& app, Options& options) {
   CLI::App* metrics = app.add_subcommand("metrics", "The Prometheus text format");
   metrics->callback([&] { options.command = Command::kMetrics; });
-  metrics->add_option("--output", options.output, "Replace this file at one stroke instead of printing")
+  metrics
+      ->add_option("--output", options.output,
+                   "Replace this file at one stroke instead of printing")
       ->type_name("FILE");
 
   CLI::App* report = app.add_subcommand("report", "A page with charts, in one file");
@@ -173,8 +176,8 @@ Parsed parse_options(int count, const char* const* arguments) {
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
     const int status = app.exit(error, out, out);
-    const int wrong = asks_for_check(count, arguments) ? kUnknown
-                                                       : static_cast<int>(ExitStatus::kUsage);
+    const int wrong =
+        asks_for_check(count, arguments) ? kUnknown : static_cast<int>(ExitStatus::kUsage);
     parsed.status = status == 0 ? 0 : wrong;
     parsed.text = out.str();
   }

@@ -20,7 +20,7 @@ enum class Command {
 
 // When check warns, and when it is critical. Negative: by the gather interval.
 struct Thresholds {
-  int gather_warning = -1;   // minutes since the last gather
+  int gather_warning = -1;  // minutes since the last gather
   int gather_critical = -1;
   int alerts_warning = 30;  // minutes that the oldest message has waited
   int alerts_critical = 240;
@@ -35,11 +35,11 @@ struct Options {
   bool no_colour = false;
   std::string database;  // never empty once parsed
   std::string config;
-  std::string logs;      // directory of the programs' logs
-  std::string client;    // empty: all
-  std::string state;     // of streams; empty: all
-  int severity = 0;      // the least; 0: all
-  int days = 0;          // 0: all
+  std::string logs;    // directory of the programs' logs
+  std::string client;  // empty: all
+  std::string state;   // of streams; empty: all
+  int severity = 0;    // the least; 0: all
+  int days = 0;        // 0: all
   bool open = false;
   bool judged = false;
   std::string id;  // of an anomaly, of a backup, or a unique key

@@ -54,7 +54,10 @@ std::string line(const Terminal& terminal, std::string_view name, std::string_vi
 
 std::string figures_table(const Terminal& terminal, const std::vector<alert::Feature>& features) {
   if (features.empty()) return {};
-  Table table({{"Figure"}, {"Observed", true}, {"Usual", true}, {"Usual range", true, 0, 1},
+  Table table({{"Figure"},
+               {"Observed", true},
+               {"Usual", true},
+               {"Usual range", true, 0, 1},
                {"Spreads off", true}});
   for (const alert::Feature& feature : features) {
     const auto amount = [&](double value) { return amount_of(feature.name, value); };

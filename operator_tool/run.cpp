@@ -56,7 +56,9 @@ auto with_database(const Options& options, Work work) {
         throw trouble_of(options.database, error);
       }
     } catch (const ChangedMeanwhile& changed) {
-      if (tries == 1) throw Trouble(ExitStatus::kLocked, options.database + ": " + changed.what() + "; try again.");
+      if (tries == 1)
+        throw Trouble(ExitStatus::kLocked,
+                      options.database + ": " + changed.what() + "; try again.");
     }
   }
 }

@@ -72,8 +72,7 @@ class Reader {
                                 row.text(6),
                                 row.text(7)};
     const auto place = survey_.place.find(key.text());
-    const std::size_t found =
-        place == survey_.place.end() ? series_.streams.size() : place->second;
+    const std::size_t found = place == survey_.place.end() ? series_.streams.size() : place->second;
     by_raw_.emplace(raw_, found);
     return found;
   }

@@ -20,7 +20,7 @@ struct SeriesPoint {
 
 struct AllSeries {
   std::vector<std::vector<SeriesPoint>> streams;  // in the survey's order, each by time
-  bool is_shortened = false;  // the older points of some were left out
+  bool is_shortened = false;                      // the older points of some were left out
 };
 
 // The backups since a time, accepted or reported; of each stream so many of the newest that about

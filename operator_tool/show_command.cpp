@@ -34,9 +34,10 @@ struct Charted {
   const char* words;
   double detect::Figures::*figure;
 };
-constexpr Charted kCharted[] = {{"image_size", "Size", &detect::Figures::size_kb},
-                                {"files", "Files", &detect::Figures::files},
-                                {"kb_transferred", "Transferred", &detect::Figures::transferred_kb}};
+constexpr Charted kCharted[] = {
+    {"image_size", "Size", &detect::Figures::size_kb},
+    {"files", "Files", &detect::Figures::files},
+    {"kb_transferred", "Transferred", &detect::Figures::transferred_kb}};
 
 // What is off the most.
 const Charted& charted_of(const alert::Anomaly& anomaly) {
@@ -62,22 +63,23 @@ std::string chart_of(const Context& context, const FoundAnomaly& found,
     bars.push_back({point.figures.*charted.figure, point.is_reported});
   }
   const bool is_files = charted.figure == &detect::Figures::files;
-  const std::string chart =
-      column_chart(context.terminal, bars, kChartHeight, [&](double value) {
-        return is_files ? alert::number_text(value) : size_text(value);
-      });
+  const std::string chart = column_chart(context.terminal, bars, kChartHeight, [&](double value) {
+    return is_files ? alert::number_text(value) : size_text(value);
+  });
   if (chart.empty()) return {};
-  return "\n" + std::string(charted.words) + " of the last " +
-         counted(static_cast<std::int64_t>(history.size()), "backup", "backups") +
-         " of the stream, reported ones marked\n" + chart;
+  return "\n" +
+         wrapped(context.terminal,
+                 std::string(charted.words) + " of the stream's last backups, reported ones marked",
+                 0) +
+         chart;
 }
 
 std::string told_words(const std::vector<Told>& told, bool utc) {
   std::string words;
   for (const Told& entry : told) {
     if (!words.empty()) words += "; ";
-    words += entry.channel + " (" + entry.kind + ") " + entry.state + ", " +
-             time_text(entry.time, utc);
+    words +=
+        entry.channel + " (" + entry.kind + ") " + entry.state + ", " + time_text(entry.time, utc);
     if (entry.state == "waiting" && !entry.reason.empty()) words += ": " + entry.reason;
   }
   return words;
@@ -150,8 +152,8 @@ std::string json_text(const FoundAnomaly& found, const std::vector<HistoryPoint>
 std::string run_show(const Context& context) {
   const std::optional<FoundAnomaly> found = find_anomaly(context.database, context.options.id);
   if (!found) {
-    throw Trouble(ExitStatus::kNotFound, "No anomaly has the id, and none is of the backup, " +
-                                             context.options.id + ".");
+    throw Trouble(ExitStatus::kNotFound,
+                  "No anomaly has the id, and none is of the backup, " + context.options.id + ".");
   }
   const std::vector<HistoryPoint> history =
       read_history(context.database, stream_of(context.database, *found),

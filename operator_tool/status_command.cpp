@@ -35,7 +35,8 @@ std::int64_t count(const std::vector<FoundAnomaly>& anomalies, Opinion opinion) 
 std::string last_gather_words(const Health& health, bool utc) {
   const GatherHealth& gather = health.gather;
   if (gather.last == 0) return "none yet: the history has not been gathered";
-  std::string words = time_text(gather.last, utc) + ", " + span_text(health.now - gather.last) + " ago";
+  std::string words =
+      time_text(gather.last, utc) + ", " + span_text(health.now - gather.last) + " ago";
   if (gather.log.last_seconds >= 0) words += "; took " + span_text(gather.log.last_seconds);
   return words;
 }
@@ -89,10 +90,11 @@ std::string text_of(const Context& context, const Found& found) {
   text += line(terminal, "Next gather", next_gather_words(health, utc));
   text += line(terminal, "Gathers", gathers_words(health, utc),
                health.gather.log.failed > 0 ? Style::kWarning : Style::kPlain);
-  text += line(terminal, "Queue", counted(health.gather.queued, "running job", "running jobs") +
-                                      " to be looked at again");
-  std::string waiting = counted(survey.waiting_rows, "backup waits", "backups wait") +
-                        " for the detection";
+  text +=
+      line(terminal, "Queue",
+           counted(health.gather.queued, "running job", "running jobs") + " to be looked at again");
+  std::string waiting =
+      counted(survey.waiting_rows, "backup waits", "backups wait") + " for the detection";
   if (survey.oldest_waiting > 0) {
     waiting += ", the oldest of " + time_text(survey.oldest_waiting, utc);
   }
@@ -103,12 +105,13 @@ std::string text_of(const Context& context, const Found& found) {
                    number(survey.count(StreamState::kLearning)) + " learning, " +
                    number(survey.count(StreamState::kDormant)) + " dormant");
   const std::int64_t open = count_open(found.incidents);
-  text += line(terminal, "Incidents",
-               number(open) + " open; " +
-                   counted(static_cast<std::int64_t>(found.anomalies.size()), "anomaly", "anomalies") +
-                   ", " + number(count(found.anomalies, Opinion::kConfirmed)) + " confirmed, " +
-                   number(count(found.anomalies, Opinion::kFalsePositive)) + " false alarms",
-               open > 0 ? Style::kWarning : Style::kPlain);
+  text +=
+      line(terminal, "Incidents",
+           number(open) + " open; " +
+               counted(static_cast<std::int64_t>(found.anomalies.size()), "anomaly", "anomalies") +
+               ", " + number(count(found.anomalies, Opinion::kConfirmed)) + " confirmed, " +
+               number(count(found.anomalies, Opinion::kFalsePositive)) + " false alarms",
+           open > 0 ? Style::kWarning : Style::kPlain);
   text += line(terminal, "Undelivered", alerts_words(health.alerts, health.now),
                health.alerts.given_up() > 0 ? Style::kBad : Style::kPlain);
   text += line(terminal, "Database",

@@ -76,8 +76,7 @@ JsonPtr json_of(const StreamSummary& stream) {
 std::string run_streams(const Context& context) {
   const Options& options = context.options;
   const detect::Settings settings = read_configuration(options.config).detect;
-  std::vector<StreamSummary> streams =
-      survey(context.database, settings, corvane::now()).streams;
+  std::vector<StreamSummary> streams = survey(context.database, settings, corvane::now()).streams;
   std::erase_if(streams, [&](const StreamSummary& stream) {
     const bool other_client = !options.client.empty() && stream.key.client != options.client;
     return other_client || (!options.state.empty() && name_of(stream.state) != options.state);

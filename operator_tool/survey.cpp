@@ -12,7 +12,7 @@ namespace {
 constexpr std::int64_t kPortion = 100000;
 constexpr std::int64_t kDay = 86400;
 
-#define STREAM_COLUMNS                                                                   \
+#define STREAM_COLUMNS                                                                  \
   "SELECT rowid, CLIENT, POLICY, POLICY_TYPE, SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE, " \
   "DESTINATION_STORAGE_NAME, BACKUP_TIME, "
 #define A_PORTION " WHERE rowid > ? ORDER BY rowid LIMIT 100000"
@@ -206,8 +206,8 @@ const char* name_of(StreamState state) {
 }
 
 std::int64_t Survey::count(StreamState state) const {
-  return std::ranges::count_if(
-      streams, [&](const StreamSummary& stream) { return stream.state == state; });
+  return std::ranges::count_if(streams,
+                               [&](const StreamSummary& stream) { return stream.state == state; });
 }
 
 Survey survey(Database& database, const detect::Settings& settings, std::int64_t now) {
@@ -254,8 +254,8 @@ std::vector<Incident> incidents_of(const std::vector<FoundAnomaly>& anomalies,
     }
     all.push_back(std::move(incident));
   }
-  std::ranges::stable_sort(
-      all, [](const Incident& a, const Incident& b) { return a.last > b.last; });
+  std::ranges::stable_sort(all,
+                           [](const Incident& a, const Incident& b) { return a.last > b.last; });
   return all;
 }
 

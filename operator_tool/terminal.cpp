@@ -1,14 +1,14 @@
 #include "operator_tool/terminal.h"
 
-#include <clocale>
-#include <cstdlib>
-#include <cwchar>
 #include <langinfo.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
+#include <clocale>
+#include <cstdlib>
+#include <cwchar>
 #include <limits>
 
 #include "companions/alert/plain_text.h"
@@ -31,7 +31,8 @@ std::size_t width_of_output() {
   std::from_chars(columns.data(), columns.data() + columns.size(), width);
   if (width > 0) return width;
   winsize size{};
-  if (isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) return size.ws_col;
+  if (isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0)
+    return size.ws_col;
   return 0;
 }
 

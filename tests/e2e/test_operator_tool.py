@@ -7,6 +7,7 @@ import os
 import pty
 import re
 import select
+import shutil
 import signal
 import sqlite3
 import struct
@@ -87,6 +88,12 @@ def world(tmp_path):
     made = World(tmp_path)
     yield made
     made.db.close()
+
+
+def need(program):
+    """Skips the test where the program is missing; in CI that is a failure."""
+    if shutil.which(program) is None:
+        (pytest.fail if os.environ.get("CI") == "true" else pytest.skip)(f"no {program}; ./dev test brings it")
 
 
 # --- Beside the service ---
@@ -254,7 +261,7 @@ def test_completion_of_bash(world, tmp_path):
     assert completions(world, "--utc", "check", "--disk") == ["--disk-warning", "--disk-critical"]
     assert completions(world, "anomalies", "--severity", "") == ["1", "2", "3"]
     assert completions(world, "streams", "--state", "l") == ["learning"]
-    assert completions(world, "--database", str(tmp_path / "CV_A")) == [str(world.path)]
+    assert str(world.path) in completions(world, "--database", str(tmp_path / "CV_A"))
     ids = completions(world, "--database", str(world.path), "show", "anomaly_")
     assert ids[0] == "anomaly_" + world.bad[-1] and len(ids) == 2
     witness = tmp_path / "witness"
@@ -281,6 +288,7 @@ def test_completion_knows_every_option(world):
 
 
 def test_metrics_are_prometheus_own(world, tmp_path):
+    need("promtool")
     target = tmp_path / "cvanomaly.prom"
     assert world.run("metrics", "--output", target).stdout == ""
     text = target.read_text()
@@ -358,6 +366,7 @@ def test_every_document_is_as_documented(told_world, command):
 
 def rendered(page, fragment=""):
     """The page's document after its scripts have run, and what the browser complained of."""
+    need("chromium")
     answer = subprocess.run(
         ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--disable-breakpad",
          "--user-data-dir=/tmp/chromium", "--window-size=1400,3000", "--virtual-time-budget=5000",

@@ -99,8 +99,9 @@ TEST(Check, TheWorstComesFirstOnOneLine) {
   health.daemons[1].process = 0;
   health.alerts.trouble = "bad|\nthing";
   const std::string line = text_of(judge(health, {}), false);
-  EXPECT_TRUE(line.starts_with("ANOMALY CRITICAL - cvanomalydetect does not run; last gather 46 min "
-                               "ago; bad/ thing | gather_lag="))
+  EXPECT_TRUE(
+      line.starts_with("ANOMALY CRITICAL - cvanomalydetect does not run; last gather 46 min "
+                       "ago; bad/ thing | gather_lag="))
       << line;
   EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
   EXPECT_EQ(std::count(line.begin(), line.end(), '|'), 1);

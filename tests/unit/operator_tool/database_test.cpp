@@ -21,9 +21,7 @@ class DatabaseTest : public OperatorWorld {
       return trouble.status();
     }
   }
-  bool has_file(const std::string& name) const {
-    return std::filesystem::exists(directory_(name));
-  }
+  bool has_file(const std::string& name) const { return std::filesystem::exists(directory_(name)); }
   std::string sentence_;
 };
 

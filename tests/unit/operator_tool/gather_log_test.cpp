@@ -13,7 +13,8 @@ constexpr std::int64_t kTen = 1767261600;  // 2026-01-01 10:00:00 UTC
 std::string record(const std::string& time, int level, const std::string& text) {
   return "2026-01-01T" + time + ".123Z 4711d " + std::to_string(level) + " " + text + "\n";
 }
-std::string gather(const std::string& begin, const std::string& end, const std::string& inside = "") {
+std::string gather(const std::string& begin, const std::string& end,
+                   const std::string& inside = "") {
   return record(begin, 2, "cvanomalymgmt: Capturing data between 1 & 2 ") + inside +
          record(end, 2, "cvanomalymgmt: Total time taken for live gather 7.");
 }
@@ -62,9 +63,7 @@ TEST(GatherLogFile, OnlyTheEndOfALargeOneIsRead) {
   EXPECT_EQ(log.from, kTen);
 }
 
-TEST(GatherLogFile, NoneSaysNothing) {
-  EXPECT_EQ(read_gather_log("/nonexistent/log", 0).from, 0);
-}
+TEST(GatherLogFile, NoneSaysNothing) { EXPECT_EQ(read_gather_log("/nonexistent/log", 0).from, 0); }
 
 TEST(Machine, AProcessBeganSomeTicksAfterTheMachine) {
   const test::ScratchDir proc;

@@ -22,7 +22,8 @@ TEST_F(Metrics, OfAFreshInstallationLeaveOutWhatIsNotKnown) {
   EXPECT_EQ(said.status, 0) << said.error;
   EXPECT_TRUE(says(said.out, "cvanomaly_rows_waiting 0"));
   EXPECT_TRUE(says(said.out, "cvanomaly_process_up{process=\"cvanomalymgmt\"} 0"));
-  for (const char* name : {"last_gather", "gather_lag", "gather_duration", "false_positive_ratio", "dead"}) {
+  for (const char* name :
+       {"last_gather", "gather_lag", "gather_duration", "false_positive_ratio", "dead"}) {
     EXPECT_EQ(said.out.find(name), std::string::npos) << name;
   }
 }
@@ -48,15 +49,15 @@ TEST_F(Metrics, TellWhatThereIs) {
                    "9.\n");
   {
     alert::StateDatabase state(directory_("CV_Anomaly_Alerts.db"));
-    test::query(state.handle(), "INSERT INTO delivery VALUES (1, 'mail', 1, 1, 2, 0, 1, 0, 0, 1, 1, "
-                                "'x', 0), (2, 'mail', 1, 1, 2, 3, 1, 0, 0, 1, 1, 'x', 0)");
+    test::query(state.handle(),
+                "INSERT INTO delivery VALUES (1, 'mail', 1, 1, 2, 0, 1, 0, 0, 1, 1, "
+                "'x', 0), (2, 'mail', 1, 1, 2, 3, 1, 0, 0, 1, 1, 'x', 0)");
   }
   const std::string out = say({"metrics"}).out;
   for (const char* line :
        {"# TYPE cvanomaly_gather_lag_seconds gauge", "cvanomaly_gather_lag_seconds 600",
-        "cvanomaly_last_gather_timestamp_seconds 1699999400",
-        "cvanomaly_gather_duration_seconds 9", "cvanomaly_gather_failures 1",
-        "cvanomaly_queued_jobs 1", "cvanomaly_rows_waiting 1",
+        "cvanomaly_last_gather_timestamp_seconds 1699999400", "cvanomaly_gather_duration_seconds 9",
+        "cvanomaly_gather_failures 1", "cvanomaly_queued_jobs 1", "cvanomaly_rows_waiting 1",
         "cvanomaly_records{table=\"HIST_DATA\"} 40",
         "cvanomaly_records{table=\"ANOMALY_DATA_FEEDBACK\"} 2",
         "cvanomaly_streams{state=\"judged\"} 1", "cvanomaly_streams{state=\"learning\"} 0",

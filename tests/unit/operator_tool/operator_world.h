@@ -91,19 +91,18 @@ class OperatorWorld : public PlatformFake {
                const std::string& more = "") {
     const std::string type = b.schedule_type;
     sql("INSERT INTO ANOMALY_DATA VALUES (" + quoted("anomaly_" + key_of(b)) + "," +
-        quoted(R"({"schema":1,"summary":"daily backup of )" + b.client +
-               R"(: unusual","severity":)" + std::to_string(severity) +
-               R"(,"incident":"incident_)" + key_of(first) + R"(","stream":{"client":")" +
-               b.client + R"(","policy":")" + b.policy +
-               R"(","policy_type":"STANDARD","schedule_type":"FULL","schedule_name":")" +
-               b.schedule + R"(","application_type":"FS","destination":"disk"},"backup_id":")" +
-               b.client + "_" + std::to_string(b.time) + R"(","job_id":1,"time":)" +
-               std::to_string(b.time) +
-               R"(,"causes":[{"id":"encryption","words":"Files may have been encrypted."}],)"
-               R"("features":[{"name":"files","unit":"files","value":100,"usual":1000,)"
-               R"("usual_low":990,"usual_high":1010,"deviation":-9}],"last_good":)"
-               R"({"backup_id":"good","time":1699900000})" +
-               more + "}") +
+        quoted(
+            R"({"schema":1,"summary":"daily backup of )" + b.client + R"(: unusual","severity":)" +
+            std::to_string(severity) + R"(,"incident":"incident_)" + key_of(first) +
+            R"(","stream":{"client":")" + b.client + R"(","policy":")" + b.policy +
+            R"(","policy_type":"STANDARD","schedule_type":"FULL","schedule_name":")" + b.schedule +
+            R"(","application_type":"FS","destination":"disk"},"backup_id":")" + b.client + "_" +
+            std::to_string(b.time) + R"(","job_id":1,"time":)" + std::to_string(b.time) +
+            R"(,"causes":[{"id":"encryption","words":"Files may have been encrypted."}],)"
+            R"("features":[{"name":"files","unit":"files","value":100,"usual":1000,)"
+            R"("usual_low":990,"usual_high":1010,"deviation":-9}],"last_good":)"
+            R"({"backup_id":"good","time":1699900000})" +
+            more + "}") +
         ",0," + quoted(b.client + "/" + b.policy + "/STANDARD/FULL/" + b.schedule + "/FS/disk") +
         "," + quoted(b.client) + "," + std::to_string(b.time + 60) + ")");
   }

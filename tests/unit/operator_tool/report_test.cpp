@@ -65,11 +65,11 @@ TEST(ReportPage, OnlyItsOwnScriptsMayRun) {
 }
 
 TEST(ReportPage, LoadsNothingFromElsewhere) {
-  const std::string own = std::string(kReportPage) + std::string(kReportStyle) +
-                          std::string(kReportScript);
-  for (const char* what : {"http:", "https:", "src=", "href=", "@import", "url(", "fetch(",
-                           "XMLHttpRequest", "innerHTML", "outerHTML", "insertAdjacent",
-                           "document.write", "eval("}) {
+  const std::string own =
+      std::string(kReportPage) + std::string(kReportStyle) + std::string(kReportScript);
+  for (const char* what :
+       {"http:", "https:", "src=", "href=", "@import", "url(", "fetch(", "XMLHttpRequest",
+        "innerHTML", "outerHTML", "insertAdjacent", "document.write", "eval("}) {
     EXPECT_EQ(own.find(what), std::string::npos) << what;
   }
 }

@@ -96,11 +96,11 @@ TEST(TableText, HostileCellsAreMadeSafe) {
 
 TEST(ColumnChart, MarksWhatIsMarked) {
   const auto label = [](double value) { return std::to_string(static_cast<int>(value)); };
-  EXPECT_EQ(column_chart({40, false, true}, {{5, false}, {-1, false}, {0, false}, {10, true}}, 2,
-                         label),
-            "10 \xE2\x94\xA4   \xE2\x96\x88\n"
-            " 0 \xE2\x94\xA4\xE2\x96\x88  \xE2\x96\x88\n"
-            "       ^\n");
+  EXPECT_EQ(
+      column_chart({40, false, true}, {{5, false}, {-1, false}, {0, false}, {10, true}}, 2, label),
+      "10 \xE2\x94\xA4   \xE2\x96\x88\n"
+      " 0 \xE2\x94\xA4\xE2\x96\x88  \xE2\x96\x88\n"
+      "       ^\n");
 }
 
 TEST(ColumnChart, KeepsTheLastThatFit) {
