@@ -15,6 +15,7 @@ namespace corvane::ctl {
 
 namespace {
 
+constexpr std::int64_t kMinute = 60;
 constexpr std::int64_t kDay = 86400;
 constexpr int kLeastInterval = 15;
 
@@ -59,7 +60,8 @@ std::int64_t next_gather(const Health& health) {
   const GatherHealth& gather = health.gather;
   const std::int64_t took = std::max<std::int64_t>(gather.log.last_seconds, 0);
   const std::int64_t ended = gather.last > 0 ? gather.last + took : 0;
-  return std::max(ended, service.since) + std::int64_t{60} * health.configured.interval_minutes;
+  const std::int64_t begin = std::max(ended, service.since);
+  return begin + kMinute * health.configured.interval_minutes;
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 # bash completion for cvanomalyctl                        -*- shell-script -*-
+# shellcheck shell=bash
 
 # The anomalies of the database that the command line names. What holds more than letters, digits and a few
 # signs is left out: nothing that came from a backup's name may be run or expanded by the shell.
