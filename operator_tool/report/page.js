@@ -267,9 +267,9 @@
   };
   const open = data.incidents.filter((incident) => incident.open).length;
   byId("period").textContent = time(data.from) + " to " + time(data.time) + (data.utc ? " UTC" : "");
-  tile(number(open), "incidents open", open ? "bad" : "good");
-  tile(number(data.anomalies.length), "anomalies in the period");
-  tile(number(data.clients.length), "clients");
+  tile(number(open), open === 1 ? "incident open" : "incidents open", open ? "bad" : "good");
+  tile(number(data.anomalies.length), data.anomalies.length === 1 ? "anomaly in the period" : "anomalies in the period");
+  tile(number(data.clients.length), data.clients.length === 1 ? "client" : "clients");
   tile(number(data.streams.total), "streams, " + number(data.streams.learning) + " learning");
   tile(data.gather.last ? span(data.time - data.gather.last) : "never", "since the last gather");
   tile(number(data.alerts.waiting), "alerts wait, " + number(data.alerts.given_up) + " given up", data.alerts.given_up ? "bad" : "");
