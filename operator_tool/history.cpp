@@ -44,6 +44,7 @@ std::vector<HistoryPoint> read_history(Database& database, const detect::StreamK
   read(kAccepted, false);
   read(kReported, true);
   std::vector<HistoryPoint> sorted;
+  sorted.reserve(points.size());
   for (auto& [key, point] : points) sorted.push_back(std::move(point));
   std::ranges::stable_sort(
       sorted, [](const HistoryPoint& a, const HistoryPoint& b) { return a.time < b.time; });

@@ -1,7 +1,7 @@
 #include "operator_tool/survey.h"
 
 #include <algorithm>
-#include <array>
+#include <cstdint>
 #include <map>
 #include <tuple>
 
@@ -37,8 +37,35 @@ class Surveyor {
       raw_ += row.view(i);
       raw_ += '\0';
     }
+    // Night after night the streams come in much the same order.
+    const std::size_t guess = former_ < raws_.size() ? raws_[former_].follower : raws_.size();
+    if (guess < raws_.size() && *raws_[guess].text == raw_) {
+      former_ = guess;
+      return streams_[raws_[guess].stream];
+    }
+    const std::size_t found = find();
+    const std::size_t place = found < raws_.size() ? found : add(row);
+    if (former_ < raws_.size()) raws_[former_].follower = place;
+    former_ = place;
+    return streams_[raws_[place].stream];
+  }
+
+  std::vector<StreamSummary>& streams() { return streams_; }
+
+ private:
+  // A spelling of a stream.
+  struct Raw {
+    const std::string* text;  // in by_raw_
+    std::size_t stream;
+    std::size_t follower;  // the one that came after it last time
+  };
+
+  std::size_t find() const {
     const auto known = by_raw_.find(raw_);
-    if (known != by_raw_.end()) return streams_[known->second];
+    return known == by_raw_.end() ? raws_.size() : known->second;
+  }
+
+  std::size_t add(const Query& row) {
     const detect::StreamKey key{row.text(1),
                                 row.text(2),
                                 fold_policy_type(row.view(3)),
@@ -51,14 +78,14 @@ class Surveyor {
       streams_.emplace_back();
       streams_.back().key = key;
     }
-    by_raw_[raw_] = place->second;
-    return streams_[place->second];
+    const auto raw = by_raw_.emplace(raw_, raws_.size()).first;
+    raws_.push_back({&raw->first, place->second, SIZE_MAX});
+    return raws_.size() - 1;
   }
 
-  std::vector<StreamSummary>& streams() { return streams_; }
-
- private:
   std::string raw_;
+  std::size_t former_ = SIZE_MAX;
+  std::vector<Raw> raws_;
   std::vector<StreamSummary> streams_;
   std::unordered_map<std::string, std::size_t> by_raw_;
   std::unordered_map<std::string, std::size_t> by_text_;
