@@ -73,6 +73,7 @@ bool says(const std::string& reason, int code) {
 }  // namespace
 
 ReadOnlySource::ReadOnlySource(const std::string& path) : path_(path) {
+  errno = 0;
   if (stat(path.c_str(), &seen_) != 0 || !S_ISREG(seen_.st_mode)) {
     const bool forbidden = errno == EACCES;
     throw Trouble(forbidden ? ExitStatus::kUnreadable : ExitStatus::kMissing,

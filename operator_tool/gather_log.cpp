@@ -98,6 +98,7 @@ GatherLog read_gather_log(const std::string& path, std::int64_t since) {
   std::ifstream file(path, std::ios::binary | std::ios::ate);
   if (!file) return {};
   const std::int64_t size = file.tellg();
+  if (size <= 0) return {};
   const std::int64_t from = size > kMostBytes ? size - kMostBytes : 0;
   file.seekg(from);
   std::string text(static_cast<std::size_t>(size - from), '\0');

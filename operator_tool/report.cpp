@@ -20,7 +20,7 @@ std::string source_hash(std::string_view text) {
   if (EVP_Digest(text.data(), text.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) {
     throw Trouble(ExitStatus::kFailed, "No SHA-256 on this machine.");
   }
-  std::array<unsigned char, 2 * EVP_MAX_MD_SIZE> base64{};
+  std::array<unsigned char, std::size_t{2} * EVP_MAX_MD_SIZE> base64{};
   const int length = EVP_EncodeBlock(base64.data(), digest.data(), static_cast<int>(size));
   return "'sha256-" +
          std::string(reinterpret_cast<const char*>(base64.data()),

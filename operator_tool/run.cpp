@@ -1,7 +1,9 @@
 #include "operator_tool/run.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <exception>
-#include <optional>
 
 #include "companions/common/error_text.h"
 #include "operator_tool/check.h"
@@ -13,6 +15,15 @@ namespace corvane::ctl {
 namespace {
 
 constexpr int kTries = 3;
+
+// A list that is cut short on a full disk must not look like a whole one.
+void print(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) {
+    return;
+  }
+  throw Trouble(ExitStatus::kFailed,
+                std::string("Cannot write to standard output: ") + std::strerror(errno) + ".");
+}
 
 std::string run_command(const Context& context) {
   switch (context.options.command) {
@@ -82,7 +93,7 @@ int run_parsed(const Options& options) {
   const std::string text = with_database(options, [&](Database& database) {
     return run_command({options, terminal, database});
   });
-  write_console(options.json ? text : shown(terminal, text));
+  print(options.json ? text : shown(terminal, text));
   return static_cast<int>(ExitStatus::kDone);
 }
 

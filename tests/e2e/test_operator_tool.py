@@ -196,6 +196,26 @@ def test_a_locked_database(world):
     assert world.run("status").returncode == 0
 
 
+def test_a_full_disk_does_not_look_like_success(world):
+    with open("/dev/full", "w") as full:
+        answer = subprocess.run(world.command("streams"), stdout=full, stderr=subprocess.PIPE, text=True, timeout=60)
+    assert (answer.returncode, answer.stderr) == (
+        8, "cvanomalyctl: Cannot write to standard output: No space left on device.\n")
+    page = Path("/small_disk/report.html")
+    page.write_text("former")
+    filler = Path("/small_disk/filler")
+    with contextlib.suppress(OSError), filler.open("wb", buffering=0) as out:
+        while out.write(bytes(65536)):
+            pass
+    try:
+        answer = world.run("report", "--html", page)
+        assert (answer.returncode, page.read_text()) == (8, "former")
+        assert sorted(path.name for path in page.parent.iterdir()) == ["filler", "report.html"]
+    finally:
+        filler.unlink()
+        page.unlink()
+
+
 # --- On a terminal ---
 
 
