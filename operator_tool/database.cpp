@@ -54,7 +54,8 @@ std::string escaped(const std::string& path) {
   for (const char letter : path) {
     const auto byte = static_cast<unsigned char>(letter);
     const bool plain = (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
-                       (byte >= 'a' && byte <= 'z') || kPlain.find(letter) != std::string_view::npos;
+                       (byte >= 'a' && byte <= 'z') ||
+                       kPlain.find(letter) != std::string_view::npos;
     if (plain) {
       text += letter;
     } else {

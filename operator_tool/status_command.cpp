@@ -15,6 +15,11 @@ struct Found {
   std::vector<Incident> incidents;
 };
 
+const char* label_of(const Daemon& daemon) {
+  if (daemon.name == kDetection) return "Detection";
+  return daemon.name == kAlerts ? "Alerts" : "Service";
+}
+
 Style style_of(const Daemon& daemon) {
   if ((daemon.process != 0) == daemon.is_wanted) return Style::kPlain;
   return Style::kBad;
@@ -72,54 +77,57 @@ std::string alerts_words(const AlertHealth& alerts, std::int64_t now) {
   return words;
 }
 
-std::string text_of(const Context& context, const Found& found) {
+std::string number(std::int64_t value) { return alert::number_text(static_cast<double>(value)); }
+
+std::string programs_text(const Context& context, const Health& health) {
   const Terminal& terminal = context.terminal;
-  const Health& health = found.health;
   const bool utc = context.options.utc;
-  const Survey& survey = found.survey;
-  const auto number = [](std::int64_t value) {
-    return alert::number_text(static_cast<double>(value));
-  };
   std::string text;
-  constexpr const char* kNames[] = {"Service", "Detection", "Alerts"};
-  for (std::size_t i = 0; i < health.daemons.size(); ++i) {
-    const Daemon& daemon = health.daemons[i];
-    text += line(terminal, kNames[i], words_for(daemon, health.now, utc), style_of(daemon));
+  for (const Daemon& daemon : health.daemons) {
+    text += line(terminal, label_of(daemon), words_for(daemon, health.now, utc), style_of(daemon));
   }
   text += line(terminal, "Last gather", last_gather_words(health, utc));
   text += line(terminal, "Next gather", next_gather_words(health, utc));
   text += line(terminal, "Gathers", gathers_words(health, utc),
                health.gather.log.failed > 0 ? Style::kWarning : Style::kPlain);
-  text +=
-      line(terminal, "Queue",
-           counted(health.gather.queued, "running job", "running jobs") + " to be looked at again");
+  return text + line(terminal, "Queue",
+                     counted(health.gather.queued, "running job", "running jobs") +
+                         " to be looked at again");
+}
+
+std::string streams_text(const Context& context, const Survey& survey) {
   std::string waiting =
       counted(survey.waiting_rows, "backup waits", "backups wait") + " for the detection";
   if (survey.oldest_waiting > 0) {
-    waiting += ", the oldest of " + time_text(survey.oldest_waiting, utc);
+    waiting += ", the oldest of " + time_text(survey.oldest_waiting, context.options.utc);
   }
-  text += line(terminal, "Waiting", waiting);
-  text += line(terminal, "Streams",
-               number(static_cast<std::int64_t>(survey.streams.size())) + ": " +
-                   number(survey.count(StreamState::kJudged)) + " judged, " +
-                   number(survey.count(StreamState::kLearning)) + " learning, " +
-                   number(survey.count(StreamState::kDormant)) + " dormant");
+  return line(context.terminal, "Waiting", waiting) +
+         line(context.terminal, "Streams",
+              number(static_cast<std::int64_t>(survey.streams.size())) + ": " +
+                  number(survey.count(StreamState::kJudged)) + " judged, " +
+                  number(survey.count(StreamState::kLearning)) + " learning, " +
+                  number(survey.count(StreamState::kDormant)) + " dormant");
+}
+
+std::string text_of(const Context& context, const Found& found) {
+  const Terminal& terminal = context.terminal;
+  const Health& health = found.health;
+  std::string text = programs_text(context, health) + streams_text(context, found.survey);
   const std::int64_t open = count_open(found.incidents);
-  text +=
-      line(terminal, "Incidents",
-           number(open) + " open; " +
-               counted(static_cast<std::int64_t>(found.anomalies.size()), "anomaly", "anomalies") +
-               ", " + number(count(found.anomalies, Opinion::kConfirmed)) + " confirmed, " +
-               number(count(found.anomalies, Opinion::kFalsePositive)) + " false alarms",
-           open > 0 ? Style::kWarning : Style::kPlain);
+  text += line(
+      terminal, "Incidents",
+      number(open) + " open; " +
+          counted(static_cast<std::int64_t>(found.anomalies.size()), "anomaly", "anomalies") +
+          ", " + number(count(found.anomalies, Opinion::kConfirmed)) + " confirmed, " +
+          counted(count(found.anomalies, Opinion::kFalsePositive), "false alarm", "false alarms"),
+      open > 0 ? Style::kWarning : Style::kPlain);
   text += line(terminal, "Undelivered", alerts_words(health.alerts, health.now),
                health.alerts.given_up() > 0 ? Style::kBad : Style::kPlain);
-  text += line(terminal, "Database",
-               size_text(static_cast<double>(health.database_bytes) / 1024) + ", " +
-                   counted(survey.history_rows, "record", "records") + " of history; " +
-                   size_text(static_cast<double>(health.disk.available) / 1024) +
-                   " free on its disk; " + context.database.path());
-  return text;
+  return text + line(terminal, "Database",
+                     size_text(static_cast<double>(health.database_bytes) / 1024) + ", " +
+                         counted(found.survey.history_rows, "record", "records") + " of history; " +
+                         size_text(static_cast<double>(health.disk.available) / 1024) +
+                         " free on its disk; " + context.database.path());
 }
 
 std::string json_of(const Found& found) {

@@ -60,7 +60,7 @@ TEST_F(Commands, StatusTellsWhatThereIs) {
   EXPECT_TRUE(says(said, "Queue         1 running job to be looked at again\n"));
   EXPECT_TRUE(says(said, "Waiting       1 backup waits for the detection"));
   EXPECT_TRUE(says(said, "Streams       2: 1 judged, 1 learning, 0 dormant\n"));
-  EXPECT_TRUE(says(said, "Incidents     2 open; 3 anomalies, 0 confirmed, 1 false alarms\n"));
+  EXPECT_TRUE(says(said, "Incidents     2 open; 3 anomalies, 0 confirmed, 1 false alarm\n"));
 }
 
 TEST_F(Commands, StatusAsJson) {
