@@ -24,6 +24,7 @@ MAY_INCLUDE = {
     "companions/common": BELOW,
     "companions/detect": BELOW | {"companions/common"},
     "companions/alert": BELOW | {"companions/common"},
+    "operator_tool": BELOW | {"companions/common", "companions/detect", "companions/alert"},
     "embedded_host": {"platform"},
 }
 # The one program that drives a gather as the service never does.

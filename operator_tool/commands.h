@@ -1,0 +1,48 @@
+// What cvanomalyctl can do, a source file each.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "operator_tool/anomalies.h"
+#include "operator_tool/database.h"
+#include "operator_tool/health.h"
+#include "operator_tool/options.h"
+#include "operator_tool/survey.h"
+#include "operator_tool/table.h"
+#include "operator_tool/terminal.h"
+
+namespace corvane::ctl {
+
+// What every command is given. Each returns what is to be printed; sqlite_exception and Trouble
+// leave it. A command that reads no more of the database is done with it.
+struct Context {
+  const Options& options;
+  const Terminal& terminal;
+  Database& database;
+};
+
+std::string run_status(const Context& context);
+std::string run_streams(const Context& context);
+std::string run_anomalies(const Context& context);
+std::string run_show(const Context& context);
+std::string run_explain(const Context& context);
+std::string run_backtest(const Context& context);
+std::string run_metrics(const Context& context);
+std::string run_report(const Context& context);
+
+// Parts of several commands.
+struct SeverityWords {
+  const char* words;
+  Style style;
+};
+SeverityWords severity_words(int severity);
+std::string label(const Terminal& terminal, std::string_view name);
+inline constexpr std::size_t kLabelWidth = 14;
+// "Name          text", the text broken to fit.
+std::string line(const Terminal& terminal, std::string_view name, std::string_view text,
+                 Style style = Style::kPlain);
+// A table of what was observed against what is usual; empty when nothing is known.
+std::string figures_table(const Terminal& terminal, const std::vector<alert::Feature>& features);
+
+}  // namespace corvane::ctl

@@ -1,0 +1,142 @@
+#include "operator_tool/health.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "companions/alert/state_database.h"
+#include "companions/detect/settings_file.h"
+#include "config/configuration.h"
+#include "operator_tool/words.h"
+#include "platform/clock.h"
+#include "platform/process_handler.h"
+#include "util/directory.h"
+
+namespace corvane::ctl {
+
+namespace {
+
+constexpr std::int64_t kMinute = 60;
+constexpr std::int64_t kDay = 86400;
+constexpr int kLeastInterval = 15;
+
+bool is_set(Configuration& file, const char* key) {
+  return file.get_config("ANOMALY_DETECTION_FUNCTIONALITY", key) == "1";
+}
+
+Daemon look_for(const char* name, bool is_wanted, const std::string& log) {
+  Daemon daemon;
+  daemon.name = name;
+  daemon.is_wanted = is_wanted;
+  daemon.log_bytes = file_bytes(log);
+  for (const pid_t process : ProcessHandler(name).getProcessIDs()) {
+    const std::int64_t since = started_at(process);
+    if (daemon.process != 0 && since >= daemon.since) continue;
+    daemon.process = process;
+    daemon.since = since;
+  }
+  return daemon;
+}
+
+AlertHealth look_at_alerts(const std::string& path) {
+  AlertHealth health;
+  if (!Directory::CanAccess(path)) return health;
+  health.is_known = true;
+  try {
+    const ReadOnlySource source(path);
+    alert::StateDatabase state(source.uri(), false);
+    health.channels = alert::Outbox(state).status();
+  } catch (const Trouble& trouble) {
+    health.trouble = trouble.what();
+  } catch (const std::exception& error) {
+    health.trouble = trouble_of(path, error).what();
+  }
+  return health;
+}
+
+// The interval counts from the end of a gather, or from the service's start.
+std::int64_t next_gather(const Health& health) {
+  const Daemon& service = health.service();
+  if (service.process == 0) return 0;
+  const GatherHealth& gather = health.gather;
+  const std::int64_t took = std::max<std::int64_t>(gather.log.last_seconds, 0);
+  const std::int64_t ended = gather.last > 0 ? gather.last + took : 0;
+  const std::int64_t begin = std::max(ended, service.since);
+  return begin + kMinute * health.configured.interval_minutes;
+}
+
+}  // namespace
+
+Configured read_configuration(const std::string& path) {
+  Configured configured;
+  Configuration file(path, 1);
+  configured.service = !is_set(file, "DISABLE_ANOMALY_DETECTION");
+  configured.detection = configured.service && !is_set(file, "DISABLE_DETECTION_SERVICE");
+  configured.alerts = configured.detection && !is_set(file, "DISABLE_ALERT_SERVICE");
+  const std::string interval =
+      file.get_config("DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN");
+  configured.interval_minutes = std::clamp(
+      static_cast<int>(std::strtol(interval.c_str(), nullptr, 10)), kLeastInterval, 1000000);
+  std::vector<std::string> complaints;
+  detect::read_settings(path, configured.detect, complaints);
+  return configured;
+}
+
+std::int64_t AlertHealth::waiting() const {
+  std::int64_t sum = 0;
+  for (const alert::ChannelStatus& channel : channels) sum += channel.waiting;
+  return sum;
+}
+
+std::int64_t AlertHealth::given_up() const {
+  std::int64_t sum = 0;
+  for (const alert::ChannelStatus& channel : channels) sum += channel.given_up;
+  return sum;
+}
+
+std::int64_t AlertHealth::oldest() const {
+  std::int64_t oldest = 0;
+  for (const alert::ChannelStatus& channel : channels) {
+    if (channel.waiting == 0 || channel.oldest == 0) continue;
+    if (oldest == 0 || channel.oldest < oldest) oldest = channel.oldest;
+  }
+  return oldest;
+}
+
+Health look_at_machine(const Options& options) {
+  Health health;
+  health.now = corvane::now();
+  health.configured = read_configuration(options.config);
+  const Configured& configured = health.configured;
+  health.daemons = {look_for(kService, configured.service, options.log_file(kService)),
+                    look_for(kDetection, configured.detection, options.log_file(kDetection)),
+                    look_for(kAlerts, configured.alerts, options.log_file(kAlerts))};
+  health.gather.log = read_gather_log(options.log_file(kService), health.now - kDay);
+  health.alerts = look_at_alerts(options.alert_database());
+  health.database_bytes = file_bytes(options.database) + file_bytes(options.database + "-wal");
+  health.disk = disk_space(options.database);
+  return health;
+}
+
+Health look(const Options& options, Database& database) {
+  Health health = look_at_machine(options);
+  health.gather.last =
+      database.number("SELECT max(LAST_BACKUP_TIME) FROM LAST_BACKUP_DATA_CAPTURE");
+  health.gather.queued = database.number("SELECT count(*) FROM QUEUED_TO_CAPTURE_DATA");
+  health.gather.next = next_gather(health);
+  return health;
+}
+
+std::string words_for(const Daemon& daemon, std::int64_t now, bool utc) {
+  if (daemon.process == 0) {
+    return daemon.is_wanted ? "not running" : "not running, switched off in the configuration";
+  }
+  std::string words = "running";
+  if (daemon.since > 0) {
+    words += " since " + time_text(daemon.since, utc) + " (" + span_text(now - daemon.since) + ")";
+  }
+  words += ", process " + std::to_string(daemon.process);
+  if (!daemon.is_wanted) words += ", although switched off in the configuration";
+  return words;
+}
+
+}  // namespace corvane::ctl

@@ -1,0 +1,14 @@
+// Health and survey as members of a JSON document: in status, report and check the same.
+#pragma once
+
+#include <jansson.h>
+
+#include "operator_tool/health.h"
+#include "operator_tool/survey.h"
+
+namespace corvane::ctl {
+
+void put_health(json_t* root, const Health& health);
+void put_survey(json_t* root, const Survey& survey);
+
+}  // namespace corvane::ctl

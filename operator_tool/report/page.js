@@ -1,0 +1,337 @@
+"use strict";
+// Everything that comes from the data is shown as text: no markup is ever made of it.
+(() => {
+  const data = JSON.parse(document.getElementById("data").textContent);
+  const byId = (id) => document.getElementById(id);
+  const PAGE = 20;
+  const ROWS = 20;
+
+  const node = (name, className, text) => {
+    const element = document.createElement(name);
+    if (className) element.className = className;
+    if (text !== undefined && text !== null) element.textContent = String(text);
+    return element;
+  };
+
+  // --- Words ---
+
+  const zone = data.utc ? "UTC" : undefined;
+  const timeFormat = new Intl.DateTimeFormat("sv-SE", {timeZone: zone, year: "numeric", month: "2-digit",
+    day: "2-digit", hour: "2-digit", minute: "2-digit"});
+  const dayFormat = new Intl.DateTimeFormat("en-GB", {timeZone: zone, day: "numeric", month: "short"});
+  const numberFormat = new Intl.NumberFormat("en", {maximumFractionDigits: 2});
+  const time = (seconds) => seconds ? timeFormat.format(new Date(seconds * 1000)) : "–";
+  const day = (seconds) => dayFormat.format(new Date(seconds * 1000));
+  const number = (value) => value === null || value === undefined ? "–" : numberFormat.format(value);
+  const size = (kilobytes) => {
+    if (kilobytes === null || kilobytes === undefined || kilobytes < 0) return "–";
+    const units = ["KB", "MB", "GB", "TB", "PB"];
+    let unit = 0;
+    while (kilobytes >= 1024 && unit + 1 < units.length) {
+      kilobytes /= 1024;
+      unit += 1;
+    }
+    return (kilobytes < 10 && unit ? kilobytes.toFixed(1) : numberFormat.format(Math.round(kilobytes))) + " " + units[unit];
+  };
+  const span = (seconds) => {
+    if (seconds < 120) return Math.max(0, seconds) + " s";
+    if (seconds < 7200) return Math.floor(seconds / 60) + " min";
+    if (seconds < 172800) return Math.floor(seconds / 3600) + " h";
+    return Math.floor(seconds / 86400) + " days";
+  };
+  const counted = (count, one, many) => number(count) + " " + (count === 1 ? one : many);
+  const severityWords = ["", "look at it", "important", "act now"];
+  const severityClass = ["", "", "warn", "bad"];
+  const severityNode = (severity) => {
+    const known = Math.min(3, Math.max(1, severity));
+    return node("span", "tag " + severityClass[known], severityWords[known]);
+  };
+  const stateWords = {open: "not judged by people", confirmed: "confirmed", false_positive: "false alarm"};
+
+  // --- Tables that show more when asked ---
+
+  const table = (place, columns, rows, limit, empty) => {
+    const draw = (shown) => {
+      place.textContent = "";
+      if (!rows.length) {
+        place.append(node("p", "faint", empty));
+        return;
+      }
+      const body = node("tbody");
+      for (const row of rows.slice(0, shown)) {
+        const line = node("tr");
+        for (const column of columns) {
+          const cell = node("td", column.className);
+          const content = column.of(row);
+          cell.append(content instanceof Node ? content : String(content ?? "–"));
+          line.append(cell);
+        }
+        body.append(line);
+      }
+      const head = node("tr");
+      for (const column of columns) head.append(node("th", column.className === "number" ? "number" : "", column.title));
+      const whole = node("table");
+      whole.append(node("thead"), body);
+      whole.firstChild.append(head);
+      const scroll = node("div", "scroll");
+      scroll.append(whole);
+      place.append(scroll);
+      if (rows.length > shown) {
+        const more = node("button", "", "Show more, " + number(rows.length - shown) + " are left");
+        more.type = "button";
+        more.addEventListener("click", () => draw(shown + limit));
+        place.append(more);
+      }
+    };
+    draw(limit);
+  };
+
+  // --- Charts, drawn while they are to be seen ---
+
+  const style = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
+  const CHARTS = [["Size", "size", size], ["Files", "files", number], ["Transferred", "moved", size]];
+  const charts = new Map();
+
+  const chartOf = (canvas) => {
+    const {client, figure, words} = canvas.report;
+    const bad = style("--bad");
+    const datasets = client.streams.map((stream, index) => {
+      const marked = new Set(stream.reported);
+      const colour = style("--s" + index % 6);
+      const at = (plain, special) => stream.time.map((_, i) => marked.has(i) ? special : plain);
+      const known = (i) => stream[figure][i] !== null && stream[figure][i] !== undefined;
+      // Without a neighbour there is no line to see.
+      const radius = stream.time.map((_, i) => marked.has(i) ? 6 : stream.time.length <= 60 || (!known(i - 1) && !known(i + 1)) ? 1.5 : 0);
+      return {
+        label: stream.policy + ", " + stream.schedule,
+        data: stream.time.map((seconds, i) => ({x: seconds, y: stream[figure][i]})),
+        borderColor: colour, borderWidth: 1.5, spanGaps: true,
+        pointRadius: radius, clip: 8, pointHoverRadius: at(3, 7),
+        pointStyle: at("circle", "triangle"), pointBackgroundColor: at(colour, bad), pointBorderColor: at(colour, bad),
+      };
+    });
+    return new Chart(canvas, {
+      type: "line",
+      data: {datasets},
+      options: {
+        animation: false, responsive: true, maintainAspectRatio: false, parsing: false, normalized: true,
+        layout: {padding: {top: 8, right: 10}},
+        interaction: {mode: "nearest", intersect: false},
+        scales: {
+          x: {type: "linear", min: data.from, max: data.time, grid: {display: false},
+            ticks: {color: style("--faint"), maxTicksLimit: 5, maxRotation: 0, callback: (value) => day(value)}},
+          y: {beginAtZero: true, grid: {color: style("--line")},
+            ticks: {color: style("--faint"), maxTicksLimit: 5, callback: (value) => words(value)}},
+        },
+        plugins: {
+          legend: {display: false},
+          tooltip: {callbacks: {
+            title: (items) => items.length ? time(items[0].parsed.x) : "",
+            label: (item) => item.dataset.label + ": " + words(item.parsed.y),
+          }},
+        },
+      },
+    });
+  };
+  const isKnown = ({client, figure}) => client.streams.some((stream) => stream[figure].some((value) => value !== null));
+  const drawn = (canvas, visible) => {
+    if (visible && !isKnown(canvas.report)) {
+      canvas.replaceWith(node("p", "faint", "Not known in this period."));
+    } else if (visible && !charts.has(canvas)) {
+      charts.set(canvas, chartOf(canvas));
+    } else if (!visible && charts.has(canvas)) {
+      charts.get(canvas).destroy();
+      charts.delete(canvas);
+    }
+  };
+  const watcher = new IntersectionObserver((entries) => {
+    for (const entry of entries) {
+      const canvas = entry.target.querySelector("canvas");
+      if (canvas) drawn(canvas, entry.isIntersecting);
+    }
+  }, {rootMargin: "300px"});
+  const redraw = () => {
+    for (const canvas of [...charts.keys()]) {
+      drawn(canvas, false);
+      drawn(canvas, true);
+    }
+  };
+  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", redraw);
+
+  // --- Clients ---
+
+  const figureNames = {files: "files", image_size: "size", kb_transferred: "transferred", dedup_ratio: "deduplication ratio",
+    duration: "seconds"};
+  const figureWords = (feature) => {
+    const words = feature.name === "image_size" || feature.name === "kb_transferred" ? size : number;
+    const round = (value) => feature.name === "files" ? Math.round(value) : value;
+    let text = (figureNames[feature.name] || feature.name) + " " + words(feature.value);
+    if (feature.usual !== undefined) text += ", usually " + words(round(feature.usual_low)) + " to " + words(round(feature.usual_high));
+    return text;
+  };
+
+  const markOf = (anomaly) => {
+    const item = node("li", anomaly.state === "false_positive" ? "over" : "");
+    const head = node("div");
+    head.append(severityNode(anomaly.severity), " " + time(anomaly.time || anomaly.detected) + " · " + anomaly.policy +
+      ", " + anomaly.schedule_name + " · " + (stateWords[anomaly.state] || anomaly.state));
+    item.append(head, node("div", "", anomaly.cause_words || anomaly.summary || "No details."));
+    const features = anomaly.features.filter((feature) => feature.usual !== undefined);
+    if (features.length) item.append(node("div", "faint", features.map(figureWords).join(" · ")));
+    return item;
+  };
+
+  const cardOf = (client) => {
+    const card = node("article", "card");
+    const head = node("div", "head");
+    head.append(node("h3", "", client.name));
+    const count = client.anomalies.length;
+    if (count) head.append(node("span", client.open ? "bad" : "faint", counted(count, "anomaly", "anomalies") + (client.open ? ", an incident is open" : "")));
+    head.append(node("span", "faint", counted(client.streams.length, "stream", "streams")));
+    card.append(head);
+    const rows = node("div", "charts");
+    for (const [title, figure, words] of CHARTS) {
+      const box = node("div");
+      const frame = node("div", "chart");
+      const canvas = node("canvas");
+      canvas.report = {client, figure, words};
+      canvas.setAttribute("role", "img");
+      canvas.setAttribute("aria-label", title + " of the backups of " + client.name);
+      frame.append(canvas);
+      box.append(node("p", "chart-title", title), frame);
+      rows.append(box);
+      watcher.observe(frame);
+    }
+    card.append(rows);
+    const legend = node("ul", "legend");
+    client.streams.forEach((stream, index) => {
+      const item = node("li");
+      const mark = node("i");
+      mark.style.background = "var(--s" + index % 6 + ")";
+      item.append(mark, stream.policy + ", " + stream.schedule + (stream.state === "judged" ? "" : " (" + stream.state + ")"));
+      legend.append(item);
+    });
+    card.append(legend);
+    if (count) {
+      const marks = node("ul", "marks");
+      for (const anomaly of client.anomalies.slice(0, PAGE)) marks.append(markOf(anomaly));
+      if (count > PAGE) marks.append(node("li", "over", "and " + number(count - PAGE) + " older ones"));
+      card.append(marks);
+    }
+    return card;
+  };
+
+  const showClients = (clients) => {
+    const place = byId("clients");
+    for (const canvas of [...charts.keys()]) drawn(canvas, false);
+    watcher.disconnect();
+    place.textContent = "";
+    if (!clients.length) place.append(node("p", "faint", "None."));
+    let shown = 0;
+    const more = node("button");
+    more.type = "button";
+    const add = () => {
+      const cards = clients.slice(shown, shown + PAGE).map(cardOf);
+      shown += cards.length;
+      more.remove();
+      place.append(...cards);
+      if (shown < clients.length) {
+        more.textContent = "Show more, " + number(clients.length - shown) + " are left";
+        place.append(more);
+      }
+    };
+    more.addEventListener("click", add);
+    add();
+  };
+
+  // --- The parts of the page ---
+
+  const openNames = new Set(data.incidents.filter((incident) => incident.open).map((incident) => incident.client));
+  const anomaliesOf = new Map();
+  for (const anomaly of data.anomalies) {
+    if (!anomaliesOf.has(anomaly.client)) anomaliesOf.set(anomaly.client, []);
+    anomaliesOf.get(anomaly.client).push(anomaly);
+  }
+  for (const client of data.clients) {
+    client.anomalies = anomaliesOf.get(client.name) || [];
+    client.open = openNames.has(client.name);
+    client.words = [client.name, ...client.streams.flatMap((stream) => [stream.policy, stream.schedule]),
+      ...client.anomalies.map((anomaly) => anomaly.cause_words)].join("\n").toLowerCase();
+  }
+  data.clients.sort((a, b) => (b.open - a.open) || (b.anomalies.length - a.anomalies.length) || (a.name < b.name ? -1 : 1));
+
+  const tile = (value, words, className) => {
+    const box = node("div", "tile");
+    box.append(node("b", className, value), node("span", "", words));
+    byId("tiles").append(box);
+  };
+  const open = data.incidents.filter((incident) => incident.open).length;
+  byId("period").textContent = time(data.from) + " to " + time(data.time) + (data.utc ? " UTC" : "");
+  tile(number(open), open === 1 ? "incident open" : "incidents open", open ? "bad" : "good");
+  tile(number(data.anomalies.length), data.anomalies.length === 1 ? "anomaly in the period" : "anomalies in the period");
+  tile(number(data.clients.length), data.clients.length === 1 ? "client" : "clients");
+  tile(number(data.streams.total), "streams, " + number(data.streams.learning) + " learning");
+  tile(data.gather.last ? span(data.time - data.gather.last) : "never", "since the last gather");
+  tile(number(data.alerts.waiting), "alerts wait, " + number(data.alerts.given_up) + " given up", data.alerts.given_up ? "bad" : "");
+  if (data.shortened) {
+    byId("notice").hidden = false;
+    byId("notice").textContent = "So many backups fell into the period that the charts show only the newest of each stream.";
+  }
+
+  const learning = data.learning;
+  const show = () => {
+    const words = byId("search").value.trim().toLowerCase().split(/\s+/).filter(Boolean);
+    const matches = (text) => words.every((word) => text.includes(word));
+    table(byId("incidents"), [
+      {title: "Last", className: "time", of: (incident) => time(incident.last)},
+      {title: "Severity", className: "short", of: (incident) => severityNode(incident.severity)},
+      {title: "Client", className: "name", of: (incident) => incident.client},
+      {title: "What", className: "wide", of: (incident) => incident.summary || incident.name},
+      {title: "Records", className: "number", of: (incident) => number(incident.records)},
+      {title: "State", className: "short", of: (incident) => node("span", incident.open ? "bad" : "faint", incident.open ? "open" : "over")},
+    ], data.incidents.filter((incident) => matches((incident.client + "\n" + incident.summary + "\n" + incident.cause).toLowerCase())),
+    ROWS, "None in this period.");
+    table(byId("learning"), [
+      {title: "Client", className: "name", of: (stream) => stream.client},
+      {title: "Policy", className: "name", of: (stream) => stream.policy},
+      {title: "Schedule", className: "name", of: (stream) => stream.schedule},
+      {title: "Records", className: "number", of: (stream) => number(stream.records) + " of " + number(data.records_wanted)},
+    ], learning.filter((stream) => matches((stream.client + "\n" + stream.policy + "\n" + stream.schedule).toLowerCase())), ROWS,
+    "No stream is learning.");
+    showClients(data.clients.filter((client) => matches(client.words)));
+  };
+
+  const showHealth = () => {
+    const place = byId("health");
+    const {gather, alerts} = data;
+    const facts = data.processes.map((process) => [process.name,
+      process.running ? "running" + (process.since ? " since " + time(process.since) : "") : process.wanted ? "not running" : "switched off"]);
+    facts.push(["Last gather", gather.last ? time(gather.last) + (gather.log.last_seconds === null ? "" : ", took " + span(gather.log.last_seconds)) : "none yet"],
+      ["Next gather", gather.next ? time(gather.next) : "none while the service does not run"],
+      ["Gathers in the service's log, last 24 hours", number(gather.log.gathers) + ", " + number(gather.log.failed) + " with errors"],
+      ["Running jobs to be looked at again", number(gather.queued_jobs)],
+      ["Backups waiting for the detection", number(data.records.waiting)],
+      ["Records of history", number(data.records.history)],
+      ["Database", size(data.database_bytes / 1024) + ", " + size(data.disk_free_bytes / 1024) + " free on its disk"]);
+    for (const channel of alerts.channels) {
+      facts.push(["Alerts by " + channel.name, number(channel.taken) + " taken, " + number(channel.waiting) + " waiting, " +
+        number(channel.given_up) + " given up" + (channel.failures ? "; fails: " + channel.last_error : "")]);
+    }
+    table(place, [{title: "What", className: "name", of: (fact) => fact[0]}, {title: "", of: (fact) => fact[1]}], facts, ROWS, "");
+  };
+
+  let pending = 0;
+  byId("search").addEventListener("input", () => {
+    clearTimeout(pending);
+    pending = setTimeout(show, 120);
+  });
+  // A link to the page may end with what to search for: report.html#web01
+  try {
+    byId("search").value = decodeURIComponent(location.hash.slice(1));
+  } catch {
+    byId("search").value = "";
+  }
+  show();
+  showHealth();
+  document.documentElement.dataset.drawn = "yes";
+})();

@@ -1,0 +1,126 @@
+#include "operator_tool/run.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "companions/common/error_text.h"
+#include "operator_tool/check.h"
+#include "operator_tool/commands.h"
+#include "platform/console.h"
+
+namespace corvane::ctl {
+
+namespace {
+
+constexpr int kTries = 3;
+
+// A list that is cut short on a full disk must not look like a whole one.
+void print(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) {
+    return;
+  }
+  throw Trouble(ExitStatus::kFailed,
+                std::string("Cannot write to standard output: ") + std::strerror(errno) + ".");
+}
+
+std::string run_command(const Context& context) {
+  switch (context.options.command) {
+    case Command::kStatus:
+      return run_status(context);
+    case Command::kStreams:
+      return run_streams(context);
+    case Command::kAnomalies:
+      return run_anomalies(context);
+    case Command::kShow:
+      return run_show(context);
+    case Command::kExplain:
+      return run_explain(context);
+    case Command::kBacktest:
+      return run_backtest(context);
+    case Command::kMetrics:
+      return run_metrics(context);
+    case Command::kReport:
+      return run_report(context);
+    case Command::kCheck:
+      break;
+  }
+  return {};
+}
+
+// Again when a database that nobody used came into use meanwhile.
+template <typename Work>
+auto with_database(const Options& options, Work work) {
+  for (int tries = kTries;; --tries) {
+    try {
+      Database database(options.database);
+      try {
+        auto result = work(database);
+        database.check_unchanged();
+        return result;
+      } catch (const Trouble&) {
+        database.check_unchanged();
+        throw;
+      } catch (const std::exception& error) {
+        database.check_unchanged();
+        throw trouble_of(options.database, error);
+      }
+    } catch (const ChangedMeanwhile& changed) {
+      if (tries == 1)
+        throw Trouble(ExitStatus::kLocked,
+                      options.database + ": " + changed.what() + "; try again.");
+    }
+  }
+}
+
+int run_check(const Options& options) {
+  CheckResult result;
+  try {
+    result = with_database(options, [&](Database& database) {
+      return judge(look(options, database), options.thresholds);
+    });
+  } catch (const std::exception& error) {
+    result = unknown(reason_of(error));
+  }
+  write_console(text_of(result, options.json));
+  return static_cast<int>(result.status);
+}
+
+int run_parsed(const Options& options) {
+  if (options.command == Command::kCheck) return run_check(options);
+  const Terminal terminal = terminal_of_output(options.no_colour);
+  const std::string text = with_database(options, [&](Database& database) {
+    return run_command({options, terminal, database});
+  });
+  print(options.json ? text : shown(terminal, text));
+  return static_cast<int>(ExitStatus::kDone);
+}
+
+}  // namespace
+
+int run(int count, const char* const* arguments) {
+  const Parsed parsed = parse_options(count, arguments);
+  if (!parsed.run) {
+    if (parsed.status == 0) {
+      write_console(parsed.text);
+    } else {
+      write_console_error(parsed.text);
+    }
+    return parsed.status;
+  }
+  int status = static_cast<int>(ExitStatus::kFailed);
+  std::string why;
+  try {
+    return run_parsed(parsed.options);
+  } catch (const Trouble& trouble) {
+    status = static_cast<int>(trouble.status());
+    why = trouble.what();
+  } catch (const std::exception& error) {
+    why = reason_of(error);
+  }
+  write_console_error("cvanomalyctl: " + safe(why) + "\n");
+  return status;
+}
+
+}  // namespace corvane::ctl

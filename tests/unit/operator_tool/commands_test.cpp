@@ -1,0 +1,298 @@
+#include <jansson.h>
+
+#include "platform/c_handles.h"
+#include "tests/unit/operator_tool/operator_world.h"
+
+namespace corvane::ctl {
+namespace {
+
+class Commands : public OperatorWorld {
+ protected:
+  JsonPtr json(const std::vector<std::string>& arguments) {
+    std::vector<std::string> all = arguments;
+    all.emplace_back("--json");
+    const Said said = say(all);
+    EXPECT_EQ(said.status, 0) << said.error;
+    JsonPtr root(json_loads(said.out.c_str(), JSON_REJECT_DUPLICATES, nullptr));
+    EXPECT_NE(root, nullptr) << said.out;
+    EXPECT_EQ(json_integer_value(json_object_get(root.get(), "schema")), 1);
+    EXPECT_STREQ(json_string_value(json_object_get(root.get(), "command")), arguments[0].c_str());
+    return root;
+  }
+  static json_int_t number(const json_t* root, std::initializer_list<const char*> path) {
+    for (const char* name : path) root = json_object_get(root, name);
+    EXPECT_TRUE(json_is_integer(root));
+    return json_integer_value(root);
+  }
+  bool says(const Said& said, const std::string& words) {
+    return said.out.find(words) != std::string::npos;
+  }
+  void three_anomalies() {
+    anomaly({.client = "a", .time = kNow - 40 * kDay}, 1,
+            {.client = "a", .time = kNow - 40 * kDay});
+    anomaly({.client = "b", .time = kNow - kDay}, 3, {.client = "b", .time = kNow - kDay});
+    anomaly({.client = "c", .time = kNow}, 2, {.client = "c", .time = kNow});
+    feedback({.client = "b", .time = kNow - kDay}, 1);
+  }
+};
+
+TEST_F(Commands, StatusOfAFreshInstallation) {
+  const Said said = say({"status"});
+  EXPECT_EQ(said.status, 0);
+  EXPECT_TRUE(says(said, "Service       not running\n")) << said.out;
+  EXPECT_TRUE(says(said, "Detection     not running, switched off in the configuration\n"));
+  EXPECT_TRUE(says(said, "Last gather   none yet"));
+  EXPECT_TRUE(says(said, "Undelivered   nothing has been told yet\n"));
+}
+
+TEST_F(Commands, StatusTellsWhatThereIs) {
+  switch_everything_on();
+  run_everything();
+  gathered(kNow - 600);
+  history({}, 40);
+  history({.client = "db01"}, 3);
+  insert("DATA_TO_PROCESS", {.time = kNow - 50, .mark = 0});
+  sql("INSERT INTO QUEUED_TO_CAPTURE_DATA VALUES (5, 6)");
+  three_anomalies();
+  const Said said = say({"status"});
+  EXPECT_TRUE(says(said, "Service       running since 20")) << said.out;
+  EXPECT_TRUE(says(said, "Last gather   2023-11-14 22:03, 10 min ago\n"));
+  EXPECT_TRUE(says(said, "Queue         1 running job to be looked at again\n"));
+  EXPECT_TRUE(says(said, "Waiting       1 backup waits for the detection"));
+  EXPECT_TRUE(says(said, "Streams       2: 1 judged, 1 learning, 0 dormant\n"));
+  EXPECT_TRUE(says(said, "Incidents     2 open; 3 anomalies, 0 confirmed, 1 false alarm\n"));
+}
+
+TEST_F(Commands, StatusAsJson) {
+  gathered(kNow - 600);
+  history({}, 40);
+  three_anomalies();
+  const JsonPtr root = json({"status"});
+  EXPECT_EQ(number(root.get(), {"time"}), kNow);
+  EXPECT_EQ(number(root.get(), {"gather", "last"}), kNow - 600);
+  EXPECT_TRUE(json_is_null(json_object_get(json_object_get(root.get(), "gather"), "next")));
+  EXPECT_EQ(number(root.get(), {"streams", "judged"}), 1);
+  EXPECT_EQ(number(root.get(), {"anomalies", "total"}), 3);
+  EXPECT_EQ(number(root.get(), {"anomalies", "false_positive"}), 1);
+  EXPECT_EQ(number(root.get(), {"open_incidents"}), 2);
+  EXPECT_EQ(json_array_size(json_object_get(root.get(), "processes")), 3U);
+}
+
+TEST_F(Commands, NextGatherIsAnIntervalAfterTheLast) {
+  running("cvanomalymgmt");
+  const std::int64_t later = time(nullptr) + 10 * kDay;  // than this process began
+  fake.now = later;
+  gathered(later - 600);
+  const JsonPtr root = json({"status"});
+  EXPECT_EQ(number(root.get(), {"gather", "next"}), later - 600 + 15 * 60);
+}
+
+TEST_F(Commands, StatusNamesChannelsThatFail) {
+  {
+    alert::StateDatabase state(directory_("CV_Anomaly_Alerts.db"));
+    test::query(state.handle(),
+                "INSERT INTO channel VALUES ('mail', 3, 0, 1, 'no\x1B[31m answer', 0, 5)");
+    test::query(state.handle(), "INSERT INTO delivery VALUES (1, 'mail', 1, 1, 2, 0, " +
+                                    std::to_string(kNow - 600) + ", 0, 0, 1, 1, 'no answer', 0)");
+  }
+  const Said said = say({"status"});
+  EXPECT_TRUE(says(said,
+                   "Undelivered   1 message waits, the oldest for 10 min; 0 given up; mail "
+                   "fails: no [31m answer\n"))
+      << said.out;
+}
+
+TEST_F(Commands, StreamsWithFilters) {
+  history({.client = "a"}, 40);
+  history({.client = "b"}, 3);
+  Said said = say({"streams"});
+  EXPECT_TRUE(says(said, "learning 3 of 30")) << said.out;
+  EXPECT_TRUE(says(said, "\n2 streams\n"));
+  said = say({"streams", "--state", "learning"});
+  EXPECT_TRUE(says(said, "\n1 stream\n"));
+  EXPECT_TRUE(says(said, "\nb "));
+  const JsonPtr root = json({"streams", "--client", "a"});
+  const json_t* streams = json_object_get(root.get(), "streams");
+  ASSERT_EQ(json_array_size(streams), 1U);
+  EXPECT_EQ(number(json_array_get(streams, 0), {"records"}), 40);
+  EXPECT_EQ(say({"streams", "--state", "odd"}).status, 2);
+}
+
+TEST_F(Commands, AnomaliesTheNewestFirst) {
+  three_anomalies();
+  const Said said = say({"anomalies"});
+  const std::size_t c = said.out.find("\n2023-11-14 22:13  important   c ");
+  const std::size_t b = said.out.find("\n2023-11-13 22:13  act now     b ");
+  const std::size_t a = said.out.find("look at it  a ");
+  EXPECT_TRUE(says(said, "\n3 anomalies\n")) << said.out;
+  EXPECT_TRUE(says(said, "false alarm"));
+  EXPECT_LT(c, b);
+  EXPECT_LT(b, a);
+}
+
+TEST_F(Commands, AnomaliesWithFilters) {
+  three_anomalies();
+  const auto clients = [&](std::vector<std::string> filter) {
+    filter.insert(filter.begin(), "anomalies");
+    const JsonPtr root = json(filter);
+    const json_t* array = json_object_get(root.get(), "anomalies");
+    std::string names;
+    for (std::size_t i = 0; i < json_array_size(array); ++i) {
+      names += json_string_value(json_object_get(json_array_get(array, i), "client"));
+    }
+    return names;
+  };
+  EXPECT_EQ(clients({}), "cba");
+  EXPECT_EQ(clients({"--client", "b"}), "b");
+  EXPECT_EQ(clients({"--severity", "2"}), "cb");
+  EXPECT_EQ(clients({"--days", "2"}), "cb");
+  EXPECT_EQ(clients({"--open"}), "ca");
+  EXPECT_EQ(clients({"--judged"}), "b");
+  EXPECT_EQ(clients({"--judged", "--days", "2", "--severity", "3"}), "b");
+  EXPECT_EQ(say({"anomalies", "--open", "--judged"}).status, 2);
+  EXPECT_EQ(say({"anomalies", "--severity", "4"}).status, 2);
+}
+
+TEST_F(Commands, NoAnomalies) { EXPECT_EQ(say({"anomalies"}).out, "No anomalies.\n"); }
+
+TEST_F(Commands, ShowByAnyOfItsNames) {
+  three_anomalies();
+  history({.client = "b", .time = kNow - kDay}, 40);
+  insert("DATA_TO_PROCESS", {.client = "b", .time = kNow - kDay, .mark = 2, .files = 100});
+  const std::string key = key_of({.client = "b", .time = kNow - kDay});
+  for (const std::string& name : {"anomaly_" + key, key, "b_" + std::to_string(kNow - kDay)}) {
+    const Said said = say({"show", name});
+    EXPECT_EQ(said.status, 0) << said.error;
+    EXPECT_TRUE(says(said, "Anomaly       anomaly_" + key + "\n")) << said.out;
+    EXPECT_TRUE(says(said, "Severity      act now\n"));
+    EXPECT_TRUE(says(said, "Cause         Files may have been encrypted.\n"));
+    EXPECT_TRUE(says(said, "Feedback      false alarm, since 2023-11-13 23:13\n"));
+    EXPECT_TRUE(says(said, "Files        100  1,000  990 to 1,010           -9\n"));
+    EXPECT_TRUE(says(said, "Files of the stream's last backups"));
+    EXPECT_TRUE(says(said, "^\n"));
+  }
+  const Said none = say({"show", "nothing"});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_EQ(none.error,
+            "cvanomalyctl: No anomaly has the id, and none is of the backup, nothing.\n");
+}
+
+TEST_F(Commands, ShowOfDetailsThatAreNoJson) {
+  sql("INSERT INTO ANOMALY_DATA VALUES ('x', '{broken', 0, 'key', 'cl', 99)");
+  const Said said = say({"show", "x"});
+  EXPECT_EQ(said.status, 0);
+  EXPECT_TRUE(says(said, "Cause         not known\n")) << said.out;
+}
+
+TEST_F(Commands, ShowAsJsonHasTheHistory) {
+  three_anomalies();
+  history({.client = "c"}, 5);
+  insert("DATA_TO_PROCESS", {.client = "c", .mark = 2});
+  const JsonPtr root = json({"show", key_of({.client = "c"})});
+  EXPECT_EQ(json_array_size(json_object_get(root.get(), "history")), 6U);
+  EXPECT_EQ(number(json_object_get(root.get(), "anomaly"), {"severity"}), 2);
+}
+
+TEST_F(Commands, ExplainSaysHowABackupIsJudged) {
+  history({}, 60);
+  insert("DATA_TO_PROCESS", {.mark = 0, .files = 20, .size_kb = 900});
+  const std::string key = key_of({});
+  const Said said = say({"explain", key});
+  EXPECT_EQ(said.status, 0) << said.error;
+  EXPECT_TRUE(says(said, "State         anomalous\n")) << said.out;
+  EXPECT_TRUE(says(said, "Judged by     own history, 60 records, 0 percent of them noise\n"));
+  const JsonPtr root = json({"explain", key});
+  EXPECT_STREQ(
+      json_string_value(json_object_get(json_object_get(root.get(), "judgement"), "state")),
+      "anomalous");
+  EXPECT_EQ(say({"explain", "none"}).status, 1);
+}
+
+TEST_F(Commands, ExplainGoesByTheConfiguration) {
+  configure("[ANOMALY_MODEL_SETTINGS]\nMIN_OBSERVATIONS_FOR_TRAINING=100\n");
+  history({}, 60);
+  EXPECT_TRUE(says(say({"explain", key_of({.time = kNow - kDay})}), "learning 59 of 100"));
+}
+
+TEST_F(Commands, BacktestJudgesAgain) {
+  history({}, 60);
+  insert("DATA_TO_PROCESS", {.mark = 2, .files = 20, .size_kb = 900});
+  const Said said = say({"backtest", "5"});
+  EXPECT_TRUE(says(said, "5 backups judged again, 1 would have been reported")) << said.out;
+  EXPECT_TRUE(says(said, key_of({})));
+  const JsonPtr root = json({"backtest", "5"});
+  EXPECT_EQ(number(root.get(), {"judged"}), 5);
+  EXPECT_EQ(number(root.get(), {"days"}), 5);
+  EXPECT_EQ(say({"backtest", "0"}).status, 2);
+  EXPECT_EQ(say({"backtest"}).status, 2);
+}
+
+TEST_F(Commands, HostileNamesNeverReachTheTerminal) {
+  const std::string name = "evil\x1B]0;x\x07\x1B[2J\r\n\xC2\x9B\xFF<b>";
+  TestBackup bad{.client = name, .policy = name, .schedule = name};
+  history(bad, 40);
+  sql("INSERT INTO ANOMALY_DATA VALUES (" + quoted("anomaly_" + name) + ", " + quoted(name) +
+      ", 0, " + quoted(name) + ", " + quoted(name) + ", 99)");
+  for (const std::vector<std::string>& command : {std::vector<std::string>{"status"},
+                                                  {"streams"},
+                                                  {"anomalies"},
+                                                  {"show", "anomaly_" + name},
+                                                  {"show", "no" + name},
+                                                  {"explain", name},
+                                                  {"check"}}) {
+    const Said said = say(command);
+    for (const char letter : said.out + said.error) {
+      const auto byte = static_cast<unsigned char>(letter);
+      EXPECT_TRUE(byte == '\n' || (byte >= 0x20 && byte != 0x7F)) << command[0] << " " << +byte;
+    }
+    EXPECT_EQ((said.out + said.error).find("\xC2\x9B"), std::string::npos) << command[0];
+  }
+  json({"streams"});
+  json({"anomalies"});
+}
+
+TEST_F(Commands, TablesFitTheTerminal) {
+  history({.client = std::string(300, 'x')}, 3);
+  three_anomalies();
+  setenv("COLUMNS", "72", 1);
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"streams"}, {"anomalies"}}) {
+    const std::string out = say(command).out;
+    for (std::size_t at = 0; at < out.size();) {
+      const std::size_t end = out.find('\n', at);
+      EXPECT_LE(end - at, 72U + 10) << out.substr(at, end - at);  // the ellipses' bytes
+      at = end + 1;
+    }
+  }
+  unsetenv("COLUMNS");
+}
+
+TEST_F(Commands, WithoutACommandThereIsHelp) {
+  EXPECT_EQ(say({}).status, 2);
+  const Said said = say({"--help"});
+  EXPECT_EQ(said.status, 0);
+  EXPECT_TRUE(says(said, "Exit status:"));
+}
+
+TEST_F(Commands, ReadingChangesNothing) {
+  history({}, 40);
+  three_anomalies();
+  close_database();
+  const std::string before = test::read_file(database());
+  for (const std::vector<std::string>& command : {std::vector<std::string>{"status"},
+                                                  {"streams"},
+                                                  {"anomalies"},
+                                                  {"backtest", "5"},
+                                                  {"check"}}) {
+    say(command);
+  }
+  EXPECT_EQ(test::read_file(database()), before);
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory_())) {
+    names.push_back(entry.path().filename());
+  }
+  EXPECT_EQ(names, std::vector<std::string>{"CV_Anomaly.db"});
+}
+
+}  // namespace
+}  // namespace corvane::ctl

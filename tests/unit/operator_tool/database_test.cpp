@@ -1,0 +1,152 @@
+#include "operator_tool/database.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "tests/support/in_child.h"
+#include "tests/unit/operator_tool/operator_world.h"
+
+namespace corvane::ctl {
+namespace {
+
+class DatabaseTest : public OperatorWorld {
+ protected:
+  ExitStatus status_of_opening() {
+    try {
+      const Database opened(database());
+      return ExitStatus::kDone;
+    } catch (const Trouble& trouble) {
+      sentence_ = trouble.what();
+      return trouble.status();
+    }
+  }
+  bool has_file(const std::string& name) const { return std::filesystem::exists(directory_(name)); }
+  std::string sentence_;
+};
+
+TEST_F(DatabaseTest, OneInUseIsReadWithItsLog) {
+  Database opened(database());
+  EXPECT_NE(opened.uri().find("?mode=ro"), std::string::npos);
+  EXPECT_EQ(opened.uri().find("immutable"), std::string::npos);
+  gathered(500);
+  EXPECT_EQ(opened.number("SELECT max(LAST_BACKUP_TIME) FROM LAST_BACKUP_DATA_CAPTURE"), 500);
+}
+
+TEST_F(DatabaseTest, NothingCanBeWritten) {
+  Database opened(database());
+  EXPECT_EQ(sqlite3_exec(opened.handle(), "DELETE FROM HIST_DATA", nullptr, nullptr, nullptr),
+            SQLITE_READONLY);
+}
+
+TEST_F(DatabaseTest, OneThatNobodyUsesIsReadWithoutMakingAFile) {
+  gathered(500);
+  close_database();
+  ASSERT_FALSE(has_file("CV_Anomaly.db-wal"));
+  {
+    Database opened(database());
+    EXPECT_EQ(opened.number("SELECT max(LAST_BACKUP_TIME) FROM LAST_BACKUP_DATA_CAPTURE"), 500);
+    EXPECT_FALSE(has_file("CV_Anomaly.db-wal"));
+    EXPECT_FALSE(has_file("CV_Anomaly.db-shm"));
+    opened.check_unchanged();
+  }
+  EXPECT_FALSE(has_file("CV_Anomaly.db-shm"));
+}
+
+TEST_F(DatabaseTest, OneThatComesIntoUseMeanwhileIsNoticed) {
+  close_database();
+  Database opened(database());
+  service_ = std::make_unique<ManagementService>(directory_(), "CV_Anomaly.db", "FULL", "m", 15);
+  service_->initializeDB();
+  gathered(500);
+  EXPECT_THROW(opened.check_unchanged(), ChangedMeanwhile);
+}
+
+TEST_F(DatabaseTest, AUserWithoutRightsToWriteReadsIt) {
+  if (getuid() != 0) GTEST_SKIP() << "takes root";
+  history({}, 3);
+  std::filesystem::permissions(directory_(), std::filesystem::perms(0755));
+  const auto count = [&] {
+    return test::in_child([&] {
+      if (setuid(65534) != 0) return 99;
+      Database opened(database());
+      return static_cast<int>(opened.number("SELECT count(*) FROM HIST_DATA"));
+    });
+  };
+  EXPECT_EQ(count(), 3);  // while the service has it open
+  close_database();
+  EXPECT_EQ(count(), 3);  // and after it has stopped
+}
+
+TEST_F(DatabaseTest, OneThatMayNotBeRead) {
+  if (getuid() != 0) GTEST_SKIP() << "takes root";
+  std::filesystem::permissions(database(), std::filesystem::perms(0600));
+  std::filesystem::permissions(directory_(), std::filesystem::perms(0755));
+  EXPECT_EQ(test::in_child([&] {
+              if (setuid(65534) != 0) return 99;
+              return static_cast<int>(status_of_opening());
+            }),
+            static_cast<int>(ExitStatus::kUnreadable));
+}
+
+TEST_F(DatabaseTest, MissingOne) {
+  close_database();
+  std::filesystem::remove(database());
+  EXPECT_EQ(status_of_opening(), ExitStatus::kMissing);
+  EXPECT_NE(sentence_.find("There is no anomaly database at " + database()), std::string::npos);
+  EXPECT_FALSE(has_file("CV_Anomaly.db"));
+}
+
+TEST_F(DatabaseTest, DamagedOnes) {
+  close_database();
+  test::write_file(database(), std::string(100000, 'x'));
+  EXPECT_EQ(status_of_opening(), ExitStatus::kDamaged);
+}
+
+TEST_F(DatabaseTest, OneThatIsDamagedInTheMiddle) {
+  history({}, 500);
+  close_database();
+  std::string content = test::read_file(database());
+  std::fill(content.begin() + 8192, content.end(), '\xAA');
+  test::write_file(database(), content);
+  const Said said = say({"status"});
+  EXPECT_EQ(said.status, static_cast<int>(ExitStatus::kDamaged));
+  EXPECT_NE(said.error.find("is damaged"), std::string::npos);
+  EXPECT_EQ(said.out, "");
+}
+
+TEST_F(DatabaseTest, EmptyAndOlderOnes) {
+  sql("DROP TABLE QUEUED_TO_CAPTURE_DATA");
+  EXPECT_EQ(status_of_opening(), ExitStatus::kOlder);
+  EXPECT_NE(sentence_.find("has no table QUEUED_TO_CAPTURE_DATA"), std::string::npos);
+  sql("CREATE TABLE QUEUED_TO_CAPTURE_DATA (JOB_ID INT)");
+  EXPECT_EQ(status_of_opening(), ExitStatus::kOlder);
+  EXPECT_NE(sentence_.find("has no column START_TIME in table QUEUED_TO_CAPTURE_DATA"),
+            std::string::npos);
+  close_database();
+  test::write_file(database(), "");
+  EXPECT_EQ(status_of_opening(), ExitStatus::kOlder);
+}
+
+TEST_F(DatabaseTest, NamesMayHoldAnything) {
+  close_database();
+  const std::string odd = directory_("a ?#%41&mode=rwc.db");
+  std::filesystem::rename(database(), odd);
+  const Database opened(odd);
+  EXPECT_EQ(opened.path(), odd);
+}
+
+TEST(TroubleOf, SaysWhatItIs) {
+  const auto status_of = [](const std::string& reason) {
+    return trouble_of("x.db", std::runtime_error(reason)).status();
+  };
+  EXPECT_EQ(status_of("database is locked"), ExitStatus::kLocked);
+  EXPECT_EQ(status_of("cannot step (database disk image is malformed)"), ExitStatus::kDamaged);
+  EXPECT_EQ(status_of("file is not a database"), ExitStatus::kDamaged);
+  EXPECT_EQ(status_of("no such column: X"), ExitStatus::kOlder);
+  EXPECT_EQ(status_of("unable to open database file"), ExitStatus::kUnreadable);
+  EXPECT_EQ(status_of("disk I/O error"), ExitStatus::kFailed);
+}
+
+}  // namespace
+}  // namespace corvane::ctl
