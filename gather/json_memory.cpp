@@ -37,7 +37,7 @@ void* allocate(std::size_t size) {
 }
 
 void release(void* place) {
-  const std::less<const std::byte*> before;
+  const std::less<> before;
   const auto* const byte = static_cast<const std::byte*>(place);
   const std::byte* const begin = block.bytes.get();
   const bool in_block =
