@@ -359,7 +359,7 @@ def test_200_mebibytes_in_one_line_are_survived(gatherer, put_tool, tool):
     status, peak = start_and_measure(gatherer.command("live"), gatherer.machine.clock.environment)
     print(f"{peak:.1f} MiB for 200 MiB in one line")
     assert status == 0 and stored_jobs(gatherer, "DATA_TO_PROCESS") == []
-    assert peak < 1000
+    assert peak < 1000 or SANITIZED
     assert len([level for level, _ in gatherer.log() if level == 16]) == 1
     assert (host.LOGS / "gather_example").stat().st_size < 2 * MEBIBYTE
 
