@@ -78,14 +78,12 @@ void for_each_channel(const std::vector<std::string>& channels, StopSignals& sig
     });
   }
   while (busy > 0 && !signals.arrived()) std::this_thread::sleep_for(kLookEvery);
-  if (busy > 0) {
-    stop.ask();
-    const auto deadline = std::chrono::steady_clock::now() + kEndWithin;
-    while (busy > 0 && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(kLookEvery);
-    }
-    if (busy > 0) _exit(1);  // the web service's, which cannot be broken off
+  stop.ask();
+  const auto deadline = std::chrono::steady_clock::now() + kEndWithin;
+  while (busy > 0 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(kLookEvery);
   }
+  if (busy > 0) _exit(1);  // the web service's, which cannot be broken off
   for (std::thread& thread : threads) thread.join();
 }
 

@@ -97,7 +97,7 @@ std::string number_text(double number) {
     if (text.back() == '.') text.pop_back();
     return text == "-0" ? "0" : text;
   }
-  std::snprintf(buffer.data(), buffer.size(), "%.0f", std::abs(number));
+  std::snprintf(buffer.data(), buffer.size(), "%.0f", std::fabs(number));
   std::string text = buffer.data();
   for (std::size_t at = text.size(); at > 3; at -= 3) text.insert(at - 3, 1, ',');
   return number < 0 ? "-" + text : text;
