@@ -2,6 +2,7 @@
 
 import os
 import pwd
+import re
 import shutil
 import stat
 import subprocess
@@ -69,6 +70,15 @@ def test_operators_tool_is_there_with_completion_and_page(package):
     # Nothing has made a database yet.
     for command, status in (("check", 3), ("status", 3)):
         assert run(host.BIN / "cvanomalyctl", command, check=False).returncode == status
+
+
+def test_documents_refer_to_nothing_that_is_missing(package):
+    package.install()
+    documents = host.Path("/usr/share/doc/cvanomalymgmt")
+    links = {(document.name, link) for document in documents.glob("*.md")
+             for link in re.findall(r"\]\(([^)#:]+)[^)]*\)", document.read_text())}
+    assert len(links) > 5
+    assert [link for link in links if not (documents / link[1]).exists()] == []
 
 
 def test_copyright_names_what_is_built_in(package):
