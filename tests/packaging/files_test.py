@@ -94,7 +94,6 @@ class ManualPages(unittest.TestCase):
                 with self.subTest(program=program, option=option):
                     self.assertRegex(page, rf"Fl [^\n]*\b{option}\b")
 
-    @unittest.skipUnless(OPERATOR_TOOL.exists(), "no cvanomalyctl here")
     def test_name_every_command_and_option_of_the_operators_tool(self):
         code = OPERATOR_TOOL.read_text()
         page = (PACKAGING / "man/cvanomalyctl.8").read_text()
@@ -107,6 +106,15 @@ class ManualPages(unittest.TestCase):
         for option in options:
             self.assertRegex(page, rf"(Fl|\|) -{option}\b")
 
+    def test_exit_statuses_are_those_of_the_code(self):
+        code = (PROJECT / "operator_tool/trouble.h").read_text()
+        statuses = re.findall(r"\bk\w+ = (\d),", code)
+        self.assertEqual(len(statuses), 9)
+        page = (PACKAGING / "man/cvanomalyctl.8").read_text()
+        self.assertEqual(re.findall(r"^\.It (\d)$", page, re.M), statuses)
+        table = (PROJECT / "docs/operator-tool.md").read_text().split("## Exit status")[1].split("\n## ")[0]
+        self.assertEqual(re.findall(r"^\| (\d) \|", table, re.M), statuses)
+
     def test_has_every_key_with_its_default(self):
         page = (PACKAGING / "man/anomaly_config.conf.5").read_text()
         described = dict(re.findall(r"^\.It Li (\w+)\n(?:(?!\.It)[^\n]*\n)*?Default: ([^\n]*)\.$", page, re.M))
@@ -114,6 +122,12 @@ class ManualPages(unittest.TestCase):
 
 
 class Monitoring(unittest.TestCase):
+    def test_metrics_are_those_of_the_tool_and_of_its_documentation(self):
+        code = (PROJECT / "operator_tool/metrics.cpp").read_text()
+        table = (PROJECT / "docs/operator-tool.md").read_text()
+        self.assertEqual(set(re.findall(r'"(cvanomaly_\w+)"', code)), METRICS)
+        self.assertEqual(set(re.findall(r"^\| `(cvanomaly_\w+)`", table, re.M)), METRICS)
+
     def test_rules_use_known_metrics(self):
         for name in ("alerts.yml", "alerts_test.yml", "dashboard.json"):
             used = set(re.findall(r"\bcvanomaly_\w+", (PACKAGING / "monitoring" / name).read_text()))

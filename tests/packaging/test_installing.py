@@ -2,6 +2,7 @@
 
 import os
 import pwd
+import re
 import shutil
 import stat
 import subprocess
@@ -52,12 +53,43 @@ def test_installs_and_starts_nothing(package):
     package.install()
     assert running() == {}
     assert not host.CONFIG.exists()
-    assert {path.name for path in host.BIN.iterdir()} - {"cvanomalyctl"} == set(PROGRAMS)
+    assert {path.name for path in host.BIN.iterdir()} == {*PROGRAMS, "cvanomalyctl"}
     assert owner_and_mode(host.BIN / SERVICE) == ("root", "root", "0o755")
     for directory in (host.DATABASE_DIR, host.LOGS):
         assert owner_and_mode(directory) == ("corvane", "corvane", "0o750")
     assert pwd.getpwnam("corvane").pw_shell == "/usr/sbin/nologin"
     assert run("dpkg", "--verify", "cvanomalymgmt").stdout == ""
+
+
+def test_operators_tool_is_there_with_completion_and_page(package):
+    package.install()
+    script = (f"source /usr/share/bash-completion/completions/cvanomalyctl; COMP_WORDS=({host.BIN}/cvanomalyctl sta);"
+              'COMP_CWORD=1; _cvanomalyctl; echo "${COMPREPLY[@]}"')
+    assert run("bash", "-c", script).stdout == "status\n"
+    assert run("gzip", "-t", "/usr/share/man/man8/cvanomalyctl.8.gz").stdout == ""
+    # Nothing has made a database yet.
+    for command, status in (("check", 3), ("status", 3)):
+        assert run(host.BIN / "cvanomalyctl", command, check=False).returncode == status
+
+
+def test_documents_refer_to_nothing_that_is_missing(package):
+    package.install()
+    documents = host.Path("/usr/share/doc/cvanomalymgmt")
+    links = {(document.name, link) for document in documents.glob("*.md")
+             for link in re.findall(r"\]\(([^)#:]+)[^)]*\)", document.read_text())}
+    assert len(links) > 5
+    assert [link for link in links if not (documents / link[1]).exists()] == []
+
+
+def test_copyright_names_what_is_built_in(package):
+    """What is neither ours nor in a package that this one depends on."""
+    package.install()
+    notice = host.Path("/usr/share/doc/cvanomalymgmt/copyright").read_text()
+    tool = (host.BIN / "cvanomalyctl").read_bytes()
+    for name, mark in (("Chart.js", b"Chart.js v"), ("@kurkle/color", b"@kurkle/color v"), ("CLI11", b"N3CLI3AppE")):
+        assert (mark in tool, name in notice) == (True, True), name
+    for linked in ("libprometheus-cpp-core", "libjansson", "libsqlite3", "libcurl", "libace", "libssl"):
+        assert linked in run("dpkg-query", "-W", "-f", "${Depends}", "cvanomalymgmt").stdout
 
 
 def test_leaves_no_trace(package):
@@ -264,3 +296,39 @@ def test_sample_configuration_is_taken(package):
         assert "configuration" not in answer.stdout.lower(), answer.stdout
         for level in (8, 16):
             assert not [text for _, _, text in machine.log_records(level, companion) if "onfiguration" in text]
+
+
+def check_as(account):
+    return run("setpriv", f"--reuid={account}", f"--regid={account}", "--init-groups", host.BIN / "cvanomalyctl",
+               "check", check=False).stdout
+
+
+def test_monitoring_of_the_group_may_look(package):
+    package.install()
+    lay_out_product()
+    start_by_tool()
+    run("useradd", "--system", "--groups", "corvane", "watcher")
+    run("useradd", "--system", "stranger")
+    try:
+        wait_until(lambda: "ANOMALY OK" in check_as("watcher"), 20, "the database is there and can be read")
+        assert check_as("stranger").startswith("ANOMALY UNKNOWN - No right")
+    finally:
+        for account in ("watcher", "stranger"):
+            run("userdel", account)
+
+
+def test_removal_ends_the_metrics(package):
+    exporter = host.Path("/var/lib/prometheus/node-exporter")
+    exporter.mkdir(parents=True, exist_ok=True)
+    others = exporter / "of-the-test.prom"
+    others.write_text("others_value 1\n")
+    package.install()
+    lay_out_product()
+    for name in ("cvanomaly.prom", ".cvanomaly.aB3xYz"):
+        (exporter / name).write_text("cvanomaly_rows_waiting 1\n")
+    package.install(LATER)
+    assert (exporter / "cvanomaly.prom").exists()
+    package.remove()
+    assert [path for path in exporter.iterdir() if "cvanomaly" in path.name] == []
+    assert others.exists()
+    others.unlink()
