@@ -67,9 +67,6 @@ struct Health {
   const Daemon& service() const { return daemons.front(); }
 };
 
-// What is known without the anomaly database.
-Health look_at_machine(const Options& options);
-// All of it.
 Health look(const Options& options, Database& database);
 
 // "running since ..., process 4711", "switched off", "not running".

@@ -111,7 +111,7 @@ TEST_F(DatabaseTest, OneThatIsDamagedInTheMiddle) {
   test::write_file(database(), content);
   const Said said = say({"status"});
   EXPECT_EQ(said.status, static_cast<int>(ExitStatus::kDamaged));
-  EXPECT_NE(said.error.find("is damaged"), std::string::npos);
+  EXPECT_EQ(said.error, "cvanomalyctl: " + database() + " is damaged or no database at all.\n");
   EXPECT_EQ(said.out, "");
 }
 
@@ -134,6 +134,34 @@ TEST_F(DatabaseTest, NamesMayHoldAnything) {
   std::filesystem::rename(database(), odd);
   const Database opened(odd);
   EXPECT_EQ(opened.path(), odd);
+}
+
+TEST_F(DatabaseTest, AlertsThatComeIntoUseMeanwhileAreNoticed) {
+  Options options;
+  options.database = database();
+  const std::string path = options.alert_database();
+  { const alert::StateDatabase closed(path); }
+  bool asked = false;
+  with_alert_database(options, [&](alert::StateDatabase&) { asked = true; });
+  EXPECT_TRUE(asked);
+  std::unique_ptr<alert::StateDatabase> used;
+  const auto come_into_use = [&](alert::StateDatabase&) {
+    used = std::make_unique<alert::StateDatabase>(path);
+    used->set_number("x", 1);
+  };
+  EXPECT_THROW(with_alert_database(options, come_into_use), ChangedMeanwhile);
+}
+
+TEST_F(DatabaseTest, DamagedAlertsAreTrouble) {
+  Options options;
+  options.database = database();
+  test::write_file(options.alert_database(), std::string(100000, 'x'));
+  try {
+    with_alert_database(options, [](alert::StateDatabase& state) { state.tag(); });
+    FAIL();
+  } catch (const Trouble& trouble) {
+    EXPECT_EQ(trouble.status(), ExitStatus::kDamaged);
+  }
 }
 
 TEST(TroubleOf, SaysWhatItIs) {
