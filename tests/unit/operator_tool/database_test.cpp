@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "operator_tool/alert_database.h"
 #include "tests/support/in_child.h"
 #include "tests/unit/operator_tool/operator_world.h"
 
