@@ -1,6 +1,9 @@
 #include "operator_tool/health.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 
 #include "companions/detect/settings_file.h"
@@ -65,6 +68,10 @@ std::int64_t next_gather(const Health& health) {
 }  // namespace
 
 Configured read_configuration(const std::string& path) {
+  // Defaults in its place would have check content with a companion that does not run.
+  if (access(path.c_str(), R_OK) != 0 && errno == EACCES) {
+    throw Trouble(ExitStatus::kUnreadable, "No right to read " + path + ".");
+  }
   Configured configured;
   Configuration file(path, 1);
   configured.service = !is_set(file, "DISABLE_ANOMALY_DETECTION");

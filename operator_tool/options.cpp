@@ -39,6 +39,7 @@ void add_global(CLI::App& app, Options& options) {
   app.add_option("--database", options.database, "The anomaly database, a file")->type_name("FILE");
   app.add_option("--config", options.config,
                  "The configuration file (default: the one beside the database)")
+      ->check(CLI::ExistingFile.description(""))
       ->type_name("FILE");
   app.add_option("--logs", options.logs, "Directory of the programs' logs")->type_name("DIR");
 }

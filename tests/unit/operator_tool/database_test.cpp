@@ -90,6 +90,19 @@ TEST_F(DatabaseTest, OneThatMayNotBeRead) {
             static_cast<int>(ExitStatus::kUnreadable));
 }
 
+TEST_F(DatabaseTest, AConfigurationThatMayNotBeReadIsNoDefault) {
+  if (getuid() != 0) GTEST_SKIP() << "takes root";
+  switch_everything_on();
+  std::filesystem::permissions(directory_("anomaly_config.conf"), std::filesystem::perms(0600));
+  std::filesystem::permissions(directory_(), std::filesystem::perms(0755));
+  const auto status_of = [&](const char* command) {
+    return test::in_child([&] { return setuid(65534) != 0 ? 99 : say({command}).status; });
+  };
+  EXPECT_EQ(status_of("streams"), static_cast<int>(ExitStatus::kUnreadable));
+  EXPECT_EQ(status_of("check"), 3);
+  EXPECT_EQ(status_of("anomalies"), 0);
+}
+
 TEST_F(DatabaseTest, MissingOne) {
   close_database();
   std::filesystem::remove(database());
