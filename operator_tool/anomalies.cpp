@@ -1,10 +1,8 @@
 #include "operator_tool/anomalies.h"
 
-#include <jansson.h>
-
 #include <algorithm>
 
-#include "platform/c_handles.h"
+#include "operator_tool/json.h"
 
 namespace corvane::ctl {
 
@@ -19,8 +17,7 @@ constexpr char kReadAll[] =
 // Details that are too long or no JSON have become an object without it.
 std::string backup_id_of(const alert::Anomaly& anomaly) {
   const JsonPtr root(json_loads(anomaly.details.c_str(), 0, nullptr));
-  const char* id = json_string_value(json_object_get(root.get(), "backup_id"));
-  return id == nullptr ? "" : id;
+  return text_member(root.get(), "backup_id");
 }
 
 FoundAnomaly read_row(const Query& row) {

@@ -9,11 +9,6 @@ namespace corvane::ctl {
 
 namespace {
 
-std::string member(const json_t* object, const char* name) {
-  const char* text = json_string_value(json_object_get(object, name));
-  return text == nullptr ? "" : text;
-}
-
 std::string text_of(const Context& context, const json_t* result) {
   const json_t* anomalies = json_object_get(result, "anomalies");
   const std::size_t count = json_array_size(anomalies);
@@ -28,7 +23,7 @@ std::string text_of(const Context& context, const json_t* result) {
                  {"Key", false, 20, 6}});
     for (std::size_t i = 0; i < count; ++i) {
       const json_t* entry = json_array_get(anomalies, i);
-      const std::string key = member(entry, "unique_key");
+      const std::string key = text_member(entry, "unique_key");
       const alert::Anomaly view =
           alert::read_anomaly({detect::anomaly_id(key), compact(entry), "", "", 0});
       const SeverityWords severity = severity_words(view.severity);

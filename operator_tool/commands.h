@@ -15,7 +15,7 @@
 namespace corvane::ctl {
 
 // What every command is given. Each returns what is to be printed; sqlite_exception and Trouble
-// leave it. A command that reads no more of the database is done with it.
+// leave it.
 struct Context {
   const Options& options;
   const Terminal& terminal;
@@ -37,8 +37,6 @@ struct SeverityWords {
   Style style;
 };
 SeverityWords severity_words(int severity);
-std::string label(const Terminal& terminal, std::string_view name);
-inline constexpr std::size_t kLabelWidth = 14;
 // "Name          text", the text broken to fit.
 std::string line(const Terminal& terminal, std::string_view name, std::string_view text,
                  Style style = Style::kPlain);

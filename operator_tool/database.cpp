@@ -159,15 +159,16 @@ Trouble trouble_of(const std::string& path, const std::exception& error) {
             path + " is locked by another program, and stayed so for 5 seconds; try again."};
   }
   if (says(reason, SQLITE_CORRUPT) || says(reason, SQLITE_NOTADB)) {
-    return {ExitStatus::kDamaged, path + " is damaged or no database at all: " + reason + "."};
+    return {ExitStatus::kDamaged, path + " is damaged or no database at all."};
   }
   if (reason.find("no such ") != std::string::npos) {
     return {ExitStatus::kOlder, path + " is of another version than this tool: " + reason + "."};
   }
   if (says(reason, SQLITE_CANTOPEN) || says(reason, SQLITE_READONLY) || says(reason, SQLITE_PERM)) {
     return {ExitStatus::kUnreadable,
-            path + " or its write-ahead log cannot be read by this user: " + reason +
-                "; try it as root or as the service's account."};
+            path +
+                " or its write-ahead log cannot be read by this user; try it "
+                "as root or as the service's account."};
   }
   return {ExitStatus::kFailed, path + " cannot be read: " + reason + "."};
 }

@@ -10,11 +10,6 @@ namespace {
 
 constexpr std::int64_t kPercent = 100;
 
-std::string member(const json_t* object, const char* name) {
-  const char* text = json_string_value(json_object_get(object, name));
-  return text == nullptr ? "" : text;
-}
-
 Style style_of(const std::string& state) {
   return state == "anomalous" ? Style::kBad : Style::kPlain;
 }
@@ -24,10 +19,10 @@ std::string text_of(const Context& context, const json_t* judged, const std::str
   const std::string details = compact(judged);
   const alert::Anomaly view = alert::read_anomaly({detect::anomaly_id(key), details, "", "", 0});
   const bool utc = context.options.utc;
-  const std::string state = member(judged, "state");
+  const std::string state = text_member(judged, "state");
   std::string text;
-  text +=
-      line(terminal, "Backup", member(judged, "backup_id") + " of " + moment_text(view.time, utc));
+  text += line(terminal, "Backup",
+               text_member(judged, "backup_id") + " of " + moment_text(view.time, utc));
   text += line(terminal, "Stream",
                view.stream.client + ", policy " + view.stream.policy + ", schedule " +
                    view.stream.schedule_name + " (" + view.stream.schedule_type + ")");
@@ -35,8 +30,8 @@ std::string text_of(const Context& context, const json_t* judged, const std::str
   const auto records = json_integer_value(json_object_get(judged, "observations"));
   const auto noise = json_real_value(json_object_get(judged, "history_noise")) * kPercent;
   text += line(terminal, "Judged by",
-               member(judged, "judged_by") + ", " + counted(records, "record", "records") + ", " +
-                   std::to_string(static_cast<int>(noise)) + " percent of them noise");
+               text_member(judged, "judged_by") + ", " + counted(records, "record", "records") +
+                   ", " + std::to_string(static_cast<int>(noise)) + " percent of them noise");
   if (json_is_true(json_object_get(judged, "sustained"))) {
     text += line(terminal, "Sustained", "several runs in a row that together are too much");
   }
@@ -46,7 +41,8 @@ std::string text_of(const Context& context, const json_t* judged, const std::str
                  severity_words(view.severity).style);
     const json_t* causes = json_object_get(judged, "causes");
     for (std::size_t i = 0; i < json_array_size(causes); ++i) {
-      text += line(terminal, i == 0 ? "Cause" : "or", member(json_array_get(causes, i), "words"));
+      text +=
+          line(terminal, i == 0 ? "Cause" : "or", text_member(json_array_get(causes, i), "words"));
     }
   }
   if (!view.last_good_id.empty()) {

@@ -1,11 +1,14 @@
 #include "operator_tool/health.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 
-#include "companions/alert/state_database.h"
 #include "companions/detect/settings_file.h"
 #include "config/configuration.h"
+#include "operator_tool/alert_database.h"
 #include "operator_tool/words.h"
 #include "platform/clock.h"
 #include "platform/process_handler.h"
@@ -17,7 +20,8 @@ namespace {
 
 constexpr std::int64_t kMinute = 60;
 constexpr std::int64_t kDay = 86400;
-constexpr int kLeastInterval = 15;
+constexpr long kLeastInterval = 15;  // minutes
+constexpr long kMostInterval = 1000000;
 
 bool is_set(Configuration& file, const char* key) {
   return file.get_config("ANOMALY_DETECTION_FUNCTIONALITY", key) == "1";
@@ -37,18 +41,15 @@ Daemon look_for(const char* name, bool is_wanted, const std::string& log) {
   return daemon;
 }
 
-AlertHealth look_at_alerts(const std::string& path) {
+AlertHealth look_at_alerts(const Options& options) {
   AlertHealth health;
-  if (!Directory::CanAccess(path)) return health;
-  health.is_known = true;
+  health.is_known = Directory::CanAccess(options.alert_database());
   try {
-    const ReadOnlySource source(path);
-    alert::StateDatabase state(source.uri(), false);
-    health.channels = alert::Outbox(state).status();
+    with_alert_database(options, [&](alert::StateDatabase& state) {
+      health.channels = alert::Outbox(state).status();
+    });
   } catch (const Trouble& trouble) {
     health.trouble = trouble.what();
-  } catch (const std::exception& error) {
-    health.trouble = trouble_of(path, error).what();
   }
   return health;
 }
@@ -67,6 +68,10 @@ std::int64_t next_gather(const Health& health) {
 }  // namespace
 
 Configured read_configuration(const std::string& path) {
+  // Defaults in its place would have check content with a companion that does not run.
+  if (access(path.c_str(), R_OK) != 0 && errno == EACCES) {
+    throw Trouble(ExitStatus::kUnreadable, "No right to read " + path + ".");
+  }
   Configured configured;
   Configuration file(path, 1);
   configured.service = !is_set(file, "DISABLE_ANOMALY_DETECTION");
@@ -74,8 +79,8 @@ Configured read_configuration(const std::string& path) {
   configured.alerts = configured.detection && !is_set(file, "DISABLE_ALERT_SERVICE");
   const std::string interval =
       file.get_config("DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN");
-  configured.interval_minutes = std::clamp(
-      static_cast<int>(std::strtol(interval.c_str(), nullptr, 10)), kLeastInterval, 1000000);
+  configured.interval_minutes = static_cast<int>(
+      std::clamp(std::strtol(interval.c_str(), nullptr, 10), kLeastInterval, kMostInterval));
   std::vector<std::string> complaints;
   detect::read_settings(path, configured.detect, complaints);
   return configured;
@@ -102,7 +107,7 @@ std::int64_t AlertHealth::oldest() const {
   return oldest;
 }
 
-Health look_at_machine(const Options& options) {
+Health look(const Options& options, Database& database) {
   Health health;
   health.now = corvane::now();
   health.configured = read_configuration(options.config);
@@ -110,15 +115,10 @@ Health look_at_machine(const Options& options) {
   health.daemons = {look_for(kService, configured.service, options.log_file(kService)),
                     look_for(kDetection, configured.detection, options.log_file(kDetection)),
                     look_for(kAlerts, configured.alerts, options.log_file(kAlerts))};
-  health.gather.log = read_gather_log(options.log_file(kService), health.now - kDay);
-  health.alerts = look_at_alerts(options.alert_database());
+  health.alerts = look_at_alerts(options);
   health.database_bytes = file_bytes(options.database) + file_bytes(options.database + "-wal");
   health.disk = disk_space(options.database);
-  return health;
-}
-
-Health look(const Options& options, Database& database) {
-  Health health = look_at_machine(options);
+  health.gather.log = read_gather_log(options.log_file(kService), health.now - kDay);
   health.gather.last =
       database.number("SELECT max(LAST_BACKUP_TIME) FROM LAST_BACKUP_DATA_CAPTURE");
   health.gather.queued = database.number("SELECT count(*) FROM QUEUED_TO_CAPTURE_DATA");

@@ -28,7 +28,7 @@ struct Daemon {
   std::int64_t log_bytes = 0;
 };
 
-// What the configuration file says; read as the programs do.
+// What the configuration file says; read as the programs do: without one, the defaults.
 struct Configured {
   bool service = true;
   bool detection = true;
@@ -36,6 +36,7 @@ struct Configured {
   int interval_minutes = 15;
   detect::Settings detect;
 };
+// Throws Trouble when it may not be read.
 Configured read_configuration(const std::string& path);
 
 struct GatherHealth {
@@ -67,9 +68,6 @@ struct Health {
   const Daemon& service() const { return daemons.front(); }
 };
 
-// What is known without the anomaly database.
-Health look_at_machine(const Options& options);
-// All of it.
 Health look(const Options& options, Database& database);
 
 // "running since ..., process 4711", "switched off", "not running".

@@ -1,4 +1,4 @@
-// Health and survey as members of a JSON document: in status, report and check the same.
+// Health and survey as members of a JSON document: in status and report the same.
 #pragma once
 
 #include <jansson.h>

@@ -55,6 +55,11 @@ void put_known(json_t* object, const char* name, std::int64_t number) {
 
 void append(json_t* array, JsonPtr value) { json_array_append_new(array, value.release()); }
 
+std::string text_member(const json_t* object, const char* name) {
+  const char* text = json_string_value(json_object_get(object, name));
+  return text == nullptr ? "" : text;
+}
+
 std::string pretty(const json_t* value) { return dumped(value, JSON_INDENT(1)) + "\n"; }
 std::string compact(const json_t* value) { return dumped(value, JSON_COMPACT); }
 

@@ -25,6 +25,9 @@ void put(json_t* object, const char* name, JsonPtr value);
 void put_known(json_t* object, const char* name, std::int64_t number);
 void append(json_t* array, JsonPtr value);
 
+// A member that is a text; empty when there is none of that name.
+std::string text_member(const json_t* object, const char* name);
+
 // Indented, ended by a line end.
 std::string pretty(const json_t* value);
 std::string compact(const json_t* value);

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "companions/alert/options.h"
+#include "operator_tool/check.h"
 #include "operator_tool/trouble.h"
 #include "platform/host_product.h"
 #include "util/path.h"
@@ -16,7 +17,6 @@ namespace corvane::ctl {
 
 namespace {
 
-constexpr int kUnknown = 3;  // of monitoring plug-ins
 constexpr int kMostDays = 36500;
 
 constexpr char kAbout[] =
@@ -39,6 +39,7 @@ void add_global(CLI::App& app, Options& options) {
   app.add_option("--database", options.database, "The anomaly database, a file")->type_name("FILE");
   app.add_option("--config", options.config,
                  "The configuration file (default: the one beside the database)")
+      ->check(CLI::ExistingFile.description(""))
       ->type_name("FILE");
   app.add_option("--logs", options.logs, "Directory of the programs' logs")->type_name("DIR");
 }
@@ -119,15 +120,14 @@ void add_documents(CLI::App& app, Options& options) {
   CLI::App* report = app.add_subcommand("report", "A page with charts, in one file");
   report->callback([&] { options.command = Command::kReport; });
   report->add_option("--html", options.output, "The file to write")->type_name("FILE")->required();
-  options.days = 0;
   report->add_option("--days", options.days, "The last so many days (default 30)")
       ->check(CLI::Range(1, kMostDays));
 }
 
 void fill_in(Options& options) {
   const std::string root = install_directory();
-  const bool own = options.database.empty();
-  if (own) options.database = root + "var/global/anomaly_detection/CV_Anomaly.db";
+  if (options.database.empty())
+    options.database = root + "var/global/anomaly_detection/CV_Anomaly.db";
   if (options.config.empty()) {
     const std::filesystem::path directory = std::filesystem::path(options.database).parent_path();
     options.config = (directory / "anomaly_config.conf").string();
@@ -176,8 +176,8 @@ Parsed parse_options(int count, const char* const* arguments) {
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
     const int status = app.exit(error, out, out);
-    const int wrong =
-        asks_for_check(count, arguments) ? kUnknown : static_cast<int>(ExitStatus::kUsage);
+    const int wrong = asks_for_check(count, arguments) ? static_cast<int>(CheckStatus::kUnknown)
+                                                       : static_cast<int>(ExitStatus::kUsage);
     parsed.status = status == 0 ? 0 : wrong;
     parsed.text = out.str();
   }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 
 #include "companions/alert/message.h"
@@ -8,6 +9,8 @@
 namespace corvane::ctl {
 
 namespace {
+
+constexpr std::size_t kLabelWidth = 14;
 
 struct FeatureWords {
   const char* name;
@@ -32,17 +35,17 @@ std::string amount_of(const std::string& feature, double value) {
   return alert::number_text(feature == "files" ? std::round(value) : value);
 }
 
+std::string label(const Terminal& terminal, std::string_view name) {
+  return styled(terminal, Style::kBold, std::string(name)) +
+         std::string(kLabelWidth - std::min(kLabelWidth - 1, name.size()), ' ');
+}
+
 }  // namespace
 
 SeverityWords severity_words(int severity) {
   constexpr Style kStyles[] = {Style::kPlain, Style::kWarning, Style::kBad};
   const int known = std::min(std::max(severity, 1), 3);
   return {alert::severity_in_words(known), kStyles[known - 1]};
-}
-
-std::string label(const Terminal& terminal, std::string_view name) {
-  return styled(terminal, Style::kBold, std::string(name)) +
-         std::string(kLabelWidth - std::min(kLabelWidth - 1, name.size()), ' ');
 }
 
 std::string line(const Terminal& terminal, std::string_view name, std::string_view text,
@@ -66,8 +69,7 @@ std::string figures_table(const Terminal& terminal, const std::vector<alert::Fea
       continue;
     }
     const double off = std::abs(feature.deviation);
-    Style style = Style::kPlain;
-    if (off >= 2.5) style = Style::kBad;
+    const Style style = off >= 2.5 ? Style::kBad : Style::kPlain;
     table.add({{words_for(feature.name)},
                {amount(feature.value), style},
                {amount(feature.usual)},

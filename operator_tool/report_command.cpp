@@ -164,12 +164,17 @@ JsonPtr report_data(const Context& context) {
       static_cast<std::int64_t>(health.configured.detect.min_observations));
   put(root.get(), "clients", clients_of(found, series));
   JsonPtr anomalies(json_array());
+  std::int64_t left_out = 0;
   for (const FoundAnomaly& anomaly : all) {
     if (anomaly.anomaly.known_time() < since) continue;
-    if (json_array_size(anomalies.get()) == kMostAnomalies) break;
-    append(anomalies.get(), json_of(anomaly));
+    if (json_array_size(anomalies.get()) < kMostAnomalies) {
+      append(anomalies.get(), json_of(anomaly));
+    } else {
+      ++left_out;
+    }
   }
   put(root.get(), "anomalies", std::move(anomalies));
+  put(root.get(), "anomalies_left_out", left_out);
   put(root.get(), "incidents", incidents_since(incidents_of(all, found), since));
   put(root.get(), "learning", learning_of(found));
   return root;
@@ -184,18 +189,20 @@ std::string run_report(const Context& context) {
   context.database.check_unchanged();
   replace_file(options.output, page);
   const std::size_t clients = json_array_size(json_object_get(data.get(), "clients"));
-  const std::size_t anomalies = json_array_size(json_object_get(data.get(), "anomalies"));
+  const auto anomalies =
+      static_cast<std::int64_t>(json_array_size(json_object_get(data.get(), "anomalies"))) +
+      json_integer_value(json_object_get(data.get(), "anomalies_left_out"));
   if (!options.json) {
     return safe(options.output) + ": " +
            counted(static_cast<std::int64_t>(clients), "client", "clients") + ", " +
-           counted(static_cast<std::int64_t>(anomalies), "anomaly", "anomalies") + ", " +
+           counted(anomalies, "anomaly", "anomalies") + ", " +
            size_text(static_cast<double>(page.size()) / 1024) + "\n";
   }
   const JsonPtr root = document("report");
   put(root.get(), "file", options.output);
   put(root.get(), "bytes", static_cast<std::int64_t>(page.size()));
   put(root.get(), "clients", static_cast<std::int64_t>(clients));
-  put(root.get(), "anomalies", static_cast<std::int64_t>(anomalies));
+  put(root.get(), "anomalies", std::int64_t{anomalies});
   return pretty(root.get());
 }
 

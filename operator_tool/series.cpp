@@ -4,25 +4,22 @@
 #include <string>
 #include <unordered_map>
 
+#include "operator_tool/stream_rows.h"
+
 namespace corvane::ctl {
 
 namespace {
 
-constexpr std::int64_t kPortion = 100000;
 constexpr std::size_t kLeastPoints = 10;  // of a stream
-constexpr int kFirstText = 1;
-constexpr int kTexts = 7;
 
-#define SERIES_COLUMNS                                                                  \
-  "SELECT rowid, CLIENT, POLICY, POLICY_TYPE, SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE, " \
-  "DESTINATION_STORAGE_NAME, BACKUP_TIME, NUM_FILES, IMAGE_SIZE, KB_TRANSFERRED FROM "
-
-constexpr char kAccepted[] = SERIES_COLUMNS
-    "HIST_DATA WHERE rowid > ? AND BACKUP_TIME >= ? AND USER_IDENTIFIED_CLUSTER = -1 "
-    "ORDER BY rowid LIMIT 100000";
-constexpr char kReported[] = SERIES_COLUMNS
-    "DATA_TO_PROCESS WHERE rowid > ? AND BACKUP_TIME >= ? AND PROCESSED_STATUS = 2 "
-    "ORDER BY rowid LIMIT 100000";
+constexpr char kAccepted[] =
+    "SELECT " STREAM_COLUMNS
+    "NUM_FILES, IMAGE_SIZE, KB_TRANSFERRED FROM HIST_DATA "
+    "WHERE rowid > ? AND BACKUP_TIME >= ? AND USER_IDENTIFIED_CLUSTER = -1" BY_PORTIONS;
+constexpr char kReported[] =
+    "SELECT " STREAM_COLUMNS
+    "NUM_FILES, IMAGE_SIZE, KB_TRANSFERRED FROM DATA_TO_PROCESS "
+    "WHERE rowid > ? AND BACKUP_TIME >= ? AND PROCESSED_STATUS = 2" BY_PORTIONS;
 
 class Reader {
  public:
@@ -32,18 +29,8 @@ class Reader {
   }
 
   void read(const char* sql, bool reported) {
-    std::int64_t after = 0;
-    std::int64_t count = kPortion;
-    while (count == kPortion) {
-      count = 0;
-      Query& rows = database_.query(sql).bind(after).bind(since_);
-      while (rows.step()) {
-        after = rows.integer(0);
-        ++count;
-        take(rows, reported);
-      }
-      rows.restart();
-    }
+    read_portions(
+        database_, sql, [&](const Query& row) { take(row, reported); }, since_);
   }
 
   AllSeries& series() { return series_; }
@@ -52,26 +39,16 @@ class Reader {
   void take(const Query& row, bool reported) {
     const std::size_t place = place_of(row);
     if (place == series_.streams.size()) return;  // came after the survey
-    series_.streams[place].push_back(
-        {row.integer(8), row.real(9), row.real(10), row.real(11), reported});
+    series_.streams[place].push_back({row.integer(kTimeColumn), row.real(kOwnColumn),
+                                      row.real(kOwnColumn + 1), row.real(kOwnColumn + 2),
+                                      reported});
   }
 
   std::size_t place_of(const Query& row) {
-    raw_.clear();
-    for (int i = kFirstText; i < kFirstText + kTexts; ++i) {
-      raw_ += row.view(i);
-      raw_ += '\0';
-    }
+    spell_stream(row, raw_);
     const auto known = by_raw_.find(raw_);
     if (known != by_raw_.end()) return known->second;
-    const detect::StreamKey key{row.text(1),
-                                row.text(2),
-                                fold_policy_type(row.view(3)),
-                                fold_schedule_type(row.view(4)),
-                                row.text(5),
-                                row.text(6),
-                                row.text(7)};
-    const auto place = survey_.place.find(key.text());
+    const auto place = survey_.place.find(key_of(row).text());
     const std::size_t found = place == survey_.place.end() ? series_.streams.size() : place->second;
     by_raw_.emplace(raw_, found);
     return found;

@@ -5,24 +5,18 @@
 #include <map>
 #include <tuple>
 
+#include "operator_tool/stream_rows.h"
+
 namespace corvane::ctl {
 
 namespace {
 
-constexpr std::int64_t kPortion = 100000;
 constexpr std::int64_t kDay = 86400;
 
-#define STREAM_COLUMNS                                                                  \
-  "SELECT rowid, CLIENT, POLICY, POLICY_TYPE, SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE, " \
-  "DESTINATION_STORAGE_NAME, BACKUP_TIME, "
-#define A_PORTION " WHERE rowid > ? ORDER BY rowid LIMIT 100000"
-
-constexpr char kHistory[] = STREAM_COLUMNS "USER_IDENTIFIED_CLUSTER FROM HIST_DATA" A_PORTION;
-constexpr char kRows[] = STREAM_COLUMNS "PROCESSED_STATUS FROM DATA_TO_PROCESS" A_PORTION;
-constexpr int kFirstText = 1;
-constexpr int kTexts = 7;
-constexpr int kTime = 8;
-constexpr int kMark = 9;
+constexpr char kHistory[] =
+    "SELECT " STREAM_COLUMNS "USER_IDENTIFIED_CLUSTER FROM HIST_DATA WHERE rowid > ?" BY_PORTIONS;
+constexpr char kRows[] =
+    "SELECT " STREAM_COLUMNS "PROCESSED_STATUS FROM DATA_TO_PROCESS WHERE rowid > ?" BY_PORTIONS;
 
 // PROCESSED_STATUS.
 constexpr std::int64_t kWaiting = 0;
@@ -32,11 +26,7 @@ class Surveyor {
  public:
   // The streams as they stand in the rows, their spellings of types folded.
   StreamSummary& stream_of(const Query& row) {
-    raw_.clear();
-    for (int i = kFirstText; i < kFirstText + kTexts; ++i) {
-      raw_ += row.view(i);
-      raw_ += '\0';
-    }
+    spell_stream(row, raw_);
     // Night after night the streams come in much the same order.
     const std::size_t guess = former_ < raws_.size() ? raws_[former_].follower : raws_.size();
     if (guess < raws_.size() && *raws_[guess].text == raw_) {
@@ -66,13 +56,7 @@ class Surveyor {
   }
 
   std::size_t add(const Query& row) {
-    const detect::StreamKey key{row.text(1),
-                                row.text(2),
-                                fold_policy_type(row.view(3)),
-                                fold_schedule_type(row.view(4)),
-                                row.text(5),
-                                row.text(6),
-                                row.text(7)};
+    const detect::StreamKey key = key_of(row);
     const auto [place, is_new] = by_text_.try_emplace(key.text(), streams_.size());
     if (is_new) {
       streams_.emplace_back();
@@ -96,29 +80,13 @@ void widen(StreamSummary& stream, std::int64_t first, std::int64_t last) {
   stream.last = std::max(stream.last, last);
 }
 
-template <typename Visit>
-void read_portions(Database& database, const char* sql, Visit visit) {
-  std::int64_t after = 0;
-  std::int64_t read = kPortion;
-  while (read == kPortion) {
-    read = 0;
-    Query& rows = database.query(sql).bind(after);
-    while (rows.step()) {
-      after = rows.integer(0);
-      visit(rows);
-      ++read;
-    }
-    rows.restart();
-  }
-}
-
 void read_history(Database& database, Surveyor& surveyor, Survey& result) {
   read_portions(database, kHistory, [&](const Query& row) {
     ++result.history_rows;
     StreamSummary& stream = surveyor.stream_of(row);
-    const std::int64_t time = row.integer(kTime);
+    const std::int64_t time = row.integer(kTimeColumn);
     stream.newest = std::max(stream.newest, time);
-    if (row.integer(kMark) != -1) {
+    if (row.integer(kOwnColumn) != -1) {
       ++stream.by_people;
       return;
     }
@@ -131,10 +99,10 @@ void read_history(Database& database, Surveyor& surveyor, Survey& result) {
 void read_rows(Database& database, Surveyor& surveyor, Survey& result) {
   read_portions(database, kRows, [&](const Query& row) {
     ++result.process_rows;
-    const std::int64_t status = row.integer(kMark);
+    const std::int64_t status = row.integer(kOwnColumn);
     if (status != kWaiting && status != kAnomalous) return;
     StreamSummary& stream = surveyor.stream_of(row);
-    const std::int64_t time = row.integer(kTime);
+    const std::int64_t time = row.integer(kTimeColumn);
     stream.newest = std::max(stream.newest, time);
     if (status == kAnomalous) {
       ++stream.reported;

@@ -42,8 +42,6 @@ const char* escape_of(Style style) {
       return "\x1B[1m";
     case Style::kFaint:
       return "\x1B[2m";
-    case Style::kGood:
-      return "\x1B[32m";
     case Style::kWarning:
       return "\x1B[33m";
     case Style::kBad:

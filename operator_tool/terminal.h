@@ -17,7 +17,7 @@ struct Terminal {
 // with NO_COLOR or when `no_colour` is set.
 Terminal terminal_of_output(bool no_colour);
 
-enum class Style { kPlain, kBold, kFaint, kGood, kWarning, kBad };
+enum class Style { kPlain, kBold, kFaint, kWarning, kBad };
 
 // One line without anything that steers a terminal. Everything from the database goes through this.
 std::string safe(std::string_view text);

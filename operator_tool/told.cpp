@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <exception>
 
 #include "companions/alert/message.h"
-#include "companions/alert/state_database.h"
-#include "operator_tool/database.h"
-#include "util/directory.h"
+#include "operator_tool/alert_database.h"
 
 namespace corvane::ctl {
 
@@ -27,19 +24,17 @@ std::string words_for(std::int64_t state) {
 
 std::vector<Told> read_told(const Options& options, const std::string& incident) {
   std::vector<Told> all;
-  const std::string path = options.alert_database();
-  if (!Directory::CanAccess(path)) return all;
   try {
-    const ReadOnlySource source(path);
-    alert::StateDatabase state(source.uri(), false);
-    Query& rows = state.query(kSql).bind(incident);
-    while (rows.step()) {
-      const auto kind = static_cast<alert::Kind>(std::clamp<std::int64_t>(
-          rows.integer(1), 0, static_cast<std::int64_t>(alert::Kind::kTest)));
-      all.push_back({rows.text(0), alert::kind_name(kind), words_for(rows.integer(2)),
-                     rows.integer(3), rows.text(4)});
-    }
-  } catch (const std::exception&) {
+    with_alert_database(options, [&](alert::StateDatabase& state) {
+      Query& rows = state.query(kSql).bind(incident);
+      while (rows.step()) {
+        const auto kind = static_cast<alert::Kind>(std::clamp<std::int64_t>(
+            rows.integer(1), 0, static_cast<std::int64_t>(alert::Kind::kTest)));
+        all.push_back({rows.text(0), alert::kind_name(kind), words_for(rows.integer(2)),
+                       rows.integer(3), rows.text(4)});
+      }
+    });
+  } catch (const Trouble&) {
     all.clear();  // status says why
   }
   return all;

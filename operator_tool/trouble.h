@@ -15,7 +15,7 @@ enum class ExitStatus {
   kLocked = 4,      // another program keeps it locked
   kOlder = 5,       // a table or a column is missing
   kDamaged = 6,     // no SQLite database, or a broken one
-  kUnreadable = 7,  // no right to read it
+  kUnreadable = 7,  // no right to read it, or the configuration
   kFailed = 8,      // anything else
 };
 

@@ -268,15 +268,17 @@
   const open = data.incidents.filter((incident) => incident.open).length;
   byId("period").textContent = time(data.from) + " to " + time(data.time) + (data.utc ? " UTC" : "");
   tile(number(open), open === 1 ? "incident open" : "incidents open", open ? "bad" : "good");
-  tile(number(data.anomalies.length), data.anomalies.length === 1 ? "anomaly in the period" : "anomalies in the period");
+  const inPeriod = data.anomalies.length + data.anomalies_left_out;
+  tile(number(inPeriod), inPeriod === 1 ? "anomaly in the period" : "anomalies in the period");
   tile(number(data.clients.length), data.clients.length === 1 ? "client" : "clients");
   tile(number(data.streams.total), "streams, " + number(data.streams.learning) + " learning");
   tile(data.gather.last ? span(data.time - data.gather.last) : "never", "since the last gather");
   tile(number(data.alerts.waiting), "alerts wait, " + number(data.alerts.given_up) + " given up", data.alerts.given_up ? "bad" : "");
-  if (data.shortened) {
-    byId("notice").hidden = false;
-    byId("notice").textContent = "So many backups fell into the period that the charts show only the newest of each stream.";
-  }
+  const notices = [];
+  if (data.shortened) notices.push("So many backups fell into the period that the charts show only the newest of each stream.");
+  if (data.anomalies_left_out) notices.push("Of the anomalies, only the newest " + number(data.anomalies.length) + " are shown.");
+  byId("notice").hidden = !notices.length;
+  byId("notice").textContent = notices.join(" ");
 
   const learning = data.learning;
   const show = () => {

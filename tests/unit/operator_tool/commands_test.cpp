@@ -116,6 +116,7 @@ TEST_F(Commands, StreamsWithFilters) {
   ASSERT_EQ(json_array_size(streams), 1U);
   EXPECT_EQ(number(json_array_get(streams, 0), {"records"}), 40);
   EXPECT_EQ(say({"streams", "--state", "odd"}).status, 2);
+  EXPECT_EQ(say({"streams", "--config", directory_("none.conf")}).status, 2);
 }
 
 TEST_F(Commands, AnomaliesTheNewestFirst) {

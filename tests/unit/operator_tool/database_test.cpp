@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "operator_tool/alert_database.h"
 #include "tests/support/in_child.h"
 #include "tests/unit/operator_tool/operator_world.h"
 
@@ -89,6 +90,19 @@ TEST_F(DatabaseTest, OneThatMayNotBeRead) {
             static_cast<int>(ExitStatus::kUnreadable));
 }
 
+TEST_F(DatabaseTest, AConfigurationThatMayNotBeReadIsNoDefault) {
+  if (getuid() != 0) GTEST_SKIP() << "takes root";
+  switch_everything_on();
+  std::filesystem::permissions(directory_("anomaly_config.conf"), std::filesystem::perms(0600));
+  std::filesystem::permissions(directory_(), std::filesystem::perms(0755));
+  const auto status_of = [&](const char* command) {
+    return test::in_child([&] { return setuid(65534) != 0 ? 99 : say({command}).status; });
+  };
+  EXPECT_EQ(status_of("streams"), static_cast<int>(ExitStatus::kUnreadable));
+  EXPECT_EQ(status_of("check"), 3);
+  EXPECT_EQ(status_of("anomalies"), 0);
+}
+
 TEST_F(DatabaseTest, MissingOne) {
   close_database();
   std::filesystem::remove(database());
@@ -111,7 +125,7 @@ TEST_F(DatabaseTest, OneThatIsDamagedInTheMiddle) {
   test::write_file(database(), content);
   const Said said = say({"status"});
   EXPECT_EQ(said.status, static_cast<int>(ExitStatus::kDamaged));
-  EXPECT_NE(said.error.find("is damaged"), std::string::npos);
+  EXPECT_EQ(said.error, "cvanomalyctl: " + database() + " is damaged or no database at all.\n");
   EXPECT_EQ(said.out, "");
 }
 
@@ -134,6 +148,34 @@ TEST_F(DatabaseTest, NamesMayHoldAnything) {
   std::filesystem::rename(database(), odd);
   const Database opened(odd);
   EXPECT_EQ(opened.path(), odd);
+}
+
+TEST_F(DatabaseTest, AlertsThatComeIntoUseMeanwhileAreNoticed) {
+  Options options;
+  options.database = database();
+  const std::string path = options.alert_database();
+  { const alert::StateDatabase closed(path); }
+  bool asked = false;
+  with_alert_database(options, [&](alert::StateDatabase&) { asked = true; });
+  EXPECT_TRUE(asked);
+  std::unique_ptr<alert::StateDatabase> used;
+  const auto come_into_use = [&](alert::StateDatabase&) {
+    used = std::make_unique<alert::StateDatabase>(path);
+    used->set_number("x", 1);
+  };
+  EXPECT_THROW(with_alert_database(options, come_into_use), ChangedMeanwhile);
+}
+
+TEST_F(DatabaseTest, DamagedAlertsAreTrouble) {
+  Options options;
+  options.database = database();
+  test::write_file(options.alert_database(), std::string(100000, 'x'));
+  try {
+    with_alert_database(options, [](alert::StateDatabase& state) { state.tag(); });
+    FAIL();
+  } catch (const Trouble& trouble) {
+    EXPECT_EQ(trouble.status(), ExitStatus::kDamaged);
+  }
 }
 
 TEST(TroubleOf, SaysWhatItIs) {

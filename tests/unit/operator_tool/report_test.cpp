@@ -115,6 +115,17 @@ TEST_F(Report, HoldsClientsAnomaliesAndIncidents) {
   EXPECT_EQ(json_array_size(json_object_get(data().get(), "anomalies")), 2U);
 }
 
+TEST_F(Report, SaysHowManyAnomaliesItLeavesOut) {
+  anomaly({}, 3, {});
+  sql("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20004) "
+      "INSERT INTO ANOMALY_DATA SELECT ANOMALY_UNIQUE_ID || i, ANOMALY_DETAILS, PROCESSED, "
+      "DETECTION_KEY, CLIENT, DETECTION_TIME FROM ANOMALY_DATA, n");
+  const Said said = say({"report", "--html", target()});
+  EXPECT_TRUE(said.out.starts_with(target() + ": 0 clients, 20,005 anomalies, ")) << said.out;
+  EXPECT_EQ(json_array_size(json_object_get(data().get(), "anomalies")), 20000U);
+  EXPECT_EQ(json_integer_value(json_object_get(data().get(), "anomalies_left_out")), 5);
+}
+
 TEST_F(Report, HostileNamesStayText) {
   const std::string name = "</script><img src=x onerror=alert(1)>\"'\n\x1B[2J\xFF";
   history({.client = name, .policy = name, .schedule = name}, 5);
