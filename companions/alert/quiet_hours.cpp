@@ -21,7 +21,7 @@ bool parse_quiet_hours(const std::string& text, QuietHours& quiet) {
     quiet = {};
     return true;
   }
-  static const std::regex kForm("(\\d\\d?):(\\d\\d?)-(\\d\\d?):(\\d\\d?)");
+  static const std::regex kForm(R"((\d\d?):(\d\d?)-(\d\d?):(\d\d?))");
   std::smatch found;
   if (!std::regex_match(text, found, kForm)) return false;
   const auto number = [&found](int part) { return std::stoi(found.str(part)); };

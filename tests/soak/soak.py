@@ -150,7 +150,8 @@ class Soak:
     def lost(self, backups):
         """Ended backups that are not stored, by why: their window could not be fetched; they ended after the
         end of their window and before the server was asked about it, so that it held them for neither running
-        nor done by then; any other reason."""
+        nor done by then, or began in the window's last second, which the next one does not reach back to; any
+        other reason."""
         gathers = list(self.gathers())
         lost = {"in_failed_windows": [], "while_asking": [], "otherwise": []}
         for one in backups:
@@ -159,7 +160,7 @@ class Soak:
                 continue
             if any(failed and start <= last and end >= first for first, last, failed, _ in gathers):
                 why = "in_failed_windows"
-            elif any(start <= last < end <= last + took + 1 for _, last, _, took in gathers):
+            elif any(start <= last < end <= last + took + 1 or start == last for _, last, _, took in gathers):
                 why = "while_asking"
             else:
                 why = "otherwise"
