@@ -76,8 +76,8 @@ void judge_gather(const Health& health, const Limits& limits, Judge& judge) {
 void judge_alerts(const Health& health, const Thresholds& at, Judge& judge) {
   const AlertHealth& alerts = health.alerts;
   if (!alerts.trouble.empty()) judge.add(CheckStatus::kWarning, alerts.trouble);
-  if (const std::int64_t oldest = alerts.oldest(); oldest > 0) {
-    const std::int64_t waits = health.now - oldest;
+  if (const std::int64_t due = alerts.due(); due > 0 && due <= health.now) {
+    const std::int64_t waits = health.now - due;
     judge.add_if_high(waits, kMinute * at.alerts_warning, kMinute * at.alerts_critical,
                       counted(alerts.waiting(), "message waits", "messages wait") +
                           " for delivery, the oldest for " + span_text(waits));
@@ -112,9 +112,9 @@ std::string figures_of(const Health& health, const Limits& gather, const Thresho
     figures += "gather_lag=" + number(std::max<std::int64_t>(health.now - health.gather.last, 0)) +
                "s;" + number(gather.warning) + ";" + number(gather.critical) + ";0 ";
   }
-  const std::int64_t oldest = health.alerts.oldest();
+  const std::int64_t due = health.alerts.due();
   figures += "alerts_waiting=" + number(health.alerts.waiting()) + ";;;0 alerts_oldest=" +
-             number(oldest > 0 ? std::max<std::int64_t>(health.now - oldest, 0) : 0) + "s;" +
+             number(due > 0 ? std::max<std::int64_t>(health.now - due, 0) : 0) + "s;" +
              number(kMinute * at.alerts_warning) + ";" + number(kMinute * at.alerts_critical) +
              ";0 alerts_given_up=" + number(health.alerts.given_up()) + ";1;;0";
   if (health.disk.total > 0) {

@@ -107,6 +107,15 @@ std::int64_t AlertHealth::oldest() const {
   return oldest;
 }
 
+std::int64_t AlertHealth::due() const {
+  std::int64_t due = 0;
+  for (const alert::ChannelStatus& channel : channels) {
+    if (channel.waiting == 0 || channel.due == 0) continue;
+    if (due == 0 || channel.due < due) due = channel.due;
+  }
+  return due;
+}
+
 Health look(const Options& options, Database& database) {
   Health health;
   health.now = corvane::now();

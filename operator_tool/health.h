@@ -54,6 +54,7 @@ struct AlertHealth {
   std::int64_t waiting() const;
   std::int64_t given_up() const;
   std::int64_t oldest() const;  // since when a message has waited; 0: none does
+  std::int64_t due() const;     // the same, where quiet hours do not count; may lie ahead
 };
 
 struct Health {

@@ -235,15 +235,16 @@ std::vector<ChannelStatus> Outbox::status() {
       "SELECT n.name, (SELECT count(*) FROM delivery WHERE channel = n.name AND state < 2 AND kind "
       "<> 4), (SELECT min(created) FROM delivery WHERE channel = n.name AND state < 2), (SELECT "
       "count(*) FROM delivery WHERE channel = n.name AND state = 3), c.taken, c.failures, "
-      "c.paused_until, c.failing_since, c.last_success, c.last_error FROM (SELECT name FROM "
-      "channel UNION SELECT channel FROM delivery) n LEFT JOIN channel c ON c.name = n.name ORDER "
-      "BY n.name";
+      "c.paused_until, c.failing_since, c.last_success, c.last_error, (SELECT min(max(created, "
+      "held)) FROM delivery WHERE channel = n.name AND state < 2) FROM (SELECT name FROM channel "
+      "UNION SELECT channel FROM delivery) n LEFT JOIN channel c ON c.name = n.name ORDER BY "
+      "n.name";
   std::vector<ChannelStatus> all;
   Query& rows = state_.query(kSql);
   while (rows.step()) {
     all.push_back({rows.text(0), rows.integer(1), rows.integer(2), rows.integer(3), rows.integer(4),
-                   rows.integer(5), rows.integer(6), rows.integer(7), rows.integer(8),
-                   rows.text(9)});
+                   rows.integer(5), rows.integer(6), rows.integer(7), rows.integer(8), rows.text(9),
+                   rows.integer(10)});
   }
   return all;
 }

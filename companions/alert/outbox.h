@@ -35,6 +35,7 @@ struct ChannelStatus {
   std::int64_t failing_since = 0;
   std::int64_t last_success = 0;
   std::string last_error;
+  std::int64_t due = 0;  // since when the first should be gone: later than oldest after quiet hours
 };
 
 // Everything throws sqlite_exception. Messages of one incident go out in their order.

@@ -60,12 +60,15 @@ TEST(Check, AlertsThatAreStuckOrGivenUp) {
   alert::ChannelStatus channel;
   channel.name = "mail";
   channel.waiting = 2;
-  channel.oldest = kNow - 29 * 60;
+  channel.oldest = kNow - 8 * 3600;  // held back by quiet hours
+  channel.due = kNow - 29 * 60;
   health.alerts.channels = {channel};
   EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
-  health.alerts.channels[0].oldest = kNow - 30 * 60;
+  health.alerts.channels[0].due = kNow + 3600;
+  EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
+  health.alerts.channels[0].due = kNow - 30 * 60;
   EXPECT_EQ(judge(health, {}).status, CheckStatus::kWarning);
-  health.alerts.channels[0].oldest = kNow - 240 * 60;
+  health.alerts.channels[0].due = kNow - 240 * 60;
   EXPECT_EQ(judge(health, {}).status, CheckStatus::kCritical);
   health.alerts.channels[0].waiting = 0;
   EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
