@@ -249,8 +249,9 @@ TEST_F(IntakeTest, QuietHoursHoldBackWhatIsNotUrgent) {
   EXPECT_THAT(take(kWeb), ElementsAre("report a 1", "report b 2"));
   EXPECT_THAT(take(kMail, kFirst + 8 * 3600), IsEmpty());
   const auto channels = Outbox(*state_).status();
-  const auto mail = std::find_if(channels.begin(), channels.end(),
-                                 [](const ChannelStatus& channel) { return channel.name == kMail; });
+  const auto mail =
+      std::find_if(channels.begin(), channels.end(),
+                   [](const ChannelStatus& channel) { return channel.name == kMail; });
   ASSERT_NE(mail, channels.end());
   EXPECT_GT(mail->due - mail->oldest, 8 * 3600);  // due at 07:00
   EXPECT_THAT(take(kMail, kFirst + 9 * 3600), ElementsAre("begin a 1"));
