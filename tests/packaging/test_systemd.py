@@ -24,9 +24,6 @@ EMBEDDED_HOST = PACKAGES.parent / "embedded_host"
 UNIT = "cvanomalymgmt.service"
 DROP_IN = Path(f"/run/systemd/system/{UNIT}.d/test.conf")
 RESTART_SECONDS = 1
-# In a container with cgroups of the old kind systemd does not wait for the companions of a crashed daemon to end:
-# the new daemon may find them still running, and keeps them.
-WAITS_FOR_ALL = Path("/sys/fs/cgroup/cgroup.controllers").exists()
 
 
 def systemctl(*arguments, check=True):
@@ -104,7 +101,7 @@ def test_crash_is_followed_by_a_restart_with_companions(both_wanted):
     os.kill(crashed, signal.SIGSEGV)
     wait_until(lambda: shown("NRestarts") == "1" and main_process() not in (0, crashed), 20, "the service is back")
     after = wait_until(companions, 30, "both companions are back")
-    assert not (set(before) & set(after) and WAITS_FOR_ALL)
+    assert not set(before) & set(after)
 
 
 def test_crashes_without_end_are_given_up(unit):
