@@ -7,9 +7,9 @@ namespace corvane::ctl {
 
 namespace {
 
-#define POINT_COLUMNS                                                                    \
-  "SELECT POLICY_TYPE, SCHEDULE_TYPE, APP_TYPE, DESTINATION_STORAGE_NAME, BACKUP_TIME, " \
-  "NUM_FILES, IMAGE_SIZE, KB_TRANSFERRED, DEDUP_RATE, TOTAL_TIME, UNIQUE_KEY FROM "
+#define POINT_COLUMNS                                                                   \
+  "SELECT BACKUP_TIME, NUM_FILES, IMAGE_SIZE, KB_TRANSFERRED, DEDUP_RATE, TOTAL_TIME, " \
+  "UNIQUE_KEY, " STREAM_KEY_COLUMNS " FROM "
 #define OF_STREAM " WHERE CLIENT = ? AND POLICY = ? AND SCHEDULE_NAME = ? AND BACKUP_TIME <= ?"
 
 constexpr char kAccepted[] = POINT_COLUMNS "HIST_DATA" OF_STREAM;
@@ -17,7 +17,7 @@ constexpr char kReported[] = POINT_COLUMNS "DATA_TO_PROCESS" OF_STREAM " AND PRO
 
 }  // namespace
 
-std::vector<HistoryPoint> read_history(Database& database, const detect::StreamKey& stream,
+std::vector<HistoryPoint> read_history(Database& database, const StreamKey& stream,
                                        std::int64_t until, std::size_t most) {
   std::map<std::string, HistoryPoint> points;
   const auto read = [&](const char* sql, bool reported) {
@@ -27,17 +27,12 @@ std::vector<HistoryPoint> read_history(Database& database, const detect::StreamK
                       .bind(stream.schedule_name)
                       .bind(until);
     while (rows.step()) {
-      detect::StreamKey key = stream;
-      key.policy_type = fold_policy_type(rows.view(0));
-      key.schedule_type = fold_schedule_type(rows.view(1));
-      key.app_type = rows.view(2);
-      key.destination = rows.view(3);
-      if (!key.matches(stream)) continue;
+      if (!read_stream_key(rows, 7).matches(stream)) continue;
       HistoryPoint point;
-      point.time = rows.integer(4);
-      point.figures = {rows.real(5), rows.real(6), rows.real(7), rows.real(8), rows.real(9)};
+      point.time = rows.integer(0);
+      point.figures = {rows.real(1), rows.real(2), rows.real(3), rows.real(4), rows.real(5)};
       point.is_reported = reported;
-      point.unique_key = rows.text(10);
+      point.unique_key = rows.text(6);
       points[point.unique_key] = point;
     }
   };

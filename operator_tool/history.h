@@ -19,7 +19,7 @@ struct HistoryPoint {
 
 // The accepted and the reported backups of the stream up to `until`, by time; the newest `most` of
 // them.
-std::vector<HistoryPoint> read_history(Database& database, const detect::StreamKey& stream,
+std::vector<HistoryPoint> read_history(Database& database, const StreamKey& stream,
                                        std::int64_t until, std::size_t most);
 
 }  // namespace corvane::ctl

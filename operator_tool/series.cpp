@@ -48,7 +48,7 @@ class Reader {
     spell_stream(row, raw_);
     const auto known = by_raw_.find(raw_);
     if (known != by_raw_.end()) return known->second;
-    const auto place = survey_.place.find(key_of(row).text());
+    const auto place = survey_.place.find(read_stream_key(row, kKeyColumn).text());
     const std::size_t found = place == survey_.place.end() ? series_.streams.size() : place->second;
     by_raw_.emplace(raw_, found);
     return found;

@@ -20,13 +20,11 @@ constexpr std::size_t kMostPoints = 200;
 constexpr std::size_t kChartHeight = 6;
 
 // The stream as the rows have it: names in the details have lost what is no UTF-8.
-detect::StreamKey stream_of(const Database& database, const FoundAnomaly& found) {
+StreamKey stream_of(const Database& database, const FoundAnomaly& found) {
   const std::string key = detect::unique_key_of(found.anomaly.id);
   detect::Store store(database.uri(), true);
   if (const auto backup = store.find_backup(key)) return backup->stream;
-  const alert::Stream& stream = found.anomaly.stream;
-  return {stream.client,        stream.policy,           stream.policy_type, stream.schedule_type,
-          stream.schedule_name, stream.application_type, stream.destination};
+  return found.anomaly.stream;
 }
 
 struct Charted {

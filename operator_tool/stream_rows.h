@@ -5,26 +5,22 @@
 #include <cstdint>
 #include <string>
 
-#include "companions/detect/backup.h"
+#include "companions/common/stream_key.h"
 #include "operator_tool/database.h"
 
 namespace corvane::ctl {
 
 // A query for read_portions() selects these columns and then its own, has "rowid > ?" as its first
 // condition, and ends with BY_PORTIONS.
-#define STREAM_COLUMNS                                                           \
-  "rowid, CLIENT, POLICY, POLICY_TYPE, SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE, " \
-  "DESTINATION_STORAGE_NAME, BACKUP_TIME, "
+#define STREAM_COLUMNS "rowid, " STREAM_KEY_COLUMNS ", BACKUP_TIME, "
 #define BY_PORTIONS " ORDER BY rowid LIMIT ?"
-inline constexpr int kTimeColumn = 8;
-inline constexpr int kOwnColumn = 9;  // the first of the query's own
+inline constexpr int kKeyColumn = 1;
+inline constexpr int kTimeColumn = kKeyColumn + kStreamKeyColumns;
+inline constexpr int kOwnColumn = kTimeColumn + 1;  // the first of the query's own
 inline constexpr std::int64_t kPortion = 100000;
 
 // The names as the row spells them: equal for equal rows, and faster than the stream's key.
 void spell_stream(const Query& row, std::string& spelling);
-
-// Types are folded.
-detect::StreamKey key_of(const Query& row);
 
 // `conditions` are bound between the rowid and the limit.
 template <typename Visit, typename... Conditions>

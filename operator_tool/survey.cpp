@@ -5,6 +5,7 @@
 #include <map>
 #include <tuple>
 
+#include "companions/common/backup_types.h"
 #include "operator_tool/stream_rows.h"
 
 namespace corvane::ctl {
@@ -56,7 +57,7 @@ class Surveyor {
   }
 
   std::size_t add(const Query& row) {
-    const detect::StreamKey key = key_of(row);
+    const StreamKey key = read_stream_key(row, kKeyColumn);
     const auto [place, is_new] = by_text_.try_emplace(key.text(), streams_.size());
     if (is_new) {
       streams_.emplace_back();
@@ -114,7 +115,7 @@ void read_rows(Database& database, Surveyor& surveyor, Survey& result) {
   });
 }
 
-int parts_known(const detect::StreamKey& key) {
+int parts_known(const StreamKey& key) {
   return (is_known_application(key.app_type) ? 1 : 0) +
          (is_known_destination(key.destination) ? 1 : 0);
 }
@@ -169,7 +170,7 @@ void sort_streams(Survey& result) {
   std::vector<std::size_t> order(result.streams.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
   const auto sorted_by = [&](std::size_t i) {
-    const detect::StreamKey& key = result.streams[i].key;
+    const StreamKey& key = result.streams[i].key;
     return std::tie(key.client, key.policy, key.schedule_name, key.schedule_type, key.app_type,
                     key.destination);
   };

@@ -25,7 +25,7 @@ const char* name_of(StreamState state);
 // Records whose application type or destination is not known count for every stream that they may
 // belong to, as the detection has it.
 struct StreamSummary {
-  detect::StreamKey key;
+  StreamKey key;
   std::int64_t records = 0;    // accepted, in the history
   std::int64_t by_people = 0;  // in the history since people called them false alarms
   std::int64_t waiting = 0;    // for the detection

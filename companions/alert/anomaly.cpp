@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "companions/alert/plain_text.h"
-#include "companions/common/backup_types.h"
 #include "companions/common/valid_utf8.h"
 #include "platform/c_handles.h"
 
@@ -77,14 +76,14 @@ std::vector<Feature> read_features(const json_t* array) {
   return features;
 }
 
-Stream read_stream(const json_t* object) {
-  Stream stream;
+StreamKey read_stream(const json_t* object) {
+  StreamKey stream;
   stream.client = text_of(object, "client");
   stream.policy = text_of(object, "policy");
   stream.policy_type = text_of(object, "policy_type");
   stream.schedule_type = text_of(object, "schedule_type");
   stream.schedule_name = text_of(object, "schedule_name");
-  stream.application_type = text_of(object, "application_type");
+  stream.app_type = text_of(object, "application_type");
   stream.destination = text_of(object, "destination");
   return stream;
 }
@@ -117,18 +116,6 @@ void read_details(const json_t* root, Anomaly& anomaly) {
 }
 
 }  // namespace
-
-bool Stream::matches(const Stream& other) const {
-  const bool same_application = application_type == other.application_type ||
-                                !is_known_application(application_type) ||
-                                !is_known_application(other.application_type);
-  const bool same_destination = destination == other.destination ||
-                                !is_known_destination(destination) ||
-                                !is_known_destination(other.destination);
-  return same_application && same_destination && client == other.client && policy == other.policy &&
-         policy_type == other.policy_type && schedule_type == other.schedule_type &&
-         schedule_name == other.schedule_name;
-}
 
 Anomaly read_anomaly(const AnomalyRow& row) {
   Anomaly anomaly;

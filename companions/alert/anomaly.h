@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "companions/common/stream_key.h"
+
 namespace corvane::alert {
 
 struct AnomalyRow {
@@ -27,26 +29,12 @@ struct Feature {
   double deviation = 0;  // in spreads
 };
 
-// Whose backup it is. Types are folded.
-struct Stream {
-  std::string client;
-  std::string policy;
-  std::string policy_type;
-  std::string schedule_type;
-  std::string schedule_name;
-  std::string application_type;
-  std::string destination;
-
-  // Unknown application types and destinations match any.
-  bool matches(const Stream& other) const;
-};
-
 // Texts are as they came, of bounded length; plain_text() makes them fit to be shown.
 struct Anomaly {
   std::string id;
   std::string incident;     // the record's own id when the details name none
   std::string incident_id;  // the id of the incident's first record
-  Stream stream;
+  StreamKey stream;
   bool has_stream = false;
   int severity = 2;  // 1 look at it, 2 important, 3 act now
   std::string summary;

@@ -1,7 +1,5 @@
 #include "companions/alert/anomaly_store.h"
 
-#include "companions/common/backup_types.h"
-
 namespace corvane::alert {
 
 namespace {
@@ -87,19 +85,11 @@ std::int64_t AnomalyStore::last_history_rowid() {
 void AnomalyStore::read_history(std::int64_t after, std::int64_t since,
                                 const std::function<void(const UsualBackup&)>& visit) {
   static constexpr char kSql[] =
-      "SELECT CLIENT, POLICY, POLICY_TYPE, SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE, "
-      "DESTINATION_STORAGE_NAME, BACKUP_TIME, USER_IDENTIFIED_CLUSTER FROM HIST_DATA "
-      "WHERE rowid > ? AND BACKUP_TIME > ? ORDER BY rowid";
+      "SELECT BACKUP_TIME, USER_IDENTIFIED_CLUSTER, " STREAM_KEY_COLUMNS
+      " FROM HIST_DATA WHERE rowid > ? AND BACKUP_TIME > ? ORDER BY rowid";
   Query& rows = query(kSql).bind(after).bind(since);
   while (rows.step()) {
-    const Stream stream{rows.text(0),
-                        rows.text(1),
-                        fold_policy_type(rows.view(2)),
-                        fold_schedule_type(rows.view(3)),
-                        rows.text(4),
-                        rows.text(5),
-                        rows.text(6)};
-    visit({stream, rows.integer(7), rows.integer(8) >= 0});
+    visit({read_stream_key(rows, 2), rows.integer(0), rows.integer(1) >= 0});
   }
 }
 

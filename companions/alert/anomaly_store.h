@@ -50,7 +50,7 @@ class AnomalyStore {
 
   // A backup that the detection has accepted.
   struct UsualBackup {
-    Stream stream;
+    StreamKey stream;
     std::int64_t time = 0;
     bool by_people = false;  // only because people said so
   };

@@ -20,7 +20,7 @@ constexpr std::size_t kMarksPerTransaction = 500;
 constexpr std::int64_t kLongestSettle = 60;  // of a summary, in seconds
 
 // What two streams that match have in common.
-std::string place_of(const Stream& stream) {
+std::string place_of(const StreamKey& stream) {
   return stream.client + '\n' + stream.policy + '\n' + stream.policy_type + '\n' +
          stream.schedule_type + '\n' + stream.schedule_name;
 }

@@ -34,11 +34,11 @@ Incident read_incident(const Query& row) {
 }
 
 void bind_incident(Query& query, const Incident& incident) {
-  const Stream& stream = incident.stream;
+  const StreamKey& stream = incident.stream;
   for (const std::string* text :
        {&incident.name, &incident.anomaly_id, &incident.last_anomaly, &stream.client,
         &stream.policy, &stream.policy_type, &stream.schedule_type, &stream.schedule_name,
-        &stream.application_type, &stream.destination}) {
+        &stream.app_type, &stream.destination}) {
     query.bind(*text);
   }
   query.bind(std::int64_t{incident.has_stream})

@@ -19,7 +19,7 @@ struct Incident {
   std::string name;
   std::string anomaly_id;    // of its first record; its id at the web service
   std::string last_anomaly;  // its latest record
-  Stream stream;
+  StreamKey stream;
   bool has_stream = false;
   std::int64_t first_time = 0;
   std::int64_t last_time = 0;

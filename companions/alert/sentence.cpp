@@ -89,7 +89,7 @@ std::vector<Feature> telling_features(const Anomaly& anomaly) {
   return telling;
 }
 
-std::string backup_words(const Stream& stream) {
+std::string backup_words(const StreamKey& stream) {
   std::string words = "The ";
   if (!stream.schedule_name.empty()) words += plain_text(stream.schedule_name) + " ";
   words += "backup of client " + plain_text(stream.client);

@@ -20,7 +20,7 @@ struct Words {
 Words words_for_anomaly(const Anomaly& anomaly, std::int64_t since, const std::string& master);
 
 struct Ending {
-  Stream stream;
+  StreamKey stream;
   std::int64_t since = 0;
   std::int64_t until = 0;
   std::int64_t records = 0;

@@ -5,32 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "companions/common/backup_types.h"
+#include "companions/common/stream_key.h"
 
 namespace corvane::detect {
-
-// Records that are judged against each other. Types are folded.
-struct StreamKey {
-  std::string client;
-  std::string policy;
-  std::string policy_type;
-  std::string schedule_type;
-  std::string schedule_name;
-  std::string app_type;     // "NONE" and empty: unknown
-  std::string destination;  // "NA" and empty: unknown
-
-  // An incremental holds what changed; anything else is taken for a whole copy of the source.
-  bool is_incremental() const;
-  // Streams of one family differ at most in what the historical gather does not know.
-  std::string family() const;
-  std::string client_and_policy() const;
-  // Every part, blank-free separators: the DETECTION_KEY.
-  std::string text() const;
-  // Unknown application types and destinations match any.
-  bool matches(const StreamKey& other) const;
-
-  bool operator==(const StreamKey&) const = default;
-};
 
 // -1 (any negative number) is unknown.
 struct Figures {

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "companions/common/backup_types.h"
+
 namespace corvane::detect {
 
 namespace {
@@ -181,15 +183,9 @@ void Store::read_feedback(
 }
 
 void Store::read_eps(const std::function<void(const std::string& stream, double eps)>& visit) {
-  static constexpr char kSql[] =
-      "SELECT CLIENT, POLICY, POLICY_TYPE, SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE, "
-      "DESTINATION_STORAGE_NAME, EPS FROM DBSCAN_MODEL_PARAMS";
+  static constexpr char kSql[] = "SELECT EPS, " STREAM_KEY_COLUMNS " FROM DBSCAN_MODEL_PARAMS";
   Query& rows = query(kSql);
-  while (rows.step()) {
-    const StreamKey key{rows.text(0), rows.text(1), rows.text(2), rows.text(3),
-                        rows.text(4), rows.text(5), rows.text(6)};
-    visit(key.text(), rows.real(7));
-  }
+  while (rows.step()) visit(read_stream_key(rows, 1).text(), rows.real(0));
 }
 
 void Store::store_eps(const StreamKey& stream, double eps, int capture_time) {

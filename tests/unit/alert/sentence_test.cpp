@@ -72,7 +72,7 @@ TEST(Sentence, ForeignDetailsLeaveWhatTheRowKnows) {
 }
 
 TEST(Sentence, TheEnd) {
-  const Stream stream{"c", "p", "", "", "daily", "", ""};
+  const StreamKey stream{"c", "p", "", "", "daily", "", ""};
   const Words words = words_for_end({stream, kFirst, kFirst + kDay, 1, false});
   EXPECT_EQ(words.subject,
             "Back to normal since 2023-11-15 22:13 UTC: the daily backup of client c (policy p)");

@@ -9,22 +9,6 @@
 namespace corvane::detect {
 namespace {
 
-TEST(Backup, UnknownPartsOfAStreamMatchAny) {
-  const StreamKey live = daily(1).stream;
-  StreamKey gathered = live;
-  gathered.app_type = "NONE";
-  gathered.destination = "NA";
-  EXPECT_TRUE(live.matches(gathered));
-  EXPECT_TRUE(gathered.matches(live));
-  StreamKey other = live;
-  other.destination = "tape";
-  EXPECT_FALSE(live.matches(other));
-  EXPECT_TRUE(gathered.matches(other));
-  other = live;
-  other.schedule_name = "weekly";
-  EXPECT_FALSE(live.matches(other));
-}
-
 TEST(Backup, AnObservationKeepsTheFigures) {
   Backup backup = daily(3);
   backup.figures = {123456, 7654321, 0, 3.25, 90};

@@ -1,0 +1,43 @@
+#include "companions/common/stream_key.h"
+
+#include "companions/common/backup_types.h"
+
+namespace corvane {
+
+bool StreamKey::is_incremental() const {
+  return schedule_type.find("INCREMENTAL") != std::string::npos;
+}
+
+std::string StreamKey::family() const {
+  return client_and_policy() + '\n' + policy_type + '\n' + schedule_type + '\n' + schedule_name;
+}
+
+std::string StreamKey::client_and_policy() const { return client + '\n' + policy; }
+
+std::string StreamKey::text() const {
+  return client + '/' + policy + '/' + policy_type + '/' + schedule_type + '/' + schedule_name +
+         '/' + app_type + '/' + destination;
+}
+
+bool StreamKey::matches(const StreamKey& other) const {
+  const bool same_app = app_type == other.app_type || !is_known_application(app_type) ||
+                        !is_known_application(other.app_type);
+  const bool same_destination = destination == other.destination ||
+                                !is_known_destination(destination) ||
+                                !is_known_destination(other.destination);
+  return same_app && same_destination && client == other.client && policy == other.policy &&
+         policy_type == other.policy_type && schedule_type == other.schedule_type &&
+         schedule_name == other.schedule_name;
+}
+
+StreamKey read_stream_key(const Query& row, int first) {
+  return {row.text(first),
+          row.text(first + 1),
+          fold_policy_type(row.view(first + 2)),
+          fold_schedule_type(row.view(first + 3)),
+          row.text(first + 4),
+          row.text(first + 5),
+          row.text(first + 6)};
+}
+
+}  // namespace corvane

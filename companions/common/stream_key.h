@@ -1,0 +1,42 @@
+// Whose backups are judged, and told of, together.
+#pragma once
+
+#include <string>
+
+#include "companions/common/query.h"
+
+namespace corvane {
+
+// Records that are judged against each other. Types are folded.
+struct StreamKey {
+  std::string client;
+  std::string policy;
+  std::string policy_type;
+  std::string schedule_type;
+  std::string schedule_name;
+  std::string app_type;     // "NONE" and empty: unknown
+  std::string destination;  // "NA" and empty: unknown
+
+  // An incremental holds what changed; anything else is taken for a whole copy of the source.
+  bool is_incremental() const;
+  // Streams of one family differ at most in what the historical gather does not know.
+  std::string family() const;
+  std::string client_and_policy() const;
+  // Every part, blank-free separators: the DETECTION_KEY.
+  std::string text() const;
+  // Unknown application types and destinations match any.
+  bool matches(const StreamKey& other) const;
+
+  bool operator==(const StreamKey&) const = default;
+};
+
+// The columns of HIST_DATA and DATA_TO_PROCESS that read_stream_key() reads.
+#define STREAM_KEY_COLUMNS                                                \
+  "CLIENT, POLICY, POLICY_TYPE, SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE, " \
+  "DESTINATION_STORAGE_NAME"
+inline constexpr int kStreamKeyColumns = 7;
+
+// `first` is the column where they begin.
+StreamKey read_stream_key(const Query& row, int first);
+
+}  // namespace corvane
