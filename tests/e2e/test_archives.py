@@ -268,7 +268,7 @@ def test_history_of_the_three_sources_side_by_side(make_machine):
     machine = make_machine(stepped=True)
     by_archive = history_of(machine, archive_end=BEGIN)
     database = host.TREE / "var/global/tools"
-    machine.run("gather_example", database, "historical", START, BEGIN, timeout=300 * host.patience)
+    machine.run("gather_example", database, "historical", START, BEGIN)
     by_tool = rows(database / "CV_Anomaly.db", "SELECT * FROM HIST_DATA ORDER BY JOB_ID")
 
     assert len(by_rest) == len(SAME_BACKUPS)
