@@ -35,6 +35,7 @@ void DBAccess::close_database() {
   kept_.clear();  // SQLite closes nothing that has statements left
   sqlite3_close(handle_);
   handle_ = nullptr;
+  in_transaction_ = false;
 }
 
 void DBAccess::begin_transaction() {
@@ -55,7 +56,9 @@ void DBAccess::rollback_transaction() {
 bool DBAccess::is_auto_commit_on() { throw sqlite_exception("Not implemented"); }
 
 void DBAccess::execute_query(const std::string& query) {
+  const bool was_open = has_open_transaction();
   execute(query.c_str(), "Query execution failed for  ", query.c_str());
+  if (was_open && !has_open_transaction()) in_transaction_ = false;  // the query has ended it
 }
 
 void DBAccess::create_table(const std::string& query) {
@@ -81,7 +84,7 @@ void DBAccess::execute_query_prepared(Statement& statement) {
 void DBAccess::execute_query_kept(const std::string& query,
                                   const std::function<void(Statement&)>& bind) {
   // On its own, this row would outlive those that it belongs with.
-  if (in_transaction_ && sqlite3_get_autocommit(handle_) != 0) {
+  if (in_transaction_ && !has_open_transaction()) {
     throw sqlite_exception("sqlite query execution failed.");
   }
   const auto [kept, is_new] = kept_.try_emplace(query, handle_, query);
@@ -99,6 +102,10 @@ void DBAccess::execute_query_kept(const std::string& query,
 }
 
 sqlite3* DBAccess::get_db_handle() const { return handle_; }
+
+bool DBAccess::has_open_transaction() const {
+  return handle_ != nullptr && sqlite3_get_autocommit(handle_) == 0;
+}
 
 void DBAccess::execute(const char* query, const char* message, const char* subject,
                        int (*callback)(void*, int, char**, char**), void* context) {

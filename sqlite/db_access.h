@@ -53,6 +53,8 @@ class DBAccess {
   sqlite3* get_db_handle() const;
 
  private:
+  bool has_open_transaction() const;  // as SQLite sees it
+
   // Throws sqlite_exception(message + subject, SQLite's text) when the query fails. Allocates
   // nothing otherwise: a transaction must be rolled back when memory has run out too.
   void execute(const char* query, const char* message, const char* subject = "",

@@ -294,6 +294,28 @@ TEST_F(DBAccessTest, ExecuteQueryKeptFailsInATransactionThatSqliteHasRolledBack)
   EXPECT_EQ(rows_of(db_, "SELECT A FROM T"), (Texts{{{"A", "4"}}}));
 }
 
+TEST_F(DBAccessTest, ExecuteQueryKeptGoesOnAfterATransactionThatAQueryHasEnded) {
+  db_.create_table("CREATE TABLE T (A INT)");
+  int number = 0;
+  for (const char* end : {"END TRANSACTION;", "ROLLBACK TRANSACTION;"}) {
+    db_.begin_transaction();
+    insert_kept(db_, ++number);
+    db_.execute_query(end);
+    insert_kept(db_, ++number);
+  }
+  EXPECT_EQ(rows_of(db_, "SELECT GROUP_CONCAT(A) FROM T"), (Texts{{{"GROUP_CONCAT(A)", "1,2,4"}}}));
+}
+
+TEST_F(DBAccessTest, ExecuteQueryKeptFailsOnAClosedDatabaseAndGoesOnWhenItIsOpenAgain) {
+  db_.begin_transaction();
+  db_.close_database();
+  expect_sqlite_exception([&] { insert_kept(db_, 1); }, "Invalid database object received.");
+  db_.open_database();
+  db_.create_table("CREATE TABLE T (A INT)");
+  insert_kept(db_, 2);
+  EXPECT_EQ(rows_of(db_, "SELECT A FROM T"), (Texts{{{"A", "2"}}}));
+}
+
 TEST(DBAccessFileTest, ExecuteQueryKeptSeesASchemaThatAnotherProcessHasChanged) {
   const ScratchDir scratch;
   DBAccess db(scratch("a.db"), kServiceFlags);
