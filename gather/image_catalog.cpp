@@ -92,7 +92,7 @@ void DataGather::parse_qpimagelist_input(const std::string& path, int mode) {
 
 DataGather::Record DataGather::parse_qpimagelist_line(const std::string& line) {
   const corvane::JsonMemory memory;
-  const corvane::JsonPtr root(json_loads(line.c_str(), 0, nullptr));
+  const corvane::JsonPtr root = corvane::load_json(line);
   if (!root) {
     logmsgf(16, kProgram, "Error while parsing line %s.", line.c_str());
     throw std::runtime_error("JSON parsing failed for qpimagelist image.");

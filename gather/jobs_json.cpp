@@ -2,12 +2,13 @@
 
 #include <stdexcept>
 
+#include "gather/json_memory.h"
 #include "platform/debug_log.h"
 
 namespace corvane {
 
 JsonPtr load_jobs_json(const std::string& text, json_type root_type) {
-  JsonPtr root(json_loads(text.c_str(), 0, nullptr));
+  JsonPtr root = load_json(text);
   if (root && json_typeof(root.get()) == root_type) return root;
   logmsgf(16, "cvanomalymgmt", "JSON parsing failed for jobs data %s", text.c_str());
   throw std::runtime_error(root ? "JSON parsing failed for jobs data."

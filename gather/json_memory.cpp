@@ -18,12 +18,13 @@ struct Block {
   std::unique_ptr<std::byte[]> bytes;
   std::size_t used = 0;
   int users = 0;
+  bool is_reading = false;
 };
 
 thread_local Block block;
 
 std::byte* allocate_from_block(std::size_t size) {
-  if (block.users == 0 || size > kBlockBytes - block.used) return nullptr;
+  if (!block.is_reading || size > kBlockBytes - block.used) return nullptr;
   std::byte* const place = block.bytes.get() + block.used;
   constexpr std::size_t kAlignment = alignof(std::max_align_t);
   block.used =
@@ -58,6 +59,13 @@ JsonMemory::JsonMemory() {
 JsonMemory::~JsonMemory() {
   --block.users;
   block.used = used_before_;
+}
+
+JsonPtr load_json(const std::string& text) {
+  block.is_reading = block.users > 0;
+  JsonPtr root(json_loads(text.c_str(), 0, nullptr));
+  block.is_reading = false;
+  return root;
 }
 
 }  // namespace corvane
