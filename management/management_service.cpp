@@ -34,8 +34,7 @@ int now_seconds() { return static_cast<int>(corvane::now()); }
 int elapsed_seconds(std::time_t since) { return static_cast<int>(corvane::now() - since); }
 
 // The configured minutes between two gathers, within bounds; `found` says whether there are any.
-int read_fetch_interval(const std::string& config_path, bool& found) {
-  Configuration config(config_path, 1);
+int read_fetch_interval(Configuration& config, bool& found) {
   const std::string value =
       config.get_config("DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN");
   found = !value.empty();
@@ -88,15 +87,15 @@ int ManagementService::populate_config_params() {
   if (getConfigFilePath(m_config_file_path) != 0) {
     logmsgf(8, kProgram, "Could not determine the path to config file");
   }
+  Configuration config(m_config_file_path, 1);
   bool found = false;
-  m_data_fetch_interval_in_mins = read_fetch_interval(m_config_file_path, found);
+  m_data_fetch_interval_in_mins = read_fetch_interval(config, found);
   if (!found) {
     logmsgf(16, kProgram,
             "Failed to get fetch interval value from configuration. Assigning default value");
   }
   const std::string purge_interval =
-      Configuration(m_config_file_path, 1)
-          .get_config("DATABASE_SETTINGS", "PURGE_DATA_INTERVAL_IN_MONTHS");
+      config.get_config("DATABASE_SETTINGS", "PURGE_DATA_INTERVAL_IN_MONTHS");
   m_purge_interval_in_months = kMaxPurgeIntervalMonths;
   if (purge_interval.empty()) {
     logmsgf(16, kProgram,
@@ -119,8 +118,9 @@ int ManagementService::populate_config_params() {
 }
 
 void ManagementService::capture_updated_gather_frequency() {
+  Configuration config(m_config_file_path, 1);
   bool found = false;
-  m_data_fetch_interval_in_mins = read_fetch_interval(m_config_file_path, found);
+  m_data_fetch_interval_in_mins = read_fetch_interval(config, found);
   logmsgf(2, kProgram, "Using gather frequency as %d mins", m_data_fetch_interval_in_mins);
 }
 
