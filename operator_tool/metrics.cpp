@@ -122,6 +122,10 @@ void add_machine(const Health& health, Families& to) {
   for (const Daemon& daemon : health.daemons) {
     to.add(daemon.process != 0 ? 1 : 0, {{"process", daemon.name}});
   }
+  to.begin("cvanomaly_process_wanted", "1 while the configuration switches the program on.");
+  for (const Daemon& daemon : health.daemons) {
+    to.add(daemon.is_wanted ? 1 : 0, {{"process", daemon.name}});
+  }
   to.single("cvanomaly_database_size_bytes",
             "Size of the anomaly database with its write-ahead log.", health.database_bytes);
   to.begin("cvanomaly_log_size_bytes", "Size of a program's log.");

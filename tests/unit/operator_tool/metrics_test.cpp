@@ -70,6 +70,18 @@ TEST_F(Metrics, TellWhatThereIs) {
   }
 }
 
+TEST_F(Metrics, TellWhatIsSwitchedOffFromWhatIsDown) {
+  configure(
+      "[ANOMALY_DETECTION_FUNCTIONALITY]\nDISABLE_DETECTION_SERVICE=0\nDISABLE_ALERT_SERVICE=1\n");
+  const std::string out = say({"metrics"}).out;
+  for (const char* line : {"cvanomaly_process_up{process=\"cvanomalydetect\"} 0",
+                           "cvanomaly_process_wanted{process=\"cvanomalydetect\"} 1",
+                           "cvanomaly_process_up{process=\"cvanomalyalert\"} 0",
+                           "cvanomaly_process_wanted{process=\"cvanomalyalert\"} 0"}) {
+    EXPECT_TRUE(says(out, line)) << line << "\n" << out;
+  }
+}
+
 TEST_F(Metrics, TheFileIsReplacedWholeOrLeftAsItWas) {
   const std::string target = directory_("cvanomaly.prom");
   test::write_file(target, "former");
