@@ -1,6 +1,7 @@
 #include "companions/detect/detector.h"
 
 #include <algorithm>
+#include <cmath>
 #include <ctime>
 #include <optional>
 #include <tuple>
@@ -116,6 +117,8 @@ void Detector::judge_some(std::size_t begin, std::size_t end, PassCounts& counts
   Transaction transaction(store_.handle());
   for (std::size_t i = begin; i < end; ++i) judge(waiting_[i], counts);
   transaction.commit();
+  for (const auto& [level, text] : lines_) logmsg(level, kProgram, text.c_str());
+  lines_.clear();
 }
 
 void Detector::judge(const WaitingRow& row, PassCounts& counts) {
@@ -141,8 +144,7 @@ void Detector::judge(const WaitingRow& row, PassCounts& counts) {
   if (verdict.outcome == Outcome::kAdopted) say_adopted(backup);
   if (verdict.outcome == Outcome::kInconclusive) say_inconclusive(backup, verdict);
   if (verdict.outcome == Outcome::kLearning) {
-    logmsgf(2, kProgram, "%s: %s", backup.stream.text().c_str(),
-            state_of(verdict, model_.settings()).c_str());
+    say(2, backup.stream.text() + ": " + state_of(verdict, model_.settings()));
     ++counts.learning;
   } else {
     ++counts.normal;
@@ -162,8 +164,8 @@ void Detector::report(const WaitingRow& row, const Verdict& verdict) {
   store_.report(anomaly_id(backup.unique_key), details_of(backup, verdict, incident, last_good),
                 backup.stream, static_cast<int>(now()));
   model_.hold(backup, incident);
-  logmsgf(4, kProgram, "Anomaly [%s] in [%s]: %s", anomaly_id(backup.unique_key).c_str(),
-          backup.stream.text().c_str(), summary_of(backup, verdict).c_str());
+  say(4, "Anomaly [" + anomaly_id(backup.unique_key) + "] in [" + backup.stream.text() +
+             "]: " + summary_of(backup, verdict));
 }
 
 // In the incident that the change began with; what people and the alerts have done with it stays.
@@ -171,18 +173,21 @@ void Detector::say_adopted(const Backup& backup) {
   const std::string incident = model_.incident_of(backup);
   const std::optional<std::string> details = store_.details(anomaly_id(incident));
   if (details) store_.set_details(anomaly_id(incident), with_adoption(*details, backup));
-  logmsgf(4, kProgram, "The change in [%s] lasts and is the new normal from backup [%s] on",
-          backup.stream.text().c_str(), backup.backup_id.c_str());
+  say(4, "The change in [" + backup.stream.text() + "] lasts and is the new normal from backup [" +
+             backup.backup_id + "] on");
 }
 
 void Detector::say_inconclusive(const Backup& backup, const Verdict& verdict) {
   Stream& stream = model_.stream_of(backup.stream);
   std::string day = day_of(backup.time);
   if (stream.said_inconclusive == day) return;
-  logmsgf(8, kProgram, "[%s] is inconclusive: %.0f percent of its history is noise",
-          backup.stream.text().c_str(), 100 * verdict.noise_share);
+  say(8, "[" + backup.stream.text() +
+             "] is inconclusive: " + std::to_string(std::lround(100 * verdict.noise_share)) +
+             " percent of its history is noise");
   stream.said_inconclusive = std::move(day);
 }
+
+void Detector::say(int level, std::string text) { lines_.emplace_back(level, std::move(text)); }
 
 void Detector::keep_eps(const StreamKey& stream) {
   const double eps = model_.settings().effective_eps();

@@ -51,6 +51,7 @@ class Detector {
   void report(const WaitingRow& row, const Verdict& verdict);
   void say_adopted(const Backup& backup);
   void say_inconclusive(const Backup& backup, const Verdict& verdict);
+  void say(int level, std::string text);
   void keep_eps(const StreamKey& stream);
   void follow_feedback();
   void apply_feedback(const std::string& anomaly_id, bool false_positive);
@@ -63,7 +64,9 @@ class Detector {
   std::int64_t last_history_ = 0;
   std::int64_t last_row_ = 0;
   std::vector<WaitingRow> waiting_;
-  std::map<std::string, bool> feedback_;                // as followed so far
+  std::vector<std::pair<int, std::string>>
+      lines_;                             // level and text; logged once what they say is stored
+  std::map<std::string, bool> feedback_;  // as followed so far
   std::unordered_map<std::string, double> stored_eps_;  // by stream
 };
 

@@ -10,6 +10,7 @@ namespace {
 
 // Short, so that the process still ends promptly when it is asked to while somebody else writes.
 constexpr int kBusyTimeoutMs = 500;
+constexpr int kReaderBusyTimeoutMs = 5000;  // a person's question: nobody waits for its end
 
 #define BACKUP_COLUMNS                                                               \
   "rowid, UNIQUE_KEY, BACKUP_ID, JOB_ID, BACKUP_TIME, CLIENT, POLICY, POLICY_TYPE, " \
@@ -52,7 +53,8 @@ void read_backup(const Query& row, Backup& backup) {
 Store::Store(const std::string& path, bool read_only)
     : database_(path,
                 (read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) | SQLITE_OPEN_NOMUTEX) {
-  sqlite3_busy_timeout(database_.get_db_handle(), kBusyTimeoutMs);
+  sqlite3_busy_timeout(database_.get_db_handle(),
+                       read_only ? kReaderBusyTimeoutMs : kBusyTimeoutMs);
   // A commit that a power failure takes back is judged again; it need not be waited for.
   if (!read_only) database_.execute_query("PRAGMA synchronous=NORMAL;");
 }

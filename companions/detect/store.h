@@ -25,7 +25,8 @@ struct WaitingRow {
 };
 
 // One connection, one thread. Every failure throws sqlite_exception with SQLite's text; a database
-// that is not there is not created. Another writer is waited for up to half a second.
+// that is not there is not created. Another writer is waited for up to half a second, by who only
+// reads up to 5.
 class Store {
  public:
   explicit Store(const std::string& path, bool read_only = false);

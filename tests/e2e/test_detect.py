@@ -3,6 +3,7 @@
 import contextlib
 import json
 import random
+import shutil
 import signal
 import sqlite3
 import subprocess
@@ -15,6 +16,7 @@ import machine as host
 import pytest
 from machine import process_ids, wait_until
 from service_runs import history_gathered_before
+from test_disk import small_disk
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "bench/detect"))
 import anomaly_db  # noqa: E402
@@ -198,6 +200,37 @@ def test_survives_a_missing_locked_and_damaged_database(tmp_path):
     finally:
         process.kill()
         process.wait()
+
+
+def test_survives_a_full_disk():
+    directory = small_disk() / "detection"
+    directory.mkdir()
+    filler = directory / "filler"
+    log = host.LOGS / DETECT
+    log.unlink(missing_ok=True)
+    world = World(directory)
+    try:
+        world.insert(INTO_HISTORY, [daily("a", day, -1) for day in range(40)])
+        rows = [daily("a", day, 0) for day in range(40, 60)] + [encrypted("a", 60)]
+        world.insert(INTO_WAITING, rows)
+        world.db.execute("PRAGMA wal_checkpoint(TRUNCATE)")
+        with contextlib.suppress(OSError), filler.open("wb", buffering=0) as out:
+            while out.write(bytes(4096)):
+                pass
+        with world.daemon():
+            wait_until(lambda: log.exists() and "trying again: Query failed: database or disk is full" in log.read_text(),
+                       20, "the full disk is mentioned")
+            assert world.waiting() == len(rows)
+            assert "Anomaly [" not in log.read_text()  # it would say so again each time
+            filler.unlink()
+            wait_until(lambda: world.waiting() == 0, 30, "all is judged")
+        assert log.read_text().count("Anomaly [") == 1
+        assert [world.status(row) for row in rows] == [1] * 20 + [2]
+        assert world.one("SELECT count(*) FROM HIST_DATA") == 60
+        assert world.query("SELECT ANOMALY_UNIQUE_ID FROM ANOMALY_DATA") == [("anomaly_" + key(rows[-1]),)]
+    finally:
+        world.db.close()
+        shutil.rmtree(directory)
 
 
 def test_options(world):

@@ -63,6 +63,13 @@ class Guide(unittest.TestCase):
             with self.subTest(source=source, text=text):
                 self.assertTrue(plain in GUIDE, "not in docs/operating.md")
 
+    def test_messages_that_wait_for_a_commit_are_explained(self):
+        code = (PROJECT / "companions/detect/detector.cpp").read_text()
+        found = re.findall(rf"say\((?:8|16), ((?:[^;\"]|{LITERAL})*)\);", code)
+        self.assertEqual(len(found), 1)
+        for call in found:
+            self.assertRegex(GUIDE, "[^|]+".join(re.escape(part[1:-1]) for part in re.findall(LITERAL, call)))
+
     def test_messages_that_come_from_elsewhere_are_explained(self):
         found = Counter(source for source, text in messages() if not text)
         self.assertEqual(found, {source: number for source, (number, _) in INDIRECT.items()})

@@ -178,6 +178,28 @@ TEST_F(DetectorTest, AStopBetweenRowsLosesNothing) {
   EXPECT_EQ(test::count(world_.db(), "HIST_DATA"), "300");
 }
 
+TEST_F(DetectorTest, AStopEndsTheFirstReadEarly) {
+  constexpr int kRows = 3 * 4096;
+  world_.run("BEGIN");
+  for (int i = 0; i < kRows; ++i) {
+    Backup backup = daily(40);
+    backup.stream.client = "client" + std::to_string(i);
+    backup.unique_key = backup.stream.client;
+    world_.insert("HIST_DATA", backup, -1);
+  }
+  world_.run("COMMIT");
+  bool stopped = true;
+  Detector detector(world_.path(), Settings{}, [&] { return stopped; });
+  gather(bad_);
+  detector.pass();
+  EXPECT_LT(detector.model().streams(), kRows / 2);
+  EXPECT_EQ(status(bad_), "0");
+  stopped = false;
+  detector.pass();
+  EXPECT_EQ(detector.model().streams(), kRows + 1U);
+  EXPECT_EQ(status(bad_), "2");
+}
+
 TEST_F(DetectorTest, ADatabaseThatIsNotThereIsAnError) {
   EXPECT_THROW(Detector("/nonexistent/CV_Anomaly.db", Settings{}, [] { return false; }),
                sqlite_exception);
