@@ -11,6 +11,10 @@ mapfile -t sources < <(git ls-files '*.cpp')
 mapfile -t headers < <(git ls-files '*.h')
 mapfile -t product < <(git ls-files '*.cpp' | grep -v '^tests/\|^bench/')
 mapfile -t scripts < <(git grep -lE '^#!/.*[ /](ba)?sh$')
+if [ ${#sources[@]} -eq 0 ] || [ ${#scripts[@]} -eq 0 ]; then
+  echo "lint.sh: no files; is this a clone with git at hand?" >&2
+  exit 2
+fi
 each=(xargs -d '\n' -P "$(nproc)")
 status=0
 
