@@ -13,8 +13,8 @@ PAGES = sorted((PACKAGING / "man").iterdir())
 
 METRICS = {f"cvanomaly_{name}" for name in (
     "last_gather_timestamp_seconds", "gather_lag_seconds", "records", "queued_jobs", "rows_waiting", "anomalies",
-    "false_positive_ratio", "process_up", "alerts_waiting", "alerts_dead", "database_size_bytes", "log_size_bytes",
-    "gather_duration_seconds", "gather_failures", "streams")}
+    "false_positive_ratio", "process_up", "process_wanted", "alerts_waiting", "alerts_dead", "database_size_bytes",
+    "log_size_bytes", "gather_duration_seconds", "gather_failures", "streams")}
 
 
 def defaults_in_code():
