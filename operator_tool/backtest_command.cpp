@@ -1,4 +1,5 @@
 #include "companions/alert/sentence.h"
+#include "companions/common/json_text.h"
 #include "companions/detect/backtest.h"
 #include "companions/detect/details.h"
 #include "operator_tool/commands.h"
@@ -25,7 +26,7 @@ std::string text_of(const Context& context, const json_t* result) {
       const json_t* entry = json_array_get(anomalies, i);
       const std::string key = text_member(entry, "unique_key");
       const alert::Anomaly view =
-          alert::read_anomaly({detect::anomaly_id(key), compact(entry), "", "", 0});
+          alert::read_anomaly({detect::anomaly_id(key), json_text(entry), "", "", 0});
       const SeverityWords severity = severity_words(view.severity);
       table.add({{time_text(view.time, context.options.utc)},
                  {severity.words, severity.style},

@@ -1,3 +1,4 @@
+#include "companions/common/json_text.h"
 #include "companions/detect/backtest.h"
 #include "companions/detect/details.h"
 #include "operator_tool/commands.h"
@@ -16,7 +17,7 @@ Style style_of(const std::string& state) {
 
 std::string text_of(const Context& context, const json_t* judged, const std::string& key) {
   const Terminal& terminal = context.terminal;
-  const std::string details = compact(judged);
+  const std::string details = json_text(judged);
   const alert::Anomaly view = alert::read_anomaly({detect::anomaly_id(key), details, "", "", 0});
   const bool utc = context.options.utc;
   const std::string state = text_member(judged, "state");

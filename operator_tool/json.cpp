@@ -1,21 +1,11 @@
 #include "operator_tool/json.h"
 
 #include <cmath>
-#include <cstdlib>
-#include <memory>
 
+#include "companions/common/json_text.h"
 #include "companions/common/valid_utf8.h"
 
 namespace corvane::ctl {
-
-namespace {
-
-std::string dumped(const json_t* value, std::size_t flags) {
-  const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(value, flags), &std::free);
-  return text == nullptr ? std::string() : std::string(text.get());
-}
-
-}  // namespace
 
 JsonPtr document(const char* command) {
   JsonPtr root(json_object());
@@ -60,7 +50,13 @@ std::string text_member(const json_t* object, const char* name) {
   return text == nullptr ? "" : text;
 }
 
-std::string pretty(const json_t* value) { return dumped(value, JSON_INDENT(1)) + "\n"; }
-std::string compact(const json_t* value) { return dumped(value, JSON_COMPACT); }
+std::string pretty(const json_t* value) {
+  std::string text = json_text(value, JSON_INDENT(1) | JSON_ENSURE_ASCII) + "\n";
+  constexpr char kDelete = '\x7F';  // the one control character that Jansson does not escape
+  for (std::size_t at = 0; (at = text.find(kDelete, at)) != std::string::npos;) {
+    text.replace(at, 1, "\\u007f");
+  }
+  return text;
+}
 
 }  // namespace corvane::ctl

@@ -28,8 +28,7 @@ void append(json_t* array, JsonPtr value);
 // A member that is a text; empty when there is none of that name.
 std::string text_member(const json_t* object, const char* name);
 
-// Indented, ended by a line end.
+// Indented, ended by a line end, of ASCII characters that steer no terminal.
 std::string pretty(const json_t* value);
-std::string compact(const json_t* value);
 
 }  // namespace corvane::ctl

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <map>
 
+#include "companions/common/json_text.h"
 #include "operator_tool/commands.h"
 #include "operator_tool/health_json.h"
 #include "operator_tool/json.h"
@@ -185,7 +186,7 @@ JsonPtr report_data(const Context& context) {
 std::string run_report(const Context& context) {
   const Options& options = context.options;
   const JsonPtr data = report_data(context);
-  const std::string page = report_page(compact(data.get()));
+  const std::string page = report_page(json_text(data.get()));
   context.database.check_unchanged();
   replace_file(options.output, page);
   const std::size_t clients = json_array_size(json_object_get(data.get(), "clients"));

@@ -3,10 +3,9 @@
 #include <jansson.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 
 #include "companions/alert/plain_text.h"
+#include "companions/common/json_text.h"
 #include "companions/common/valid_utf8.h"
 #include "platform/c_handles.h"
 
@@ -40,11 +39,7 @@ JsonPtr parsed(std::string_view text) {
   return json_is_object(root.get()) ? std::move(root) : nullptr;
 }
 
-std::string dumped(const json_t* value) {
-  const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(value, JSON_COMPACT),
-                                                         &std::free);
-  return text == nullptr ? "{}" : json_safe(text.get());
-}
+std::string dumped(const json_t* value) { return json_safe(json_text(value)); }
 
 std::string unreadable(std::string_view text) {
   const std::string valid = valid_utf8(text.substr(0, kMostForeign));

@@ -6,13 +6,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <stdexcept>
 
 #include "companions/alert/message.h"
 #include "companions/alert/plain_text.h"
+#include "companions/common/json_text.h"
 #include "companions/common/valid_utf8.h"
 #include "platform/c_handles.h"
 
@@ -30,10 +29,7 @@ std::string line_of(const Delivery& delivery, std::int64_t now) {
   json_object_set_new(letter.get(), "given_up", json_integer(now));
   json_object_set_new(letter.get(), "message",
                       json_loadb(document.data(), document.size(), 0, nullptr));
-  const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(letter.get(), JSON_COMPACT),
-                                                         &std::free);
-  if (text == nullptr) throw std::runtime_error("out of memory");
-  return json_safe(text.get()) + "\n";
+  return json_safe(json_text(letter.get())) + "\n";
 }
 
 }  // namespace

@@ -2,10 +2,8 @@
 
 #include <jansson.h>
 
-#include <cstdlib>
-#include <memory>
-
 #include "companions/alert/plain_text.h"
+#include "companions/common/json_text.h"
 #include "companions/common/valid_utf8.h"
 #include "platform/c_handles.h"
 
@@ -82,9 +80,7 @@ std::string document_of(const Message& message) {
   if (message.until > 0) put(into, "until", message.until);
   put(into, "records", message.records);
   json_object_set_new(into, "details", parsed_details(message.details));
-  const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(into, JSON_COMPACT),
-                                                         &std::free);
-  return text == nullptr ? "{}" : json_safe(text.get());
+  return json_safe(json_text(into));
 }
 
 }  // namespace corvane::alert

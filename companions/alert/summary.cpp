@@ -3,13 +3,12 @@
 #include <jansson.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
-#include <memory>
 #include <vector>
 
 #include "companions/alert/plain_text.h"
 #include "companions/alert/sentence.h"
+#include "companions/common/json_text.h"
 #include "companions/common/valid_utf8.h"
 #include "platform/c_handles.h"
 
@@ -154,9 +153,7 @@ std::string details_of(const Folded& folded, const Totals& totals) {
     put(entry, "subject", rows.view(7));
     json_array_append_new(incidents, entry);
   }
-  const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(root.get(), JSON_COMPACT),
-                                                         &std::free);
-  return text == nullptr ? "{}" : json_safe(text.get());
+  return json_safe(json_text(root.get()));
 }
 
 }  // namespace

@@ -2,11 +2,10 @@
 
 #include <jansson.h>
 
-#include <cstdlib>
-#include <memory>
 #include <utility>
 
 #include "companions/alert/plain_text.h"
+#include "companions/common/json_text.h"
 #include "companions/common/valid_utf8.h"
 #include "platform/c_handles.h"
 #include "util/curl_client.h"
@@ -20,10 +19,8 @@ constexpr char kPath[] = "corvane/wui/anomalies";
 std::string body_of(const Message& message) {
   const std::string id = valid_utf8(message.anomaly_id);
   const JsonPtr text(json_stringn(id.data(), id.size()));
-  const std::unique_ptr<char, decltype(&std::free)> quoted(json_dumps(text.get(), JSON_ENCODE_ANY),
-                                                           &std::free);
   return std::string(R"({"data":{"type":"anomaly","id":)") +
-         json_safe(quoted == nullptr ? "\"\"" : quoted.get()) + R"(,"attributes":)" +
+         json_safe(json_text(text.get(), JSON_ENCODE_ANY)) + R"(,"attributes":)" +
          document_of(message) + "}}";
 }
 

@@ -4,11 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <ctime>
-#include <memory>
 #include <vector>
 
+#include "companions/common/json_text.h"
 #include "companions/common/valid_utf8.h"
 #include "companions/detect/details.h"
 #include "companions/detect/detector.h"
@@ -49,11 +48,7 @@ std::string time_text(std::int32_t time) {
   return text.data();
 }
 
-std::string pretty(const json_t* value) {
-  const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(value, JSON_INDENT(1)),
-                                                         &std::free);
-  return text == nullptr ? std::string() : std::string(text.get()) + "\n";
-}
+std::string pretty(const json_t* value) { return json_text(value, JSON_INDENT(1)) + "\n"; }
 
 class Backtest {
  public:

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
+#include "companions/common/json_text.h"
 #include "companions/common/valid_utf8.h"
 #include "platform/c_handles.h"
 
@@ -32,7 +32,7 @@ constexpr std::array<FeatureName, kFeatures> kNames{
      {"dedup_ratio", "ratio", "deduplication ratio"},
      {"duration", "seconds", "seconds"}}};
 
-json_t* json_text(const std::string& text) {
+json_t* json_string_of(const std::string& text) {
   const std::string valid = valid_utf8(text);
   return json_stringn(valid.data(), valid.size());
 }
@@ -63,13 +63,13 @@ std::string number_in_words(std::size_t feature, double value) {
 
 json_t* stream_json(const StreamKey& key) {
   json_t* stream = json_object();
-  json_object_set_new(stream, "client", json_text(key.client));
-  json_object_set_new(stream, "policy", json_text(key.policy));
-  json_object_set_new(stream, "policy_type", json_text(key.policy_type));
-  json_object_set_new(stream, "schedule_type", json_text(key.schedule_type));
-  json_object_set_new(stream, "schedule_name", json_text(key.schedule_name));
-  json_object_set_new(stream, "application_type", json_text(key.app_type));
-  json_object_set_new(stream, "destination", json_text(key.destination));
+  json_object_set_new(stream, "client", json_string_of(key.client));
+  json_object_set_new(stream, "policy", json_string_of(key.policy));
+  json_object_set_new(stream, "policy_type", json_string_of(key.policy_type));
+  json_object_set_new(stream, "schedule_type", json_string_of(key.schedule_type));
+  json_object_set_new(stream, "schedule_name", json_string_of(key.schedule_name));
+  json_object_set_new(stream, "application_type", json_string_of(key.app_type));
+  json_object_set_new(stream, "destination", json_string_of(key.destination));
   return stream;
 }
 
@@ -109,15 +109,9 @@ json_t* causes_json(const std::vector<Cause>& causes) {
 json_t* good_json(const LastGood& last_good) {
   if (last_good.backup_id.empty()) return json_null();
   json_t* good = json_object();
-  json_object_set_new(good, "backup_id", json_text(last_good.backup_id));
+  json_object_set_new(good, "backup_id", json_string_of(last_good.backup_id));
   json_object_set_new(good, "time", json_integer(last_good.time));
   return good;
-}
-
-std::string dumped(const json_t* value) {
-  const std::unique_ptr<char, decltype(&std::free)> text(json_dumps(value, JSON_COMPACT),
-                                                         &std::free);
-  return text == nullptr ? std::string() : std::string(text.get());
 }
 
 }  // namespace
@@ -138,11 +132,11 @@ std::string details_of(const Backup& backup, const Verdict& verdict, const std::
   const JsonPtr details(json_object());
   json_t* root = details.get();
   json_object_set_new(root, "schema", json_integer(kSchemaVersion));
-  json_object_set_new(root, "summary", json_text(summary_of(backup, verdict)));
+  json_object_set_new(root, "summary", json_string_of(summary_of(backup, verdict)));
   json_object_set_new(root, "severity", json_integer(verdict.severity));
-  json_object_set_new(root, "incident", json_text(incident_id(incident)));
+  json_object_set_new(root, "incident", json_string_of(incident_id(incident)));
   json_object_set_new(root, "stream", stream_json(backup.stream));
-  json_object_set_new(root, "backup_id", json_text(backup.backup_id));
+  json_object_set_new(root, "backup_id", json_string_of(backup.backup_id));
   json_object_set_new(root, "job_id", json_integer(backup.job_id));
   json_object_set_new(root, "time", json_integer(backup.time));
   json_object_set_new(root, "causes", causes_json(verdict.causes));
@@ -153,17 +147,17 @@ std::string details_of(const Backup& backup, const Verdict& verdict, const std::
                       json_integer(static_cast<json_int_t>(verdict.observations)));
   json_object_set_new(root, "eps", json_amount(verdict.eps));
   json_object_set_new(root, "last_good", good_json(last_good));
-  return dumped(root);
+  return json_text(root);
 }
 
 std::string with_adoption(const std::string& details, const Backup& adopted_with) {
   const JsonPtr root(json_loads(details.c_str(), 0, nullptr));
   if (!json_is_object(root.get())) return details;
   json_t* adopted = json_object();
-  json_object_set_new(adopted, "backup_id", json_text(adopted_with.backup_id));
+  json_object_set_new(adopted, "backup_id", json_string_of(adopted_with.backup_id));
   json_object_set_new(adopted, "time", json_integer(adopted_with.time));
   json_object_set_new(root.get(), "adopted", adopted);
-  return dumped(root.get());
+  return json_text(root.get());
 }
 
 std::string summary_of(const Backup& backup, const Verdict& verdict) {

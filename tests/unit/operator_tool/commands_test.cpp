@@ -229,7 +229,7 @@ TEST_F(Commands, BacktestJudgesAgain) {
 }
 
 TEST_F(Commands, HostileNamesNeverReachTheTerminal) {
-  const std::string name = "evil\x1B]0;x\x07\x1B[2J\r\n\xC2\x9B\xFF<b>";
+  const std::string name = "evil\x1B]0;x\x07\x1B[2J\r\n\x7F\xC2\x9B\xE2\x80\xAE\xE2\x80\x8B\xFF<b>";
   TestBackup bad{.client = name, .policy = name, .schedule = name};
   history(bad, 40);
   sql("INSERT INTO ANOMALY_DATA VALUES (" + quoted("anomaly_" + name) + ", " + quoted(name) +
@@ -240,13 +240,19 @@ TEST_F(Commands, HostileNamesNeverReachTheTerminal) {
                                                   {"show", "anomaly_" + name},
                                                   {"show", "no" + name},
                                                   {"explain", name},
-                                                  {"check"}}) {
+                                                  {"check"},
+                                                  {"status", "--json"},
+                                                  {"streams", "--json"},
+                                                  {"anomalies", "--json"},
+                                                  {"show", "--json", "anomaly_" + name}}) {
     const Said said = say(command);
     for (const char letter : said.out + said.error) {
       const auto byte = static_cast<unsigned char>(letter);
       EXPECT_TRUE(byte == '\n' || (byte >= 0x20 && byte != 0x7F)) << command[0] << " " << +byte;
     }
-    EXPECT_EQ((said.out + said.error).find("\xC2\x9B"), std::string::npos) << command[0];
+    for (const char* character : {"\xC2\x9B", "\xE2\x80\xAE", "\xE2\x80\x8B"}) {
+      EXPECT_EQ((said.out + said.error).find(character), std::string::npos) << command[0];
+    }
   }
   json({"streams"});
   json({"anomalies"});
