@@ -197,6 +197,10 @@ def test_a_webhook_with_a_certificate(world, tmp_path):
     world.configure(CA_FILE=tmp_path / "localhost.pem")
     assert world.run("-test", "webhook").stdout == "webhook: taken\n"
     assert webhook.taken[0]["signed"]
+    webhook = world.webhook(context=server_context(*make_certificate(tmp_path, "elsewhere")))
+    world.configure(CA_FILE=tmp_path / "elsewhere.pem")
+    assert "webhook: failed: localhost: " in world.run("-test", "webhook", check=False).stdout
+    assert webhook.seen == []
 
 
 def test_broken_off_in_the_middle(world):

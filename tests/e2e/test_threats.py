@@ -1,28 +1,62 @@
 """What others on the machine, and the files that the service reads, cannot make of it."""
 
+import contextlib
+import sqlite3
 import stat
 
 import machine as host
 from conftest import BEGIN
+from gathering import backup, load
 from machine import COMPANIONS, SERVICE, process_ids, wait_until
-from service_runs import await_end, configure, history_gathered_before, start_with_history
+from service_runs import (await_end, configure, history_gathered_before, live_row, next_gather, rows_of,
+                          start_with_history)
 
 HOSTILE_NAMES = ["$(touch /tmp/smuggled)", "`touch /tmp/smuggled`", "a;touch /tmp/smuggled", "a|b", "a&b", "-c",
                  "a'b", 'a"b', "a\\b", "../../a"]
 
 
-def made_by_the_service():
-    made = [path for path in host.DATABASE_DIR.rglob("*") if path != host.CONFIG]
-    return [host.DATABASE_DIR, host.LOGS / SERVICE, *made]
+def modes_of_what_was_made():
+    """{file name: mode} of what the service and its companions have made."""
+    made = [host.DATABASE_DIR, *host.LOGS.iterdir(), *host.DATABASE_DIR.rglob("*")]
+    return {path.name: stat.S_IMODE(path.stat().st_mode) for path in made if path != host.CONFIG}
 
 
-def test_what_it_makes_can_be_written_by_its_own_account_alone(machine):
+def test_what_it_makes_can_be_written_by_its_own_account_alone(make_machine):
+    machine = make_machine(stepped=True)
     machine.service("-start", umask=0)  # as careless as a caller can be
     wait_until(host.DATABASE.exists, 30, "the database is there")
-    made = made_by_the_service()
-    assert host.DATABASE in made
-    for path in made:
-        assert stat.S_IMODE(path.stat().st_mode) & 0o022 == 0, path
+    machine.service("-terminate")
+    assert modes_of_what_was_made() == {"anomaly_detection": 0o755, "CV_Anomaly.db": 0o644, SERVICE: 0o644}
+
+    with contextlib.closing(sqlite3.connect(host.DATABASE)) as db, db:
+        db.execute("INSERT INTO LAST_BACKUP_DATA_CAPTURE VALUES (?)", (BEGIN,))
+    configure(machine, detection=0, alert=0)
+    load(machine, [backup(1, BEGIN + 1)])
+    machine.start_web_service()
+    machine.service("-start", umask=0)
+    wait_until(lambda: all(process_ids(companion) for companion in COMPANIONS), 30, "both companions run")
+    next_gather(machine)
+    wait_until((host.DATABASE_DIR / "CV_Anomaly_Alerts.db").exists, 30, "the alerts have their database")
+    modes = modes_of_what_was_made()
+    assert modes.keys() >= {"CV_Anomaly.db", "CV_Anomaly_Alerts.db", SERVICE, *COMPANIONS}
+    for name, mode in modes.items():
+        assert mode & 0o022 == 0, name
+    machine.service("-terminate")
+
+
+def test_hostile_texts_of_the_web_service_are_data(make_machine):
+    machine = make_machine(stepped=True)
+    history_gathered_before(BEGIN)
+    configure(machine)
+    forged = "a\n2026-11-16T20:00:00.000Z 1 16 cvanomalymgmt: forged"
+    hostile = [backup(number, BEGIN + number, clientName=text, policyName=text, scheduleName=text)
+               for number, text in enumerate(["'); DROP TABLE HIST_DATA; --", forged, "%s%n", "\u202e"], 1)]
+    load(machine, hostile)
+    machine.start_web_service()
+    start_with_history(machine)
+    next_gather(machine)
+    assert rows_of(machine, "HIST_DATA") == [live_row(b, -1) for b in hostile]
+    assert machine.log_records(16) == []
     machine.service("-terminate")
 
 

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <semaphore>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/https_session.h"
@@ -119,6 +120,19 @@ TEST_F(HttpsAnswerTest, SlowAnswerEndsAtTheTimeLimit) {
   EXPECT_GE(lasted, std::chrono::milliseconds(900));
   EXPECT_LT(lasted, std::chrono::seconds(3));
   EXPECT_THAT(log_lines(), ElementsAre(StartsWith(url_start() + "path: Operation timed out")));
+}
+
+TEST_F(HttpsAnswerTest, AnswerThatDripsEndsAtTheTimeLimitToo) {
+  handle = [](Exchange& exchange) {
+    exchange.send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n");
+    while (exchange.send("x")) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  };
+  server.start();
+  HttpsSession session(endpoint());
+  session.set_timeout(1);
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(session.request("GET", "path"), CURLE_OPERATION_TIMEDOUT);
+  EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(3));
 }
 
 TEST_F(HttpsAnswerTest, SilentServerEndsAtTheTimeLimitToo) {
