@@ -73,7 +73,7 @@ def held_by(name):
     with contextlib.suppress(OSError, ValueError):
         (pid,) = host.process_ids(name)
         status = Path(f"/proc/{pid}/status").read_text()
-        return {"memory_kib": int(status.split("VmRSS:")[1].split()[0]),
+        return {"process": pid, "memory_kib": int(status.split("VmRSS:")[1].split()[0]),
                 "descriptors": len(os.listdir(f"/proc/{pid}/fd"))}
     return {}
 
@@ -119,6 +119,11 @@ class Soak:
         host.wait_until(lambda: self.machine.logged(GATHERED) > gathers + 2, 60, "the last gathers")
         self.sample()
 
+    def processes(self):
+        """{name: the ids that it ran under}: one each when none died."""
+        return {name: sorted({sample[name]["process"] for sample in self.samples if "process" in sample[name]})
+                for name in PROCESSES}
+
     def growth(self):
         """Of each figure of each process: medians of the first and the last quarter of the run."""
         # The first sample is taken while everything starts.
@@ -133,8 +138,7 @@ class Soak:
                 return (after[name]["log_bytes"] - before[name]["log_bytes"]) / gathers if gathers else None
 
             ends = [[v for v in map(value, part) if v is not None] for part in (steps[:quarter], steps[-quarter:])]
-            if all(ends):
-                yield name, figure, *map(statistics.median, ends)
+            yield name, figure, *map(statistics.median, ends)  # throws where there is no sample
 
     def gathers(self):
         """Of each live gather: the window that it asked for, whether it got it, how many seconds it took."""
@@ -150,18 +154,20 @@ class Soak:
     def lost(self, backups):
         """Ended backups that are not stored, by why: their window could not be fetched; they ended after the
         end of their window and before the server was asked about it, so that it held them for neither running
-        nor done by then, or began in the window's last second, which the next one does not reach back to; any
-        other reason."""
+        nor done by then; they began in their window's last second and still ran, to which the next one does not
+        reach back; any other reason."""
         gathers = list(self.gathers())
-        lost = {"in_failed_windows": [], "while_asking": [], "otherwise": []}
+        lost = {"in_failed_windows": [], "while_asking": [], "in_the_last_second": [], "otherwise": []}
         for one in backups:
             start, end = instant(one["startTime"]), instant(one["endTime"])
             if end > self.machine.last_gather_time() - 3600 or one["jobId"] in self.stored:
                 continue
             if any(failed and start <= last and end >= first for first, last, failed, _ in gathers):
                 why = "in_failed_windows"
-            elif any(start <= last < end <= last + took + 1 or start == last for _, last, _, took in gathers):
+            elif any(start <= last < end <= last + took + 1 for _, last, _, took in gathers):
                 why = "while_asking"
+            elif any(start == last < end for _, last, _, _ in gathers):
+                why = "in_the_last_second"
             else:
                 why = "otherwise"
             lost[why].append(one["jobId"])
@@ -184,15 +190,17 @@ def main():
         machine.stop_service()
         growth = [dict(zip(("process", "figure", "first_quarter", "last_quarter"), row)) for row in soak.growth()]
         lost = soak.lost(backups)
+    processes = soak.processes()
     result = {"simulated_days": round((clock.now() - BEGIN) / 86400, 1), "gathers": soak.samples[-1]["gathers"],
               "stored": len(soak.stored), "lost": {why: len(jobs) for why, jobs in lost.items()},
-              "lost_otherwise": lost["otherwise"], "growth": growth}
+              "lost_otherwise": lost["otherwise"], "processes": processes, "growth": growth}
     result_file.write_text(json.dumps(result, indent=1) + "\n")
     print(json.dumps(result, indent=1))
     grown = [row for row in growth if row["last_quarter"] > row["first_quarter"] * MOST_GROWTH[row["figure"]]]
     for row in grown:
         print("grown:", row)
-    return 1 if grown or lost["otherwise"] or not soak.stored else 0
+    restarted = any(len(ids) != 1 for ids in processes.values())
+    return 1 if grown or restarted or lost["otherwise"] or not soak.stored else 0
 
 
 if __name__ == "__main__":
