@@ -1,10 +1,14 @@
 """What others on the machine, and the files that the service reads, cannot make of it."""
 
 import contextlib
+import shutil
 import sqlite3
 import stat
+import subprocess
+import tempfile
 
 import machine as host
+import pytest
 from conftest import BEGIN
 from gathering import backup, load
 from machine import COMPANIONS, SERVICE, process_ids, wait_until
@@ -86,3 +90,31 @@ def test_a_hostile_name_that_comes_while_it_runs_starts_nothing(machine):
         assert process_ids(companion) == []
     assert not host.Path("/tmp/smuggled").exists()
     machine.service("-terminate")
+
+
+NOBODY = {"user": 65534, "group": 65534, "extra_groups": []}
+
+
+def test_another_users_process(machine):
+    try:
+        subprocess.run(["true"], check=True, **NOBODY)
+    except (OSError, subprocess.SubprocessError) as error:
+        pytest.skip(f"there is no other user here: {error}")
+    daemon = machine.start_service()
+    for option in ("-stop", "-terminate"):
+        machine.service(option, **NOBODY)
+        assert process_ids(SERVICE) == [daemon]
+    machine.service("-terminate")
+    await_end()
+    directory = host.Path(tempfile.mkdtemp())
+    directory.chmod(0o755)
+    shutil.copy(shutil.which("sleep"), directory / SERVICE)
+    impostor = subprocess.Popen([directory / SERVICE, "600"], **NOBODY)
+    try:
+        wait_until(lambda: process_ids(SERVICE) == [impostor.pid], 10, "it has the daemon's name")
+        assert f"{SERVICE} service is already running" in machine.service("-start").stdout
+        assert process_ids(SERVICE) == [impostor.pid]
+    finally:
+        impostor.kill()
+        impostor.wait()
+        shutil.rmtree(directory)
