@@ -1,6 +1,7 @@
 #include "companions/alert/quiet_hours.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <ctime>
 #include <regex>
 
@@ -24,7 +25,7 @@ bool parse_quiet_hours(const std::string& text, QuietHours& quiet) {
   static const std::regex kForm(R"((\d\d?):(\d\d?)-(\d\d?):(\d\d?))");
   std::smatch found;
   if (!std::regex_match(text, found, kForm)) return false;
-  const auto number = [&found](int part) { return std::stoi(found.str(part)); };
+  const auto number = [&found](std::size_t part) { return std::stoi(found.str(part)); };
   if (!is_time(number(1), number(2)) || !is_time(number(3), number(4))) return false;
   quiet = {(number(1) * 60 + number(2)) % kMinutesOfDay,
            (number(3) * 60 + number(4)) % kMinutesOfDay};
