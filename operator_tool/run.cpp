@@ -59,6 +59,8 @@ auto with_database(const Options& options, Work work) {
         auto result = work(database);
         database.check_unchanged();
         return result;
+      } catch (const ChangedMeanwhile&) {  // of another database than this one
+        throw;
       } catch (const Trouble&) {
         database.check_unchanged();
         throw;
