@@ -202,6 +202,10 @@ def test_a_full_disk_does_not_look_like_success(world):
         answer = subprocess.run(world.command("streams"), stdout=full, stderr=subprocess.PIPE, text=True, timeout=60)
     assert (answer.returncode, answer.stderr) == (
         8, "cvanomalyctl: Cannot write to standard output: No space left on device.\n")
+    with open("/dev/full", "w") as full:
+        answer = subprocess.run(world.command("check"), stdout=full, stderr=subprocess.PIPE, text=True, timeout=60)
+    assert (answer.returncode, answer.stderr) == (
+        3, "cvanomalyctl: Cannot write to standard output: No space left on device.\n")
     page = small_disk() / "report.html"
     page.write_text("former")
     filler = page.parent / "filler"

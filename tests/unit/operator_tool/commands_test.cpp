@@ -274,11 +274,29 @@ TEST_F(Commands, TablesFitTheTerminal) {
   unsetenv("COLUMNS");
 }
 
-TEST_F(Commands, WithoutACommandThereIsHelp) {
-  EXPECT_EQ(say({}).status, 2);
-  const Said said = say({"--help"});
-  EXPECT_EQ(said.status, 0);
-  EXPECT_TRUE(says(said, "Exit status:"));
+TEST_F(Commands, WrongArgumentsAreOneLine) {
+  const auto expect_wrong = [&](const std::vector<std::string>& arguments, const std::string& why) {
+    const Said said = say(arguments);
+    EXPECT_EQ(said.status, 2) << why;
+    EXPECT_EQ(said.out, "");
+    EXPECT_EQ(said.error, "cvanomalyctl: " + why + " (--help tells more)\n");
+  };
+  expect_wrong({}, "A subcommand is required");
+  expect_wrong({"streams", "--x"}, "The following argument was not expected: --x");
+  expect_wrong({"streams", "a\nb"}, "The following argument was not expected: a b");
+  expect_wrong({"anomalies", "--severity", "4"}, "--severity: Value 4 not in range 1 to 3");
+  expect_wrong({"status", "--config", "/none.conf"}, "--config: File does not exist: /none.conf");
+}
+
+TEST_F(Commands, HelpIsGivenWhenAskedFor) {
+  for (const std::vector<std::string>& asked :
+       {std::vector<std::string>{"--help"}, {"check", "--help"}, {"--x", "streams", "--help"}}) {
+    const Said said = say(asked);
+    EXPECT_EQ(said.status, 0);
+    EXPECT_TRUE(says(said, "Usage: cvanomalyctl")) << said.out;
+    EXPECT_EQ(said.error, "");
+  }
+  EXPECT_TRUE(says(say({"--help"}), "Exit status:"));
 }
 
 TEST_F(Commands, ReadingChangesNothing) {
@@ -291,7 +309,9 @@ TEST_F(Commands, ReadingChangesNothing) {
                                                   {"anomalies"},
                                                   {"backtest", "5"},
                                                   {"check"}}) {
-    say(command);
+    const Said said = say(command);
+    EXPECT_EQ(said.status, command[0] == "check" ? 2 : 0) << command[0] << said.error;
+    EXPECT_NE(said.out, "") << command[0];
   }
   EXPECT_EQ(test::read_file(database()), before);
   std::vector<std::string> names;
