@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "operator_tool/json.h"
+#include "operator_tool/seconds.h"
 #include "operator_tool/terminal.h"
 #include "operator_tool/words.h"
 
@@ -12,7 +13,6 @@ namespace corvane::ctl {
 
 namespace {
 
-constexpr std::int64_t kMinute = 60;
 constexpr int kWarningIntervals = 3;
 constexpr int kCriticalIntervals = 12;
 

@@ -24,9 +24,7 @@ std::string text_of(const Context& context, const json_t* judged, const std::str
   std::string text;
   text += line(terminal, "Backup",
                text_member(judged, "backup_id") + " of " + moment_text(view.time, utc));
-  text += line(terminal, "Stream",
-               view.stream.client + ", policy " + view.stream.policy + ", schedule " +
-                   view.stream.schedule_name + " (" + view.stream.schedule_type + ")");
+  text += stream_line(terminal, view);
   text += line(terminal, "State", state, style_of(state));
   const auto records = json_integer_value(json_object_get(judged, "observations"));
   const auto noise = json_real_value(json_object_get(judged, "history_noise")) * kPercent;
@@ -46,10 +44,7 @@ std::string text_of(const Context& context, const json_t* judged, const std::str
           line(terminal, i == 0 ? "Cause" : "or", text_member(json_array_get(causes, i), "words"));
     }
   }
-  if (!view.last_good_id.empty()) {
-    text += line(terminal, "Last good",
-                 view.last_good_id + " of " + moment_text(view.last_good_time, utc));
-  }
+  text += last_good_line(terminal, view, utc);
   return text + "\n" + figures_table(terminal, view.features);
 }
 

@@ -9,6 +9,7 @@
 #include "config/configuration.h"
 #include "config/service_values.h"
 #include "operator_tool/alert_database.h"
+#include "operator_tool/seconds.h"
 #include "operator_tool/words.h"
 #include "platform/clock.h"
 #include "platform/process_handler.h"
@@ -18,8 +19,6 @@ namespace corvane::ctl {
 
 namespace {
 
-constexpr std::int64_t kMinute = 60;
-constexpr std::int64_t kDay = 86400;
 constexpr int kMostInterval = 1000000;  // minutes; so that sums of intervals do not overflow
 
 // A value that is neither 0 nor 1 switches nothing off: the service does not start with it, and

@@ -167,6 +167,8 @@ TEST_F(Commands, ShowByAnyOfItsNames) {
     EXPECT_TRUE(says(said, "Anomaly       anomaly_" + key + "\n")) << said.out;
     EXPECT_TRUE(says(said, "Severity      act now\n"));
     EXPECT_TRUE(says(said, "Cause         Files may have been encrypted.\n"));
+    EXPECT_TRUE(says(said, "Stream        b, policy nightly, schedule daily (FULL)\n"));
+    EXPECT_TRUE(says(said, "Last good     good of 2023-11-13 18:26 UTC\n"));
     EXPECT_TRUE(says(said, "Feedback      false alarm, since 2023-11-13 23:13\n"));
     EXPECT_TRUE(says(said, "Files        100  1,000  990 to 1,010           -9\n"));
     EXPECT_TRUE(says(said, "Files of the stream's last backups"));
@@ -201,6 +203,8 @@ TEST_F(Commands, ExplainSaysHowABackupIsJudged) {
   const Said said = say({"explain", key});
   EXPECT_EQ(said.status, 0) << said.error;
   EXPECT_TRUE(says(said, "State         anomalous\n")) << said.out;
+  EXPECT_TRUE(says(said, "Stream        web01, policy nightly, schedule daily (FULL)\n"));
+  EXPECT_TRUE(says(said, "Last good     web01_" + std::to_string(kNow - kDay) + " of 2023-11-13"));
   EXPECT_TRUE(says(said, "Judged by     own history, 60 records, 0 percent of them noise\n"));
   const JsonPtr root = json({"explain", key});
   EXPECT_STREQ(
