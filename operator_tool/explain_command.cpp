@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include "companions/common/json_text.h"
 #include "companions/detect/backtest.h"
 #include "companions/detect/details.h"
@@ -9,7 +11,7 @@ namespace corvane::ctl {
 
 namespace {
 
-constexpr std::int64_t kPercent = 100;
+constexpr double kPercent = 100;
 
 Style style_of(const std::string& state) {
   return state == "anomalous" ? Style::kBad : Style::kPlain;
@@ -30,7 +32,7 @@ std::string text_of(const Context& context, const json_t* judged, const std::str
   const auto noise = json_real_value(json_object_get(judged, "history_noise")) * kPercent;
   text += line(terminal, "Judged by",
                text_member(judged, "judged_by") + ", " + counted(records, "record", "records") +
-                   ", " + std::to_string(static_cast<int>(noise)) + " percent of them noise");
+                   ", " + std::to_string(std::lround(noise)) + " percent of them noise");
   if (json_is_true(json_object_get(judged, "sustained"))) {
     text += line(terminal, "Sustained", "several runs in a row that together are too much");
   }

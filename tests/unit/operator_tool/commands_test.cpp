@@ -213,6 +213,18 @@ TEST_F(Commands, ExplainSaysHowABackupIsJudged) {
   EXPECT_EQ(say({"explain", "none"}).status, 1);
 }
 
+// As the detection's own log has it.
+TEST_F(Commands, ExplainRoundsTheShareOfNoise) {
+  history({}, 53);
+  for (const int days : {70, 80}) insert("HIST_DATA", {.time = kNow - days * kDay, .files = 9e6});
+  insert("DATA_TO_PROCESS", {.mark = 0});
+  const JsonPtr root = json({"explain", key_of({})});
+  const double noise = 100 * json_real_value(json_object_get(
+                                 json_object_get(root.get(), "judgement"), "history_noise"));
+  ASSERT_LT(noise, 2);  // and what cuts it off would say 1
+  EXPECT_TRUE(says(say({"explain", key_of({})}), "55 records, 2 percent of them noise\n"));
+}
+
 TEST_F(Commands, ExplainGoesByTheConfiguration) {
   configure("[ANOMALY_MODEL_SETTINGS]\nMIN_OBSERVATIONS_FOR_TRAINING=100\n");
   history({}, 60);
