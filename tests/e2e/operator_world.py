@@ -58,7 +58,9 @@ class World:
                 "backup_id": row[0], "job_id": row[10], "time": row[1],
                 "causes": [{"id": "mass_deletion", "words": "Files may have been deleted."}],
                 "features": [{"name": "files", "unit": "files", "value": 10, "usual": 1000, "usual_low": 990,
-                              "usual_high": 1010, "deviation": -30}]}
+                              "usual_high": 1010, "factor": 0.01, "deviation": -30}],
+                "judged_by": "own history", "observations": 44, "eps": 2.5,
+                "last_good": {"backup_id": "good", "time": row[1] - DAY}}
 
     def command(self, *arguments):
         return [str(host.BIN / CTL), *map(str, arguments), "--database", str(self.path)]

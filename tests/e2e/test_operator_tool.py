@@ -263,11 +263,13 @@ def test_metrics_are_prometheus_own(world, tmp_path):
 
 
 def members(value, path=""):
-    """(path, type) of all that a document holds, as the documentation writes them."""
+    """(path, type) of all that a document holds, as the documentation writes them; an empty array holds "nothing"."""
     if isinstance(value, dict) and value:
         for name, inner in value.items():
             yield from members(inner, f"{path}.{name}" if path else name)
     elif isinstance(value, list):
+        if not value:
+            yield path + "[]", "nothing"
         for inner in value:
             yield from members(inner, path + "[]")
     else:
@@ -275,14 +277,52 @@ def members(value, path=""):
         yield path, names[type(value)]
 
 
-def documented(command):
+def documented(section):
+    """{member: type} of a section, with the members of the objects that have a section of their own."""
     text = (PROJECT / "docs/operator-tool.md").read_text()
-    section = re.search(rf"^### {command}\n(.*?)(?=^### |\Z)", text, re.M | re.S)[1]
-    return dict(re.findall(r"^\| `([^`]+)` \| ([^|]+?) \|", section, re.M))
+    rows = re.search(rf"^### {section}\n(.*?)(?=^### |\Z)", text, re.M | re.S)[1]
+    table = {}
+    for path, kind in re.findall(r"^\| `([^`]+)` \| ([^|]+?) \|", rows, re.M):
+        table[path] = kind
+        inner = {}
+        if "details" in kind.split(" or "):
+            inner = documented("details")
+        elif kind == "anomaly":
+            inner = {name.removeprefix("anomalies[]."): known for name, known in documented("anomalies").items()}
+        table.update({f"{path}.{name}": known for name, known in inner.items()})
+    return table
 
 
 def fits(kind, wanted):
-    return kind in wanted.split(" or ") or (kind == "integer" and wanted == "number")
+    return kind in wanted.split(" or ") or (kind == "integer" and "number" in wanted.split(" or "))
+
+
+def lies_in(path, outer):
+    return path.startswith((outer + ".", outer + "[")) or (outer.endswith("[]") and path.startswith(outer))
+
+
+def expect_documented(document, command):
+    """Whatever is in the document is documented, and the other way round."""
+    assert (document.pop("schema"), document.pop("command")) == (1, command)
+    wanted = documented(command)
+    seen, empty = set(), set()
+    for path, kind in members(document):
+        seen.add(path)
+        if kind in ("nothing", "null"):
+            empty.add(path)
+        any_name = path.rpartition(".")[0] + ".*"
+        if kind == "nothing":
+            assert any(name.startswith(path) for name in wanted), f"{path} is not documented"
+        elif path + ".*" in wanted:
+            assert kind == "object"
+        elif any_name in wanted:
+            assert fits(kind, wanted[any_name])
+            seen.add(any_name)
+        else:
+            assert path in wanted, f"{path} is not documented"
+            assert fits(kind, wanted[path]), f"{path} is {kind}, documented as {wanted[path]}"
+    assert [name for name, kind in wanted.items() if name not in seen and "absent" not in kind.split(" or ")
+            and not any(lies_in(path, name) for path in seen) and not any(lies_in(name, path) for path in empty)] == []
 
 
 @pytest.fixture
@@ -309,15 +349,20 @@ def test_every_document_is_as_documented(told_world, command):
     more = {"show": [told_world.bad[0]], "explain": [told_world.bad[-1]], "backtest": ["30"],
             "report": ["--html", str(told_world.directory / "report.html")]}
     answer = told_world.run(command, *more.get(command, []), "--json")
-    document = json.loads(answer.stdout)
-    assert (document.pop("schema"), document.pop("command")) == (1, command)
-    wanted = documented(command)
-    objects = [path for path, kind in wanted.items() if kind == "object"]
-    seen = set()
-    for path, kind in members(document):
-        whole = next((name for name in objects if path == name or path.startswith((name + ".", name + "["))), None)
-        seen.add(whole or path)
-        if whole is None:
-            assert path in wanted, f"{path} is not documented"
-            assert fits(kind, wanted[path]), f"{path} is {kind}, documented as {wanted[path]}"
-    assert seen == set(wanted)
+    expect_documented(json.loads(answer.stdout), command)
+
+
+def test_a_normal_backup_is_explained_as_documented(world):
+    for key, state in ((world.row("web01", 1, -1)[-1], "normal"), (world.row("db01", 2, -1)[-1], "learning 0 of 30")):
+        document = json.loads(world.run("explain", key, "--json").stdout)
+        judgement = document["judgement"]
+        assert (judgement["state"], judgement["severity"], judgement["causes"]) == (state, 0, [])
+        expect_documented(document, "explain")
+    assert judgement["last_good"] is None
+
+
+def test_an_unreadable_alert_database_is_told_as_documented(world):
+    (world.directory / "CV_Anomaly_Alerts.db").write_bytes(b"x" * 100000)
+    document = json.loads(world.run("status", "--json").stdout)
+    assert document["alerts"]["trouble"].endswith("CV_Anomaly_Alerts.db is damaged or no database at all.")
+    expect_documented(document, "status")
