@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "config/configuration.h"
+#include "config/service_values.h"
 #include "gather/rollback.h"
 #include "platform/clock.h"
 #include "platform/console.h"
@@ -24,7 +25,6 @@ constexpr char kHistoricalTag[] = "ManagementService::do_historical_gather";
 constexpr char kDatabaseName[] = "CV_Anomaly.db";
 constexpr char kDetect[] = "cvanomalydetect";
 constexpr char kAlert[] = "cvanomalyalert";
-constexpr int kMinFetchIntervalMinutes = 15;
 constexpr int kMaxPurgeIntervalMonths = 12;
 constexpr int kHistorySeconds = 91 * 24 * 60 * 60;
 constexpr int kSliceSeconds = 60 * 60;
@@ -38,7 +38,7 @@ int read_fetch_interval(Configuration& config, bool& found) {
   const std::string value =
       config.get_config("DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN");
   found = !value.empty();
-  return std::max(corvane::to_int(value), kMinFetchIntervalMinutes);
+  return corvane::gather_interval_minutes(value);
 }
 
 // Slices of an hour that cover a range, both ends included; what is left of an hour comes first. A

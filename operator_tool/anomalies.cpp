@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "companions/detect/details.h"
 #include "operator_tool/json.h"
 
 namespace corvane::ctl {
@@ -77,7 +78,7 @@ std::vector<FoundAnomaly> read_anomalies(Database& database, const AnomalyFilter
 
 std::optional<FoundAnomaly> find_anomaly(Database& database, const std::string& id) {
   std::vector<FoundAnomaly> all = read_anomalies(database, {});
-  for (const std::string& name : {id, "anomaly_" + id}) {
+  for (const std::string& name : {id, detect::anomaly_id(id)}) {
     const auto named = std::ranges::find_if(
         all, [&](const FoundAnomaly& found) { return found.anomaly.id == name; });
     if (named != all.end()) return *named;

@@ -2,14 +2,13 @@
 #include "operator_tool/anomaly_json.h"
 #include "operator_tool/commands.h"
 #include "operator_tool/json.h"
+#include "operator_tool/seconds.h"
 #include "operator_tool/words.h"
 #include "platform/clock.h"
 
 namespace corvane::ctl {
 
 namespace {
-
-constexpr std::int64_t kDay = 86400;
 
 AnomalyFilter filter_of(const Options& options) {
   AnomalyFilter filter;

@@ -1,4 +1,5 @@
-// An anomaly as a JSON object: in anomalies, show and report the same.
+// An anomaly as a JSON object, the same in anomalies and in show. The page of report has a shorter
+// one, of what it draws.
 #pragma once
 
 #include "operator_tool/anomalies.h"

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "operator_tool/json.h"
+#include "operator_tool/seconds.h"
 #include "operator_tool/terminal.h"
 #include "operator_tool/words.h"
 
@@ -12,7 +13,6 @@ namespace corvane::ctl {
 
 namespace {
 
-constexpr std::int64_t kMinute = 60;
 constexpr int kWarningIntervals = 3;
 constexpr int kCriticalIntervals = 12;
 
@@ -116,7 +116,7 @@ std::string figures_of(const Health& health, const Limits& gather, const Thresho
   figures += "alerts_waiting=" + number(health.alerts.waiting()) + ";;;0 alerts_oldest=" +
              number(due > 0 ? std::max<std::int64_t>(health.now - due, 0) : 0) + "s;" +
              number(kMinute * at.alerts_warning) + ";" + number(kMinute * at.alerts_critical) +
-             ";0 alerts_given_up=" + number(health.alerts.given_up()) + ";1;;0";
+             ";0 alerts_given_up=" + number(health.alerts.given_up()) + ";0;;0";
   if (health.disk.total > 0) {
     figures += " disk_free=" + percent_text(health.disk.percent_free()) + "%;" +
                number(at.disk_warning) + ":;" + number(at.disk_critical) + ":;0;100";

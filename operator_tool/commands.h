@@ -40,6 +40,9 @@ SeverityWords severity_words(int severity);
 // "Name          text", the text broken to fit.
 std::string line(const Terminal& terminal, std::string_view name, std::string_view text,
                  Style style = Style::kPlain);
+// The lines "Stream" and, empty when none is known, "Last good".
+std::string stream_line(const Terminal& terminal, const alert::Anomaly& anomaly);
+std::string last_good_line(const Terminal& terminal, const alert::Anomaly& anomaly, bool utc);
 // A table of what was observed against what is usual; empty when nothing is known.
 std::string figures_table(const Terminal& terminal, const std::vector<alert::Feature>& features);
 

@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include "companions/common/json_text.h"
 #include "companions/detect/backtest.h"
 #include "companions/detect/details.h"
@@ -9,7 +11,7 @@ namespace corvane::ctl {
 
 namespace {
 
-constexpr std::int64_t kPercent = 100;
+constexpr double kPercent = 100;
 
 Style style_of(const std::string& state) {
   return state == "anomalous" ? Style::kBad : Style::kPlain;
@@ -24,15 +26,13 @@ std::string text_of(const Context& context, const json_t* judged, const std::str
   std::string text;
   text += line(terminal, "Backup",
                text_member(judged, "backup_id") + " of " + moment_text(view.time, utc));
-  text += line(terminal, "Stream",
-               view.stream.client + ", policy " + view.stream.policy + ", schedule " +
-                   view.stream.schedule_name + " (" + view.stream.schedule_type + ")");
+  text += stream_line(terminal, view);
   text += line(terminal, "State", state, style_of(state));
   const auto records = json_integer_value(json_object_get(judged, "observations"));
   const auto noise = json_real_value(json_object_get(judged, "history_noise")) * kPercent;
   text += line(terminal, "Judged by",
                text_member(judged, "judged_by") + ", " + counted(records, "record", "records") +
-                   ", " + std::to_string(static_cast<int>(noise)) + " percent of them noise");
+                   ", " + std::to_string(std::lround(noise)) + " percent of them noise");
   if (json_is_true(json_object_get(judged, "sustained"))) {
     text += line(terminal, "Sustained", "several runs in a row that together are too much");
   }
@@ -46,10 +46,7 @@ std::string text_of(const Context& context, const json_t* judged, const std::str
           line(terminal, i == 0 ? "Cause" : "or", text_member(json_array_get(causes, i), "words"));
     }
   }
-  if (!view.last_good_id.empty()) {
-    text += line(terminal, "Last good",
-                 view.last_good_id + " of " + moment_text(view.last_good_time, utc));
-  }
+  text += last_good_line(terminal, view, utc);
   return text + "\n" + figures_table(terminal, view.features);
 }
 

@@ -4,11 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 
 #include "companions/detect/settings_file.h"
 #include "config/configuration.h"
+#include "config/service_values.h"
 #include "operator_tool/alert_database.h"
+#include "operator_tool/seconds.h"
 #include "operator_tool/words.h"
 #include "platform/clock.h"
 #include "platform/process_handler.h"
@@ -18,13 +19,13 @@ namespace corvane::ctl {
 
 namespace {
 
-constexpr std::int64_t kMinute = 60;
-constexpr std::int64_t kDay = 86400;
-constexpr long kLeastInterval = 15;  // minutes
-constexpr long kMostInterval = 1000000;
+constexpr int kMostInterval = 1000000;  // minutes; so that sums of intervals do not overflow
 
-bool is_set(Configuration& file, const char* key) {
-  return file.get_config("ANOMALY_DETECTION_FUNCTIONALITY", key) == "1";
+// A value that is neither 0 nor 1 switches nothing off: the service does not start with it, and
+// that has to be told.
+bool is_set(Configuration& file, const char* key, int if_empty) {
+  const std::string value = file.get_config("ANOMALY_DETECTION_FUNCTIONALITY", key);
+  return switch_value(value, if_empty) == 1;
 }
 
 Daemon look_for(const char* name, bool is_wanted, const std::string& log) {
@@ -34,6 +35,7 @@ Daemon look_for(const char* name, bool is_wanted, const std::string& log) {
   daemon.log_bytes = file_bytes(log);
   for (const pid_t process : ProcessHandler(name).getProcessIDs()) {
     const std::int64_t since = started_at(process);
+    if (since == 0) continue;  // it has ended meanwhile
     if (daemon.process != 0 && since >= daemon.since) continue;
     daemon.process = process;
     daemon.since = since;
@@ -74,13 +76,12 @@ Configured read_configuration(const std::string& path) {
   }
   Configured configured;
   Configuration file(path, 1);
-  configured.service = !is_set(file, "DISABLE_ANOMALY_DETECTION");
-  configured.detection = configured.service && !is_set(file, "DISABLE_DETECTION_SERVICE");
-  configured.alerts = configured.detection && !is_set(file, "DISABLE_ALERT_SERVICE");
+  configured.service = !is_set(file, "DISABLE_ANOMALY_DETECTION", 0);
+  configured.detection = configured.service && !is_set(file, "DISABLE_DETECTION_SERVICE", 1);
+  configured.alerts = configured.detection && !is_set(file, "DISABLE_ALERT_SERVICE", 1);
   const std::string interval =
       file.get_config("DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN");
-  configured.interval_minutes = static_cast<int>(
-      std::clamp(std::strtol(interval.c_str(), nullptr, 10), kLeastInterval, kMostInterval));
+  configured.interval_minutes = std::min(gather_interval_minutes(interval), kMostInterval);
   std::vector<std::string> complaints;
   detect::read_settings(path, configured.detect, complaints);
   return configured;

@@ -5,11 +5,8 @@
 #include <climits>
 #include <filesystem>
 #include <sstream>
-#include <string_view>
 
 #include "companions/alert/options.h"
-#include "operator_tool/check.h"
-#include "operator_tool/trouble.h"
 #include "platform/host_product.h"
 #include "util/path.h"
 
@@ -135,13 +132,6 @@ void fill_in(Options& options) {
   if (options.logs.empty()) options.logs = root + "corvane/logs";
 }
 
-bool asks_for_check(int count, const char* const* arguments) {
-  for (int i = 1; i < count; ++i) {
-    if (std::string_view(arguments[i]) == "check") return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 std::string Options::alert_database() const {
@@ -172,14 +162,16 @@ Parsed parse_options(int count, const char* const* arguments) {
   try {
     app.parse(count, arguments);
     fill_in(options);
-    parsed.run = true;
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
-    const int status = app.exit(error, out, out);
-    const int wrong = asks_for_check(count, arguments) ? static_cast<int>(CheckStatus::kUnknown)
-                                                       : static_cast<int>(ExitStatus::kUsage);
-    parsed.status = status == 0 ? 0 : wrong;
-    parsed.text = out.str();
+    if (app.exit(error, out, out) == 0) {
+      parsed.help = out.str();
+    } else {
+      parsed.wrong = error.what();
+    }
+    // What commands and flags do comes only after all of them are found good.
+    if (app.got_subcommand("check")) options.command = Command::kCheck;
+    options.json = app.get_option("--json")->count() > 0;
   }
   return parsed;
 }

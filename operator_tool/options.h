@@ -52,9 +52,9 @@ struct Options {
 };
 
 struct Parsed {
-  bool run = false;  // else print `text` and end with `status`
-  int status = 0;
-  std::string text;
+  std::string help;  // was asked for; then nothing else counts
+  std::string
+      wrong;  // with the arguments; then `options` has the command, if one was named, and --json
   Options options;
 };
 

@@ -32,19 +32,29 @@ mode_t creation_mode() {
   return 0644 & ~mask;
 }
 
-[[noreturn]] void fail(const std::string& path, int error) {
-  throw Trouble(ExitStatus::kFailed, "Cannot write " + path + ": " + std::strerror(error) + ".");
+[[noreturn]] void fail(const std::string& path, const std::string& why) {
+  throw Trouble(ExitStatus::kFailed, "Cannot write " + path + ": " + why + ".");
+}
+
+// A pipe or a device would be gone afterwards, with a file in its place. A link may lead out of
+// its directory to a file that whoever made the link has no right to change.
+void check_replaceable(const std::string& path) {
+  struct stat former {};
+  if (lstat(path.c_str(), &former) != 0 || S_ISREG(former.st_mode)) return;
+  if (S_ISLNK(former.st_mode)) fail(path, "it is a link; name the file itself");
+  fail(path, S_ISDIR(former.st_mode) ? "it is a directory" : "it is no regular file");
 }
 
 }  // namespace
 
 void replace_file(const std::string& path, std::string_view text) {
+  check_replaceable(path);
   const std::filesystem::path target(path);
   // Hidden, and with another ending: who collects what lies there passes it over.
   std::string scratch =
       (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
   const int descriptor = mkostemp(scratch.data(), O_CLOEXEC);
-  if (descriptor < 0) fail(path, errno);
+  if (descriptor < 0) fail(path, std::strerror(errno));
   const bool written = write_all(descriptor, text) && fchmod(descriptor, creation_mode()) == 0 &&
                        fsync(descriptor) == 0;
   int error = written ? 0 : errno;
@@ -52,7 +62,7 @@ void replace_file(const std::string& path, std::string_view text) {
   if (error == 0 && std::rename(scratch.c_str(), path.c_str()) != 0) error = errno;
   if (error == 0) return;
   unlink(scratch.c_str());
-  fail(path, error);
+  fail(path, std::strerror(error));
 }
 
 }  // namespace corvane::ctl

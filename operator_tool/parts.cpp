@@ -55,6 +55,19 @@ std::string line(const Terminal& terminal, std::string_view name, std::string_vi
   return label(terminal, name) + styled(terminal, style, words) + '\n';
 }
 
+std::string stream_line(const Terminal& terminal, const alert::Anomaly& anomaly) {
+  const StreamKey& stream = anomaly.stream;
+  return line(terminal, "Stream",
+              stream.client + ", policy " + stream.policy + ", schedule " + stream.schedule_name +
+                  " (" + stream.schedule_type + ")");
+}
+
+std::string last_good_line(const Terminal& terminal, const alert::Anomaly& anomaly, bool utc) {
+  if (anomaly.last_good_id.empty()) return {};
+  return line(terminal, "Last good",
+              anomaly.last_good_id + " of " + moment_text(anomaly.last_good_time, utc));
+}
+
 std::string figures_table(const Terminal& terminal, const std::vector<alert::Feature>& features) {
   if (features.empty()) return {};
   Table table({{"Figure"},

@@ -10,6 +10,7 @@
 #include "operator_tool/json.h"
 #include "operator_tool/output_file.h"
 #include "operator_tool/report.h"
+#include "operator_tool/seconds.h"
 #include "operator_tool/series.h"
 #include "operator_tool/words.h"
 
@@ -18,7 +19,6 @@ namespace corvane::ctl {
 namespace {
 
 constexpr int kUsualDays = 30;
-constexpr std::int64_t kDay = 86400;
 constexpr std::size_t kMostPoints = 1'000'000;
 constexpr std::size_t kMostAnomalies = 20'000;
 constexpr std::size_t kMostSummary = 2000;

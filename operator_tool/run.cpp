@@ -59,6 +59,8 @@ auto with_database(const Options& options, Work work) {
         auto result = work(database);
         database.check_unchanged();
         return result;
+      } catch (const ChangedMeanwhile&) {  // of another database than this one
+        throw;
       } catch (const Trouble&) {
         database.check_unchanged();
         throw;
@@ -74,6 +76,19 @@ auto with_database(const Options& options, Work work) {
   }
 }
 
+void complain(const std::string& why) { write_console_error("cvanomalyctl: " + safe(why) + "\n"); }
+
+// Whoever reads the line alone must not take none for a good one.
+int tell(const CheckResult& result, bool json) {
+  try {
+    print(text_of(result, json));
+  } catch (const Trouble& trouble) {
+    complain(trouble.what());
+    return static_cast<int>(CheckStatus::kUnknown);
+  }
+  return static_cast<int>(result.status);
+}
+
 int run_check(const Options& options) {
   CheckResult result;
   try {
@@ -83,11 +98,19 @@ int run_check(const Options& options) {
   } catch (const std::exception& error) {
     result = unknown(reason_of(error));
   }
-  write_console(text_of(result, options.json));
-  return static_cast<int>(result.status);
+  return tell(result, options.json);
 }
 
-int run_parsed(const Options& options) {
+int run_parsed(const Parsed& parsed) {
+  const Options& options = parsed.options;
+  if (!parsed.help.empty()) {
+    print(parsed.help);
+    return static_cast<int>(ExitStatus::kDone);
+  }
+  if (!parsed.wrong.empty()) {
+    if (options.command == Command::kCheck) return tell(unknown(parsed.wrong), options.json);
+    throw Trouble(ExitStatus::kUsage, parsed.wrong + " (--help tells more)");
+  }
   if (options.command == Command::kCheck) return run_check(options);
   const Terminal terminal = terminal_of_output(options.no_colour);
   const std::string text = with_database(options, [&](Database& database) {
@@ -100,26 +123,17 @@ int run_parsed(const Options& options) {
 }  // namespace
 
 int run(int count, const char* const* arguments) {
-  const Parsed parsed = parse_options(count, arguments);
-  if (!parsed.run) {
-    if (parsed.status == 0) {
-      write_console(parsed.text);
-    } else {
-      write_console_error(parsed.text);
-    }
-    return parsed.status;
-  }
   int status = static_cast<int>(ExitStatus::kFailed);
   std::string why;
   try {
-    return run_parsed(parsed.options);
+    return run_parsed(parse_options(count, arguments));
   } catch (const Trouble& trouble) {
     status = static_cast<int>(trouble.status());
     why = trouble.what();
   } catch (const std::exception& error) {
     why = reason_of(error);
   }
-  write_console_error("cvanomalyctl: " + safe(why) + "\n");
+  complain(why);
   return status;
 }
 

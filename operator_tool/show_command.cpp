@@ -100,16 +100,11 @@ std::string head_of(const Context& context, const FoundAnomaly& found,
   text += line(terminal, "Backup",
                (found.backup_id.empty() ? "unknown" : found.backup_id) + " of " +
                    moment_text(anomaly.known_time(), utc));
-  text += line(terminal, "Stream",
-               anomaly.stream.client + ", policy " + anomaly.stream.policy + ", schedule " +
-                   anomaly.stream.schedule_name + " (" + anomaly.stream.schedule_type + ")");
+  text += stream_line(terminal, anomaly);
   text += line(terminal, "Summary", anomaly.summary);
   text += line(terminal, "Cause", anomaly.cause_words.empty() ? "not known" : anomaly.cause_words);
   text += line(terminal, "Incident", anomaly.incident);
-  if (!anomaly.last_good_id.empty()) {
-    text += line(terminal, "Last good",
-                 anomaly.last_good_id + " of " + moment_text(anomaly.last_good_time, utc));
-  }
+  text += last_good_line(terminal, anomaly, utc);
   text += line(terminal, "Detected", moment_text(anomaly.detected, utc));
   text += line(terminal, "Feedback", opinion_text(found, utc));
   if (!told.empty()) text += line(terminal, "Told", told_words(told, utc));

@@ -2,6 +2,7 @@
 #include "operator_tool/commands.h"
 #include "operator_tool/health_json.h"
 #include "operator_tool/json.h"
+#include "operator_tool/seconds.h"
 #include "operator_tool/words.h"
 
 namespace corvane::ctl {
@@ -58,7 +59,7 @@ std::string gathers_words(const Health& health, bool utc) {
   const GatherLog& log = health.gather.log;
   if (log.from == 0) return "the service's log tells nothing";
   std::string words = counted(log.gathers, "gather", "gathers") + " in the log since " +
-                      time_text(std::max(log.from, health.now - 86400), utc) + ", " +
+                      time_text(std::max(log.from, health.now - kDay), utc) + ", " +
                       alert::number_text(static_cast<double>(log.failed)) + " with errors";
   if (log.last_failed > 0) words += ", the last " + time_text(log.last_failed, utc);
   return words;

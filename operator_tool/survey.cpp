@@ -6,13 +6,12 @@
 #include <tuple>
 
 #include "companions/common/backup_types.h"
+#include "operator_tool/seconds.h"
 #include "operator_tool/stream_rows.h"
 
 namespace corvane::ctl {
 
 namespace {
-
-constexpr std::int64_t kDay = 86400;
 
 constexpr char kHistory[] =
     "SELECT " STREAM_COLUMNS "USER_IDENTIFIED_CLUSTER FROM HIST_DATA WHERE rowid > ?" BY_PORTIONS;

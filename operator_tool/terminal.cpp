@@ -52,16 +52,6 @@ const char* escape_of(Style style) {
   return "";
 }
 
-// Of one UTF-8 character.
-char32_t code_point(std::string_view character) {
-  if (character.size() == 1) return static_cast<unsigned char>(character[0]);
-  char32_t code = static_cast<unsigned char>(character[0]) & (0xFFU >> (character.size() + 1));
-  for (std::size_t i = 1; i < character.size(); ++i) {
-    code = (code << 6U) | (static_cast<unsigned char>(character[i]) & 0x3FU);
-  }
-  return code;
-}
-
 // wcwidth() knows what the locale knows.
 std::size_t columns_of(std::string_view character) {
   if (character.size() == 1) return 1;

@@ -4,14 +4,13 @@
 #include <cstdio>
 #include <ctime>
 
+#include "operator_tool/seconds.h"
+
 namespace corvane::ctl {
 
 namespace {
 
 constexpr std::int64_t kLastSecond = 253402300799;  // of the year 9999
-constexpr std::int64_t kMinute = 60;
-constexpr std::int64_t kHour = 3600;
-constexpr std::int64_t kDay = 86400;
 
 std::string formatted(std::int64_t seconds, bool utc, const char* format) {
   if (seconds <= 0 || seconds > kLastSecond) return "-";

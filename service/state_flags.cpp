@@ -1,9 +1,9 @@
 #include "service/state_flags.h"
 
-#include <cstdlib>
 #include <string>
 
 #include "config/configuration.h"
+#include "config/service_values.h"
 #include "platform/debug_log.h"
 #include "service/host_role.h"
 
@@ -13,11 +13,8 @@ constexpr char kProgram[] = "cvanomalymgmt";
 
 int read_flag(Configuration& config, const char* key, int fallback, const char* fallback_message) {
   const std::string value = config.get_config("ANOMALY_DETECTION_FUNCTIONALITY", key);
-  if (value.empty()) {
-    logmsg(8, kProgram, fallback_message);
-    return fallback;
-  }
-  return static_cast<int>(std::strtol(value.c_str(), nullptr, 10));
+  if (value.empty()) logmsg(8, kProgram, fallback_message);
+  return corvane::switch_value(value, fallback);
 }
 
 bool validate_flag(const char* key, int value) {

@@ -16,15 +16,6 @@ constexpr char kReplacement[] = "\xEF\xBF\xBD";
 constexpr char kEllipsis[] = "\xE2\x80\xA6";
 constexpr std::int64_t kLastSecond = 253402300799;  // of the year 9999
 
-char32_t code_point(std::string_view character) {
-  if (character.size() == 1) return static_cast<unsigned char>(character[0]);
-  char32_t code = static_cast<unsigned char>(character[0]) & (0xFFU >> (character.size() + 1));
-  for (std::size_t i = 1; i < character.size(); ++i) {
-    code = (code << 6) | (static_cast<unsigned char>(character[i]) & 0x3FU);
-  }
-  return code;
-}
-
 bool is_control(char32_t code) {
   return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x2028 || code == 0x2029;
 }

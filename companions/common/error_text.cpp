@@ -10,9 +10,9 @@ std::string reason_of(const std::exception& error) {
   using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
   const auto* of_sqlite = dynamic_cast<const sqlite_exception*>(&error);
   std::string reason = error.what();
-  if (of_sqlite != nullptr && !of_sqlite->inner_message().empty()) {
-    reason += " (" + of_sqlite->inner_message() + ")";
-  }
+  if (of_sqlite == nullptr) return reason;
+  const std::string& inner = of_sqlite->inner_message();
+  if (reason.find(inner) == std::string::npos) reason += " (" + inner + ")";
   return reason;
 }
 

@@ -6,7 +6,7 @@
 
 namespace corvane {
 
-// With SQLite's own text where there is one.
+// With SQLite's own text where there is one, once.
 std::string reason_of(const std::exception& error);
 
 // "program: reason" on standard error and, at level 16, in the log.

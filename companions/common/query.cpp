@@ -6,6 +6,12 @@ namespace corvane {
 
 using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
 
+namespace {
+
+sqlite_exception failure(const std::string& why) { return {"Query failed: " + why, why}; }
+
+}  // namespace
+
 Query::Query(sqlite3* db, const char* sql) : db_(db), sql_(sql) {
   sqlite3_stmt* compiled = nullptr;
   check(sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &compiled, nullptr));
@@ -42,9 +48,9 @@ bool Query::step() {
     sqlite3_reset(compiled_.get());
     return false;
   }
-  const std::string why = sqlite3_errmsg(db_);
+  const std::string why = sqlite3_errmsg(db_);  // until the reset
   sqlite3_reset(compiled_.get());
-  throw sqlite_exception("Query failed: " + why, sql_);
+  throw failure(why);
 }
 
 void Query::run() {
@@ -66,9 +72,7 @@ std::string_view Query::view(int column) const {
 }
 
 void Query::check(int result) const {
-  if (result != SQLITE_OK) {
-    throw sqlite_exception(std::string("Query failed: ") + sqlite3_errmsg(db_), sql_);
-  }
+  if (result != SQLITE_OK) throw failure(sqlite3_errmsg(db_));
 }
 
 Query& Queries::get(sqlite3* db, const char* sql) {

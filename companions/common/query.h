@@ -12,7 +12,7 @@
 namespace corvane {
 
 // Prepared anew by SQLite itself when the service has changed the schema meanwhile. Every failure
-// throws sqlite_exception with SQLite's text; the query can be used again afterwards.
+// throws sqlite_exception with SQLite's text, not the query's; it can be used again afterwards.
 class Query {
  public:
   // `db` and `sql` are not owned and must outlive it.

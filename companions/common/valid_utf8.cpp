@@ -16,6 +16,15 @@ std::size_t utf8_length(std::string_view text) {
   return overlong || beyond ? 0 : length;
 }
 
+char32_t code_point(std::string_view character) {
+  if (character.size() == 1) return static_cast<unsigned char>(character[0]);
+  char32_t code = static_cast<unsigned char>(character[0]) & (0xFFU >> (character.size() + 1));
+  for (std::size_t i = 1; i < character.size(); ++i) {
+    code = (code << 6U) | (static_cast<unsigned char>(character[i]) & 0x3FU);
+  }
+  return code;
+}
+
 std::string valid_utf8(std::string_view text) {
   std::string valid;
   for (std::size_t at = 0; at < text.size();) {

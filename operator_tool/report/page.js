@@ -273,7 +273,11 @@
   tile(number(data.clients.length), data.clients.length === 1 ? "client" : "clients");
   tile(number(data.streams.total), "streams, " + number(data.streams.learning) + " learning");
   tile(data.gather.last ? span(data.time - data.gather.last) : "never", "since the last gather");
-  tile(number(data.alerts.waiting), "alerts wait, " + number(data.alerts.given_up) + " given up", data.alerts.given_up ? "bad" : "");
+  if (data.alerts.trouble) {
+    tile("unknown", "how many alerts wait: " + data.alerts.trouble, "bad");
+  } else {
+    tile(number(data.alerts.waiting), "alerts wait, " + number(data.alerts.given_up) + " given up", data.alerts.given_up ? "bad" : "");
+  }
   const notices = [];
   if (data.shortened) notices.push("So many backups fell into the period that the charts show only the newest of each stream.");
   if (data.anomalies_left_out) notices.push("Of the anomalies, only the newest " + number(data.anomalies.length) + " are shown.");
@@ -315,6 +319,7 @@
       ["Backups waiting for the detection", number(data.records.waiting)],
       ["Records of history", number(data.records.history)],
       ["Database", size(data.database_bytes / 1024) + ", " + size(data.disk_free_bytes / 1024) + " free on its disk"]);
+    if (alerts.trouble) facts.push(["Alerts", "unknown: " + alerts.trouble]);
     for (const channel of alerts.channels) {
       facts.push(["Alerts by " + channel.name, number(channel.taken) + " taken, " + number(channel.waiting) + " waiting, " +
         number(channel.given_up) + " given up" + (channel.failures ? "; fails: " + channel.last_error : "")]);

@@ -1,8 +1,12 @@
 """The files around the programs: sample configuration, manual pages, monitoring, maintainer scripts."""
 
 import json
+import os
 import re
+import signal
 import subprocess
+import tempfile
+import time
 import unittest
 from pathlib import Path
 
@@ -148,6 +152,64 @@ class Monitoring(unittest.TestCase):
             self.assertFalse(cells & taken, panel["title"])
             self.assertLessEqual(at["x"] + at["w"], 24)
             taken |= cells
+
+
+ENDING = (signal.SIGTERM, signal.SIGINT, signal.SIGHUP)
+
+
+def heed_signals():
+    """Whoever called this test may have had some of them ignored, as nohup does; that is inherited."""
+    for number in ENDING:
+        signal.signal(number, signal.SIG_DFL)
+
+
+class WritingTheMetrics(unittest.TestCase):
+    """packaging/write_metrics with a stand-in for cvanomalyctl."""
+
+    def setUp(self):
+        scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(scratch.cleanup)
+        self.root = Path(scratch.name)
+        self.directory = self.root / "collected"
+        self.directory.mkdir()
+        script = (PACKAGING / "write_metrics").read_text()
+        for place, own in (("/usr/tessel/corvane/bin/cvanomalyctl", self.root / "stand_in"),
+                           ("/usr/tessel/var/global/anomaly_detection", self.root)):
+            self.assertIn(place, script)
+            script = script.replace(place, str(own))
+        (self.root / "write_metrics").write_text(script)
+
+    def start(self, stand_in):
+        """The script in a process group of its own."""
+        (self.root / "stand_in").write_text("#!/bin/sh\n" + stand_in)
+        (self.root / "stand_in").chmod(0o755)
+        return subprocess.Popen(["/bin/sh", self.root / "write_metrics", self.directory], start_new_session=True,
+                                preexec_fn=heed_signals)
+
+    def collected(self):
+        return {path.name: path.read_text() for path in self.directory.iterdir()}
+
+    def test_what_the_tool_says_becomes_the_file(self):
+        self.assertEqual(self.start("echo figures").wait(30), 0)
+        self.assertEqual(self.collected(), {"cvanomaly.prom": "figures\n"})
+
+    def test_a_failure_leaves_the_former_file_alone(self):
+        (self.directory / "cvanomaly.prom").write_text("former")
+        self.assertEqual(self.start("echo half; exit 5").wait(30), 5)
+        self.assertEqual(self.collected(), {"cvanomaly.prom": "former"})
+
+    def test_a_run_that_is_ended_leaves_nothing_behind(self):
+        for number in ENDING:
+            with self.subTest(signal=number):
+                (self.root / "hangs").unlink(missing_ok=True)
+                run = self.start(f"touch {self.root}/hangs; exec sleep 60")
+                deadline = time.monotonic() + 30
+                while not (self.root / "hangs").exists() and time.monotonic() < deadline:
+                    time.sleep(0.01)
+                self.assertEqual(len(self.collected()), 1)
+                os.killpg(run.pid, number)  # as the service manager ends a unit: every process of it
+                self.assertGreater(run.wait(30), 0)
+                self.assertEqual(self.collected(), {})
 
 
 class Programs(unittest.TestCase):

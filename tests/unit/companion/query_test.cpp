@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <stdexcept>
+
+#include "companions/common/error_text.h"
 #include "sqlite/db_access.h"
 #include "sqlite/sqlite_exception.h"
 #include "tests/support/sql.h"
@@ -64,6 +68,33 @@ TEST_F(QueryTest, FailuresThrowAndTheQueryCanBeUsedAgain) {
   EXPECT_THROW(insert.run(), sqlite_exception);
   insert.restart().bind(std::int64_t{2}).bind(1.0).bind("b").run();
   EXPECT_EQ(test::count(db(), "t"), "2");
+}
+
+// People get to see these: no query stands in them.
+TEST_F(QueryTest, FailuresSayWhatSqliteSays) {
+  const auto expect_failure = [](const std::string& why, const std::function<void()>& failing) {
+    try {
+      failing();
+      ADD_FAILURE() << why;
+    } catch (const sqlite_exception& error) {
+      EXPECT_EQ(error.what(), "Query failed: " + why);
+      EXPECT_EQ(error.inner_message(), why);
+      EXPECT_EQ(reason_of(error), "Query failed: " + why);
+    }
+  };
+  expect_failure("no such column: missing", [&] { Query(db(), "SELECT missing"); });
+  expect_failure("column index out of range", [&] { Query(db(), "SELECT 1").bind("more"); });
+  Query insert(db(), kInsert);
+  insert.bind(std::int64_t{1}).bind(1.0).bind("a").run();
+  insert.restart().bind(std::int64_t{2}).bind(1.0).bind("a");
+  expect_failure("UNIQUE constraint failed: t.text", [&] { insert.run(); });
+}
+
+TEST(ReasonOf, AddsSqlitesTextWhereItIsMissing) {
+  EXPECT_EQ(reason_of(sqlite_exception("cannot begin", "database is locked")),
+            "cannot begin (database is locked)");
+  EXPECT_EQ(reason_of(sqlite_exception("cannot begin")), "cannot begin");
+  EXPECT_EQ(reason_of(std::runtime_error("other")), "other");
 }
 
 TEST_F(QueryTest, ATransactionIsTakenBackUnlessCommitted) {

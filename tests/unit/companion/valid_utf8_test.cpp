@@ -22,5 +22,16 @@ TEST(ValidUtf8, LengthOfTheFirstCharacter) {
   EXPECT_EQ(utf8_length("\xC3"), 0U);
 }
 
+TEST(CodePoint, OfOneToFourBytes) {
+  EXPECT_EQ(code_point("a"), U'a');
+  EXPECT_EQ(code_point("\xC2\x80"), 0x80U);
+  EXPECT_EQ(code_point("\xDF\xBF"), 0x7FFU);
+  EXPECT_EQ(code_point("\xE0\xA0\x80"), 0x800U);
+  EXPECT_EQ(code_point("\xEF\xBF\xBD"), 0xFFFDU);
+  EXPECT_EQ(code_point("\xF0\x90\x80\x80"), 0x10000U);
+  EXPECT_EQ(code_point("\xF4\x8F\xBF\xBF"), 0x10FFFFU);
+  EXPECT_EQ(code_point("\xFF"), 0xFFU);
+}
+
 }  // namespace
 }  // namespace corvane

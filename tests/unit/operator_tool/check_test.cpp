@@ -22,7 +22,7 @@ TEST(Check, AllIsWell) {
   EXPECT_EQ(text_of(result, false),
             "ANOMALY OK - all wanted programs run, last gather 10 min ago | "
             "gather_lag=600s;2700;10800;0 alerts_waiting=0;;;0 alerts_oldest=0s;1800;14400;0 "
-            "alerts_given_up=0;1;;0 disk_free=50.0%;10:;3:;0;100\n");
+            "alerts_given_up=0;0;;0 disk_free=50.0%;10:;3:;0;100\n");
 }
 
 TEST(Check, AProgramThatIsDown) {
@@ -120,7 +120,31 @@ TEST_F(CheckCommand, SaysUnknownWithoutADatabase) {
   EXPECT_TRUE(said.out.starts_with("ANOMALY UNKNOWN - There is no anomaly database")) << said.out;
 }
 
-TEST_F(CheckCommand, WrongArgumentsAreUnknownToo) { EXPECT_EQ(say({"check", "--x"}).status, 3); }
+TEST_F(CheckCommand, WrongArgumentsAreUnknownToo) {
+  const auto expect_unknown = [&](const std::vector<std::string>& arguments,
+                                  const std::string& why) {
+    const Said said = say(arguments);
+    EXPECT_EQ(said.status, 3) << why;
+    EXPECT_EQ(said.out, "ANOMALY UNKNOWN - " + why + "\n");
+    EXPECT_EQ(said.error, "");
+  };
+  expect_unknown({"check", "--x"}, "The following argument was not expected: --x");
+  expect_unknown({"check", "--disk-warning", "101"},
+                 "--disk-warning: Value 101 not in range 0 to 100");
+  expect_unknown({"--config", "/none.conf", "check"}, "--config: File does not exist: /none.conf");
+  expect_unknown({"check", "a|b\x1B[2J"}, "The following argument was not expected: a/b [2J");
+}
+
+TEST_F(CheckCommand, WrongArgumentsAsJson) {
+  const Said said = say({"check", "--json", "--x"});
+  EXPECT_EQ(said.status, 3);
+  EXPECT_NE(said.out.find("\"status\": \"UNKNOWN\""), std::string::npos) << said.out;
+  EXPECT_NE(said.out.find("not expected: --x"), std::string::npos);
+}
+
+TEST_F(CheckCommand, OnlyACommandOfThatNameIsCheck) {
+  EXPECT_EQ(say({"streams", "--client", "check", "--x"}).status, 2);
+}
 
 TEST_F(CheckCommand, GoesByConfigurationAndProcesses) {
   gathered(kNow - 60);

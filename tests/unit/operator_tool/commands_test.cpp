@@ -167,6 +167,8 @@ TEST_F(Commands, ShowByAnyOfItsNames) {
     EXPECT_TRUE(says(said, "Anomaly       anomaly_" + key + "\n")) << said.out;
     EXPECT_TRUE(says(said, "Severity      act now\n"));
     EXPECT_TRUE(says(said, "Cause         Files may have been encrypted.\n"));
+    EXPECT_TRUE(says(said, "Stream        b, policy nightly, schedule daily (FULL)\n"));
+    EXPECT_TRUE(says(said, "Last good     good of 2023-11-13 18:26 UTC\n"));
     EXPECT_TRUE(says(said, "Feedback      false alarm, since 2023-11-13 23:13\n"));
     EXPECT_TRUE(says(said, "Files        100  1,000  990 to 1,010           -9\n"));
     EXPECT_TRUE(says(said, "Files of the stream's last backups"));
@@ -201,12 +203,26 @@ TEST_F(Commands, ExplainSaysHowABackupIsJudged) {
   const Said said = say({"explain", key});
   EXPECT_EQ(said.status, 0) << said.error;
   EXPECT_TRUE(says(said, "State         anomalous\n")) << said.out;
+  EXPECT_TRUE(says(said, "Stream        web01, policy nightly, schedule daily (FULL)\n"));
+  EXPECT_TRUE(says(said, "Last good     web01_" + std::to_string(kNow - kDay) + " of 2023-11-13"));
   EXPECT_TRUE(says(said, "Judged by     own history, 60 records, 0 percent of them noise\n"));
   const JsonPtr root = json({"explain", key});
   EXPECT_STREQ(
       json_string_value(json_object_get(json_object_get(root.get(), "judgement"), "state")),
       "anomalous");
   EXPECT_EQ(say({"explain", "none"}).status, 1);
+}
+
+// As the detection's own log has it.
+TEST_F(Commands, ExplainRoundsTheShareOfNoise) {
+  history({}, 53);
+  for (const int days : {70, 80}) insert("HIST_DATA", {.time = kNow - days * kDay, .files = 9e6});
+  insert("DATA_TO_PROCESS", {.mark = 0});
+  const JsonPtr root = json({"explain", key_of({})});
+  const double noise = 100 * json_real_value(json_object_get(
+                                 json_object_get(root.get(), "judgement"), "history_noise"));
+  ASSERT_LT(noise, 2);  // and what cuts it off would say 1
+  EXPECT_TRUE(says(say({"explain", key_of({})}), "55 records, 2 percent of them noise\n"));
 }
 
 TEST_F(Commands, ExplainGoesByTheConfiguration) {
@@ -274,11 +290,29 @@ TEST_F(Commands, TablesFitTheTerminal) {
   unsetenv("COLUMNS");
 }
 
-TEST_F(Commands, WithoutACommandThereIsHelp) {
-  EXPECT_EQ(say({}).status, 2);
-  const Said said = say({"--help"});
-  EXPECT_EQ(said.status, 0);
-  EXPECT_TRUE(says(said, "Exit status:"));
+TEST_F(Commands, WrongArgumentsAreOneLine) {
+  const auto expect_wrong = [&](const std::vector<std::string>& arguments, const std::string& why) {
+    const Said said = say(arguments);
+    EXPECT_EQ(said.status, 2) << why;
+    EXPECT_EQ(said.out, "");
+    EXPECT_EQ(said.error, "cvanomalyctl: " + why + " (--help tells more)\n");
+  };
+  expect_wrong({}, "A subcommand is required");
+  expect_wrong({"streams", "--x"}, "The following argument was not expected: --x");
+  expect_wrong({"streams", "a\nb"}, "The following argument was not expected: a b");
+  expect_wrong({"anomalies", "--severity", "4"}, "--severity: Value 4 not in range 1 to 3");
+  expect_wrong({"status", "--config", "/none.conf"}, "--config: File does not exist: /none.conf");
+}
+
+TEST_F(Commands, HelpIsGivenWhenAskedFor) {
+  for (const std::vector<std::string>& asked :
+       {std::vector<std::string>{"--help"}, {"check", "--help"}, {"--x", "streams", "--help"}}) {
+    const Said said = say(asked);
+    EXPECT_EQ(said.status, 0);
+    EXPECT_TRUE(says(said, "Usage: cvanomalyctl")) << said.out;
+    EXPECT_EQ(said.error, "");
+  }
+  EXPECT_TRUE(says(say({"--help"}), "Exit status:"));
 }
 
 TEST_F(Commands, ReadingChangesNothing) {
@@ -291,7 +325,9 @@ TEST_F(Commands, ReadingChangesNothing) {
                                                   {"anomalies"},
                                                   {"backtest", "5"},
                                                   {"check"}}) {
-    say(command);
+    const Said said = say(command);
+    EXPECT_EQ(said.status, command[0] == "check" ? 2 : 0) << command[0] << said.error;
+    EXPECT_NE(said.out, "") << command[0];
   }
   EXPECT_EQ(test::read_file(database()), before);
   std::vector<std::string> names;

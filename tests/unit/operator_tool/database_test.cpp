@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "operator_tool/alert_database.h"
@@ -164,6 +165,50 @@ TEST_F(DatabaseTest, AlertsThatComeIntoUseMeanwhileAreNoticed) {
     used->set_number("x", 1);
   };
   EXPECT_THROW(with_alert_database(options, come_into_use), ChangedMeanwhile);
+}
+
+// Just after the alerts' database was opened, somebody writes to it; so many times.
+class AlertsChange : public OperatorWorld {
+ protected:
+  void SetUp() override {
+    OperatorWorld::SetUp();
+    path_ = directory_("CV_Anomaly_Alerts.db");
+    { const alert::StateDatabase closed(path_); }
+    opened_ = 0;
+    sqlite3_auto_extension(reinterpret_cast<void (*)()>(on_opening));
+  }
+  void TearDown() override {
+    sqlite3_cancel_auto_extension(reinterpret_cast<void (*)()>(on_opening));
+    OperatorWorld::TearDown();
+  }
+
+  static int on_opening(sqlite3* db, const char**, const sqlite3_api_routines*) {
+    if (sqlite3_db_filename(db, "main") != path_ || opened_++ >= changes_) return SQLITE_OK;
+    std::filesystem::last_write_time(
+        path_, std::filesystem::last_write_time(path_) + std::chrono::seconds(1));
+    return SQLITE_OK;
+  }
+
+  static inline std::string path_;
+  static inline int opened_ = 0;
+  static inline int changes_ = 0;
+};
+
+TEST_F(AlertsChange, ACommandReadsAgain) {
+  changes_ = 2;
+  const Said said = say({"status"});
+  EXPECT_EQ(said.status, 0) << said.error;
+  EXPECT_NE(said.out.find("Undelivered   0 messages wait"), std::string::npos) << said.out;
+  EXPECT_EQ(opened_, 3);
+}
+
+TEST_F(AlertsChange, ItGivesUpAfterThreeTimes) {
+  changes_ = 1000;
+  const Said said = say({"status"});
+  EXPECT_EQ(said.status, static_cast<int>(ExitStatus::kLocked));
+  EXPECT_EQ(said.error, "cvanomalyctl: " + database() +
+                            ": the database was changed while it was read; try again.\n");
+  EXPECT_EQ(opened_, 3);
 }
 
 TEST_F(DatabaseTest, DamagedAlertsAreTrouble) {

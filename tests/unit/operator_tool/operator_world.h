@@ -12,6 +12,7 @@
 #include "companions/alert/state_database.h"
 #include "management/management_service.h"
 #include "operator_tool/run.h"
+#include "operator_tool/seconds.h"
 #include "tests/fakes/platform_fake_test.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/sql.h"
@@ -19,7 +20,6 @@
 namespace corvane::ctl {
 
 inline constexpr std::int64_t kNow = 1'700'000'000;
-inline constexpr std::int64_t kDay = 86400;
 
 struct Said {
   int status = 0;
@@ -89,7 +89,6 @@ class OperatorWorld : public PlatformFake {
   // Its name is "anomaly_" and the key of the backup, its incident that of `first`.
   void anomaly(const TestBackup& b, int severity, const TestBackup& first,
                const std::string& more = "") {
-    const std::string type = b.schedule_type;
     sql("INSERT INTO ANOMALY_DATA VALUES (" + quoted("anomaly_" + key_of(b)) + "," +
         quoted(
             R"({"schema":1,"summary":"daily backup of )" + b.client + R"(: unusual","severity":)" +
