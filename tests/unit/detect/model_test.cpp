@@ -144,7 +144,13 @@ TEST_F(ModelTest, SlowEncryptionIsFoundByItsThirdRun) {
   }
   const Verdict verdict = model_.judge(incremental(kKnownDays + 2, 80, 8e4));
   EXPECT_EQ(verdict.outcome, Outcome::kAnomalous);
-  EXPECT_TRUE(verdict.sustained);
+  ASSERT_TRUE(verdict.slow_change.has_value());
+  EXPECT_EQ(verdict.slow_change->runs, 3U);
+  EXPECT_TRUE(verdict.slow_change->of_files);
+  // The least of 80, 76 and 83; 28 is the most that three nights in a row had before. Of the 1,004
+  // files of the last whole copy, and few more.
+  EXPECT_NEAR(verdict.slow_change->share, 76. / 1012, 1e-6);
+  EXPECT_NEAR(verdict.slow_change->share_before, 28. / 1012, 1e-6);
   EXPECT_EQ(verdict.causes.front().id, "encryption");
 }
 
