@@ -172,6 +172,8 @@ double Judge::effort(const Observation& backup) const {
 
 std::optional<SlowChange> Judge::slow_change() {
   if (question_->incremental && frame_.whole.empty()) return std::nullopt;
+  // A history that knows little of it cannot tell what is usual.
+  if (!scaled_.scales[question_->incremental ? kFiles : kTransferred].used) return std::nullopt;
   const auto& history = question_->history;
   if (history.size() < kSustainedRuns) return std::nullopt;
   // The runs just before the record, reported ones included.

@@ -154,6 +154,22 @@ TEST_F(ModelTest, SlowEncryptionIsFoundByItsThirdRun) {
   EXPECT_EQ(verdict.causes.front().id, "encryption");
 }
 
+// The historical gather knows no transfer: the first runs that do are not more than ever before.
+TEST_F(ModelTest, ASlowChangeTakesAHistoryThatKnowsWhatIsUsual) {
+  for (int day = 0; day < kKnownDays; ++day) {
+    Backup backup = daily(day);
+    backup.figures.transferred_kb = backup.figures.ratio = -1;
+    model_.learn(backup, -1);
+  }
+  for (int day = kKnownDays; day < kKnownDays + 20; ++day) {
+    EXPECT_EQ(pass(daily(day, 1000, 1e6, 6e4)), Outcome::kNormal) << day;
+  }
+  for (int day = kKnownDays + 20; day < kKnownDays + 22; ++day) {
+    EXPECT_EQ(pass(daily(day, 1000, 1e6, 1.5e5)), Outcome::kNormal) << day;
+  }
+  EXPECT_EQ(pass(daily(kKnownDays + 22, 1000, 1e6, 1.5e5)), Outcome::kAnomalous);
+}
+
 TEST_F(ModelTest, AFalsePositiveSilencesItsLikeAndNothingElse) {
   learn_usual();
   const Backup first = daily(40, 1000, 1e6, 9e5);
