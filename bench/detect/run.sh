@@ -3,12 +3,15 @@
 #
 # What the detection finds on the labelled backups beside simple rules, its DBSCAN beside scikit-learn's, and
 # how long it takes with many streams. Needs python3-sklearn and a build with cvanomalydetect and dbscan_bench.
+# Fails, once all is printed, when one of them does.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 detect=$(find "$1" -name cvanomalydetect -type f -perm -u+x | head -1)
 dbscan=$(find "$1" -name dbscan_bench -type f -perm -u+x | head -1)
-/usr/bin/python3 "$here/quality.py" "$detect"
+status=0
+/usr/bin/python3 "$here/quality.py" "$detect" || status=1
 echo
-/usr/bin/python3 "$here/dbscan_bench.py" "$dbscan"
+/usr/bin/python3 "$here/dbscan_bench.py" "$dbscan" || status=1
 echo
-/usr/bin/python3 "$here/speed.py" "$detect"
+/usr/bin/python3 "$here/speed.py" "$detect" || status=1
+exit "$status"

@@ -17,6 +17,7 @@ namespace {
 constexpr std::size_t kMostName = 4096;
 constexpr std::size_t kMostIncident = 1024;
 constexpr std::size_t kMostFeatures = 32;
+constexpr std::int64_t kMostRuns = 1000;
 constexpr std::size_t kMostDetails = std::size_t{256} << 10;
 constexpr std::size_t kMostForeign = 4096;
 
@@ -71,6 +72,23 @@ std::vector<Feature> read_features(const json_t* array) {
   return features;
 }
 
+// What is none of the detection's leaves the features to tell of.
+std::optional<SlowChange> read_slow_change(const json_t* object) {
+  const std::string measure = text_of(object, "measure");
+  if (measure != "files" && measure != "kb_transferred") return std::nullopt;
+  SlowChange change;
+  change.of_files = measure == "files";
+  const std::int64_t runs = integer_of(object, "runs");
+  if (runs < 2 || runs > kMostRuns) return std::nullopt;
+  change.runs = static_cast<std::size_t>(runs);
+  const bool known = read_number(object, "share", change.share) &&
+                     read_number(object, "share_before", change.share_before);
+  const bool possible =
+      change.share_before >= 0 && change.share_before < change.share && change.share <= 1;
+  if (!known || !possible) return std::nullopt;
+  return change;
+}
+
 StreamKey read_stream(const json_t* object) {
   StreamKey stream;
   stream.client = text_of(object, "client");
@@ -96,6 +114,7 @@ void read_details(const json_t* root, Anomaly& anomaly) {
   anomaly.cause_words = text_of(cause, "words");
   anomaly.summary = text_of(root, "summary");
   anomaly.features = read_features(json_object_get(root, "features"));
+  anomaly.slow_change = read_slow_change(json_object_get(root, "slow_change"));
   anomaly.time = integer_of(root, "time");
   const json_t* last_good = json_object_get(root, "last_good");
   anomaly.last_good_id = text_of(last_good, "backup_id");

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "companions/common/slow_change.h"
 #include "companions/common/stream_key.h"
 
 namespace corvane::alert {
@@ -41,6 +43,8 @@ struct Anomaly {
   std::string cause;  // an id; empty: none known
   std::string cause_words;
   std::vector<Feature> features;
+  // What the verdict rests on instead of a feature of this one backup.
+  std::optional<SlowChange> slow_change;
   std::int64_t time = 0;  // of the backup; 0: unknown
   std::int64_t detected = 0;
   std::string detection_key;

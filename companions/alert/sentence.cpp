@@ -106,6 +106,9 @@ std::string cause_phrase(const Anomaly& anomaly) {
 std::string first_line(const Anomaly& anomaly, const std::vector<Feature>& telling) {
   std::string line = backup_words(anomaly.stream);
   if (anomaly.time > 0) line += " of " + utc_text(anomaly.time);
+  if (anomaly.slow_change) {
+    return line + " differs from what is usual: " + in_words(*anomaly.slow_change) + ".\n";
+  }
   if (!telling.empty()) {
     line += " differs from what is usual: ";
     for (const Feature& feature : telling) {
@@ -135,7 +138,9 @@ Words words_for_anomaly(const Anomaly& anomaly, std::int64_t since, const std::s
   const std::vector<Feature> telling = telling_features(anomaly);
   Words words;
   words.subject = backup_words(anomaly.stream);
-  if (telling.empty()) {
+  if (anomaly.slow_change) {
+    words.subject += ": " + in_words(*anomaly.slow_change);
+  } else if (telling.empty()) {
     words.subject += " is unusual";
   } else {
     words.subject += ": " + amount(telling.front()) + difference(telling.front());

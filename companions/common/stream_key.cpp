@@ -31,13 +31,19 @@ bool StreamKey::matches(const StreamKey& other) const {
 }
 
 StreamKey read_stream_key(const Query& row, int first) {
-  return {row.text(first),
-          row.text(first + 1),
-          fold_policy_type(row.view(first + 2)),
-          fold_schedule_type(row.view(first + 3)),
-          row.text(first + 4),
-          row.text(first + 5),
-          row.text(first + 6)};
+  StreamKey key;
+  read_stream_key(row, first, key);
+  return key;
+}
+
+void read_stream_key(const Query& row, int first, StreamKey& into) {
+  into.client = row.view(first);
+  into.policy = row.view(first + 1);
+  into.policy_type = fold_policy_type(row.view(first + 2));
+  into.schedule_type = fold_schedule_type(row.view(first + 3));
+  into.schedule_name = row.view(first + 4);
+  into.app_type = row.view(first + 5);
+  into.destination = row.view(first + 6);
 }
 
 }  // namespace corvane

@@ -38,5 +38,7 @@ inline constexpr int kStreamKeyColumns = 7;
 
 // `first` is the column where they begin.
 StreamKey read_stream_key(const Query& row, int first);
+// The same; of many rows the texts then use the memory of the former ones.
+void read_stream_key(const Query& row, int first, StreamKey& into);
 
 }  // namespace corvane

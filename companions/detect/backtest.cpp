@@ -160,7 +160,7 @@ std::string explain(const std::string& database, const Settings& settings,
       details_of(*backup, verdict, model.incident_of(*backup), last_good).c_str(), 0, nullptr));
   json_object_set_new(root.get(), "state", json_string(state_of(verdict, settings).c_str()));
   json_object_set_new(root.get(), "history_noise", json_real(verdict.noise_share));
-  json_object_set_new(root.get(), "sustained", json_boolean(verdict.sustained));
+  json_object_set_new(root.get(), "sustained", json_boolean(verdict.slow_change.has_value()));
   return pretty(root.get());
 }
 

@@ -95,6 +95,16 @@ json_t* features_json(const Verdict& verdict) {
   return features;
 }
 
+json_t* slow_change_json(const SlowChange& change) {
+  json_t* object = json_object();
+  json_object_set_new(object, "runs", json_integer(static_cast<json_int_t>(change.runs)));
+  json_object_set_new(object, "measure",
+                      json_string(kNames[change.of_files ? kFiles : kTransferred].name));
+  json_object_set_new(object, "share", json_amount(change.share));
+  json_object_set_new(object, "share_before", json_amount(change.share_before));
+  return object;
+}
+
 json_t* causes_json(const std::vector<Cause>& causes) {
   json_t* array = json_array();
   for (const Cause& cause : causes) {
@@ -112,6 +122,23 @@ json_t* good_json(const LastGood& last_good) {
   json_object_set_new(good, "backup_id", json_string_of(last_good.backup_id));
   json_object_set_new(good, "time", json_integer(last_good.time));
   return good;
+}
+
+// The figure that is off the farthest, but for the duration, which tells least. Empty when none is
+// known.
+std::string farthest_in_words(const Verdict& verdict) {
+  std::size_t worst = kFeatures;
+  for (std::size_t i = 0; i < kFeatures; ++i) {
+    if (!verdict.features[i].used || i == kDuration) continue;
+    if (worst == kFeatures ||
+        std::abs(verdict.features[i].deviation) > std::abs(verdict.features[worst].deviation)) {
+      worst = i;
+    }
+  }
+  if (worst == kFeatures) return {};
+  const FeatureView& view = verdict.features[worst];
+  return number_in_words(worst, view.value) + " " + kNames[worst].words + ", usually " +
+         number_in_words(worst, view.low) + " to " + number_in_words(worst, view.high);
 }
 
 }  // namespace
@@ -140,6 +167,8 @@ std::string details_of(const Backup& backup, const Verdict& verdict, const std::
   json_object_set_new(root, "job_id", json_integer(backup.job_id));
   json_object_set_new(root, "time", json_integer(backup.time));
   json_object_set_new(root, "causes", causes_json(verdict.causes));
+  if (verdict.slow_change)
+    json_object_set_new(root, "slow_change", slow_change_json(*verdict.slow_change));
   json_object_set_new(root, "features", features_json(verdict));
   json_object_set_new(root, "judged_by",
                       json_string(verdict.by_other_stream ? "another stream" : "own history"));
@@ -162,19 +191,10 @@ std::string with_adoption(const std::string& details, const Backup& adopted_with
 
 std::string summary_of(const Backup& backup, const Verdict& verdict) {
   std::string text = backup.stream.schedule_name + " backup of " + backup.stream.client;
-  std::size_t worst = kFeatures;
-  for (std::size_t i = 0; i < kFeatures; ++i) {
-    if (!verdict.features[i].used || i == kDuration) continue;
-    if (worst == kFeatures ||
-        std::abs(verdict.features[i].deviation) > std::abs(verdict.features[worst].deviation)) {
-      worst = i;
-    }
-  }
-  if (worst != kFeatures) {
-    const FeatureView& view = verdict.features[worst];
-    text += ": " + number_in_words(worst, view.value) + " " + kNames[worst].words + ", usually " +
-            number_in_words(worst, view.low) + " to " + number_in_words(worst, view.high);
-  }
+  // Of a slow change each figure by itself may be a normal one.
+  const std::string unusual =
+      verdict.slow_change ? in_words(*verdict.slow_change) : farthest_in_words(verdict);
+  if (!unusual.empty()) text += ": " + unusual;
   if (!verdict.causes.empty()) text += ". " + verdict.causes.front().words;
   return text;
 }

@@ -64,7 +64,7 @@ Verdict Judge::judge(const Question& question, const Settings& settings) {
     verdict.outcome = Outcome::kLearning;
   }
   if (verdict.outcome == Outcome::kAnomalous) {
-    verdict.change.sustained = verdict.sustained;
+    verdict.change.sustained = verdict.slow_change.has_value();
     verdict.causes = suspected_causes(verdict.change);
     verdict.severity = severity_of(verdict);
   }
@@ -123,8 +123,8 @@ void Judge::judge_by_history(Verdict& verdict) {
   append_point(away, scaled_.scales, point_);
   const bool noise = is_noise(point_, verdict.noise_share);
   const bool acute = noise && is_material(raw, away, verdict.eps);
-  verdict.sustained = !acute && is_sustained();
-  if ((!acute && !verdict.sustained) || people_accepted(away, verdict.eps)) return;
+  if (!acute) verdict.slow_change = slow_change();
+  if ((!acute && !verdict.slow_change) || people_accepted(away, verdict.eps)) return;
   if (verdict.noise_share > kMostNoise) {
     verdict.outcome = Outcome::kInconclusive;
   } else if (acute && is_lasting_change(question_->history, raw, away, verdict.eps)) {
@@ -170,10 +170,12 @@ double Judge::effort(const Observation& backup) const {
   return std::isnan(share) ? 0 : share;
 }
 
-bool Judge::is_sustained() {
-  if (question_->incremental && frame_.whole.empty()) return false;
+std::optional<SlowChange> Judge::slow_change() {
+  if (question_->incremental && frame_.whole.empty()) return std::nullopt;
+  // A history that knows little of it cannot tell what is usual.
+  if (!scaled_.scales[question_->incremental ? kFiles : kTransferred].used) return std::nullopt;
   const auto& history = question_->history;
-  if (history.size() < kSustainedRuns) return false;
+  if (history.size() < kSustainedRuns) return std::nullopt;
   // The runs just before the record, reported ones included.
   std::vector<Observation> runs(history.end() - static_cast<std::ptrdiff_t>(kSustainedRuns),
                                 history.end());
@@ -182,10 +184,11 @@ bool Judge::is_sustained() {
   double least = effort(question_->record);
   for (std::size_t i = 1; i < kSustainedRuns; ++i) {
     const double before = effort(runs[runs.size() - i]);
-    if (before >= kMaterialStored) return false;  // that was an incident of its own
+    if (before >= kMaterialStored) return std::nullopt;  // that was an incident of its own
     least = std::min(least, before);
   }
-  if (least < (question_->incremental ? kSustainedTouchedFiles : kSustainedStored)) return false;
+  if (least < (question_->incremental ? kSustainedTouchedFiles : kSustainedStored))
+    return std::nullopt;
   efforts_.clear();
   for (const Observation& backup : history) efforts_.push_back(effort(backup));
   double most_sustained = 0;
@@ -193,7 +196,11 @@ bool Judge::is_sustained() {
     const auto first = efforts_.begin() + static_cast<std::ptrdiff_t>(i);
     most_sustained = std::max(most_sustained, *std::min_element(first, first + kSustainedRuns));
   }
-  return least >= kSustainedFactor * most_sustained;
+  if (least < kSustainedFactor * most_sustained) return std::nullopt;
+  return SlowChange{.runs = kSustainedRuns,
+                    .of_files = question_->incremental,
+                    .share = least,
+                    .share_before = most_sustained};
 }
 
 bool Judge::people_accepted(const Deviations& away, double eps) const {

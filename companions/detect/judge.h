@@ -4,10 +4,12 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "companions/common/slow_change.h"
 #include "companions/detect/backup.h"
 #include "companions/detect/cause.h"
 #include "companions/detect/dbscan.h"
@@ -63,9 +65,9 @@ struct Verdict {
   Outcome outcome = Outcome::kNormal;
   std::size_t observations = 0;  // of history
   double eps = 0;
-  double noise_share = 0;        // of the history
-  bool by_other_stream = false;  // judged by what another stream of the source knows
-  bool sustained = false;        // several runs in a row that together are too much
+  double noise_share = 0;                 // of the history
+  bool by_other_stream = false;           // judged by what another stream of the source knows
+  std::optional<SlowChange> slow_change;  // several runs in a row that together are too much
   std::array<FeatureView, kFeatures> features;
   Change change;
   std::vector<Cause> causes;  // the likeliest first; only when anomalous
@@ -83,7 +85,7 @@ class Judge {
   void judge_by_history(Verdict& verdict);
   bool is_noise(std::span<const double> point, double& noise_share);
   bool is_material(const Raw& raw, const Deviations& away, double eps) const;
-  bool is_sustained();
+  std::optional<SlowChange> slow_change();
   double effort(const Observation& backup) const;
   bool people_accepted(const Deviations& away, double eps) const;
   bool is_lasting_change(std::span<const Observation> accepted, const Raw& raw,

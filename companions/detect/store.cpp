@@ -2,8 +2,6 @@
 
 #include <string_view>
 
-#include "companions/common/backup_types.h"
-
 namespace corvane::detect {
 
 namespace {
@@ -12,10 +10,11 @@ namespace {
 constexpr int kBusyTimeoutMs = 500;
 constexpr int kReaderBusyTimeoutMs = 5000;  // a person's question: nobody waits for its end
 
-#define BACKUP_COLUMNS                                                               \
-  "rowid, UNIQUE_KEY, BACKUP_ID, JOB_ID, BACKUP_TIME, CLIENT, POLICY, POLICY_TYPE, " \
-  "SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE, DESTINATION_STORAGE_NAME, NUM_FILES, "    \
-  "IMAGE_SIZE, KB_TRANSFERRED, DEDUP_RATE, TOTAL_TIME"
+#define BACKUP_COLUMNS                                                         \
+  "rowid, UNIQUE_KEY, BACKUP_ID, JOB_ID, BACKUP_TIME, NUM_FILES, IMAGE_SIZE, " \
+  "KB_TRANSFERRED, DEDUP_RATE, TOTAL_TIME, " STREAM_KEY_COLUMNS
+constexpr int kStreamColumn = 10;
+constexpr int kBackupColumns = kStreamColumn + kStreamKeyColumns;
 
 constexpr char kReadHistory[] = "SELECT " BACKUP_COLUMNS
                                 ", USER_IDENTIFIED_CLUSTER FROM HIST_DATA WHERE rowid > ? "
@@ -38,14 +37,8 @@ void read_backup(const Query& row, Backup& backup) {
   backup.backup_id = row.view(2);
   backup.job_id = row.integer(3);
   backup.time = static_cast<std::int32_t>(row.integer(4));
-  backup.stream.client = row.view(5);
-  backup.stream.policy = row.view(6);
-  backup.stream.policy_type = fold_policy_type(row.view(7));
-  backup.stream.schedule_type = fold_schedule_type(row.view(8));
-  backup.stream.schedule_name = row.view(9);
-  backup.stream.app_type = row.view(10);
-  backup.stream.destination = row.view(11);
-  backup.figures = {row.real(12), row.real(13), row.real(14), row.real(15), row.real(16)};
+  backup.figures = {row.real(5), row.real(6), row.real(7), row.real(8), row.real(9)};
+  read_stream_key(row, kStreamColumn, backup.stream);
 }
 
 }  // namespace
@@ -75,7 +68,7 @@ std::int64_t Store::read_history(std::int64_t after,
   while (rows.step()) {
     read_backup(rows, backup);
     after = rows.integer(0);
-    if (!visit(backup, static_cast<int>(rows.integer(17)))) break;
+    if (!visit(backup, static_cast<int>(rows.integer(kBackupColumns)))) break;
   }
   rows.restart();
   return after;
@@ -88,7 +81,7 @@ std::int64_t Store::read_rows(std::int64_t after,
   while (rows.step()) {
     read_backup(rows, row.backup);
     row.rowid = after = rows.integer(0);
-    if (!visit(row, static_cast<Status>(rows.integer(17)))) break;
+    if (!visit(row, static_cast<Status>(rows.integer(kBackupColumns)))) break;
   }
   rows.restart();
   return after;

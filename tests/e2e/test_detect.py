@@ -2,6 +2,7 @@
 
 import contextlib
 import json
+import queue
 import random
 import shutil
 import signal
@@ -56,6 +57,15 @@ class World:
     def insert(self, statement, rows):
         with self.db:
             self.db.executemany(statement, rows)
+
+    def configure(self, least, sensitivity):
+        """In one step, as an editor does."""
+        fresh = self.directory / "fresh.conf"
+        fresh.write_text(f"[ANOMALY_DETECTION_SENSITIVITY]\nSENSITIVITY_PERCENTAGE={sensitivity}\n"
+                         f"[ANOMALY_MODEL_SETTINGS]\nMIN_OBSERVATIONS_FOR_TRAINING={least}\n"
+                         "MAX_OBSERVATIONS_FOR_TRAINING=3000\nDAYS_FOR_LAST_BACKUP_TO_IGNORE_ANOMALY=365\n"
+                         "[DATABASE_SETTINGS]\nPURGE_DATA_INTERVAL_IN_MONTHS=12\n")
+        fresh.rename(self.directory / "anomaly_config.conf")
 
     def command(self, *more):
         return [str(host.BIN / DETECT), "-database_location", str(self.directory), "-database_file_name",
@@ -169,6 +179,7 @@ def test_survives_a_missing_locked_and_damaged_database(tmp_path):
     log = host.LOGS / DETECT
     log.unlink(missing_ok=True)
     complaints = lambda: [line for line in log.read_text().splitlines() if "Cannot use the database" in line]  # noqa: E731
+    usable_again = lambda: log.read_text().count("The database can be used again")  # noqa: E731
     database = tmp_path / "CV_Anomaly.db"
     (tmp_path / "damaged").write_bytes(b"this is no database" * 1000)
     command = [str(host.BIN / DETECT), "-database_location", str(tmp_path)]
@@ -181,25 +192,52 @@ def test_survives_a_missing_locked_and_damaged_database(tmp_path):
         wait_until(lambda: len(complaints()) == 3, 20, "it is missing again")
         world = World(tmp_path)
         world.insert(INTO_HISTORY, [daily("a", day, -1) for day in range(40)])
-        world.db.execute("BEGIN IMMEDIATE")
-        world.db.execute(INTO_WAITING, daily("a", 40, 0))
-        world.db.commit()
+        world.insert(INTO_WAITING, [daily("a", 40, 0)])
         wait_until(lambda: world.waiting() == 0, 30, "a good database is used")
-        world.db.execute("BEGIN IMMEDIATE")
-        other = sqlite3.connect(database, timeout=0)
-        world.db.execute(INTO_WAITING, daily("a", 41, 0))
-        with pytest.raises(sqlite3.OperationalError):
-            other.execute("BEGIN IMMEDIATE")
+        wait_until(lambda: usable_again() == 1, 30, "which is said")
+
+        before_the_lock = len(complaints())
+        late = encrypted("a", 41)
+        process.send_signal(signal.SIGSTOP)  # so that it cannot judge the row before the lock is there
+        world.insert(INTO_WAITING, [late])
+        other = sqlite3.connect(database, timeout=10, isolation_level=None)
+        other.execute("BEGIN IMMEDIATE")
+        process.send_signal(signal.SIGCONT)
+        wait_until(lambda: len(complaints()) > before_the_lock, 30, "the lock is mentioned")
+        assert "trying again: Query failed: database is locked" in complaints()[-1]
+        assert world.status(late) == 0
+        other.execute("ROLLBACK")
         other.close()
-        world.db.commit()
-        wait_until(lambda: world.waiting() == 0, 30, "the lock is gone")
+        wait_until(lambda: world.status(late) == 2, 30, "the row is judged once the lock is gone")
+        wait_until(lambda: usable_again() == 2, 30, "which is said, too")
+        assert len(complaints()) == before_the_lock + 1  # one lock is said once
         world.db.close()
-        assert "The database can be used again" in log.read_text()
         process.send_signal(signal.SIGTERM)
         assert process.wait(timeout=10) == 0
     finally:
         process.kill()
         process.wait()
+
+
+def test_reads_its_configuration_again(world):
+    host.LOGS.mkdir(parents=True, exist_ok=True)
+    log = host.LOGS / DETECT
+    log.unlink(missing_ok=True)
+    world.configure(least=100, sensitivity=0)
+    world.insert(INTO_HISTORY, [daily("a", day, -1) for day in range(40)])
+    first, second = encrypted("a", 40), encrypted("a", 41)
+    with world.daemon():
+        world.insert(INTO_WAITING, [first])
+        wait_until(lambda: world.waiting() == 0, 20, "the first is judged")
+        assert world.status(first) == 1  # 40 records are too few of 100
+        assert world.query("SELECT EPS FROM DBSCAN_MODEL_PARAMS") == [(2.5,)]
+        assert "Configuration read again" not in log.read_text()
+        world.configure(least=30, sensitivity=100)
+        wait_until(lambda: log.read_text().count("Configuration read again") == 1, 20, "the change is noticed")
+        world.insert(INTO_WAITING, [second])
+        wait_until(lambda: world.waiting() == 0, 20, "the second is judged")
+        assert world.status(second) == 2
+        assert world.query("SELECT EPS FROM DBSCAN_MODEL_PARAMS") == [(1.25,)]
 
 
 def test_survives_a_full_disk():
@@ -266,37 +304,69 @@ def fill_for_kills(world, clients, days):
     return rows, expected
 
 
-def test_killed_at_random_moments(world):
-    rng = random.Random(6)
-    rows, expected = fill_for_kills(world, clients=100, days=60)
-    history = world.one("SELECT count(*) FROM HIST_DATA")
-    errors, ended = [], threading.Event()
+KILLS = 200
 
-    def service():
-        """Writes as the service does, one row at a time, as fast as it can; waits 5 seconds for a lock."""
-        db = sqlite3.connect(world.directory / "CV_Anomaly.db", timeout=5, isolation_level=None)
+
+class Batches:
+    """Writes as the service does, beside the detection; waits 5 seconds for a lock. One batch for each call."""
+
+    def __init__(self, world, rows, size):
+        self.path, self.errors, self.asked = world.directory / "CV_Anomaly.db", [], queue.Queue()
+        self.batches = [rows[at:at + size] for at in range(0, len(rows), size)]
+        self.thread = threading.Thread(target=self.write)
+        self.thread.start()
+
+    def write(self):
+        db = sqlite3.connect(self.path, timeout=5, isolation_level=None)
         db.execute("PRAGMA synchronous=OFF")
         try:
-            for row in rows:
-                db.execute(INTO_WAITING, row)
-                time.sleep(0.002)
+            for batch in self.batches:
+                time.sleep(self.asked.get())
+                db.execute("BEGIN IMMEDIATE")
+                db.executemany(INTO_WAITING, batch)
+                db.execute("COMMIT")
+                self.asked.task_done()
         except sqlite3.Error as error:
-            errors.append(error)
+            self.errors.append(error)
+            self.asked.task_done()
         finally:
             db.close()
-            ended.set()
 
-    writer = threading.Thread(target=service)
-    writer.start()
-    kills = 0
-    while kills < 200:
-        process = subprocess.Popen(world.command(), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+def kill_at_some_moment(world, rng, batches, in_a_pass):
+    """At any moment while rows come in, or soon after the first row was seen judged. What became of the rows
+    that waited when the process began: how many there were, and how many wait still."""
+    batches.asked.put(0 if in_a_pass else rng.uniform(0, 0.1))
+    if in_a_pass:
+        batches.asked.join()
+    known = world.one("SELECT ifnull(max(rowid), 0) FROM DATA_TO_PROCESS")
+    of_these = "SELECT count(*) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS = 0 AND rowid <= ?"
+    at_first = world.one(of_these, known)
+    process = subprocess.Popen(world.command(), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    if in_a_pass:
+        deadline = time.monotonic() + 20 * host.patience
+        while world.one(of_these, known) == at_first and time.monotonic() < deadline:
+            pass
+        time.sleep(rng.uniform(0, 0.003))
+    else:
         time.sleep(rng.uniform(0.005, 0.15))
-        process.kill()
-        assert process.wait() == -signal.SIGKILL
-        kills += 1
-    writer.join()
-    assert errors == []
+    process.kill()
+    assert process.wait() == -signal.SIGKILL
+    if not in_a_pass:
+        batches.asked.join()
+    return at_first, world.one(of_these, known)
+
+
+def test_killed_at_random_moments(world):
+    rng = random.Random(6)
+    rows, expected = fill_for_kills(world, clients=100, days=240)
+    history = world.one("SELECT count(*) FROM HIST_DATA")
+    batches = Batches(world, rows, len(rows) // KILLS)
+    counts = [kill_at_some_moment(world, rng, batches, number % 2 == 1) for number in range(KILLS)]
+    batches.thread.join()
+    assert batches.errors == []
+    interrupted = sum(0 < left < at_first for at_first, left in counts)
+    assert interrupted >= KILLS / 5  # in the midst of a pass, not before the first row nor after the last
     world.run("-once")
     assert world.one("PRAGMA integrity_check") == "ok"
     assert dict(world.query("SELECT UNIQUE_KEY, PROCESSED_STATUS FROM DATA_TO_PROCESS")) == expected

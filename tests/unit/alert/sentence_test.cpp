@@ -65,6 +65,31 @@ TEST(Sentence, SaysTheRangeWhereTheUsualVariesALot) {
                 "to 12).\n"));
 }
 
+// Each figure of such a backup may be a normal one, so none of them is the reason.
+TEST(Sentence, OfASlowChangeNamesTheRunsThatItTook) {
+  const std::string begin = R"({"stream":{"client":"c"},"causes":[{"id":"encryption"}],"features":[
+        {"name":"kb_transferred","value":50000,"usual":9000,"usual_low":222,"usual_high":90828,
+         "deviation":1.5}],"slow_change":)";
+  const std::string change =
+      R"({"runs":3,"measure":"kb_transferred","share":0.0512,"share_before":0.01})";
+  const std::string words =
+      "each of 3 runs in a row stored 5.1 % of the data anew or more, the most that so many "
+      "accepted runs in a row did before was 1 %";
+  const Words said = words_for_anomaly(read(begin + change + "}"), kFirst, "m");
+  EXPECT_EQ(said.subject, "The backup of client c: " + words + "; looks like encryption");
+  EXPECT_THAT(said.body, HasSubstr("differs from what is usual: " + words + ".\n"));
+  EXPECT_THAT(said.body, Not(HasSubstr("50,000")));
+  for (const char* foreign : {"7", R"({"runs":3,"measure":"files"})",
+                              R"({"runs":1,"measure":"files","share":0.1,"share_before":0})",
+                              R"({"runs":3,"measure":"moons","share":0.1,"share_before":0})",
+                              R"({"runs":3,"measure":"files","share":0.1,"share_before":0.2})",
+                              R"({"runs":3,"measure":"files","share":1e300,"share_before":0})"}) {
+    EXPECT_THAT(words_for_anomaly(read(begin + foreign + "}"), kFirst, "m").subject,
+                HasSubstr("50,000 KB transferred"))
+        << foreign;
+  }
+}
+
 TEST(Sentence, ForeignDetailsLeaveWhatTheRowKnows) {
   const Words words = words_for_anomaly(read("no json"), kFirst, "m");
   EXPECT_EQ(words.subject, "The backup of client web01 is unusual");

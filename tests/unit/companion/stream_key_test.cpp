@@ -33,8 +33,11 @@ TEST(StreamKey, IsReadWithItsTypesFolded) {
               " '0' AS SCHEDULE_TYPE, 'daily' AS SCHEDULE_NAME, 'FS' AS APP_TYPE,"
               " 'disk' AS DESTINATION_STORAGE_NAME)");
     ASSERT_TRUE(row.step());
-    EXPECT_EQ(read_stream_key(row, 1),
-              (StreamKey{"c", "p", "NAS_DATA_PROTECTION", "FULL", "daily", "FS", "disk"}));
+    const StreamKey expected{"c", "p", "NAS_DATA_PROTECTION", "FULL", "daily", "FS", "disk"};
+    EXPECT_EQ(read_stream_key(row, 1), expected);
+    StreamKey into{"of", "a", "former", "row", "with", "other", "texts"};
+    read_stream_key(row, 1, into);
+    EXPECT_EQ(into, expected);
   }
   sqlite3_close(db);
 }

@@ -55,6 +55,35 @@ TEST(Details, SumUpInWholeNumbersWithTheirThousandsApart) {
       "daily backup of client: 1.05 deduplication ratio, usually 12.30 to 100.00. Nothing fits.");
 }
 
+// Every figure of the third run is a normal one; the three in a row are the reason.
+TEST(Details, OfASlowChangeNameTheRunsThatItTook) {
+  Model model{Settings{}};
+  for (int day = 0; day < 40; ++day) {
+    model.learn(daily(day, 1000, 1e6, day % 4 == 0 ? 6e4 : 1e4), -1);
+  }
+  for (int day = 40; day < 42; ++day) {
+    ASSERT_EQ(model.judge(daily(day, 1000, 1e6, 6e4)).outcome, Outcome::kNormal);
+    model.learn(daily(day, 1000, 1e6, 6e4), -1);
+  }
+  const Backup third = daily(42, 1000, 1e6, 6e4);
+  const Verdict verdict = model.judge(third);
+  ASSERT_EQ(verdict.outcome, Outcome::kAnomalous);
+  const std::string summary = summary_of(third, verdict);
+  EXPECT_EQ(summary.substr(0, summary.find(". Files may")),
+            "daily backup of client: each of 3 runs in a row stored 5.8 % of the data anew or "
+            "more, the most that so many accepted runs in a row did before was 1.2 %");
+  const JsonPtr root = parsed(details_of(third, verdict, "x", {}));
+  const json_t* change = json_object_get(root.get(), "slow_change");
+  EXPECT_EQ(json_integer_value(json_object_get(change, "runs")), 3);
+  EXPECT_STREQ(json_string_value(json_object_get(change, "measure")), "kb_transferred");
+  EXPECT_NEAR(json_number_value(json_object_get(change, "share")), 0.058, 0.001);
+  EXPECT_NEAR(json_number_value(json_object_get(change, "share_before")), 0.012, 0.001);
+
+  const Backup sudden = daily(42, 1000, 1e6, 9e5);
+  const JsonPtr other = parsed(details_of(sudden, model.judge(sudden), "x", {}));
+  EXPECT_EQ(json_object_get(other.get(), "slow_change"), nullptr);
+}
+
 TEST(Details, SayWhenAChangeWasAdopted) {
   const JsonPtr root = parsed(with_adoption(R"({"severity":2})", daily(3)));
   const json_t* adopted = json_object_get(root.get(), "adopted");

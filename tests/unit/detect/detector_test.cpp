@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "companions/detect/backtest.h"
 #include "companions/detect/details.h"
 #include "sqlite/sqlite_exception.h"
@@ -132,6 +134,42 @@ TEST_F(DetectorTest, TellsTheIncidentOfAnAdoptedChange) {
                  anomaly_id(changed[0].unique_key) + "'");
   EXPECT_NE(details.find("\"adopted\":{\"backup_id\":\"" + changed[2].backup_id),
             std::string::npos);
+}
+
+TEST_F(DetectorTest, SaysOncePerStreamAndDayThatItIsInconclusive) {
+  const auto noisy = [](int day, double files, const std::string& client, int second = 0) {
+    Backup backup = daily(day, files);
+    backup.stream.client = client;
+    backup.time += second;
+    backup.unique_key += client + std::to_string(second);
+    return backup;
+  };
+  std::vector<Backup> judged;
+  for (const char* client : {"noisier", "noisy"}) {
+    for (int day = 0; day < 40; ++day) {
+      // Every fifth night another multiple of the usual, and back again.
+      const double files = day % 5 == 4 ? 1000 * std::exp2(1 + day / 5) : 1000;
+      world_.insert("HIST_DATA", noisy(day, files, client), -1);
+    }
+    judged.push_back(noisy(40, 10, client));
+    judged.push_back(noisy(40, 1e6, client, 60));
+    judged.push_back(noisy(41, 10, client));
+  }
+  for (const Backup& backup : judged) gather(backup);
+  make().pass();
+  for (const Backup& backup : judged) {
+    EXPECT_EQ(status(backup), "1");
+    EXPECT_NE(
+        explain(world_.path(), Settings{}, backup.unique_key).find("\"state\": \"inconclusive\""),
+        std::string::npos)
+        << backup.unique_key;
+  }
+  std::vector<std::string> streams;
+  for (const auto& line : fake::log_lines(8)) {
+    EXPECT_NE(line.text.find("] is inconclusive: "), std::string::npos) << line.text;
+    streams.push_back(line.text.substr(0, line.text.find('/')));
+  }
+  EXPECT_EQ(streams, (std::vector<std::string>{"[noisier", "[noisy", "[noisier", "[noisy"}));
 }
 
 // Either all that belongs to a row is written or nothing.

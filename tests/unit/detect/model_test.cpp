@@ -144,8 +144,30 @@ TEST_F(ModelTest, SlowEncryptionIsFoundByItsThirdRun) {
   }
   const Verdict verdict = model_.judge(incremental(kKnownDays + 2, 80, 8e4));
   EXPECT_EQ(verdict.outcome, Outcome::kAnomalous);
-  EXPECT_TRUE(verdict.sustained);
+  ASSERT_TRUE(verdict.slow_change.has_value());
+  EXPECT_EQ(verdict.slow_change->runs, 3U);
+  EXPECT_TRUE(verdict.slow_change->of_files);
+  // The least of 80, 76 and 83; 28 is the most that three nights in a row had before. Of the 1,004
+  // files of the last whole copy, and few more.
+  EXPECT_NEAR(verdict.slow_change->share, 76. / 1012, 1e-6);
+  EXPECT_NEAR(verdict.slow_change->share_before, 28. / 1012, 1e-6);
   EXPECT_EQ(verdict.causes.front().id, "encryption");
+}
+
+// The historical gather knows no transfer: the first runs that do are not more than ever before.
+TEST_F(ModelTest, ASlowChangeTakesAHistoryThatKnowsWhatIsUsual) {
+  for (int day = 0; day < kKnownDays; ++day) {
+    Backup backup = daily(day);
+    backup.figures.transferred_kb = backup.figures.ratio = -1;
+    model_.learn(backup, -1);
+  }
+  for (int day = kKnownDays; day < kKnownDays + 20; ++day) {
+    EXPECT_EQ(pass(daily(day, 1000, 1e6, 6e4)), Outcome::kNormal) << day;
+  }
+  for (int day = kKnownDays + 20; day < kKnownDays + 22; ++day) {
+    EXPECT_EQ(pass(daily(day, 1000, 1e6, 1.5e5)), Outcome::kNormal) << day;
+  }
+  EXPECT_EQ(pass(daily(kKnownDays + 22, 1000, 1e6, 1.5e5)), Outcome::kAnomalous);
 }
 
 TEST_F(ModelTest, AFalsePositiveSilencesItsLikeAndNothingElse) {
