@@ -27,6 +27,7 @@ DAY = 86400
 DATA = Path(__file__).resolve().parents[2] / "tests/data/backups.jsonl"
 LEAST_HISTORY = 30
 FALSE_INCIDENTS, FALSE_FLAGS = 3, 4  # per 1,000 normal backups
+FALSE_INCIDENTS_OF_ONE = 15  # the same, of one client
 FIVE_KINDS = ("encrypt", "mass_delete", "empty", "growth", "archive_bomb")
 CAUSES = {"encrypt": "encryption", "slow_encrypt": "encryption", "mass_delete": "mass_deletion",
           "empty": "source_empty", "growth": "runaway_growth", "archive_bomb": "packed"}
@@ -213,7 +214,13 @@ def main():
             print(part.line(name))
     # With more days taken for gathered, altered ones are among them.
     is_whole = not options.clients and options.backups == DATA and options.gathered_days <= 91
-    beyond = overall.beyond_the_goals() if is_whole else []
+    beyond = []
+    if is_whole:
+        beyond = overall.beyond_the_goals()
+        beyond += [f"BEYOND THE GOAL: {client}, false incidents per 1,000: {found:.1f}, "
+                   f"the goal is {FALSE_INCIDENTS_OF_ONE}"
+                   for client, part in score(records, flagged, lambda r: r["client"]).items()
+                   if (found := len(part.incidents) * 1000 / max(1, part.normal)) > FALSE_INCIDENTS_OF_ONE]
     print("".join(f"\n{line}" for line in beyond), end="\n" if beyond else "")
     sys.exit(bool(beyond))
 
