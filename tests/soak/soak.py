@@ -37,9 +37,12 @@ REFUSED = (16, "CurlClient::execute")  # asked a second time after a 401: what t
 MONTH = 30 * 86400
 FIRST_JOB, FIRST_EARLIER_JOB = 1000, 1_000_000
 TOOK = "Total time taken for live gather "
+# Another program held the lock for 5 of the clock's seconds, 5 real milliseconds: the next gather does not know
+# where to begin, and gathers nothing.
+TIME_NOT_KEPT = "Failed to insert last known data gather time to database "
 PROCESSES = ("cvanomalymgmt", "cvanomalydetect", "cvanomalyalert")
 # What the last quarter's median may be of the first's: the allocator settles, a leak does not.
-MOST_GROWTH = {"memory_kib": 1.10, "descriptors": 1.0, "log_bytes_per_gather": 1.10}
+MOST_GROWTH = {"memory_kib": 1.10, "descriptors": 1.0, "log_bytes_per_pass": 1.10}
 
 
 def catalog(seconds):
@@ -88,8 +91,10 @@ class Soak:
     def sample(self):
         sample = {"gathers": self.machine.logged(GATHERED)}
         for name in PROCESSES:
-            log = host.LOGS / name
-            sample[name] = {**held_by(name), "log_bytes": log.stat().st_size if log.exists() else 0}
+            log = (host.LOGS / name).read_bytes()
+            # The detection makes a pass, and a line, for whatever has been stored when it looks.
+            passes = log.count(b": Judged ") if name == "cvanomalydetect" else sample["gathers"]
+            sample[name] = {**held_by(name), "log_bytes": len(log), "passes": passes}
         self.samples.append(sample)
         for table in ("HIST_DATA", "DATA_TO_PROCESS"):
             self.stored.update(job for job, in rows(
@@ -132,16 +137,16 @@ class Soak:
         for name, figure in itertools.product(PROCESSES, MOST_GROWTH):
             def value(step):
                 before, after = step[0], step[1]
-                if figure != "log_bytes_per_gather":
+                if figure != "log_bytes_per_pass":
                     return after[name].get(figure)
-                gathers = after["gathers"] - before["gathers"]
-                return (after[name]["log_bytes"] - before[name]["log_bytes"]) / gathers if gathers else None
+                passes = after[name]["passes"] - before[name]["passes"]
+                return (after[name]["log_bytes"] - before[name]["log_bytes"]) / passes if passes else None
 
             ends = [[v for v in map(value, part) if v is not None] for part in (steps[:quarter], steps[-quarter:])]
             yield name, figure, *map(statistics.median, ends)  # throws where there is no sample
 
     def gathers(self):
-        """Of each live gather: the window that it asked for, whether it got it, how many seconds it took."""
+        """Of each live gather that asked: its window, whether it got it, how many seconds it took."""
         window, failed = None, False
         for level, tag, text in self.machine.log_records():
             if text.startswith(CAPTURING):
@@ -151,19 +156,34 @@ class Soak:
             elif text.startswith(TOOK) and window is not None:
                 yield *window, failed, int(text.removeprefix(TOOK).rstrip("."))
 
+    def gaps(self):
+        """(last, first) of the windows before and after one that was not asked for."""
+        last, not_kept = None, False
+        for _, _, text in self.machine.log_records():
+            if text.startswith(CAPTURING):
+                first, end = map(int, text.removeprefix(CAPTURING).split("&"))
+                if not_kept:
+                    yield last, first
+                last, not_kept = end, False
+            elif text.startswith(TIME_NOT_KEPT):
+                not_kept = True
+
     def lost(self, backups):
-        """Ended backups that are not stored, by why: their window could not be fetched; they ended after the
+        """Ended backups that are not stored, by why: their window could not be fetched; no window was asked for
+        because the time of the gather before could not be kept; they ended after the
         end of their window and before the server was asked about it, so that it held them for neither running
         nor done by then; they began in their window's last second and still ran, to which the next one does not
         reach back; any other reason."""
-        gathers = list(self.gathers())
-        lost = {"in_failed_windows": [], "while_asking": [], "in_the_last_second": [], "otherwise": []}
+        gathers, gaps = list(self.gathers()), list(self.gaps())
+        lost = {"in_failed_windows": [], "in_gaps": [], "while_asking": [], "in_the_last_second": [], "otherwise": []}
         for one in backups:
             start, end = instant(one["startTime"]), instant(one["endTime"])
             if end > self.machine.last_gather_time() - 3600 or one["jobId"] in self.stored:
                 continue
             if any(failed and start <= last and end >= first for first, last, failed, _ in gathers):
                 why = "in_failed_windows"
+            elif any(end > last and start < first for last, first in gaps):
+                why = "in_gaps"
             elif any(start <= last < end <= last + took + 1 for _, last, _, took in gathers):
                 why = "while_asking"
             elif any(start == last < end for _, last, _, _ in gathers):
