@@ -13,12 +13,9 @@
 #include "service/host_role.h"
 #include "service/service_control.h"
 
-int debugFD = -1;
-
 namespace {
 
 constexpr char kProgram[] = "cvanomalymgmt";
-constexpr char kLogDirectory[] = "/usr/tessel/corvane/logs";
 constexpr char kDisplayName[] = "Corvane Anomaly Detection Management Service";
 // "-terminate_data_gather" has a handler and is not offered: it stays out of this list.
 constexpr std::array<std::string_view, 5> kValidOptions{"-start", "-stop", "-terminate", "-h",
@@ -87,15 +84,6 @@ void display_usage() {
       "\n  -terminate : Forcefully terminates Anomaly management service."
       "\n\n  -h | -Help : Print command line help."
       "\n\n");
-}
-
-int SetupLogging() {
-  int status = 0;
-  debugFD = open_debug_log(kLogDirectory, kProgram, kProgram, 0644, &status);
-  if (status >= 0) return 0;
-  corvane::write_console_error("Failed to setup logging at [" + std::string(kLogDirectory) + "/" +
-                               kProgram + "]\n");
-  return 1;
 }
 
 int corvane::request_gather_termination() {

@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "service/logging_setup.h"  // declares debugFD and SetupLogging() here too
+
 namespace corvane {
 
 // Option text, with its leading "-", to (has a value, the value).
@@ -32,9 +34,3 @@ int request_gather_termination();
 int validate_params(const corvane::OptionMap& options);
 
 void display_usage();
-
-// What open_debug_log has returned last.
-extern int debugFD;
-
-// Opens the debug log. 0, or 1 with a message on standard error.
-int SetupLogging();

@@ -199,27 +199,6 @@ TEST_F(CommandLineTest, AnEmptyArgumentVectorIsAnError) {
   EXPECT_EQ(fake.service_account_calls, 1);
 }
 
-// --- Log ---
-
-const LogOpening kOpening{"/usr/tessel/corvane/logs", "cvanomalymgmt", "cvanomalymgmt", 0644};
-
-TEST_F(CommandLineTest, SetupLoggingOpensTheLogAndKeepsItsDescriptor) {
-  EXPECT_EQ(SetupLogging(), 0);
-  EXPECT_EQ(debugFD, 33);
-  EXPECT_THAT(fake.log_openings, ElementsAre(kOpening));
-}
-
-TEST_F(CommandLineTest, SetupLoggingThatFailsIsSaidOnStandardError) {
-  fake.log_status = -1;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(SetupLogging(), 1);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Failed to setup logging at [/usr/tessel/corvane/logs/cvanomalymgmt]\n");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(debugFD, -1);
-}
-
 // --- Before the dispatch ---
 
 TEST_F(CommandLineTest, TheMaskIs022AndTheServiceAccountIsTaken) {
@@ -337,7 +316,8 @@ TEST_F(CommandLineTest, TerminateAlwaysExits0AndPrintsNothing) {
   EXPECT_EQ(run({"cvanomalymgmt", "-terminate"}), (Outcome{0, "", ""}));
   EXPECT_THAT(fake.terminated, ElementsAre("cvanomalyalert", "cvanomalydetect", "cvanomalymgmt"));
   EXPECT_THAT(log_lines(), IsEmpty());
-  EXPECT_THAT(fake.log_openings, ElementsAre(kOpening));
+  EXPECT_THAT(fake.log_openings, ElementsAre(LogOpening{"/usr/tessel/corvane/logs", "cvanomalymgmt",
+                                                        "cvanomalymgmt", 0644}));
 }
 
 // --- Dispatch ---
