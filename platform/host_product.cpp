@@ -15,12 +15,12 @@
 
 #include "platform/console.h"
 #include "platform/daemon_mark.h"
+#include "platform/install_root.h"
 #include "platform/master_config.h"
 #include "platform/service_account.h"
 
 namespace {
 
-constexpr std::string_view kInstallRoot = "/usr/tessel/";
 constexpr int kFormatVersion = 1;
 
 // The settings together with the record that points into them.
@@ -56,7 +56,7 @@ std::string system_host_name() {
 }  // namespace
 
 int getCVInstallDir(char* buffer, std::size_t size) {
-  return copy_text(kInstallRoot, buffer, size);
+  return copy_text(corvane::kInstallRoot, buffer, size);
 }
 
 int CV_read_master_config() {
@@ -88,7 +88,7 @@ int pluma_is_master_server(const char* host_name) {
 void pluma_set_corvane_daemon(int is_daemon) { corvane::mark_daemon(is_daemon != 0); }
 
 int enable_process_for_service_account() {
-  const std::string tools = std::string(kInstallRoot) + "corvane/bin";
+  const std::string tools = std::string(corvane::kInstallRoot) + "corvane/bin";
   // A machine without the directory has no tools to call either; whoever calls one says so.
   [[maybe_unused]] const int moved = chdir(tools.c_str());
   const std::string failure = corvane::take_configured_account(corvane::master_config_path());

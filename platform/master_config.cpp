@@ -3,11 +3,9 @@
 #include <ace/Configuration_Import_Export.h>
 
 #include <algorithm>
-#include <array>
-#include <climits>
 #include <sstream>
 
-#include "platform/host_product.h"
+#include "platform/install_root.h"
 
 namespace corvane {
 
@@ -62,10 +60,6 @@ std::optional<MasterSettings> read_master_settings(const std::string& path) {
   return settings;
 }
 
-std::string master_config_path() {
-  std::array<char, PATH_MAX> root{};
-  if (getCVInstallDir(root.data(), root.size()) != 0) return "";
-  return std::string(root.data()) + "corvane/corvane.conf";
-}
+std::string master_config_path() { return std::string(kInstallRoot) + "corvane/corvane.conf"; }
 
 }  // namespace corvane

@@ -26,7 +26,7 @@ std::optional<MasterSettings> read_master_settings(const std::string& path);
 // safe as one word of a shell command line.
 bool is_host_name(std::string_view name);
 
-// Where the installed file lies. Empty when the install root is unknown.
+// Where the installed file lies.
 std::string master_config_path();
 
 }  // namespace corvane
