@@ -1,12 +1,9 @@
 // One way to tell somebody.
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "companions/alert/message.h"
-#include "companions/alert/settings_file.h"
-#include "companions/alert/wakeup.h"
 
 namespace corvane::alert {
 
@@ -27,9 +24,5 @@ class Channel {
   // as not taken.
   virtual SendResult send(const Message& message) = 0;
 };
-
-// The channel of that name; one that is not configured takes nothing. `stop` must outlive it.
-std::unique_ptr<Channel> make_channel(const std::string& name, const Settings& settings,
-                                      const std::string& master, const StopFlag& stop);
 
 }  // namespace corvane::alert

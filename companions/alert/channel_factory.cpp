@@ -1,4 +1,4 @@
-#include "companions/alert/channel.h"
+#include "companions/alert/channel_factory.h"
 
 #include "companions/alert/command_channel.h"
 #include "companions/alert/journal_channel.h"

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "companions/alert/channel.h"
+#include "companions/alert/wakeup.h"
 
 namespace corvane::alert {
 

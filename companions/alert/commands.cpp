@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "companions/alert/channel.h"
+#include "companions/alert/channel_factory.h"
 #include "companions/alert/dead_letter.h"
 #include "companions/alert/intake.h"
 #include "companions/alert/outbox.h"

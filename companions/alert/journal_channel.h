@@ -4,6 +4,7 @@
 #include <string>
 
 #include "companions/alert/channel.h"
+#include "companions/alert/wakeup.h"
 
 namespace corvane::alert {
 

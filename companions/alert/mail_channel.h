@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "companions/alert/channel.h"
+#include "companions/alert/settings_file.h"
+#include "companions/alert/wakeup.h"
 
 namespace corvane::alert {
 

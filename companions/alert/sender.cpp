@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "companions/alert/channel_factory.h"
 #include "companions/alert/dead_letter.h"
 #include "companions/common/error_text.h"
 #include "platform/clock.h"

@@ -5,6 +5,8 @@
 #include <string>
 
 #include "companions/alert/channel.h"
+#include "companions/alert/settings_file.h"
+#include "companions/alert/wakeup.h"
 
 namespace corvane::alert {
 
