@@ -1,6 +1,9 @@
 #!/usr/bin/env python3
 """Which room may include which: arrows point one way, and a header is named by its path from the root.
 
+Inside a room as well: a header and its source together are one unit, and no unit includes one that comes
+back to it.
+
 usage: include_arrows.py [ROOT]     prints each include that breaks a rule; exit status 1 when there is one
 """
 
@@ -12,21 +15,24 @@ from pathlib import Path
 SERVICE_BASE = {"child_supervision", "host_role", "service_stop_exception", "signals", "state_flags"}
 
 BELOW = {"config", "platform", "sqlite", "util"}
+SHARED = BELOW | {"anomaly_database", "finding"}  # what the programs above have in common
 MAY_INCLUDE = {
     "platform": set(),
     "sqlite": set(),
     "util": {"platform"},
     "config": {"platform", "util"},
+    "anomaly_database": BELOW,
+    "finding": BELOW | {"anomaly_database"},
     "service base": {"config", "platform", "util"},
-    "gather": BELOW | {"service base"},
-    "management": BELOW | {"service base", "gather"},
+    "gather": BELOW | {"service base", "anomaly_database"},
+    "management": BELOW | {"service base", "anomaly_database", "gather"},
     "service": BELOW | {"service base", "management"},
-    "companions/common": BELOW,
-    "companions/detect": BELOW | {"companions/common"},
-    "companions/alert": BELOW | {"companions/common"},
-    "operator_tool": BELOW | {"companions/common", "companions/detect", "companions/alert"},
+    "companions/common": SHARED,
+    "companions/detect": SHARED | {"companions/common"},
+    "companions/alert": SHARED | {"companions/common"},
+    "operator_tool": SHARED | {"companions/common", "companions/detect", "companions/alert"},
     "embedded_host": {"platform"},
-    "examples": BELOW | {"gather", "management"},
+    "examples": BELOW | {"anomaly_database", "gather", "management"},
 }
 
 
@@ -39,31 +45,59 @@ def room_of(path):
     return path.parts[0] if path.parts[0] in MAY_INCLUDE else None
 
 
-def violations(root):
-    """(file, line number, what is wrong) of each include that breaks a rule."""
+def includes(root):
+    """(file, line number, what it includes in quotes) of each such line in the rooms."""
     for source in sorted([*root.rglob("*.cpp"), *root.rglob("*.h")]):
         path = source.relative_to(root)
-        room = room_of(path)
-        if room is None:
+        if room_of(path) is None:
             continue
-        allowed = MAY_INCLUDE[room] | {room}
         for number, line in enumerate(source.read_text().splitlines(), 1):
-            include = re.match(r'\s*#\s*include\s*"([^"]+)"', line)
-            if not include:
-                continue
-            target = Path(include[1])
-            if not (root / target).is_file():
-                yield path, number, f'"{target}" is no path from the root'
-            elif room_of(target) not in allowed:
-                yield path, number, f"{room} may not include {target}"
+            if include := re.match(r'\s*#\s*include\s*"([^"]+)"', line):
+                yield path, number, Path(include[1])
+
+
+def against_the_arrows(root, found):
+    """(file, line number, what is wrong) of each include that is misnamed or that its room may not have."""
+    for path, number, target in found:
+        room = room_of(path)
+        if not (root / target).is_file():
+            yield path, number, f'"{target}" is no path from the root'
+        elif room_of(target) not in MAY_INCLUDE[room] | {room}:
+            yield path, number, f"{room} may not include {target}"
+
+
+def way(graph, start, end):
+    """The shortest way along the includes from one unit to another; None when there is none."""
+    ways = [[start]]
+    seen = {start}
+    for so_far in ways:
+        if so_far[-1] == end:
+            return so_far
+        for following in sorted(graph.get(so_far[-1], set()) - seen):
+            seen.add(following)
+            ways.append([*so_far, following])
+    return None
+
+
+def circles(found):
+    """(file, line number, the circle) of each include whose target comes back to the file's own unit."""
+    graph = {}
+    for path, _, target in found:
+        graph.setdefault(path.with_suffix(""), set()).add(target.with_suffix(""))
+    for path, number, target in found:
+        unit = path.with_suffix("")
+        back = way(graph, target.with_suffix(""), unit) if target.with_suffix("") != unit else None
+        if back:
+            yield path, number, "a circle: " + " -> ".join(map(str, [unit, *back]))
 
 
 def main():
     root = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).parents[2]).resolve()
-    found = list(violations(root))
-    for path, number, what in found:
+    found = list(includes(root))
+    wrong = [*against_the_arrows(root, found), *circles(found)]
+    for path, number, what in wrong:
         print(f"{path}:{number}: {what}")
-    return 1 if found else 0
+    return 1 if wrong else 0
 
 
 if __name__ == "__main__":
