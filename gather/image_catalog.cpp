@@ -6,9 +6,9 @@
 
 #include "gather/backup_row.h"
 #include "gather/data_gather.h"
-#include "gather/json_memory.h"
 #include "platform/c_handles.h"
 #include "platform/debug_log.h"
+#include "platform/json_memory.h"
 #include "sqlite/sqlite_exception.h"
 #include "util/file.h"
 #include "util/path.h"

@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
-#include "gather/json_memory.h"
 #include "platform/debug_log.h"
+#include "platform/json_memory.h"
 
 namespace corvane {
 

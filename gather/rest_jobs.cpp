@@ -3,8 +3,8 @@
 
 #include "gather/data_gather.h"
 #include "gather/jobs_json.h"
-#include "gather/json_memory.h"
 #include "platform/debug_log.h"
+#include "platform/json_memory.h"
 #include "util/curl_client.h"
 #include "util/file.h"
 #include "util/process.h"

@@ -1,4 +1,4 @@
-#include "gather/json_memory.h"
+#include "platform/json_memory.h"
 
 #include <jansson.h>
 
