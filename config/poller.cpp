@@ -11,6 +11,9 @@
 #include "platform/console.h"
 #include "platform/debug_log.h"
 
+using corvane::kLogDetail;
+using corvane::kLogError;
+
 namespace {
 
 constexpr char kStart[] = "Poller::StartPolling";
@@ -24,7 +27,7 @@ int locked(std::mutex& mutex, const char* tag, const char* flag, Access access) 
     access();
     return 0;
   } catch (const std::system_error&) {
-    logmsgf(16, tag, "Exception occurred in locking %s", flag);
+    logmsgf(kLogError, tag, "Exception occurred in locking %s", flag);
     return 1;
   }
 }
@@ -32,20 +35,20 @@ int locked(std::mutex& mutex, const char* tag, const char* flag, Access access) 
 void log_stat_failure(int error, const std::string& path) {
   switch (error) {
     case EACCES:
-      logmsgf(16, kPoller,
+      logmsgf(kLogError, kPoller,
               "Search permission is denied for one of the directories in the path prefix of [%s]",
               path.c_str());
       break;
     case EINVAL:
-      logmsg(16, kPoller, "Invalid parameter to stat.");
+      logmsg(kLogError, kPoller, "Invalid parameter to stat.");
       break;
     default:
-      logmsgf(16, kPoller, "Unexpected error in stat:[%d]", error);
+      logmsgf(kLogError, kPoller, "Unexpected error in stat:[%d]", error);
   }
 }
 
 void report_missing(const std::string& path) {
-  logmsgf(16, kPoller, "File [%s] not found.", path.c_str());
+  logmsgf(kLogError, kPoller, "File [%s] not found.", path.c_str());
   corvane::write_console("file [" + path + "] not found");
 }
 
@@ -57,17 +60,17 @@ Poller::~Poller() { TerminatePolling(); }
 
 int Poller::StartPolling() {
   if (unsetStopPoller() != 0) {
-    logmsg(16, kStart, "Failed to unset poller state flag");
+    logmsg(kLogError, kStart, "Failed to unset poller state flag");
     return 1;
   }
   if (thread_.joinable()) {
-    logmsg(16, kStart, "Polling thread is already running");
+    logmsg(kLogError, kStart, "Polling thread is already running");
     return 1;
   }
   try {
     thread_ = std::thread(&Poller::poller, this);
   } catch (const std::exception&) {
-    logmsgf(16, kStart, "Exception occurred. Failed to start polling for file : [%s]",
+    logmsgf(kLogError, kStart, "Exception occurred. Failed to start polling for file : [%s]",
             path_.c_str());
     return 1;
   }
@@ -80,7 +83,7 @@ int Poller::TerminatePolling() {
   try {
     thread_.join();
   } catch (const std::exception&) {
-    logmsg(16, "Poller::TerminatePolling", "Exception ocuured while joining poller thread");
+    logmsg(kLogError, "Poller::TerminatePolling", "Exception ocuured while joining poller thread");
     return 1;
   }
   return 0;
@@ -114,7 +117,7 @@ bool Poller::isStopPoller() {
 }
 
 int Poller::poller() {
-  logmsg(2, kPoller, "ENTER");
+  logmsg(kLogDetail, kPoller, "ENTER");
   std::time_t last = 0;
   bool failing = false;
   int status = 0;
@@ -135,12 +138,12 @@ int Poller::poller() {
       // A file that was missing may be in the middle of being replaced; only an error out of
       // nowhere ends the watch.
       if (!failing) {
-        logmsg(16, kPoller, "Encountered error. Stopping the poller");
+        logmsg(kLogError, kPoller, "Encountered error. Stopping the poller");
         break;
       }
     }
     corvane::sleep(static_cast<unsigned>(interval_));
   }
-  logmsg(2, kPoller, "EXIT");
+  logmsg(kLogDetail, kPoller, "EXIT");
   return status;
 }

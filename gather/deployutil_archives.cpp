@@ -5,15 +5,19 @@
 #include "gather/data_gather.h"
 #include "gather/rollback.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
 #include "service/host_role.h"
 #include "service/service_stop_exception.h"
 #include "service/signals.h"
 #include "util/directory.h"
 #include "util/file.h"
 
+using corvane::kLogDetail;
+using corvane::kLogEvent;
+using corvane::kManagementProgram;
+
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr char kGatherTag[] = "DataGather::do_cvdeployutil_gather";
 
 // The window of an archive, by the last good line of its options file; (0, 0) when there is none.
@@ -22,14 +26,14 @@ DataGather::TimeRange read_archive_window(DataGather& gather, const std::string&
   std::ifstream file(options_path);
   for (std::string line; std::getline(file, line);) {
     if (line == "no entity was found") {
-      logmsg(2, kProgram, "No data received");
+      logmsg(kLogDetail, kManagementProgram, "No data received");
       continue;
     }
     try {
       DataGather::Record options = gather.parse_qpimagelist_line(line);
       window = {corvane::to_int(options["start"]), corvane::to_int(options["end"])};
     } catch (...) {
-      logmsg(2, kProgram, "Issue parsing image. Continue with other images.");
+      logmsg(kLogDetail, kManagementProgram, "Issue parsing image. Continue with other images.");
     }
   }
   return window;
@@ -43,10 +47,11 @@ std::vector<DataGather::TimeRange> DataGather::do_cvdeployutil_gather(int start,
   int covered_start = 0;
   int covered_end = 0;
   if (IsMasterServer()) {
-    logmsg(2, kProgram, "This is a Master server. Capturing data from cvdeployutil");
+    logmsg(kLogDetail, kManagementProgram,
+           "This is a Master server. Capturing data from cvdeployutil");
     do_cvdeployutil_gather(start, end, covered_start, covered_end);
-    logmsgf(2, kProgram, "cvdeployutil data captured from time %d to %d", covered_start,
-            covered_end);
+    logmsgf(kLogDetail, kManagementProgram, "cvdeployutil data captured from time %d to %d",
+            covered_start, covered_end);
   }
   if (covered_start != 0 && covered_end != 0) {
     return {{start, covered_start}, {covered_end, end}};
@@ -55,22 +60,23 @@ std::vector<DataGather::TimeRange> DataGather::do_cvdeployutil_gather(int start,
 }
 
 void DataGather::do_cvdeployutil_gather(int start, int end, int& covered_start, int& covered_end) {
-  logmsg(2, kGatherTag, "Collecting cvdeployutil directories...");
+  logmsg(kLogDetail, kGatherTag, "Collecting cvdeployutil directories...");
   std::vector<std::string> archives;
   collect_deployutil_directories(start, end, archives, covered_start, covered_end);
   for (auto archive = archives.rbegin(); archive != archives.rend(); ++archive) {
     if (isTimeToStop()) {
-      logmsg(4, kGatherTag, "Service has been requested to stop");
+      logmsg(kLogEvent, kGatherTag, "Service has been requested to stop");
       throw ServiceStopException(kGatherTag);
     }
     const std::string file = *archive + "/qpimagelist.out";
-    logmsgf(2, kGatherTag, "Collecting data from file: %s", file.c_str());
+    logmsgf(kLogDetail, kGatherTag, "Collecting data from file: %s", file.c_str());
     try {
       db->begin_transaction();
       parse_qpimagelist_input(file, 0);
       db->commit_transaction();
     } catch (...) {
-      logmsgf(2, kGatherTag, "Error occurred while reading image data from %s", file.c_str());
+      logmsgf(kLogDetail, kGatherTag, "Error occurred while reading image data from %s",
+              file.c_str());
       corvane::roll_back(*db, kGatherTag);
     }
   }
@@ -94,7 +100,7 @@ std::vector<std::string> DataGather::filter_cvutil_dirs_by_master(
     try {
       if (File::ReadAllText(archive + "/master.txt") == master_server) own.push_back(archive);
     } catch (...) {
-      logmsg(2, kProgram, "Not a cvdeployutil data directory");
+      logmsg(kLogDetail, kManagementProgram, "Not a cvdeployutil data directory");
     }
   }
   return own;
@@ -105,7 +111,7 @@ std::vector<std::string> DataGather::filter_cvutil_dirs_by_timerange(
     int& covered_end) {
   std::vector<std::string> inside;
   for (const std::string& dir : dirs) {
-    logmsgf(2, kProgram, "Checking in folder %s", dir.c_str());
+    logmsgf(kLogDetail, kManagementProgram, "Checking in folder %s", dir.c_str());
     const auto [dir_start, dir_end] = read_archive_window(*this, dir + "/gather_options.json");
     if (start > dir_start || end < dir_end) continue;
     if (covered_start == 0 && covered_end == 0) {

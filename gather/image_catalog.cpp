@@ -9,6 +9,7 @@
 #include "platform/c_handles.h"
 #include "platform/debug_log.h"
 #include "platform/json_memory.h"
+#include "platform/program_names.h"
 #include "sqlite/sqlite_exception.h"
 #include "util/file.h"
 #include "util/path.h"
@@ -16,11 +17,13 @@
 #include "util/scratch_file.h"
 
 using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
+using corvane::kLogDetail;
+using corvane::kLogError;
+using corvane::kManagementProgram;
 using corvane::to_int;
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr int kLive = 1;
 constexpr std::size_t kJobBatch = 50;
 
@@ -32,7 +35,7 @@ void process_job_batch(DataGather& gather, std::vector<int>& batch,
     gather.get_job_details_json_from_job_id(batch, jobs);
     gather.process_jobs_info_live_gather(jobs, images_by_job);
   } catch (...) {
-    logmsg(2, kProgram, "Failed to gather job information.");
+    logmsg(kLogDetail, kManagementProgram, "Failed to gather job information.");
   }
 }
 
@@ -43,7 +46,7 @@ void DataGather::do_image_gather(int start_time, int end_time, int mode) {
   File::WriteAllText(output.path(), "");
   const std::string arguments = " -X  -d " + std::to_string(start_time) + "  -e  " +
                                 std::to_string(end_time) + " -json_compact ";
-  logmsgf(2, kProgram, "Executing [ qpimagelist  %s ]", arguments.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "Executing [ qpimagelist  %s ]", arguments.c_str());
   Process process("./admincmd/qpimagelist", arguments);
   process.redirect_to_file(output.path());
   process.start();
@@ -51,21 +54,21 @@ void DataGather::do_image_gather(int start_time, int end_time, int mode) {
 }
 
 void DataGather::parse_qpimagelist_input(const std::string& path, int mode) {
-  logmsgf(2, kProgram, "Parsing file %s", path.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "Parsing file %s", path.c_str());
   std::ifstream file(path);
   std::map<int, Record> images_by_job;
   std::vector<int> job_ids;
   int images = 0;
   for (std::string line; std::getline(file, line);) {
     if (line == "no entity was found") {
-      logmsg(2, kProgram, "No data received");
+      logmsg(kLogDetail, kManagementProgram, "No data received");
       continue;
     }
     Record image;
     try {
       image = parse_qpimagelist_line(line);
     } catch (...) {
-      logmsg(2, kProgram, "Issue parsing image. Continue with other images.");
+      logmsg(kLogDetail, kManagementProgram, "Issue parsing image. Continue with other images.");
       continue;
     }
     if (mode == kLive) {
@@ -76,7 +79,7 @@ void DataGather::parse_qpimagelist_input(const std::string& path, int mode) {
       try {
         process_image_data(image, mode);
       } catch (const std::exception& error) {
-        logmsgf(2, kProgram, "Failed to parse. Details: %s", error.what());
+        logmsgf(kLogDetail, kManagementProgram, "Failed to parse. Details: %s", error.what());
       }
     }
     ++images;
@@ -86,15 +89,15 @@ void DataGather::parse_qpimagelist_input(const std::string& path, int mode) {
     std::vector<int> batch(&job_ids[first], &job_ids[first] + (last - first));
     process_job_batch(*this, batch, images_by_job);
   }
-  logmsgf(2, kProgram, "Total images captured = %d", images);
-  if (file.bad()) logmsgf(16, kProgram, "Could not read all of %s", path.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "Total images captured = %d", images);
+  if (file.bad()) logmsgf(kLogError, kManagementProgram, "Could not read all of %s", path.c_str());
 }
 
 DataGather::Record DataGather::parse_qpimagelist_line(const std::string& line) {
   const corvane::JsonMemory memory;
   const corvane::JsonPtr root = corvane::load_json(line);
   if (!root) {
-    logmsgf(16, kProgram, "Error while parsing line %s.", line.c_str());
+    logmsgf(kLogError, kManagementProgram, "Error while parsing line %s.", line.c_str());
     throw std::runtime_error("JSON parsing failed for qpimagelist image.");
   }
   // A root that is no object has no members: an empty record, and no error.
@@ -126,6 +129,6 @@ void DataGather::process_image_data(Record& image, int /*mode*/) {
   try {
     corvane::insert_row(*db, corvane::kInsertHistData, row);
   } catch (const sqlite_exception& error) {
-    logmsgf(16, kProgram, "Error inserting data in IMAGE_DATA %s", error.what());
+    logmsgf(kLogError, kManagementProgram, "Error inserting data in IMAGE_DATA %s", error.what());
   }
 }

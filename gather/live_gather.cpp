@@ -7,16 +7,19 @@
 #include "gather/data_gather.h"
 #include "gather/jobs_json.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
 #include "util/curl_client.h"
 #include "util/wrapping.h"
 
 using corvane::BackupRecord;
 using corvane::BackupRow;
+using corvane::kLogDetail;
+using corvane::kLogError;
+using corvane::kManagementProgram;
 using corvane::to_int;
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr int kHistorical = 0;
 constexpr int kLive = 1;
 
@@ -28,7 +31,7 @@ const std::string& text_of(const BackupRecord& record, const char* key) {
 int int_of(const BackupRecord& record, const char* key) { return to_int(text_of(record, key)); }
 
 void gather_range(DataGather& gather, int start, int end, int mode) {
-  logmsgf(2, kProgram, "Capturing data between %d & %d ", start, end);
+  logmsgf(kLogDetail, kManagementProgram, "Capturing data between %d & %d ", start, end);
   try {
     if (!gather.master_server.empty()) {
       gather.do_data_gather_api(start, end, mode);
@@ -36,7 +39,7 @@ void gather_range(DataGather& gather, int start, int end, int mode) {
       gather.do_image_gather(start, end, mode);
     }
   } catch (...) {
-    logmsgf(16, kProgram, "Could not capture data between %d & %d ", start, end);
+    logmsgf(kLogError, kManagementProgram, "Could not capture data between %d & %d ", start, end);
   }
 }
 
@@ -64,18 +67,19 @@ void DataGather::process_gathered_data(std::vector<Record>& jobs, std::map<int, 
 
 void DataGather::get_image_data_from_backupid(const std::string& backup_id, Record& record) {
   const std::string path = "corvane/catalog/images/" + backup_id;
-  logmsgf(2, kProgram, "Executing API with path:  %s ", path.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "Executing API with path:  %s ", path.c_str());
   CurlClient client(master_server, path, REST_GET, "");
   if (client.execute() == 0) {
     try {
       parse_image_data_from_backupid(client.get_response(), record);
       return;
     } catch (const std::exception& error) {
-      logmsgf(16, kProgram, "Exception occurred while getting data from backupId: %s ",
-              error.what());
+      logmsgf(kLogError, kManagementProgram,
+              "Exception occurred while getting data from backupId: %s ", error.what());
     }
   }
-  logmsgf(2, kProgram, "Image data could not capture for backupId: %s", backup_id.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "Image data could not capture for backupId: %s",
+          backup_id.c_str());
 }
 
 void DataGather::parse_image_data_from_backupid(const std::string& response, Record& record) {

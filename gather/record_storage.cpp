@@ -4,6 +4,7 @@
 #include "gather/backup_row.h"
 #include "gather/data_gather.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
 #include "sqlite/sqlite_exception.h"
 #include "util/wrapping.h"
 
@@ -11,11 +12,13 @@ using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
 using Altamir::Corvane::UsageReporting::SQLiteDatabase::Statement;
 using corvane::BackupRecord;
 using corvane::BackupRow;
+using corvane::kLogDetail;
+using corvane::kLogError;
+using corvane::kManagementProgram;
 using corvane::to_int;
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr int kUnknown = -1;
 constexpr unsigned long kLive = 1;
 
@@ -75,11 +78,12 @@ bool accept_finished_job(const std::string& state, int status, BackupRow& row) {
   if (!has_time || !has_destination || !has_data || row.schedule_name == "-") return false;
 
   if (state != "DONE" || status != 0) {
-    logmsgf(2, kProgram, "JobId %d may be suspended or failed", row.job_id);
+    logmsgf(kLogDetail, kManagementProgram, "JobId %d may be suspended or failed", row.job_id);
     return false;
   }
   if (row.end_time == kUnknown || row.end_time == 0 || row.start_time == kUnknown) {
-    logmsgf(2, kProgram, "startTime or endTime may not correct for %d", row.job_id);
+    logmsgf(kLogDetail, kManagementProgram, "startTime or endTime may not correct for %d",
+            row.job_id);
     return false;
   }
   row.total_time = corvane::wrapping_subtract(row.end_time, row.start_time);
@@ -109,7 +113,7 @@ void DataGather::store_to_database(Record record, const unsigned long& mode) {
     corvane::insert_row(
         *db, waits_for_detection ? corvane::kInsertDataToProcess : corvane::kInsertHistData, row);
   } catch (const sqlite_exception& error) {
-    logmsgf(16, kProgram, "Error inserting data: %s", error.what());
+    logmsgf(kLogError, kManagementProgram, "Error inserting data: %s", error.what());
   }
 }
 
@@ -121,7 +125,7 @@ void DataGather::store_to_queue_db(const int& job_id, const int& start_time) {
     insert.bind(2, start_time);
     db->execute_query_prepared(insert);
   } catch (const std::exception& error) {
-    logmsgf(16, kProgram, "Error inserting data in %s", error.what());
+    logmsgf(kLogError, kManagementProgram, "Error inserting data in %s", error.what());
   }
 }
 

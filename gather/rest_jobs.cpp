@@ -5,6 +5,7 @@
 #include "gather/jobs_json.h"
 #include "platform/debug_log.h"
 #include "platform/json_memory.h"
+#include "platform/program_names.h"
 #include "util/curl_client.h"
 #include "util/file.h"
 #include "util/process.h"
@@ -12,10 +13,11 @@
 
 using corvane::for_each_member;
 using corvane::json_value_to_text;
+using corvane::kLogDetail;
+using corvane::kManagementProgram;
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr int kPageSize = 100;
 constexpr int kImagesPage = 0;
 constexpr int kJobsPage = 1;
@@ -79,7 +81,8 @@ void DataGather::do_data_gather_api(const int& start, const int& end, const int&
     get_api_response(response, start, end, offset, API_CATALOG_IMAGES);
     parse_api_response(response, images, jobs, offset, kImagesPage);
   } while (offset != 0);
-  logmsgf(2, kProgram, "%d images found between (start time - end time): %d - %d",
+  logmsgf(kLogDetail, kManagementProgram,
+          "%d images found between (start time - end time): %d - %d",
           static_cast<int>(images.size()), start, end);
 
   if (live == 1) {
@@ -90,7 +93,8 @@ void DataGather::do_data_gather_api(const int& start, const int& end, const int&
       parse_api_response(response, images, jobs, offset, kJobsPage);
     } while (offset != 0);
     if (jobs.empty()) {
-      logmsgf(2, kProgram, "No new job found between (start time - end time): %d - %d", start, end);
+      logmsgf(kLogDetail, kManagementProgram,
+              "No new job found between (start time - end time): %d - %d", start, end);
       return;
     }
   }
@@ -100,11 +104,11 @@ void DataGather::do_data_gather_api(const int& start, const int& end, const int&
 void DataGather::get_api_response(std::string& response, const int& start, const int& end,
                                   const int& offset, API_TYPE type) {
   const std::string path = page_path(type, offset, time_to_str(start), time_to_str(end));
-  logmsgf(2, kProgram, "Executing API with path:  %s ", path.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "Executing API with path:  %s ", path.c_str());
   CurlClient client(master_server, path, REST_GET, "");
   const int result = client.execute();
   if (result == 0) response = client.get_response();
-  logmsgf(2, kProgram, "API return value: %d ", result);
+  logmsgf(kLogDetail, kManagementProgram, "API return value: %d ", result);
 }
 
 void DataGather::parse_api_response(const std::string& response, std::map<int, Record>& images,
@@ -133,7 +137,7 @@ void DataGather::parse_api_response(const std::string& response, std::map<int, R
     jobs.push_back(std::move(record));
   }
   read_next_offset(root.get(), offset);
-  logmsgf(2, kProgram, "Capturing data for next offset: %d", offset);
+  logmsgf(kLogDetail, kManagementProgram, "Capturing data for next offset: %d", offset);
 }
 
 void DataGather::get_job_details_json_from_job_id(std::vector<int>& job_ids,
@@ -145,7 +149,7 @@ void DataGather::get_job_details_json_from_job_id(std::vector<int>& job_ids,
   if (ids.empty()) throw std::out_of_range("no job id to ask the jobs tool for");
   ids.pop_back();
   const std::string arguments = " -jobid  " + ids + "  -json  ";
-  logmsgf(2, kProgram, "Executing [ qpdbjobs  %s ]", arguments.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "Executing [ qpdbjobs  %s ]", arguments.c_str());
   Process process("./admincmd/qpdbjobs", arguments);
   process.redirect_to_file(output.path());
   process.start();

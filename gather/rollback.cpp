@@ -10,7 +10,7 @@ void roll_back(Altamir::Corvane::UsageReporting::SQLiteDatabase::DBAccess& db, c
   try {
     db.rollback_transaction();
   } catch (const std::exception& error) {
-    logmsg(16, tag, error.what());
+    logmsg(kLogError, tag, error.what());
   }
 }
 

@@ -5,16 +5,19 @@
 #include "management/management_service.h"
 #include "platform/clock.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
 #include "sqlite/statement.h"
 #include "util/path.h"
 #include "util/wrapping.h"
 
 using Altamir::Corvane::UsageReporting::SQLiteDatabase::Row;
 using Altamir::Corvane::UsageReporting::SQLiteDatabase::Statement;
+using corvane::kLogDetail;
+using corvane::kLogError;
+using corvane::kManagementProgram;
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr int kOpenFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
 static_assert(kOpenFlags == 32774);
 constexpr int kSecondsPerMonth = 30 * 24 * 60 * 60;
@@ -136,7 +139,7 @@ void ManagementService::initializeDB() {
         std::make_unique<DBAccess>(Path::Combine(m_database_location, m_database_name), kOpenFlags);
   } catch (...) {
     constexpr char kMessage[] = "Failed to create database object";
-    logmsgf(16, kProgram, kMessage);
+    logmsgf(kLogError, kManagementProgram, kMessage);
     throw std::runtime_error(kMessage);
   }
   create_database_schema();
@@ -159,8 +162,8 @@ void ManagementService::store_last_gather_time(int time) {
     insert.bind(1, time);
     m_db->execute_query_prepared(insert);
   } catch (const std::exception& error) {
-    logmsgf(16, kProgram, "Failed to insert last known data gather time to database  %s",
-            error.what());
+    logmsgf(kLogError, kManagementProgram,
+            "Failed to insert last known data gather time to database  %s", error.what());
   }
 }
 
@@ -170,7 +173,8 @@ int ManagementService::get_last_gather_time() {
     m_db->read_data("SELECT LAST_BACKUP_TIME FROM LAST_BACKUP_DATA_CAPTURE;", rows);
     return rows.empty() ? 0 : static_cast<int>(rows[0]["LAST_BACKUP_TIME"]);
   } catch (const std::exception& error) {
-    logmsgf(16, kProgram, "Failed to get last known data gather time to database %s", error.what());
+    logmsgf(kLogError, kManagementProgram,
+            "Failed to get last known data gather time to database %s", error.what());
     return 0;
   }
 }
@@ -186,7 +190,7 @@ int ManagementService::get_queued_job_time() {
     if (!minimum.empty()) earliest = minimum[0]["MIN(START_TIME)"];
     m_db->execute_query("DELETE FROM QUEUED_TO_CAPTURE_DATA");
   } catch (const std::exception& error) {
-    logmsgf(16, kProgram, "Failed to query queued job details %s", error.what());
+    logmsgf(kLogError, kManagementProgram, "Failed to query queued job details %s", error.what());
   }
   return earliest;
 }
@@ -195,7 +199,7 @@ void ManagementService::purge_database() {
   const int cut_off = corvane::wrapping_subtract(
       static_cast<int>(corvane::now()),
       corvane::wrapping_multiply(m_purge_interval_in_months, kSecondsPerMonth));
-  logmsgf(2, kProgram, "Cleaning records before %d", cut_off);
+  logmsgf(kLogDetail, kManagementProgram, "Cleaning records before %d", cut_off);
   try {
     for (const char* purge : kPurges) {
       Statement statement(m_db->get_db_handle(), purge);
@@ -203,6 +207,6 @@ void ManagementService::purge_database() {
       m_db->execute_query_prepared(statement);
     }
   } catch (...) {
-    logmsgf(16, kProgram, "Failed to purge database.");
+    logmsgf(kLogError, kManagementProgram, "Failed to purge database.");
   }
 }

@@ -6,12 +6,15 @@
 #include "platform/c_handles.h"
 #include "platform/clock.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
 #include "sqlite/statement.h"
 #include "util/curl_client.h"
 
+using corvane::kLogError;
+using corvane::kManagementProgram;
+
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 const std::string kInsertFeedback =
     "INSERT OR REPLACE INTO ANOMALY_DATA_FEEDBACK VALUES ( ?, ?, ? ); ";
 
@@ -24,7 +27,8 @@ void ManagementService::capture_anomaly_feedback() {
   try {
     parse_anomaly_feedback(response, records);
   } catch (...) {
-    logmsgf(16, kProgram, "Failed to parse user feedback response %s", response.c_str());
+    logmsgf(kLogError, kManagementProgram, "Failed to parse user feedback response %s",
+            response.c_str());
     return;
   }
   const int capture_time = static_cast<int>(corvane::now());
@@ -43,7 +47,7 @@ void ManagementService::capture_anomaly_feedback() {
       insert.bind(3, capture_time);
       m_db->execute_query_prepared(insert);
     } catch (...) {
-      logmsgf(16, kProgram, "Failed to capture user feedback for anomaly id %s",
+      logmsgf(kLogError, kManagementProgram, "Failed to capture user feedback for anomaly id %s",
               id->second.c_str());
     }
   }
@@ -53,14 +57,14 @@ int ManagementService::get_anomaly_feedback_response(std::string& response) {
   try {
     CurlClient client(m_master_server, "corvane/wui/anomalies", REST_GET, "");
     if (const int result = client.execute(); result != 0) {
-      logmsgf(16, kProgram, "Failed to get user feedback response from API. API return code - %d",
-              result);
+      logmsgf(kLogError, kManagementProgram,
+              "Failed to get user feedback response from API. API return code - %d", result);
       return 1;
     }
     response = client.get_response();
     return 0;
   } catch (...) {
-    logmsgf(16, kProgram, "Failed to get user feedback response from API");
+    logmsgf(kLogError, kManagementProgram, "Failed to get user feedback response from API");
     return 1;
   }
 }

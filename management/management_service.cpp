@@ -10,6 +10,7 @@
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
 #include "service/child_supervision.h"
 #include "service/host_role.h"
 #include "service/service_stop_exception.h"
@@ -18,13 +19,18 @@
 #include "util/file.h"
 #include "util/wrapping.h"
 
+using corvane::kAlertProgram;
+using corvane::kDetectionProgram;
+using corvane::kLogDetail;
+using corvane::kLogError;
+using corvane::kLogEvent;
+using corvane::kLogWarning;
+using corvane::kManagementProgram;
+
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr char kHistoricalTag[] = "ManagementService::do_historical_gather";
 constexpr char kDatabaseName[] = "CV_Anomaly.db";
-constexpr char kDetect[] = "cvanomalydetect";
-constexpr char kAlert[] = "cvanomalyalert";
 constexpr int kMaxPurgeIntervalMonths = 12;
 constexpr int kHistorySeconds = 91 * 24 * 60 * 60;
 constexpr int kSliceSeconds = 60 * 60;
@@ -59,7 +65,7 @@ std::vector<DataGather::TimeRange> hour_slices(const DataGather::TimeRange& rang
 
 void throw_when_stopping() {
   if (!isTimeToStop()) return;
-  logmsgf(4, kHistoricalTag, "Service has been requested to stop");
+  logmsgf(kLogEvent, kHistoricalTag, "Service has been requested to stop");
   throw ServiceStopException(kHistoricalTag);
 }
 
@@ -85,20 +91,20 @@ int ManagementService::populate_config_params() {
   m_database_name = kDatabaseName;
   m_gather_mode = "FULL";
   if (getConfigFilePath(m_config_file_path) != 0) {
-    logmsgf(8, kProgram, "Could not determine the path to config file");
+    logmsgf(kLogWarning, kManagementProgram, "Could not determine the path to config file");
   }
   Configuration config(m_config_file_path, 1);
   bool found = false;
   m_data_fetch_interval_in_mins = read_fetch_interval(config, found);
   if (!found) {
-    logmsgf(16, kProgram,
+    logmsgf(kLogError, kManagementProgram,
             "Failed to get fetch interval value from configuration. Assigning default value");
   }
   const std::string purge_interval =
       config.get_config("DATABASE_SETTINGS", "PURGE_DATA_INTERVAL_IN_MONTHS");
   m_purge_interval_in_months = kMaxPurgeIntervalMonths;
   if (purge_interval.empty()) {
-    logmsgf(16, kProgram,
+    logmsgf(kLogError, kManagementProgram,
             "Failed to get purge interval value from configuration. Assigning default value");
   } else {
     m_purge_interval_in_months = std::min(corvane::to_int(purge_interval), kMaxPurgeIntervalMonths);
@@ -106,14 +112,15 @@ int ManagementService::populate_config_params() {
   std::string master_server;
   getMasterServerName(master_server);
   if (master_server.empty()) {
-    logmsgf(16, kProgram, "Failed to get master server name");
+    logmsgf(kLogError, kManagementProgram, "Failed to get master server name");
     return 1;
   }
   m_master_server = master_server;
-  logmsgf(2, kProgram, "m_database_location:[%s]", m_database_location.c_str());
-  logmsgf(2, kProgram, "m_database_name:[%s]", m_database_name.c_str());
-  logmsgf(2, kProgram, "m_gather_mode:[%s]", m_gather_mode.c_str());
-  logmsgf(2, kProgram, "m_data_fetch_interval_in_mins:[%d]", m_data_fetch_interval_in_mins);
+  logmsgf(kLogDetail, kManagementProgram, "m_database_location:[%s]", m_database_location.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "m_database_name:[%s]", m_database_name.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "m_gather_mode:[%s]", m_gather_mode.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "m_data_fetch_interval_in_mins:[%d]",
+          m_data_fetch_interval_in_mins);
   return 0;
 }
 
@@ -121,7 +128,8 @@ void ManagementService::capture_updated_gather_frequency() {
   Configuration config(m_config_file_path, 1);
   bool found = false;
   m_data_fetch_interval_in_mins = read_fetch_interval(config, found);
-  logmsgf(2, kProgram, "Using gather frequency as %d mins", m_data_fetch_interval_in_mins);
+  logmsgf(kLogDetail, kManagementProgram, "Using gather frequency as %d mins",
+          m_data_fetch_interval_in_mins);
 }
 
 void ManagementService::start() {
@@ -130,18 +138,18 @@ void ManagementService::start() {
     initializeDB();
   } catch (...) {
     constexpr char kMessage[] = "Exception occured while initialising database";
-    logmsgf(16, kProgram, kMessage);
+    logmsgf(kLogError, kManagementProgram, kMessage);
     throw std::runtime_error(kMessage);
   }
   DataGather gather(m_db.get(), m_database_location, m_master_server);
   if (!is_historical_gather_done()) {
-    logmsgf(2, kProgram, "Historical gather is not done.");
+    logmsgf(kLogDetail, kManagementProgram, "Historical gather is not done.");
     // A service that is restarted again and again must not begin the costly history each time.
     if (!await_first_interval(started)) return;
     try {
       start_historical_gather(gather);
     } catch (const ServiceStopException& stop) {
-      logmsgf(4, kProgram, "[%s] intercepted a shutdown request", stop.what());
+      logmsgf(kLogEvent, kManagementProgram, "[%s] intercepted a shutdown request", stop.what());
       return;
     }
   }
@@ -166,14 +174,14 @@ bool ManagementService::run_pass(DataGather& gather, std::time_t& last_gather) {
   if (isTimeToStop()) return false;
   handle_state_changes();
   if (m_disable_management == 1) {
-    logmsgf(4, kProgram, "Detection has been disabled. Exiting");
+    logmsgf(kLogEvent, kManagementProgram, "Detection has been disabled. Exiting");
     return false;
   }
   if (m_gather_mode == "LIVE_ONLY" && consume_terminate_request()) return false;
   if (!interval_passed(last_gather)) return true;
 
   if (isAnomalyRunningOnDiffServer()) {
-    logmsgf(4, kProgram, "Running on different anomaly proxy server. Exiting");
+    logmsgf(kLogEvent, kManagementProgram, "Running on different anomaly proxy server. Exiting");
     corvane::sleep(4);
     return false;
   }
@@ -189,7 +197,7 @@ bool ManagementService::consume_terminate_request() {
   if (!File::Exists(request)) return false;
   File::Delete(request);
   corvane::write_console("\nTerminating data gather.");
-  logmsgf(4, kProgram, "\nTerminating data gather\n");
+  logmsgf(kLogEvent, kManagementProgram, "\nTerminating data gather\n");
   return true;
 }
 
@@ -199,7 +207,8 @@ int ManagementService::handle_state_changes() {
   int disable_alert = 0;
   ReadConfigStateFlags(disable_management, disable_detection, disable_alert);
   if (ValidateConfigStateFlags(disable_management, disable_detection, disable_alert) == 0) {
-    logmsgf(8, kProgram, "Invalid state flags in config file. Not changing any current behaviour");
+    logmsgf(kLogWarning, kManagementProgram,
+            "Invalid state flags in config file. Not changing any current behaviour");
     return 1;
   }
   if (disable_management == m_disable_management && disable_detection == m_disable_detection &&
@@ -209,16 +218,16 @@ int ManagementService::handle_state_changes() {
   m_disable_management = disable_management;
   m_disable_detection = disable_detection;
   m_disable_alert = disable_alert;
-  logmsgf(2, kProgram, "Disable Mgmt:[%d]", disable_management);
-  logmsgf(2, kProgram, "Disable Detection:[%d]", disable_detection);
-  logmsgf(2, kProgram, "Disable Alert:[%d]", disable_alert);
+  logmsgf(kLogDetail, kManagementProgram, "Disable Mgmt:[%d]", disable_management);
+  logmsgf(kLogDetail, kManagementProgram, "Disable Detection:[%d]", disable_detection);
+  logmsgf(kLogDetail, kManagementProgram, "Disable Alert:[%d]", disable_alert);
   // Alerting lives on what detection writes: it is stopped before it and started after it.
   if (disable_management == 1 || disable_detection == 1) {
-    handleChildProc(kAlert, "STOP");
-    handleChildProc(kDetect, "STOP");
+    handleChildProc(kAlertProgram, "STOP");
+    handleChildProc(kDetectionProgram, "STOP");
   } else {
-    handleChildProc(kDetect, "START");
-    handleChildProc(kAlert, disable_alert == 1 ? "STOP" : "START");
+    handleChildProc(kDetectionProgram, "START");
+    handleChildProc(kAlertProgram, disable_alert == 1 ? "STOP" : "START");
   }
   return 0;
 }
@@ -233,22 +242,23 @@ void ManagementService::start_historical_gather(DataGather& gather) {
   if (is_historical_gather_done()) return;
   const std::time_t begin = corvane::now();
   do_historical_gather(gather);
-  logmsgf(2, kProgram, "Total time taken for historical gather %d.", elapsed_seconds(begin));
+  logmsgf(kLogDetail, kManagementProgram, "Total time taken for historical gather %d.",
+          elapsed_seconds(begin));
 }
 
 int ManagementService::is_historical_gather_done() {
   std::vector<Altamir::Corvane::UsageReporting::SQLiteDatabase::Row> rows;
   m_db->read_data("SELECT COUNT(*) FROM LAST_BACKUP_DATA_CAPTURE;", rows);
   if (rows.empty() || static_cast<int>(rows[0]["COUNT(*)"]) <= 0) return 0;
-  logmsgf(2, kProgram, "Historical data captured earlier.");
+  logmsgf(kLogDetail, kManagementProgram, "Historical data captured earlier.");
   return 1;
 }
 
 void ManagementService::do_historical_gather(DataGather& gather) {
-  logmsgf(2, kHistoricalTag, "Capturing historical data.");
+  logmsgf(kLogDetail, kHistoricalTag, "Capturing historical data.");
   const int end = now_seconds();
   const int start = corvane::wrapping_subtract(end, kHistorySeconds);
-  logmsgf(2, kHistoricalTag, "Capturing data between %d & %d ", start, end);
+  logmsgf(kLogDetail, kHistoricalTag, "Capturing data between %d & %d ", start, end);
   for (const auto& range : gather.do_cvdeployutil_gather(start, end)) {
     throw_when_stopping();
     for (const auto& [slice_start, slice_end] : hour_slices(range)) {
@@ -256,19 +266,20 @@ void ManagementService::do_historical_gather(DataGather& gather) {
       gather_slice(gather, slice_start, slice_end);
     }
   }
-  logmsgf(2, kProgram, "Done capturing historical data.");
+  logmsgf(kLogDetail, kManagementProgram, "Done capturing historical data.");
   store_last_gather_time(end);
 }
 
 void ManagementService::gather_slice(DataGather& gather, int start, int end) {
-  logmsgf(2, kHistoricalTag, "Capturing data between %d & %d ", start, end);
+  logmsgf(kLogDetail, kHistoricalTag, "Capturing data between %d & %d ", start, end);
   try {
     m_db->begin_transaction();
     gather.do_historical_gather(start, end);
     m_db->commit_transaction();
   } catch (...) {
-    logmsgf(2, kProgram, "Error occurred while capturing data between %d & %d ", start, end);
-    corvane::roll_back(*m_db, kProgram);
+    logmsgf(kLogDetail, kManagementProgram, "Error occurred while capturing data between %d & %d ",
+            start, end);
+    corvane::roll_back(*m_db, kManagementProgram);
   }
 }
 
@@ -282,7 +293,8 @@ void ManagementService::live_gather(DataGather& gather) {
     gather.do_live_gather(from, now);
   }
   store_last_gather_time(now);
-  logmsgf(2, kProgram, "Total time taken for live gather %d.", elapsed_seconds(begin));
+  logmsgf(kLogDetail, kManagementProgram, "Total time taken for live gather %d.",
+          elapsed_seconds(begin));
   purge_database();
   capture_anomaly_feedback();
 }

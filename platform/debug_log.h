@@ -9,9 +9,17 @@
 // pluma_set_corvane_daemon) is followed by a "d". Line ends inside the text ("\n", "\r\n", and "\r"
 // alone) are kept and each continuation line is indented by a tab, so that a logged text cannot
 // look like a record. A text longer than 1 MiB is cut, with the mark " [cut]".
-//
-// Levels: 16 error, 8 warning, 4 notable event, 2 progress and detail.
 #pragma once
+
+namespace corvane {
+
+// The levels of a record.
+inline constexpr int kLogDetail = 2;   // progress, and what only a search for a fault asks for
+inline constexpr int kLogEvent = 4;    // something notable that is in order
+inline constexpr int kLogWarning = 8;  // something is not as it should be; work goes on without it
+inline constexpr int kLogError = 16;   // something could not be done
+
+}  // namespace corvane
 
 // Opens `directory`/`name` for appending, created with `mode` when it is missing; the directory is
 // not created. `program` is the name of the program that logs. Returns the descriptor (always above

@@ -10,7 +10,6 @@ namespace corvane {
 
 namespace {
 
-constexpr int kError = 16;
 constexpr const char* kTag = "CVClientCURL";
 
 bool is_server_name(std::string_view server) {
@@ -60,7 +59,7 @@ int HttpsSession::fail(CURLcode code, const std::string& path, const std::string
   if (!why.empty()) {
     const std::string url = "https://" + endpoint_.server + ":" + std::to_string(endpoint_.port) +
                             "/" + path.substr(0, path.find('?'));
-    logmsgf(kError, kTag, "%s: %s", url.c_str(), why.c_str());
+    logmsgf(kLogError, kTag, "%s: %s", url.c_str(), why.c_str());
   }
   return code;
 }

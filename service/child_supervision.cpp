@@ -11,14 +11,21 @@
 #include "platform/console.h"
 #include "platform/debug_log.h"
 #include "platform/process_handler.h"
+#include "platform/program_names.h"
 #include "service/host_role.h"
+
+using corvane::kAlertProgram;
+using corvane::kDetectionProgram;
+using corvane::kLogDetail;
+using corvane::kLogError;
+using corvane::kLogEvent;
+using corvane::kLogWarning;
+using corvane::kManagementProgram;
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr char kHandleChildProc[] = "handleChildProc";
-constexpr char kDetect[] = "cvanomalydetect";
-constexpr char kAlert[] = "cvanomalyalert";
+constexpr char kBinaries[] = "/usr/tessel/corvane/bin/";
 constexpr int kChecks = 10;
 
 // Looks up to 10 times, a second apart, whether "a process of the name runs" is `running`.
@@ -31,17 +38,19 @@ int await_process(const std::string& name, bool running) {
 }
 
 int stop_child(const char* name) {
-  logmsgf(4, kHandleChildProc, "UNIX: Stopping process:[%s]", name);
+  logmsgf(kLogEvent, kHandleChildProc, "UNIX: Stopping process:[%s]", name);
   const int result = stopProcessByName(name);
-  if (result != 0) logmsgf(8, kHandleChildProc, "Not able to stop [%s], still running", name);
+  if (result != 0) {
+    logmsgf(kLogWarning, kHandleChildProc, "Not able to stop [%s], still running", name);
+  }
   return result;
 }
 
 int start_child(const char* name) {
-  logmsgf(4, kHandleChildProc, "UNIX: Starting process:[%s]", name);
+  logmsgf(kLogEvent, kHandleChildProc, "UNIX: Starting process:[%s]", name);
   startProcessByName(name);
   const int result = checkProcessStartWithRetry(name);
-  if (result != 0) logmsgf(8, kHandleChildProc, "Not able to start [%s]", name);
+  if (result != 0) logmsgf(kLogWarning, kHandleChildProc, "Not able to start [%s]", name);
   return result;
 }
 
@@ -49,13 +58,13 @@ int start_child(const char* name) {
 void become_companion(const std::string& name, const std::string& command_line) {
   if (checkProcess(name) != 0) {
     corvane::write_console(name + " service is already running\n");
-    logmsgf(2, "startProcessByName", "%s service is already running", name.c_str());
+    logmsgf(kLogDetail, "startProcessByName", "%s service is already running", name.c_str());
     _exit(0);
   }
-  logmsgf(2, "startProcessByName", "CMD: [%s]\n", command_line.c_str());
+  logmsgf(kLogDetail, "startProcessByName", "CMD: [%s]\n", command_line.c_str());
   if (setsid() == -1) {
     const int error = errno;
-    logmsgf(16, kProgram, "Could not set the SID. Error:[%d]", error);
+    logmsgf(kLogError, kManagementProgram, "Could not set the SID. Error:[%d]", error);
     _exit(error);
   }
   close(STDIN_FILENO);
@@ -67,7 +76,7 @@ void become_companion(const std::string& name, const std::string& command_line) 
 }  // namespace
 
 std::string corvane::detect_command_line() {
-  return "/usr/tessel/corvane/bin/cvanomalydetect"
+  return std::string(kBinaries) + kDetectionProgram +
          " -database_location /usr/tessel/var/global/anomaly_detection/"
          " -database_file_name CV_Anomaly.db"
          " -eps 2.5 -min_samples 3"
@@ -75,7 +84,7 @@ std::string corvane::detect_command_line() {
 }
 
 std::string corvane::alert_command_line(const std::string& master_server) {
-  return "/usr/tessel/corvane/bin/cvanomalyalert"
+  return std::string(kBinaries) + kAlertProgram +
          " -database_location /usr/tessel/var/global/anomaly_detection/"
          " -database_file_name CV_Anomaly.db"
          " -master " +
@@ -83,25 +92,26 @@ std::string corvane::alert_command_line(const std::string& master_server) {
 }
 
 int handleChildProc(const char* name, const char* command) {
-  logmsgf(4, kHandleChildProc, "Process Name:[%s], Command:[%s]", name, command);
+  logmsgf(kLogEvent, kHandleChildProc, "Process Name:[%s], Command:[%s]", name, command);
   const std::string_view child = name;
-  if (child != kDetect && child != kAlert) {
-    logmsgf(16, kHandleChildProc, "Unknown child process:[%s]", name);
+  if (child != kDetectionProgram && child != kAlertProgram) {
+    logmsgf(kLogError, kHandleChildProc, "Unknown child process:[%s]", name);
     return 1;
   }
   const bool running = checkProcess(name) != 0;
   const std::string_view action = command;
   if (action == "STOP") {
     if (running) return stop_child(name);
-    logmsgf(2, kHandleChildProc, "Process [%s] is not running", name);
+    logmsgf(kLogDetail, kHandleChildProc, "Process [%s] is not running", name);
     return 0;
   }
   if (action == "START") {
     if (!running) return start_child(name);
-    logmsgf(2, kHandleChildProc, "Process [%s] already running", name);
+    logmsgf(kLogDetail, kHandleChildProc, "Process [%s] already running", name);
     return 0;
   }
-  logmsgf(16, kHandleChildProc, "Unknown command [%s] for child process [%s]", command, name);
+  logmsgf(kLogError, kHandleChildProc, "Unknown command [%s] for child process [%s]", command,
+          name);
   return 1;
 }
 
@@ -109,17 +119,17 @@ void startProcessByName(std::string name) {
   std::string master;
   getMasterServerName(master);
   if (master.empty()) {
-    logmsg(16, kProgram, "fetching master name failed, it is empty");
+    logmsg(kLogError, kManagementProgram, "fetching master name failed, it is empty");
     return;
   }
-  logmsgf(2, kProgram, "%s service is getting started", name.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "%s service is getting started", name.c_str());
   std::string command_line;
-  if (name == kAlert) {
+  if (name == kAlertProgram) {
     command_line = corvane::alert_command_line(master);
-  } else if (name == kDetect) {
+  } else if (name == kDetectionProgram) {
     command_line = corvane::detect_command_line();
   } else {
-    logmsgf(16, kProgram, "%s service is neither detect nor alert", name.c_str());
+    logmsgf(kLogError, kManagementProgram, "%s service is neither detect nor alert", name.c_str());
     return;
   }
 
@@ -137,19 +147,20 @@ void startProcessByName(std::string name) {
   }
   int status = 0;
   if (waitpid(child, &status, 0) > 0 && WIFEXITED(status)) {
-    logmsgf(2, kProgram, "Immediate child is completed with %d", WEXITSTATUS(status));
+    logmsgf(kLogDetail, kManagementProgram, "Immediate child is completed with %d",
+            WEXITSTATUS(status));
   }
 }
 
 int stopProcessByName(std::string name) {
-  logmsgf(2, kProgram, "%s service is getting terminated", name.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "%s service is getting terminated", name.c_str());
   ProcessHandler(name).terminate();
   // Both outcomes are logged as errors: readers of the log look for these lines at that level.
   if (checkProcessStopWithRetry(name) != 0) {
-    logmsg(16, kProgram, "process is still running");
+    logmsg(kLogError, kManagementProgram, "process is still running");
     return 1;
   }
-  logmsg(16, kProgram, "process is stopped");
+  logmsg(kLogError, kManagementProgram, "process is stopped");
   return 0;
 }
 

@@ -10,12 +10,16 @@
 #include "platform/console.h"
 #include "platform/debug_log.h"
 #include "platform/host_product.h"
+#include "platform/program_names.h"
 #include "service/host_role.h"
 #include "service/service_control.h"
 
+using corvane::kLogError;
+using corvane::kLogEvent;
+using corvane::kManagementProgram;
+
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr char kDisplayName[] = "Corvane Anomaly Detection Management Service";
 // "-terminate_data_gather" has a handler and is not offered: it stays out of this list.
 constexpr std::array<std::string_view, 5> kValidOptions{"-start", "-stop", "-terminate", "-h",
@@ -25,10 +29,10 @@ int start_service() {
   const int result = StartSvc(kDisplayName);
   if (result == 0) {
     corvane::write_console("\nSuccessfully started the service\n");
-    logmsg(4, kProgram, "Successfully started the service");
+    logmsg(kLogEvent, kManagementProgram, "Successfully started the service");
   } else {
     corvane::write_console("\nFailed to Start the service\n");
-    logmsg(16, kProgram, "Failed to Start the service");
+    logmsg(kLogError, kManagementProgram, "Failed to Start the service");
   }
   return result;
 }
@@ -37,11 +41,11 @@ int stop_service() {
   const int result = StopSvc(kDisplayName);
   if (result != 0) {
     corvane::write_console("\nFailed to Stop the service\n");
-    logmsg(16, kProgram, "Failed to Stop the service");
+    logmsg(kLogError, kManagementProgram, "Failed to Stop the service");
   }
   // Said after a failure too: scripts wait for this line, whichever way the stop went.
   corvane::write_console("\nSuccessfully stopped the service\n");
-  logmsg(4, kProgram, "Successfully stopped the service");
+  logmsg(kLogEvent, kManagementProgram, "Successfully stopped the service");
   return result;
 }
 

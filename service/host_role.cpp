@@ -9,16 +9,20 @@
 #include "platform/c_handles.h"
 #include "platform/debug_log.h"
 #include "platform/host_product.h"
+#include "platform/program_names.h"
 #include "util/directory.h"
 #include "util/path.h"
 #include "util/process.h"
 #include "util/scratch_file.h"
 
+using corvane::kLogDetail;
+using corvane::kLogError;
+using corvane::kManagementProgram;
+
 std::string dbLogPath;
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
 constexpr char kConfigFile[] = "anomaly_config.conf";
 constexpr char kAnomalyServerKey[] = "ANOMALY_PROXY_SERVER";
 constexpr std::size_t kPathBuffer = 512;
@@ -28,7 +32,7 @@ constexpr std::size_t kHostNameBuffer = 257;
 std::optional<std::string> install_directory() {
   std::array<char, kPathBuffer> buffer{};
   if (getCVInstallDir(buffer.data(), buffer.size()) != 0) {
-    logmsg(16, kProgram, "getCVInstallDir() failed");
+    logmsg(kLogError, kManagementProgram, "getCVInstallDir() failed");
     return std::nullopt;
   }
   return buffer.data();
@@ -44,7 +48,7 @@ void read_anomaly_server(std::istream& lines, std::string& name) {
     std::string value;
     words >> key >> separator >> value;
     if (value.empty()) {
-      logmsg(2, kProgram, "qpconf anomaly Server name is empty");
+      logmsg(kLogDetail, kManagementProgram, "qpconf anomaly Server name is empty");
     } else {
       name = value;
     }
@@ -68,7 +72,7 @@ std::string getDBLocation() {
 int getConfigFilePath(std::string& path) {
   const std::string db = getDBLocation();
   if (db.empty()) {
-    logmsg(16, "getConfigFilePath", "Failed to get DB location");
+    logmsg(kLogError, "getConfigFilePath", "Failed to get DB location");
     return 1;
   }
   path = Path::Combine(db, kConfigFile);
@@ -90,7 +94,7 @@ void getMasterServerName(std::string& name) {
       return;
     }
   }
-  logmsg(16, "getMasterServerName", "ERR - Call to getMasterServerName() failed.\n");
+  logmsg(kLogError, "getMasterServerName", "ERR - Call to getMasterServerName() failed.\n");
 }
 
 bool IsMasterServer() {
@@ -108,7 +112,8 @@ void getAnomalyServerName(std::string& name) {
   const std::string tool = getqpgetconfigPath();
   const std::string db = getDBLocation();
   if (!Directory::Exists(db)) {
-    logmsgf(2, kProgram, "\nDatabase directory: %s does not exit.\n", db.c_str());
+    logmsgf(kLogDetail, kManagementProgram, "\nDatabase directory: %s does not exit.\n",
+            db.c_str());
     return;
   }
   std::string master;

@@ -18,6 +18,7 @@
 #include "platform/debug_log.h"
 #include "platform/host_product.h"
 #include "platform/process_handler.h"
+#include "platform/program_names.h"
 #include "service/child_supervision.h"
 #include "service/host_role.h"
 #include "service/logging_setup.h"
@@ -25,11 +26,16 @@
 #include "service/state_flags.h"
 #include "util/directory.h"
 
+using corvane::kAlertProgram;
+using corvane::kDetectionProgram;
+using corvane::kLogDetail;
+using corvane::kLogError;
+using corvane::kLogEvent;
+using corvane::kLogWarning;
+using corvane::kManagementProgram;
+
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
-constexpr char kDetect[] = "cvanomalydetect";
-constexpr char kAlert[] = "cvanomalyalert";
 constexpr int kStartChecks = 10;
 
 // Tells the parent of a fork that the child has counted the services, or has died. The child's
@@ -71,25 +77,26 @@ class ChildHasCounted {
 
 int await_start(ChildHasCounted& child_has_counted) {
   for (int check = 0; check < kStartChecks; ++check) {
-    if (checkProcess(kProgram) > 0) {
+    if (checkProcess(kManagementProgram) > 0) {
       child_has_counted.wait();
       corvane::write_console("Successfully started the mgmt service\n");
       return 0;
     }
     corvane::sleep(1);
   }
-  corvane::write_console(std::string(kProgram) + " service didn't start successfully");
-  logmsgf(16, kProgram, "%s service didn't start successfully", kProgram);
+  corvane::write_console(std::string(kManagementProgram) + " service didn't start successfully");
+  logmsgf(kLogError, kManagementProgram, "%s service didn't start successfully",
+          kManagementProgram);
   return 1;
 }
 
 // Returns only when the daemon cannot be set up.
 int run_as_daemon(ChildHasCounted& child_has_counted) {
-  const unsigned services = checkProcess(kProgram);
+  const unsigned services = checkProcess(kManagementProgram);
   child_has_counted.tell();
   if (services > 1) {
-    corvane::write_console(std::string(kProgram) + " service is already running\n");
-    logmsgf(2, kProgram, "%s service is already running\n", kProgram);
+    corvane::write_console(std::string(kManagementProgram) + " service is already running\n");
+    logmsgf(kLogDetail, kManagementProgram, "%s service is already running\n", kManagementProgram);
     _exit(0);
   }
   if (SetupLogging() != 0) {
@@ -98,12 +105,12 @@ int run_as_daemon(ChildHasCounted& child_has_counted) {
   }
   if (const int result = SetupSignalHandler(); result != 0) {
     corvane::write_console("Failed to setup signal handler\n");
-    logmsgf(16, kProgram, "Could not SetupSignalHandler. Error:[%d]", result);
+    logmsgf(kLogError, kManagementProgram, "Could not SetupSignalHandler. Error:[%d]", result);
     return 1;
   }
   if (setsid() == -1) {
     const int error = errno;
-    logmsgf(16, kProgram, "Could not set the SID. Error:[%d]", error);
+    logmsgf(kLogError, kManagementProgram, "Could not set the SID. Error:[%d]", error);
     std::exit(error);
   }
   close(STDIN_FILENO);
@@ -117,7 +124,8 @@ void prepare_database_directory() {
   if (Directory::Exists(db)) return;
   corvane::write_console("\nDatabase directory " + db + " does not exit. Will create it.\n");
   Directory::MkDir(db);
-  logmsgf(2, kProgram, "Database directory:[%s] does not exist. Will create it", db.c_str());
+  logmsgf(kLogDetail, kManagementProgram, "Database directory:[%s] does not exist. Will create it",
+          db.c_str());
 }
 
 // Runs the service unless the state flags or the host's role say no.
@@ -127,27 +135,29 @@ void run_service(ManagementService& service) {
   int disable_alert = 0;
   ReadConfigStateFlags(disable_management, disable_detection, disable_alert);
   if (ValidateConfigStateFlags(disable_management, disable_detection, disable_alert) == 0) {
-    logmsg(8, kProgram, "Invalid state flags in config file. Exiting");
+    logmsg(kLogWarning, kManagementProgram, "Invalid state flags in config file. Exiting");
     corvane::sleep(2);
   } else if (disable_management == 1) {
-    logmsg(16, kProgram, "cvanomalymgmt service state is disabled. Exiting");
+    logmsg(kLogError, kManagementProgram, "cvanomalymgmt service state is disabled. Exiting");
     corvane::sleep(2);
   } else if (isAnomalyRunningOnDiffServer()) {
-    logmsg(4, kProgram, "Running on different anomaly proxy server. Exiting");
+    logmsg(kLogEvent, kManagementProgram, "Running on different anomaly proxy server. Exiting");
     corvane::sleep(4);
   } else {
     try {
       service.start();
     } catch (...) {
-      logmsg(16, kProgram, "Error occurred while gathering data");
+      logmsg(kLogError, kManagementProgram, "Error occurred while gathering data");
     }
   }
 }
 
 int stop_companion(const char* name) {
-  logmsgf(4, "handleChildProc", "UNIX: Stopping process:[%s]", name);
+  logmsgf(kLogEvent, "handleChildProc", "UNIX: Stopping process:[%s]", name);
   const int result = stopProcessByName(name);
-  if (result != 0) logmsgf(8, "handleChildProc", "Not able to stop [%s], still running", name);
+  if (result != 0) {
+    logmsgf(kLogWarning, "handleChildProc", "Not able to stop [%s], still running", name);
+  }
   return result;
 }
 
@@ -157,29 +167,31 @@ int StartSvc(const char* /*display_name*/) {
   ChildHasCounted child_has_counted;
   const pid_t child = fork();
   if (child < 0) {
-    logmsgf(16, kProgram, "fork() failed. Error:[%d]", child);
+    logmsgf(kLogError, kManagementProgram, "fork() failed. Error:[%d]", child);
     return 1;
   }
   return child > 0 ? await_start(child_has_counted) : run_as_daemon(child_has_counted);
 }
 
 int StopSvc(const char* /*display_name*/) {
-  ProcessHandler(kAlert).terminate();
-  ProcessHandler(kDetect).terminate();
-  const std::vector<pid_t> services = ProcessHandler(kProgram).getProcessIDs();
+  ProcessHandler(kAlertProgram).terminate();
+  ProcessHandler(kDetectionProgram).terminate();
+  const std::vector<pid_t> services = ProcessHandler(kManagementProgram).getProcessIDs();
   if (services.empty()) {
-    logmsg(16, kProgram, "Could not fetch the pids of the process.");
+    logmsg(kLogError, kManagementProgram, "Could not fetch the pids of the process.");
     return 1;
   }
   for (const pid_t service : services) {
-    logmsgf(2, kProgram, "[%d] pid SIGTERM is getting sent", service);
+    logmsgf(kLogDetail, kManagementProgram, "[%d] pid SIGTERM is getting sent", service);
     kill(service, SIGTERM);
   }
   return 0;
 }
 
 int TerminateSVC() {
-  for (const char* name : {kAlert, kDetect, kProgram}) ProcessHandler(name).terminate();
+  for (const char* name : {kAlertProgram, kDetectionProgram, kManagementProgram}) {
+    ProcessHandler(name).terminate();
+  }
   return 0;
 }
 
@@ -188,10 +200,10 @@ int SVC_MAIN() {
   prepare_database_directory();
   const auto service = std::make_unique<ManagementService>();
   if (const int result = service->populate_config_params(); result != 0) {
-    logmsg(16, kProgram, "Failed to populate config parameters");
+    logmsg(kLogError, kManagementProgram, "Failed to populate config parameters");
     return result;
   }
   run_service(*service);
-  stop_companion(kAlert);
-  return stop_companion(kDetect);
+  stop_companion(kAlertProgram);
+  return stop_companion(kDetectionProgram);
 }

@@ -7,12 +7,15 @@
 
 #include "platform/console.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
+
+using corvane::kLogError;
+using corvane::kLogEvent;
+using corvane::kManagementProgram;
 
 bool CLI_RUN = false;
 
 namespace {
-
-constexpr char kProgram[] = "cvanomalymgmt";
 
 bool bShutDownInitiated = false;
 std::mutex bShutDownInitiated_mutex;
@@ -40,7 +43,7 @@ int install_handler(int signal_number, const char* signal_name) {
   if (std::signal(signal_number, SignalHandler) != SIG_ERR) return 0;
   const std::string message =
       std::string("Failed to install signal handler for signal ") + signal_name;
-  logmsgf(16, kProgram, "%s", message.c_str());
+  logmsgf(kLogError, kManagementProgram, "%s", message.c_str());
   if (CLI_RUN) corvane::write_console(message + "\n");
   return 1;
 }
@@ -54,24 +57,25 @@ int SetupSignalHandler() {
 
 void SignalHandler(int signal_number) {
   if (std::signal(signal_number, SIG_IGN) == SIG_ERR) {
-    logmsgf(16, kProgram, "Failed to set SIG_ERR for signal [%d] before processing", signal_number);
+    logmsgf(kLogError, kManagementProgram,
+            "Failed to set SIG_ERR for signal [%d] before processing", signal_number);
     return;
   }
   switch (signal_number) {
     case SIGINT:
-      logmsgf(4, kProgram, "Intercepted signal SIGINT. Will stop the service");
+      logmsgf(kLogEvent, kManagementProgram, "Intercepted signal SIGINT. Will stop the service");
       SetShutDownInitiated();
       break;
     case SIGTERM:
-      logmsgf(4, kProgram, "Intercepted signal SIGTERM. Will stop the service");
+      logmsgf(kLogEvent, kManagementProgram, "Intercepted signal SIGTERM. Will stop the service");
       SetShutDownInitiated();
       break;
     default:
-      logmsgf(4, kProgram, "Unknown Signal");
+      logmsgf(kLogEvent, kManagementProgram, "Unknown Signal");
   }
   if (std::signal(signal_number, SignalHandler) == SIG_ERR) {
-    logmsgf(16, kProgram, "Failed to set our handler for signal [%d] after processing",
-            signal_number);
+    logmsgf(kLogError, kManagementProgram,
+            "Failed to set our handler for signal [%d] after processing", signal_number);
   }
 }
 
@@ -82,7 +86,8 @@ int SetShutDownInitiated() {
     bShutDownInitiated = true;
     return 0;
   } catch (const std::system_error&) {
-    logmsgf(16, "SetShutDownInitiated", "Exception occurred while setting service shutdown status");
+    logmsgf(kLogError, "SetShutDownInitiated",
+            "Exception occurred while setting service shutdown status");
     return 1;
   }
 }
@@ -94,7 +99,8 @@ int IsShutDownInitiated(bool& initiated) {
     initiated = bShutDownInitiated;
     return 0;
   } catch (const std::system_error&) {
-    logmsgf(16, "IsShutDownInitiated", "Exception occurred while fetching service shutdown status");
+    logmsgf(kLogError, "IsShutDownInitiated",
+            "Exception occurred while fetching service shutdown status");
     return 1;
   }
 }
@@ -102,10 +108,10 @@ int IsShutDownInitiated(bool& initiated) {
 int isTimeToStop() {
   bool initiated = false;
   if (IsShutDownInitiated(initiated) != 0) {
-    logmsgf(4, "isTimeToStop", "Failed to determine the service shutdown status");
+    logmsgf(kLogEvent, "isTimeToStop", "Failed to determine the service shutdown status");
     return 0;
   }
   if (!initiated) return 0;
-  logmsgf(4, "isTimeToStop", "System called for Service ShutDown. Stopping the service");
+  logmsgf(kLogEvent, "isTimeToStop", "System called for Service ShutDown. Stopping the service");
   return 1;
 }

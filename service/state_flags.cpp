@@ -5,22 +5,24 @@
 #include "config/configuration.h"
 #include "config/service_values.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
 #include "service/host_role.h"
+
+using corvane::kLogWarning;
+using corvane::kManagementProgram;
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalymgmt";
-
 int read_flag(Configuration& config, const char* key, int fallback, const char* fallback_message) {
   const std::string value = config.get_config("ANOMALY_DETECTION_FUNCTIONALITY", key);
-  if (value.empty()) logmsg(8, kProgram, fallback_message);
+  if (value.empty()) logmsg(kLogWarning, kManagementProgram, fallback_message);
   return corvane::switch_value(value, fallback);
 }
 
 bool validate_flag(const char* key, int value) {
   if (static_cast<unsigned>(value) <= 1) return true;
-  logmsgf(8, "ValidateConfigStateFlags", "Invalid value received for configuration key %s:[%d]",
-          key, value);
+  logmsgf(kLogWarning, "ValidateConfigStateFlags",
+          "Invalid value received for configuration key %s:[%d]", key, value);
   return false;
 }
 
@@ -30,7 +32,7 @@ int ReadConfigStateFlags(int& disableAnomalyDetection, int& disableDetectionServ
                          int& disableAlertService) {
   std::string path;
   if (getConfigFilePath(path) != 0) {
-    logmsg(8, kProgram, "Could not determine the path to config file");
+    logmsg(kLogWarning, kManagementProgram, "Could not determine the path to config file");
   }
   Configuration config(path, 1);
   disableAnomalyDetection = read_flag(

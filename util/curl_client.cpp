@@ -4,6 +4,9 @@
 
 #include "platform/debug_log.h"
 
+using corvane::kLogError;
+using corvane::kLogEvent;
+
 namespace {
 
 constexpr std::int32_t kWebServicePort = 1556;
@@ -30,10 +33,10 @@ int CurlClient::execute() {
     client.reset(get_lib_curl(CERT_TYPE_SERVICE));
     result = send_curl_request(client.get());
     if (result != 0) {
-      logmsgf(16, "CurlClient::execute",
+      logmsgf(kLogError, "CurlClient::execute",
               "\nError occurred while performing curl operation. Return code = %d ", result);
     } else if (!is_success(client->http_status())) {
-      logmsgf(16, "CurlClient::execute", "\nAPI execution failed. Response Code = %ld",
+      logmsgf(kLogError, "CurlClient::execute", "\nAPI execution failed. Response Code = %ld",
               client->http_status());
     }
   }
@@ -67,22 +70,22 @@ int CurlClient::send_curl_request(CVClientCURL* client) {
     case REST_DELETE:
       return client->remove(path_);
   }
-  logmsgf(16, "CurlClient::send_curl_request", "Invalid Command type received");
+  logmsgf(kLogError, "CurlClient::send_curl_request", "Invalid Command type received");
   return -1;
 }
 
 int CurlClient::process_curl_response(CVClientCURL* client, int result) const {
   if (result != 0) {
-    logmsgf(16, "CurlClient::process_curl_response",
+    logmsgf(kLogError, "CurlClient::process_curl_response",
             "\nError occurred while performing curl operation. Return code = %d", result);
     return result;
   }
   const long http_status = client->http_status();
   if (is_success(http_status)) {
-    logmsgf(4, "CurlClient::process_curl_response", "\nAPI execution succeeded \n");
+    logmsgf(kLogEvent, "CurlClient::process_curl_response", "\nAPI execution succeeded \n");
     return 0;
   }
-  logmsgf(16, "CurlClient::process_curl_response", "\nAPI execution failed. Response Code = %ld",
-          http_status);
+  logmsgf(kLogError, "CurlClient::process_curl_response",
+          "\nAPI execution failed. Response Code = %ld", http_status);
   return static_cast<int>(http_status);
 }

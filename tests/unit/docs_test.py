@@ -11,6 +11,7 @@ ALERTS = (PROJECT / "docs/alerts.md").read_text()
 ROOMS = ("service", "management", "gather", "config", "util", "sqlite", "companions/detect", "companions/alert",
          "companions/common")
 LITERAL = r'"(?:[^"\\]|\\.)*"'
+WARNING_OR_ERROR = r"(?:kLogWarning|8|kLogError|16)"
 
 # Files with calls that carry no text of their own, how many, and what the guide says instead.
 INDIRECT = {
@@ -32,7 +33,7 @@ def messages():
         for source in sorted((PROJECT / room).glob("*.cpp")):
             code = source.read_text()
             constants = dict(re.findall(rf"constexpr char (\w+)\[\] =\s*({LITERAL})", code))
-            for call in re.findall(rf"logmsgf?\((?:8|16), ((?:[^;\"]|{LITERAL})*)\);", code):
+            for call in re.findall(rf"logmsgf?\(\s*{WARNING_OR_ERROR},\s*((?:[^;\"]|{LITERAL})*)\);", code):
                 tag, _, rest = call.partition(",")
                 text = "".join(part[1:-1] for part in re.findall(LITERAL, rest))
                 if not text:
@@ -65,7 +66,7 @@ class Guide(unittest.TestCase):
 
     def test_messages_that_wait_for_a_commit_are_explained(self):
         code = (PROJECT / "companions/detect/detector.cpp").read_text()
-        found = re.findall(rf"say\((?:8|16), ((?:[^;\"]|{LITERAL})*)\);", code)
+        found = re.findall(rf"say\(\s*{WARNING_OR_ERROR},\s*((?:[^;\"]|{LITERAL})*)\);", code)
         self.assertEqual(len(found), 1)
         for call in found:
             self.assertRegex(GUIDE, "[^|]+".join(re.escape(part[1:-1]) for part in re.findall(LITERAL, call)))
