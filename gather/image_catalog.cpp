@@ -1,11 +1,11 @@
 // Backup images from the product's image-list tool, and from files of its output.
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
 #include "gather/backup_row.h"
 #include "gather/data_gather.h"
+#include "gather/row_mappers.h"
 #include "platform/c_handles.h"
 #include "platform/debug_log.h"
 #include "platform/json_memory.h"
@@ -109,23 +109,7 @@ DataGather::Record DataGather::parse_qpimagelist_line(const std::string& line) {
 }
 
 void DataGather::process_image_data(Record& image, int /*mode*/) {
-  corvane::BackupRow row;
-  row.backup_id = image["backupid"];
-  row.backup_time = to_int(image["backup_time"]);
-  row.client = image["client_name"];
-  row.policy = image["policy_name"];
-  row.policy_type = policy_type_name(image["client_type"]);
-  row.schedule_type = schedule_type_name(image["sched_type"]);
-  row.schedule_name = image["sched_label"];
-  row.num_files = to_int(image["num_files"]);
-  row.image_size = std::strtod(image["kbytes"].c_str(), nullptr);
-  row.job_id = to_int(image["job_id"]);
-  row.dedup_rate = -1;  // an integer, like the other figures that the list lacks
-  row.stream_number = to_int(image["stream_number"]);
-  if (const std::string& asset = image["provider_generated_id"]; !asset.empty()) {
-    row.asset_id = asset;
-  }
-  row.set_unique_key();
+  const corvane::BackupRow row = corvane::row_of_listed_image(*this, image);
   try {
     corvane::insert_row(*db, corvane::kInsertHistData, row);
   } catch (const sqlite_exception& error) {
