@@ -5,36 +5,24 @@
 #include <algorithm>
 #include <sstream>
 
+#include "config/settings.h"
+
 namespace {
 
 constexpr int kAnomalyConfiguration = 1;
 constexpr std::size_t kHeapMapSize = 16;
 constexpr int kImportFailed = -1;
 
-constexpr corvane::ConfigDefault kAnomalyDefaults[] = {
-    {"ANOMALY_DETECTION_FUNCTIONALITY", "DISABLE_ANOMALY_DETECTION", "0"},
-    {"ANOMALY_DETECTION_FUNCTIONALITY", "DISABLE_DETECTION_SERVICE", "1"},
-    {"ANOMALY_DETECTION_FUNCTIONALITY", "DISABLE_ALERT_SERVICE", "1"},
-    {"ANOMALY_DETECTION_SENSITIVITY", "SENSITIVITY_PERCENTAGE", "0"},
-    {"DATABASE_SETTINGS", "PURGE_DATA_INTERVAL_IN_MONTHS", "12"},
-    {"DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN", "15"},
-    {"ANOMALY_MODEL_SETTINGS", "MIN_OBSERVATIONS_FOR_TRAINING", "30"},
-    {"ANOMALY_MODEL_SETTINGS", "DAYS_FOR_LAST_BACKUP_TO_IGNORE_ANOMALY", "365"},
-    {"ANOMALY_MODEL_SETTINGS", "MAX_OBSERVATIONS_FOR_TRAINING", "3000"},
-};
-
 }  // namespace
-
-std::span<const corvane::ConfigDefault> corvane::anomaly_config_defaults() {
-  return kAnomalyDefaults;
-}
 
 Configuration::Configuration(const std::string& path, int config_type)
     : path_(path), config_type_(config_type), import_status_(kImportFailed) {
   heap_.open(kHeapMapSize);
   if (config_type_ == kAnomalyConfiguration) {
-    for (const auto& [section, key, value] : kAnomalyDefaults) {
-      defaults_.emplace(std::string(section) + "+" + key, value);
+    for (const corvane::Setting& setting : corvane::all_settings()) {
+      if (!setting.section->in_configuration) continue;
+      defaults_.emplace(std::string(setting.section->name) + "+" + setting.key,
+                        setting.default_value);
     }
   }
   // A malformed line ends the import with everything before it already in the heap. Half a file is

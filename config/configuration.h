@@ -6,28 +6,15 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <span>
 #include <string>
-
-namespace corvane {
-
-struct ConfigDefault {
-  const char* section;
-  const char* key;
-  const char* value;
-};
-
-// Every key of "anomaly_config.conf" (configuration type 1) that has a default.
-std::span<const ConfigDefault> anomaly_config_defaults();
-
-}  // namespace corvane
 
 // Reads the file once, on construction; build a new one to see later edits. Section and key names
 // are matched exactly as written. Nothing is thrown or logged for a file that is missing,
 // unreadable or malformed: then there are only the defaults.
 class Configuration {
  public:
-  // `config_type` 1 is the anomaly configuration; other types have no defaults.
+  // `config_type` 1 is the anomaly configuration, with the defaults of config/settings.h whose
+  // section says so; other types have no defaults.
   Configuration(const std::string& path, int config_type);
 
   // The file's value as it stands, even when it is empty; else the default; else "".

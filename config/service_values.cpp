@@ -1,26 +1,34 @@
 #include "config/service_values.h"
 
 #include <algorithm>
-#include <cstdlib>
+
+#include "config/setting_values.h"
+#include "util/to_int.h"
+#include "util/wrapping.h"
 
 namespace corvane {
 
 namespace {
 
-constexpr int kMinFetchIntervalMinutes = 15;
-
-int number_of(const std::string& value) {
-  return static_cast<int>(std::strtol(value.c_str(), nullptr, 10));
-}
+constexpr int kSecondsPerMonth = 30 * 24 * 60 * 60;
 
 }  // namespace
 
-int switch_value(const std::string& value, int if_empty) {
-  return value.empty() ? if_empty : number_of(value);
+int switch_value(const Setting& flag, const std::string& value) {
+  return value.empty() ? default_number(flag) : to_int(value);
 }
 
 int gather_interval_minutes(const std::string& value) {
-  return std::max(number_of(value), kMinFetchIntervalMinutes);
+  return std::max(to_int(value), setting::kGatherFrequency.least);
+}
+
+int purge_interval_months(const std::string& value) {
+  if (value.empty()) return default_number(setting::kPurgeInterval);
+  return std::min(to_int(value), setting::kPurgeInterval.most);
+}
+
+int purge_cut_off(int now, int months) {
+  return wrapping_subtract(now, wrapping_multiply(months, kSecondsPerMonth));
 }
 
 }  // namespace corvane

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <charconv>
-#include <cstdlib>
 
 namespace corvane {
 
@@ -42,10 +41,6 @@ const std::string& text_or(const BackupRecord& record, const std::string& key,
                            const std::string& fallback) {
   const auto found = record.find(key);
   return found == record.end() ? fallback : found->second;
-}
-
-int to_int(const std::string& text) {
-  return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
 }
 
 }  // namespace corvane

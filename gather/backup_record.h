@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "util/to_int.h"  // how every reader of a record reads its numbers
+
 namespace corvane {
 
 // Name to text, for example "clientName" to "web01". Which names a record has depends on its
@@ -31,9 +33,5 @@ void for_each_member(json_t* object, Visit visit) {
 // The text under `key`, or `fallback` when the record has none. Inserts nothing.
 const std::string& text_or(const BackupRecord& record, const std::string& key,
                            const std::string& fallback);
-
-// Numbers as the whole system reads them from text: base 10, trailing text ignored, 0 for what is
-// no number, the low 32 bits of what is too large.
-int to_int(const std::string& text);
 
 }  // namespace corvane

@@ -2,13 +2,13 @@
 #include <array>
 #include <stdexcept>
 
+#include "config/service_values.h"
 #include "management/management_service.h"
 #include "platform/clock.h"
 #include "platform/debug_log.h"
 #include "platform/program_names.h"
 #include "sqlite/statement.h"
 #include "util/path.h"
-#include "util/wrapping.h"
 
 using Altamir::Corvane::UsageReporting::SQLiteDatabase::Row;
 using Altamir::Corvane::UsageReporting::SQLiteDatabase::Statement;
@@ -20,7 +20,6 @@ namespace {
 
 constexpr int kOpenFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
 static_assert(kOpenFlags == 32774);
-constexpr int kSecondsPerMonth = 30 * 24 * 60 * 60;
 
 // USER_IDENTIFIED_CLUSTER is -1 for a row that no user has assigned to a cluster.
 constexpr char kHistData[] =
@@ -196,9 +195,8 @@ int ManagementService::get_queued_job_time() {
 }
 
 void ManagementService::purge_database() {
-  const int cut_off = corvane::wrapping_subtract(
-      static_cast<int>(corvane::now()),
-      corvane::wrapping_multiply(m_purge_interval_in_months, kSecondsPerMonth));
+  const int cut_off =
+      corvane::purge_cut_off(static_cast<int>(corvane::now()), m_purge_interval_in_months);
   logmsgf(kLogDetail, kManagementProgram, "Cleaning records before %d", cut_off);
   try {
     for (const char* purge : kPurges) {

@@ -1,11 +1,10 @@
 #include "management/management_service.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <stdexcept>
 
 #include "config/configuration.h"
 #include "config/service_values.h"
+#include "config/setting_values.h"
 #include "gather/rollback.h"
 #include "platform/clock.h"
 #include "platform/console.h"
@@ -31,7 +30,6 @@ namespace {
 
 constexpr char kHistoricalTag[] = "ManagementService::do_historical_gather";
 constexpr char kDatabaseName[] = "CV_Anomaly.db";
-constexpr int kMaxPurgeIntervalMonths = 12;
 constexpr int kHistorySeconds = 91 * 24 * 60 * 60;
 constexpr int kSliceSeconds = 60 * 60;
 
@@ -41,8 +39,7 @@ int elapsed_seconds(std::time_t since) { return static_cast<int>(corvane::now() 
 
 // The configured minutes between two gathers, within bounds; `found` says whether there are any.
 int read_fetch_interval(Configuration& config, bool& found) {
-  const std::string value =
-      config.get_config("DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN");
+  const std::string value = corvane::value_of(config, corvane::setting::kGatherFrequency);
   found = !value.empty();
   return corvane::gather_interval_minutes(value);
 }
@@ -80,7 +77,7 @@ ManagementService::ManagementService(const std::string& location, const std::str
       m_database_name(name),
       m_gather_mode(gather_mode),
       m_data_fetch_interval_in_mins(interval),
-      m_purge_interval_in_months(kMaxPurgeIntervalMonths),
+      m_purge_interval_in_months(corvane::default_number(corvane::setting::kPurgeInterval)),
       m_master_server(master_server),
       m_disable_management(0),
       m_disable_detection(1),
@@ -100,15 +97,12 @@ int ManagementService::populate_config_params() {
     logmsgf(kLogError, kManagementProgram,
             "Failed to get fetch interval value from configuration. Assigning default value");
   }
-  const std::string purge_interval =
-      config.get_config("DATABASE_SETTINGS", "PURGE_DATA_INTERVAL_IN_MONTHS");
-  m_purge_interval_in_months = kMaxPurgeIntervalMonths;
+  const std::string purge_interval = corvane::value_of(config, corvane::setting::kPurgeInterval);
   if (purge_interval.empty()) {
     logmsgf(kLogError, kManagementProgram,
             "Failed to get purge interval value from configuration. Assigning default value");
-  } else {
-    m_purge_interval_in_months = std::min(corvane::to_int(purge_interval), kMaxPurgeIntervalMonths);
   }
+  m_purge_interval_in_months = corvane::purge_interval_months(purge_interval);
   std::string master_server;
   getMasterServerName(master_server);
   if (master_server.empty()) {

@@ -8,6 +8,7 @@
 #include "companions/detect/settings_file.h"
 #include "config/configuration.h"
 #include "config/service_values.h"
+#include "config/setting_values.h"
 #include "operator_tool/alert_database.h"
 #include "operator_tool/seconds.h"
 #include "operator_tool/words.h"
@@ -23,9 +24,8 @@ constexpr int kMostInterval = 1000000;  // minutes; so that sums of intervals do
 
 // A value that is neither 0 nor 1 switches nothing off: the service does not start with it, and
 // that has to be told.
-bool is_set(Configuration& file, const char* key, int if_empty) {
-  const std::string value = file.get_config("ANOMALY_DETECTION_FUNCTIONALITY", key);
-  return switch_value(value, if_empty) == 1;
+bool is_set(Configuration& file, const Setting& flag) {
+  return switch_value(flag, value_of(file, flag)) == 1;
 }
 
 Daemon look_for(const char* name, bool is_wanted, const std::string& log) {
@@ -76,11 +76,10 @@ Configured read_configuration(const std::string& path) {
   }
   Configured configured;
   Configuration file(path, 1);
-  configured.service = !is_set(file, "DISABLE_ANOMALY_DETECTION", 0);
-  configured.detection = configured.service && !is_set(file, "DISABLE_DETECTION_SERVICE", 1);
-  configured.alerts = configured.detection && !is_set(file, "DISABLE_ALERT_SERVICE", 1);
-  const std::string interval =
-      file.get_config("DATA_GATHER_SETTINGS", "LIVE_DATA_GATHER_FREQUENCY_IN_MIN");
+  configured.service = !is_set(file, setting::kDisableAnomalyDetection);
+  configured.detection = configured.service && !is_set(file, setting::kDisableDetectionService);
+  configured.alerts = configured.detection && !is_set(file, setting::kDisableAlertService);
+  const std::string interval = value_of(file, setting::kGatherFrequency);
   configured.interval_minutes = std::min(gather_interval_minutes(interval), kMostInterval);
   std::vector<std::string> complaints;
   detect::read_settings(path, configured.detect, complaints);

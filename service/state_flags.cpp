@@ -4,25 +4,27 @@
 
 #include "config/configuration.h"
 #include "config/service_values.h"
+#include "config/setting_values.h"
 #include "platform/debug_log.h"
 #include "platform/program_names.h"
 #include "service/host_role.h"
 
 using corvane::kLogWarning;
 using corvane::kManagementProgram;
+namespace setting = corvane::setting;
 
 namespace {
 
-int read_flag(Configuration& config, const char* key, int fallback, const char* fallback_message) {
-  const std::string value = config.get_config("ANOMALY_DETECTION_FUNCTIONALITY", key);
-  if (value.empty()) logmsg(kLogWarning, kManagementProgram, fallback_message);
-  return corvane::switch_value(value, fallback);
+int read_flag(Configuration& config, const corvane::Setting& flag, const char* if_empty) {
+  const std::string value = corvane::value_of(config, flag);
+  if (value.empty()) logmsg(kLogWarning, kManagementProgram, if_empty);
+  return corvane::switch_value(flag, value);
 }
 
-bool validate_flag(const char* key, int value) {
+bool validate_flag(const corvane::Setting& flag, int value) {
   if (static_cast<unsigned>(value) <= 1) return true;
   logmsgf(kLogWarning, "ValidateConfigStateFlags",
-          "Invalid value received for configuration key %s:[%d]", key, value);
+          "Invalid value received for configuration key %s:[%d]", flag.key, value);
   return false;
 }
 
@@ -36,19 +38,21 @@ int ReadConfigStateFlags(int& disableAnomalyDetection, int& disableDetectionServ
   }
   Configuration config(path, 1);
   disableAnomalyDetection = read_flag(
-      config, "DISABLE_ANOMALY_DETECTION", 0,
+      config, setting::kDisableAnomalyDetection,
       "Failed to read config value for Detection process state. Assinging default value.");
   constexpr char kAssining[] =
       "Failed to read config value for Detection process state. Assining default value.";
-  disableDetectionService = read_flag(config, "DISABLE_DETECTION_SERVICE", 1, kAssining);
-  disableAlertService = read_flag(config, "DISABLE_ALERT_SERVICE", 1, kAssining);
+  disableDetectionService = read_flag(config, setting::kDisableDetectionService, kAssining);
+  disableAlertService = read_flag(config, setting::kDisableAlertService, kAssining);
   return 0;
 }
 
 int ValidateConfigStateFlags(int disableAnomalyDetection, int disableDetectionService,
                              int disableAlertService) {
-  const bool detection_valid = validate_flag("DISABLE_ANOMALY_DETECTION", disableAnomalyDetection);
-  const bool service_valid = validate_flag("DISABLE_DETECTION_SERVICE", disableDetectionService);
-  const bool alert_valid = validate_flag("DISABLE_ALERT_SERVICE", disableAlertService);
+  const bool detection_valid =
+      validate_flag(setting::kDisableAnomalyDetection, disableAnomalyDetection);
+  const bool service_valid =
+      validate_flag(setting::kDisableDetectionService, disableDetectionService);
+  const bool alert_valid = validate_flag(setting::kDisableAlertService, disableAlertService);
   return detection_valid && service_valid && alert_valid ? 1 : 0;
 }

@@ -15,6 +15,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "config/settings.h"
 #include "platform/sigpipe_blocked.h"
 
 namespace corvane::alert {
@@ -160,7 +161,7 @@ CommandChannel::CommandChannel(const std::string& command, int seconds, const St
 
 SendResult CommandChannel::send(const Message& message) {
   if (words_.empty() || !words_[0].starts_with('/')) {
-    return {false, "COMMAND must be the full path of a program"};
+    return {false, std::string(setting::kCommand.key) + " must be the full path of a program"};
   }
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return {false, std::strerror(errno)};

@@ -12,6 +12,7 @@
 #include "companions/alert/curl_transfer.h"
 #include "companions/alert/secret_file.h"
 #include "companions/common/valid_utf8.h"
+#include "config/settings.h"
 #include "platform/clock.h"
 
 namespace corvane::alert {
@@ -155,10 +156,12 @@ MailChannel::MailChannel(const Settings& settings, const StopFlag& stop)
 SendResult MailChannel::send(const Message& message) {
   const UrlParts parts = parts_of_url(url_);
   if (parts.scheme != "smtp" && parts.scheme != "smtps") {
-    return {false, "SMTP_URL must be smtp or smtps"};
+    return {false, std::string(setting::kSmtpUrl.key) + " must be smtp or smtps"};
   }
   const std::vector<std::string> from = mail_addresses(from_);
-  if (from.size() != 1) return {false, "MAIL_FROM must be one address"};
+  if (from.size() != 1) {
+    return {false, std::string(setting::kMailFrom.key) + " must be one address"};
+  }
   const std::vector<std::string> to = mail_addresses(to_);
   CurlTransfer transfer(url_, "smtp,smtps", ca_file_);
   // On this machine nobody listens in; a password gets TLS even there when the server can do it.

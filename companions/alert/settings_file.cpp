@@ -3,74 +3,47 @@
 #include <ace/Configuration_Import_Export.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <charconv>
 
-#include "config/configuration.h"
+#include "config/setting_values.h"
 
 namespace corvane::alert {
 
 namespace {
 
-constexpr char kSection[] = "ALERT_SETTINGS";
-
-struct TextSetting {
-  const char* key;
-  const char* otherwise;
+struct TextMember {
+  const Setting& setting;
   std::string Settings::*member;
 };
-constexpr std::array<TextSetting, 9> kTexts{{
-    {"SYSLOG_SOCKET", "/run/systemd/journal/socket", &Settings::syslog_socket},
-    {"WEBHOOK_URL", "", &Settings::webhook_url},
-    {"WEBHOOK_SECRET_FILE", "", &Settings::webhook_secret_file},
-    {"MAIL_TO", "", &Settings::mail_to},
-    {"MAIL_FROM", "", &Settings::mail_from},
-    {"SMTP_URL", "smtp://localhost:25", &Settings::smtp_url},
-    {"SMTP_CREDENTIALS_FILE", "", &Settings::smtp_credentials_file},
-    {"CA_FILE", "", &Settings::ca_file},
-    {"COMMAND", "", &Settings::command},
+constexpr std::array<TextMember, 9> kTexts{{
+    {setting::kSyslogSocket, &Settings::syslog_socket},
+    {setting::kWebhookUrl, &Settings::webhook_url},
+    {setting::kWebhookSecretFile, &Settings::webhook_secret_file},
+    {setting::kMailTo, &Settings::mail_to},
+    {setting::kMailFrom, &Settings::mail_from},
+    {setting::kSmtpUrl, &Settings::smtp_url},
+    {setting::kSmtpCredentialsFile, &Settings::smtp_credentials_file},
+    {setting::kCaFile, &Settings::ca_file},
+    {setting::kCommand, &Settings::command},
 }};
 
-struct NumberSetting {
-  const char* key;
-  const char* otherwise;
-  int least;
-  int most;
+struct NumberMember {
+  const Setting& setting;
   int Settings::*member;
 };
-constexpr std::array<NumberSetting, 8> kNumbers{{
-    {"SYSLOG", "0", 0, 1, &Settings::syslog},
-    {"SYSLOG_MIN_SEVERITY", "1", 1, 3, &Settings::syslog_severity},
-    {"WEBHOOK_MIN_SEVERITY", "1", 1, 3, &Settings::webhook_severity},
-    {"MAIL_MIN_SEVERITY", "1", 1, 3, &Settings::mail_severity},
-    {"COMMAND_MIN_SEVERITY", "1", 1, 3, &Settings::command_severity},
-    {"COMMAND_TIMEOUT_IN_SEC", "60", 1, 3600, &Settings::command_seconds},
-    {"ALERT_STORM_LIMIT", "10", 1, 1000, &Settings::storm_limit},
-    {"ALERT_STORM_MINUTES", "15", 1, 1440, &Settings::storm_minutes},
+constexpr std::array<NumberMember, 8> kNumbers{{
+    {setting::kSyslog, &Settings::syslog},
+    {setting::kSyslogMinSeverity, &Settings::syslog_severity},
+    {setting::kWebhookMinSeverity, &Settings::webhook_severity},
+    {setting::kMailMinSeverity, &Settings::mail_severity},
+    {setting::kCommandMinSeverity, &Settings::command_severity},
+    {setting::kCommandTimeout, &Settings::command_seconds},
+    {setting::kStormLimit, &Settings::storm_limit},
+    {setting::kStormMinutes, &Settings::storm_minutes},
 }};
 
-struct QuietSetting {
-  const char* key;
-  const char* otherwise;
-};
-constexpr QuietSetting kQuiet{"QUIET_HOURS", ""};
-
-bool read_number(const std::string& text, int least, int most, int& number) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc{} && end == text.data() + text.size() && number >= least &&
-         number <= most;
-}
-
-std::string complaint(const char* key, const std::string& text, const char* otherwise) {
-  return std::string("Invalid value received for configuration key ") + key + ":[" + text +
-         "], using [" + otherwise + "]";
-}
-
-// An empty value counts as none.
-std::string value_of(Configuration& file, const char* key, const char* otherwise) {
-  const std::string value = file.get_config(kSection, key);
-  return value.empty() ? otherwise : value;
+std::string default_in_brackets(const Setting& setting) {
+  return std::string("[") + setting.default_value + "]";
 }
 
 bool is_whole(const std::string& path) {
@@ -107,19 +80,16 @@ bool read_settings(const std::string& path, Settings& settings,
                    std::vector<std::string>& complaints) {
   if (!is_whole(path)) return false;
   Configuration file(path, 1);
-  for (const TextSetting& setting : kTexts) {
-    settings.*setting.member = value_of(file, setting.key, setting.otherwise);
+  for (const auto& [setting, member] : kTexts) settings.*member = value_or_default(file, setting);
+  for (const auto& [setting, member] : kNumbers) {
+    settings.*member = read_number(setting, value_or_default(file, setting),
+                                   default_in_brackets(setting), complaints);
   }
-  for (const NumberSetting& setting : kNumbers) {
-    const std::string text = value_of(file, setting.key, setting.otherwise);
-    if (read_number(text, setting.least, setting.most, settings.*setting.member)) continue;
-    complaints.push_back(complaint(setting.key, text, setting.otherwise));
-    read_number(setting.otherwise, setting.least, setting.most, settings.*setting.member);
-  }
-  const std::string hours = value_of(file, kQuiet.key, kQuiet.otherwise);
+  const std::string hours = value_or_default(file, setting::kQuietHours);
   if (!parse_quiet_hours(hours, settings.quiet)) {
-    complaints.push_back(complaint(kQuiet.key, hours, kQuiet.otherwise));
-    settings.quiet = {};
+    complaints.push_back(
+        complaint(setting::kQuietHours, hours, default_in_brackets(setting::kQuietHours)));
+    parse_quiet_hours(setting::kQuietHours.default_value, settings.quiet);
   }
   return true;
 }

@@ -8,6 +8,7 @@
 
 #include "companions/alert/curl_transfer.h"
 #include "companions/alert/secret_file.h"
+#include "config/settings.h"
 #include "platform/clock.h"
 
 namespace corvane::alert {
@@ -47,7 +48,8 @@ WebhookChannel::WebhookChannel(const Settings& settings, const StopFlag& stop)
 SendResult WebhookChannel::send(const Message& message) {
   const UrlParts parts = parts_of_url(url_);
   if (parts.scheme != "https" && !(parts.scheme == "http" && parts.is_loopback)) {
-    return {false, "WEBHOOK_URL must be https, except on this machine"};
+    return {false,
+            std::string(setting::kWebhookUrl.key) + " must be https, except on this machine"};
   }
   const std::string body = document_of(message);
   CurlListPtr headers;

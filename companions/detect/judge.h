@@ -24,7 +24,7 @@ struct Settings {
   std::size_t min_observations = 30;
   std::size_t max_observations = 3000;
   int days_to_ignore = 365;  // after a pause longer than this a stream learns anew
-  int purge_months = 12;     // of 30 days; older history does not count
+  int purge_months = 12;     // of 30 days; older history does not count; 0 or less: none does
 
   double effective_eps() const;
 };

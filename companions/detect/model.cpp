@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "config/service_values.h"
+
 namespace corvane::detect {
 
 namespace {
@@ -136,7 +138,7 @@ void Model::collect(const StreamKey& key, std::int32_t time, std::vector<Observa
 // The newest observations up to the pause after which a stream learns anew.
 void Model::keep_newest(std::vector<Observation>& history, std::int32_t time) const {
   const std::int64_t longest = std::int64_t{settings_.days_to_ignore} * kDay;
-  const std::int64_t oldest = std::int64_t{time} - std::int64_t{settings_.purge_months} * 30 * kDay;
+  const std::int64_t oldest = purge_cut_off(time, settings_.purge_months);
   std::int64_t later = time;
   std::size_t kept = 0;
   for (auto at = history.rbegin(); at != history.rend() && kept < settings_.max_observations;

@@ -4,6 +4,8 @@
 
 #include "companions/detect/settings_file.h"
 #include "config/configuration.h"
+#include "config/service_values.h"
+#include "config/setting_values.h"
 #include "platform/master_config.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/support/scratch_dir.h"
@@ -11,6 +13,7 @@
 using corvane::detect::Settings;
 using corvane::fuzz::require;
 using corvane::test::write_file;
+namespace setting = corvane::setting;
 
 namespace {
 
@@ -22,11 +25,12 @@ bool in_file(const std::string& content, const std::string& value) {
 
 // What stands in the file or is the default; never anything else.
 void check_defaults(Configuration& config, const std::string& content, bool readable) {
-  for (const auto& [section, key, value] : corvane::anomaly_config_defaults()) {
-    const std::string found = config.get_config(section, key);
-    if (found == value) continue;
-    require(readable, "half a file is no configuration", key);
-    require(in_file(content, found) && in_file(content, key), "a value stands in the file", found);
+  for (const corvane::Setting& setting : corvane::all_settings()) {
+    const std::string found = corvane::value_of(config, setting);
+    if (found == (setting.section->in_configuration ? setting.default_value : "")) continue;
+    require(readable, "half a file is no configuration", setting.key);
+    require(in_file(content, found) && in_file(content, setting.key), "a value stands in the file",
+            found);
   }
   require(config.get_config("NO SUCH SECTION", "").empty(), "what is not there is empty");
 }
@@ -56,19 +60,18 @@ void check_master_settings(const corvane::MasterSettings& settings) {
 }
 
 std::string written(const Settings& settings) {
-  const auto line = [](const char* key, auto value) {
-    return std::string(key) + "=" + std::to_string(value) + "\n";
+  const auto line = [](const corvane::Setting& setting, auto value) {
+    return std::string("[") + setting.section->name + "]\n" + setting.key + "=" +
+           std::to_string(value) + "\n";
   };
-  return "[ANOMALY_DETECTION_SENSITIVITY]\n" +
-         line("SENSITIVITY_PERCENTAGE", static_cast<int>(settings.sensitivity)) +
-         "[ANOMALY_MODEL_SETTINGS]\n" +
-         line("MIN_OBSERVATIONS_FOR_TRAINING", settings.min_observations) +
-         line("MAX_OBSERVATIONS_FOR_TRAINING", settings.max_observations) +
-         line("DAYS_FOR_LAST_BACKUP_TO_IGNORE_ANOMALY", settings.days_to_ignore) +
-         "[DATABASE_SETTINGS]\n" + line("PURGE_DATA_INTERVAL_IN_MONTHS", settings.purge_months);
+  return line(setting::kSensitivity, static_cast<int>(settings.sensitivity)) +
+         line(setting::kMinObservations, settings.min_observations) +
+         line(setting::kMaxObservations, settings.max_observations) +
+         line(setting::kDaysToIgnore, settings.days_to_ignore) +
+         line(setting::kPurgeInterval, settings.purge_months);
 }
 
-void check_settings(const std::string& path, const std::string& other_path) {
+void check_settings(Configuration& config, const std::string& path, const std::string& other_path) {
   Settings settings;
   std::vector<std::string> complaints;
   corvane::detect::read_settings(path, settings, complaints);
@@ -76,16 +79,19 @@ void check_settings(const std::string& path, const std::string& other_path) {
   require(settings.sensitivity >= -100 && settings.sensitivity <= 100 &&
               settings.min_observations >= 2 && settings.min_observations <= 1000000 &&
               settings.max_observations >= 2 && settings.max_observations <= 1000000 &&
-              settings.days_to_ignore >= 1 && settings.days_to_ignore <= 100000 &&
-              settings.purge_months >= 0 && settings.purge_months <= 12,
+              settings.days_to_ignore >= 1 && settings.days_to_ignore <= 100000,
           "settings are within bounds");
+  const std::string purge = corvane::value_of(config, setting::kPurgeInterval);
+  require(settings.purge_months == corvane::purge_interval_months(purge),
+          "what the service purges does not count", purge);
   require(settings.effective_eps() > 0, "the radius is positive");
 
   write_file(other_path, written(settings));
   Settings again;
   complaints.clear();
   corvane::detect::read_settings(other_path, again, complaints);
-  require(complaints.empty() && written(again) == written(settings),
+  const std::size_t negative = settings.purge_months < 0 ? 1 : 0;
+  require(complaints.size() == negative && written(again) == written(settings),
           "settings written anew are read alike");
 }
 
@@ -101,6 +107,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check_defaults(config, content, master.has_value());
   check_lists(config, content);
   if (master) check_master_settings(*master);
-  check_settings(path, scratch("other.conf"));
+  check_settings(config, path, scratch("other.conf"));
   return 0;
 }

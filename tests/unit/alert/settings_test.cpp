@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <ctime>
 #include <filesystem>
 #include <stdexcept>
@@ -10,6 +11,7 @@
 #include "companions/alert/quiet_hours.h"
 #include "companions/alert/secret_file.h"
 #include "companions/alert/settings_file.h"
+#include "config/setting_values.h"
 #include "tests/fakes/platform_fake_test.h"
 #include "tests/support/scratch_dir.h"
 
@@ -31,6 +33,34 @@ TEST(SettingsFile, WithoutAFileOnlyTheWebServiceIsTold) {
   EXPECT_EQ(settings.least_severity(kWeb), 1);
   EXPECT_THAT(settings.people(), IsEmpty());
   EXPECT_EQ(settings.least_severity("other"), 0);
+  EXPECT_EQ(settings.syslog_socket, "/run/systemd/journal/socket");
+  EXPECT_EQ(settings.smtp_url, "smtp://localhost:25");
+  EXPECT_EQ(settings.command_seconds, 60);
+}
+
+std::string other_than_default(const Setting& setting) {
+  if (setting.type == SettingType::kHours) return "01:00-02:00";
+  if (!number_within(setting, setting.default_value)) return "something";
+  return std::to_string(default_number(setting) + 1);
+}
+
+// None is left out, and none is read into another's place.
+TEST(SettingsFile, ReadsEachSettingOfItsSectionIntoAPlaceOfItsOwn) {
+  const test::ScratchDir directory;
+  std::vector<std::string> complaints;
+  std::vector<Settings> seen(1);
+  EXPECT_TRUE(read_settings(directory("none"), seen[0], complaints));
+  for (const Setting& setting : all_settings()) {
+    if (std::string_view(setting.section->name) != "ALERT_SETTINGS") continue;
+    test::write_file(directory("c"), std::string("[ALERT_SETTINGS]\n") + setting.key + "=" +
+                                         other_than_default(setting) + "\n");
+    Settings settings;
+    EXPECT_TRUE(read_settings(directory("c"), settings, complaints));
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), settings), 0) << setting.key;
+    seen.push_back(settings);
+  }
+  EXPECT_EQ(seen.size(), 19U);
+  EXPECT_THAT(complaints, IsEmpty());
 }
 
 TEST(SettingsFile, ReadsWhatItSaysAndComplainsOfNonsense) {

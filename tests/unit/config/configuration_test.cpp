@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 
+#include "config/setting_values.h"
 #include "tests/support/ordinary_user.h"
 #include "tests/support/scratch_dir.h"
 
@@ -76,17 +77,21 @@ TEST_F(ConfigurationTest, EveryDefaultOfType1) {
     EXPECT_EQ(config.get_config(name.first, name.second), value)
         << name.first << " " << name.second;
   }
-  EXPECT_EQ(corvane::anomaly_config_defaults().size(), expected.size());
-  for (const auto& [section, key, value] : corvane::anomaly_config_defaults()) {
-    EXPECT_EQ(expected.at({section, key}), value);
+  std::size_t known = 0;
+  for (const corvane::Setting& setting : corvane::all_settings()) {
+    const auto found = expected.find({setting.section->name, setting.key});
+    EXPECT_EQ(corvane::value_of(config, setting), found == expected.end() ? "" : found->second)
+        << setting.key;
+    if (found != expected.end()) ++known;
   }
+  EXPECT_EQ(known, expected.size());
 }
 
 TEST_F(ConfigurationTest, Type0HasNoDefaultsAtAll) {
   for (const int type : {0, 2, -1}) {
     Configuration config(scratch_("missing.conf"), type);
-    for (const auto& [section, key, value] : corvane::anomaly_config_defaults()) {
-      EXPECT_EQ(config.get_config(section, key), "") << type << " " << key;
+    for (const corvane::Setting& setting : corvane::all_settings()) {
+      EXPECT_EQ(corvane::value_of(config, setting), "") << type << " " << setting.key;
     }
   }
 }

@@ -222,6 +222,18 @@ TEST_F(ModelTest, HistoryOlderThanThePurgeIntervalDoesNotCount) {
   EXPECT_EQ(outcome(daily(380, 10, 10)), Outcome::kLearning);
 }
 
+TEST_F(ModelTest, WithoutAMonthOfHistoryNoneCounts) {
+  learn_usual();
+  Settings settings;
+  for (const int months : {0, -1, -100}) {
+    settings.purge_months = months;
+    model_.set_settings(settings);
+    const Verdict verdict = model_.judge(daily(kKnownDays, 10, 10));
+    EXPECT_EQ(verdict.outcome, Outcome::kLearning) << months;
+    EXPECT_EQ(verdict.observations, 0U) << months;
+  }
+}
+
 TEST_F(ModelTest, HistoryThatKnowsLessCountsForWhatItKnows) {
   for (int day = 0; day < kKnownDays; ++day) {
     Backup gathered = daily(day);

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <utility>
+
 #include "tests/support/scratch_dir.h"
 
 namespace corvane::detect {
@@ -19,6 +22,7 @@ TEST(SettingsFile, HasDefaultsWithoutAFile) {
   EXPECT_EQ(settings.min_observations, 30U);
   EXPECT_EQ(settings.max_observations, 3000U);
   EXPECT_EQ(settings.days_to_ignore, 365);
+  EXPECT_EQ(settings.purge_months, 12);
 }
 
 TEST(SettingsFile, ReadsWhatItSaysAndComplainsOfNonsense) {
@@ -36,6 +40,43 @@ TEST(SettingsFile, ReadsWhatItSaysAndComplainsOfNonsense) {
   EXPECT_EQ(complaints, (std::vector<std::string>{"Invalid value received for configuration key "
                                                   "MAX_OBSERVATIONS_FOR_TRAINING:[many], using "
                                                   "3000"}));
+}
+
+class PurgeInterval : public ::testing::Test {
+ protected:
+  // How many months of history count for this value.
+  int months(const std::string& value) {
+    test::write_file(directory_("c.conf"),
+                     "[DATABASE_SETTINGS]\nPURGE_DATA_INTERVAL_IN_MONTHS=" + value + "\n");
+    Settings settings;
+    complaints_.clear();
+    read_settings(directory_("c.conf"), settings, complaints_);
+    return settings.purge_months;
+  }
+  static std::vector<std::string> complaint(const std::string& value, const std::string& taken) {
+    return {"Invalid value received for configuration key PURGE_DATA_INTERVAL_IN_MONTHS:[" + value +
+            "], using " + taken};
+  }
+
+  const test::ScratchDir directory_;
+  std::vector<std::string> complaints_;
+};
+
+TEST_F(PurgeInterval, IsWhatTheServicePurges) {
+  for (const auto& [value, expected] :
+       {std::pair("0", 0), std::pair("7", 7), std::pair("12", 12)}) {
+    EXPECT_EQ(months(value), expected);
+    EXPECT_TRUE(complaints_.empty()) << value;
+  }
+}
+
+TEST_F(PurgeInterval, IsThatOfTheServiceAlsoForNonsenseWhichIsComplainedOf) {
+  for (const auto& [value, expected] :
+       {std::pair("twelve", 0), std::pair("", 12), std::pair("24", 12), std::pair("-3", -3),
+        std::pair("6 months", 6), std::pair("4294967297", 1)}) {
+    EXPECT_EQ(months(value), expected) << value;
+    EXPECT_EQ(complaints_, complaint(value, std::to_string(expected)));
+  }
 }
 
 }  // namespace

@@ -1,0 +1,350 @@
+// The one table of the settings in "anomaly_config.conf": what they are called, what may stand
+// there, who reads them when, and what they mean. Every reader names its setting here, and the
+// sample file, the manual page and docs/settings.md are printed from it (settings_documents.h).
+#pragma once
+
+#include <climits>
+#include <span>
+#include <stdexcept>
+#include <string_view>
+
+namespace corvane {
+
+enum class SettingType {
+  kFlag,     // 0 or 1
+  kInteger,  // a whole number within bounds
+  kPath,
+  kUrl,
+  kAddress,
+  kAddresses,
+  kCommand,
+  kHours,  // of the day
+};
+
+struct SettingsSection {
+  const char* name;
+  const char* about;      // sentences on all of its settings; "" for none
+  bool in_configuration;  // whether Configuration itself gives the defaults, or the reader does
+};
+
+struct Setting {
+  const SettingsSection* section;
+  const char* key;
+  SettingType type;
+  const char* default_value;
+  int least = 0;  // bounds of flags and integers, both included
+  int most = 0;
+  const char* unit = "";  // of an integer; the form of a text
+  const char* readers;    // who reads it, and when
+  const char* meaning;    // one sentence
+  const char* note =
+      "";  // sentences: how the service reads it, where that is not by type and bounds
+};
+
+namespace setting_table {
+
+inline constexpr SettingsSection kFunctionality{
+    "ANOMALY_DETECTION_FUNCTIONALITY",
+    "cvanomalymgmt takes the number that a value begins with: no number is 0, and an empty value "
+    "is "
+    "the default. It refuses any number but 0 and 1: it does not start with it, and while it runs "
+    "the last valid flags stay in force.",
+    true};
+inline constexpr SettingsSection kGather{"DATA_GATHER_SETTINGS", "", true};
+inline constexpr SettingsSection kDatabase{"DATABASE_SETTINGS", "", true};
+inline constexpr SettingsSection kSensitivity{"ANOMALY_DETECTION_SENSITIVITY", "", true};
+inline constexpr SettingsSection kModel{"ANOMALY_MODEL_SETTINGS", "", true};
+inline constexpr SettingsSection kAlerts{
+    "ALERT_SETTINGS",
+    "Whom cvanomalyalert tells besides the master's web service. An empty value counts as the "
+    "default. A file with a secret must belong to the service account and be readable by it alone.",
+    false};
+
+inline constexpr char kFlagReaders[] = "cvanomalymgmt every second, cvanomalyctl when it is called";
+inline constexpr char kDetectionReaders[] =
+    "cvanomalydetect when the file changes, cvanomalyctl when it is called";
+inline constexpr char kAlertReaders[] = "cvanomalyalert when the file changes";
+inline constexpr char kSeverity[] = "(1 look at it, 2 important, 3 act now)";
+
+// In the order of the documents; the settings of a section stand together.
+inline constexpr Setting kSettings[] = {
+    {.section = &kFunctionality,
+     .key = "DISABLE_ANOMALY_DETECTION",
+     .type = SettingType::kFlag,
+     .default_value = "0",
+     .most = 1,
+     .readers = kFlagReaders,
+     .meaning = "1 ends the service and its companions, 0 lets them run."},
+    {.section = &kFunctionality,
+     .key = "DISABLE_DETECTION_SERVICE",
+     .type = SettingType::kFlag,
+     .default_value = "1",
+     .most = 1,
+     .readers = kFlagReaders,
+     .meaning = "0 runs cvanomalydetect, which looks for anomalies, 1 puts records straight into "
+                "the history."},
+    {.section = &kFunctionality,
+     .key = "DISABLE_ALERT_SERVICE",
+     .type = SettingType::kFlag,
+     .default_value = "1",
+     .most = 1,
+     .readers = kFlagReaders,
+     .meaning = "0 runs cvanomalyalert beside the detection, so that people are told of anomalies, "
+                "1 does not."},
+    {.section = &kGather,
+     .key = "LIVE_DATA_GATHER_FREQUENCY_IN_MIN",
+     .type = SettingType::kInteger,
+     .default_value = "15",
+     .least = 15,
+     .most = INT_MAX / 60,
+     .unit = "minutes",
+     .readers = "cvanomalymgmt at its start and after each gather, cvanomalyctl when it is called",
+     .meaning = "The pause from the end of one gather to the next.",
+     .note = "cvanomalymgmt takes the number that the value begins with; less than 15, no number "
+             "and an empty value count as 15. It does not notice a number that is too large."},
+    {.section = &kDatabase,
+     .key = "PURGE_DATA_INTERVAL_IN_MONTHS",
+     .type = SettingType::kInteger,
+     .default_value = "12",
+     .least = 0,
+     .most = 12,
+     .unit = "months of 30 days",
+     .readers = "cvanomalymgmt at its start, cvanomalydetect when the file changes, cvanomalyctl "
+                "when it is called",
+     .meaning = "How long records are kept.",
+     .note = "cvanomalymgmt takes the number that the value begins with, and the others take the "
+             "same: no number is 0, with which everything older than now is deleted; more than 12 "
+             "and an empty value are 12. cvanomalydetect complains in its log of what is no whole "
+             "number within the bounds."},
+    {.section = &kSensitivity,
+     .key = "SENSITIVITY_PERCENTAGE",
+     .type = SettingType::kInteger,
+     .default_value = "0",
+     .least = -100,
+     .most = 100,
+     .unit = "percent",
+     .readers = kDetectionReaders,
+     .meaning = "How small a deviation is reported: 100 halves the distance from the usual that "
+                "counts as one, -100 doubles it."},
+    {.section = &kModel,
+     .key = "MIN_OBSERVATIONS_FOR_TRAINING",
+     .type = SettingType::kInteger,
+     .default_value = "30",
+     .least = 2,
+     .most = 1000000,
+     .unit = "records",
+     .readers = kDetectionReaders,
+     .meaning = "How much history a stream needs before its backups are judged."},
+    {.section = &kModel,
+     .key = "DAYS_FOR_LAST_BACKUP_TO_IGNORE_ANOMALY",
+     .type = SettingType::kInteger,
+     .default_value = "365",
+     .least = 1,
+     .most = 100000,
+     .unit = "days",
+     .readers = kDetectionReaders,
+     .meaning = "The longest pause after which a stream is still known; after a longer one it is "
+                "learnt anew."},
+    {.section = &kModel,
+     .key = "MAX_OBSERVATIONS_FOR_TRAINING",
+     .type = SettingType::kInteger,
+     .default_value = "3000",
+     .least = 2,
+     .most = 1000000,
+     .unit = "records",
+     .readers = kDetectionReaders,
+     .meaning = "How much history of a stream is looked at, the latest."},
+    {.section = &kAlerts,
+     .key = "SYSLOG",
+     .type = SettingType::kFlag,
+     .default_value = "0",
+     .most = 1,
+     .readers = kAlertReaders,
+     .meaning = "1 writes alerts into the journal of this machine, with fields (journalctl "
+                "ANOMALY_CLIENT=web01), 0 does not."},
+    {.section = &kAlerts,
+     .key = "SYSLOG_SOCKET",
+     .type = SettingType::kPath,
+     .default_value = "/run/systemd/journal/socket",
+     .unit = "path",
+     .readers = kAlertReaders,
+     .meaning = "The journal's socket."},
+    {.section = &kAlerts,
+     .key = "SYSLOG_MIN_SEVERITY",
+     .type = SettingType::kInteger,
+     .default_value = "1",
+     .least = 1,
+     .most = 3,
+     .unit = kSeverity,
+     .readers = kAlertReaders,
+     .meaning = "The journal gets alerts of this severity and above."},
+    {.section = &kAlerts,
+     .key = "WEBHOOK_URL",
+     .type = SettingType::kUrl,
+     .default_value = "",
+     .unit = "URL, https except on this machine",
+     .readers = kAlertReaders,
+     .meaning = "Where a JSON document is posted to; empty: nowhere."},
+    {.section = &kAlerts,
+     .key = "WEBHOOK_SECRET_FILE",
+     .type = SettingType::kPath,
+     .default_value = "",
+     .unit = "path",
+     .readers = kAlertReaders,
+     .meaning = "The file with the secret that the document is signed with; empty: not signed."},
+    {.section = &kAlerts,
+     .key = "WEBHOOK_MIN_SEVERITY",
+     .type = SettingType::kInteger,
+     .default_value = "1",
+     .least = 1,
+     .most = 3,
+     .unit = kSeverity,
+     .readers = kAlertReaders,
+     .meaning = "The webhook gets alerts of this severity and above."},
+    {.section = &kAlerts,
+     .key = "MAIL_TO",
+     .type = SettingType::kAddresses,
+     .default_value = "",
+     .unit = "addresses, separated by commas",
+     .readers = kAlertReaders,
+     .meaning = "Who gets mail; empty: nobody."},
+    {.section = &kAlerts,
+     .key = "MAIL_FROM",
+     .type = SettingType::kAddress,
+     .default_value = "",
+     .unit = "one address",
+     .readers = kAlertReaders,
+     .meaning = "Whom the mail comes from."},
+    {.section = &kAlerts,
+     .key = "SMTP_URL",
+     .type = SettingType::kUrl,
+     .default_value = "smtp://localhost:25",
+     .unit = "URL, smtp or smtps",
+     .readers = kAlertReaders,
+     .meaning = "The mail server, which must offer TLS unless it is on this machine."},
+    {.section = &kAlerts,
+     .key = "SMTP_CREDENTIALS_FILE",
+     .type = SettingType::kPath,
+     .default_value = "",
+     .unit = "path",
+     .readers = kAlertReaders,
+     .meaning = "The file with one line user:password for the mail server; empty: no login."},
+    {.section = &kAlerts,
+     .key = "MAIL_MIN_SEVERITY",
+     .type = SettingType::kInteger,
+     .default_value = "1",
+     .least = 1,
+     .most = 3,
+     .unit = kSeverity,
+     .readers = kAlertReaders,
+     .meaning = "Alerts of this severity and above are mailed."},
+    {.section = &kAlerts,
+     .key = "COMMAND",
+     .type = SettingType::kCommand,
+     .default_value = "",
+     .unit = "full path and arguments, separated by blanks",
+     .readers = kAlertReaders,
+     .meaning = "A program that gets the JSON document on its standard input and ends with 0 when "
+                "it has taken it, run without a shell; empty: none."},
+    {.section = &kAlerts,
+     .key = "COMMAND_TIMEOUT_IN_SEC",
+     .type = SettingType::kInteger,
+     .default_value = "60",
+     .least = 1,
+     .most = 3600,
+     .unit = "seconds",
+     .readers = kAlertReaders,
+     .meaning = "After how long the program is killed with all that it started."},
+    {.section = &kAlerts,
+     .key = "COMMAND_MIN_SEVERITY",
+     .type = SettingType::kInteger,
+     .default_value = "1",
+     .least = 1,
+     .most = 3,
+     .unit = kSeverity,
+     .readers = kAlertReaders,
+     .meaning = "The program gets alerts of this severity and above."},
+    {.section = &kAlerts,
+     .key = "CA_FILE",
+     .type = SettingType::kPath,
+     .default_value = "",
+     .unit = "path of a file in PEM form",
+     .readers = kAlertReaders,
+     .meaning = "The authorities that vouch for the webhook's and the mail server's certificates; "
+                "empty: those of the system."},
+    {.section = &kAlerts,
+     .key = "QUIET_HOURS",
+     .type = SettingType::kHours,
+     .default_value = "",
+     .unit = "hours of the machine's day, as in 22:00-07:00",
+     .readers = kAlertReaders,
+     .meaning = "When people are not told of severity 1 but only afterwards; empty: never."},
+    {.section = &kAlerts,
+     .key = "ALERT_STORM_LIMIT",
+     .type = SettingType::kInteger,
+     .default_value = "10",
+     .least = 1,
+     .most = 1000,
+     .unit = "messages",
+     .readers = kAlertReaders,
+     .meaning = "How many messages of a kind are told one by one within ALERT_STORM_MINUTES; more "
+                "become a summary."},
+    {.section = &kAlerts,
+     .key = "ALERT_STORM_MINUTES",
+     .type = SettingType::kInteger,
+     .default_value = "15",
+     .least = 1,
+     .most = 1440,
+     .unit = "minutes",
+     .readers = kAlertReaders,
+     .meaning = "The time that ALERT_STORM_LIMIT is about."},
+};
+
+// A key that the table does not have stops the compiler.
+constexpr const Setting& row(std::string_view key) {
+  for (const Setting& setting : kSettings) {
+    if (setting.key == key) return setting;
+  }
+  throw std::logic_error("no such setting");
+}
+
+}  // namespace setting_table
+
+constexpr std::span<const Setting> all_settings() { return setting_table::kSettings; }
+
+// The names by which readers mean a setting; each is the row itself.
+namespace setting {
+
+using setting_table::row;
+
+inline constexpr const Setting& kDisableAnomalyDetection = row("DISABLE_ANOMALY_DETECTION");
+inline constexpr const Setting& kDisableDetectionService = row("DISABLE_DETECTION_SERVICE");
+inline constexpr const Setting& kDisableAlertService = row("DISABLE_ALERT_SERVICE");
+inline constexpr const Setting& kGatherFrequency = row("LIVE_DATA_GATHER_FREQUENCY_IN_MIN");
+inline constexpr const Setting& kPurgeInterval = row("PURGE_DATA_INTERVAL_IN_MONTHS");
+inline constexpr const Setting& kSensitivity = row("SENSITIVITY_PERCENTAGE");
+inline constexpr const Setting& kMinObservations = row("MIN_OBSERVATIONS_FOR_TRAINING");
+inline constexpr const Setting& kDaysToIgnore = row("DAYS_FOR_LAST_BACKUP_TO_IGNORE_ANOMALY");
+inline constexpr const Setting& kMaxObservations = row("MAX_OBSERVATIONS_FOR_TRAINING");
+inline constexpr const Setting& kSyslog = row("SYSLOG");
+inline constexpr const Setting& kSyslogSocket = row("SYSLOG_SOCKET");
+inline constexpr const Setting& kSyslogMinSeverity = row("SYSLOG_MIN_SEVERITY");
+inline constexpr const Setting& kWebhookUrl = row("WEBHOOK_URL");
+inline constexpr const Setting& kWebhookSecretFile = row("WEBHOOK_SECRET_FILE");
+inline constexpr const Setting& kWebhookMinSeverity = row("WEBHOOK_MIN_SEVERITY");
+inline constexpr const Setting& kMailTo = row("MAIL_TO");
+inline constexpr const Setting& kMailFrom = row("MAIL_FROM");
+inline constexpr const Setting& kSmtpUrl = row("SMTP_URL");
+inline constexpr const Setting& kSmtpCredentialsFile = row("SMTP_CREDENTIALS_FILE");
+inline constexpr const Setting& kMailMinSeverity = row("MAIL_MIN_SEVERITY");
+inline constexpr const Setting& kCommand = row("COMMAND");
+inline constexpr const Setting& kCommandTimeout = row("COMMAND_TIMEOUT_IN_SEC");
+inline constexpr const Setting& kCommandMinSeverity = row("COMMAND_MIN_SEVERITY");
+inline constexpr const Setting& kCaFile = row("CA_FILE");
+inline constexpr const Setting& kQuietHours = row("QUIET_HOURS");
+inline constexpr const Setting& kStormLimit = row("ALERT_STORM_LIMIT");
+inline constexpr const Setting& kStormMinutes = row("ALERT_STORM_MINUTES");
+
+}  // namespace setting
+
+}  // namespace corvane

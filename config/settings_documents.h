@@ -1,0 +1,21 @@
+// What people read of the settings, printed from their table. Part of the build, not of a program
+// that is installed.
+#pragma once
+
+#include <string>
+
+namespace corvane {
+
+// Both take the text around the settings, which has a line "@SETTINGS@" in their place; they throw
+// std::runtime_error when it has none.
+std::string sample_file(const std::string& around);  // an "anomaly_config.conf" with every default
+std::string manual_page(const std::string& around);  // mdoc
+
+// docs/settings.md.
+std::string settings_guide();
+
+// An array with an object for each setting: section, key, type, default, least, most, unit,
+// readers, meaning, note.
+std::string settings_json();
+
+}  // namespace corvane
