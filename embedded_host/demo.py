@@ -1,5 +1,7 @@
 """The demo: the real service on a machine of its own, gathering real backup records.
 
+usage: demo.py STARTED     in seconds since the epoch: what is printed is timed from there
+
 Runs inside embedded_host/sandbox. First the service, which takes its history from two archives of the
 deployment utility and over REST, and what follows over REST. Then one gather without a master server, from
 the command-line tools. Ends with status 0 only when the databases hold exactly what the catalog holds for the
@@ -52,11 +54,12 @@ EVERY_RECORD = (f"(SELECT {FIGURES}, BACKUP_TIME FROM HIST_DATA"
                 f" UNION SELECT {FIGURES}, BACKUP_TIME FROM DATA_TO_PROCESS)")
 FROM_IMAGE_LIST = "POLICY_TYPE <> UPPER(POLICY_TYPE)"
 
-started = time.monotonic()
+STARTED = int(sys.argv[1])
 
 
 def say(text):
-    print(f"{time.monotonic() - started:6.1f} s  {text}", flush=True)
+    minutes, seconds = divmod(time.time() - STARTED, 60)
+    print(f"{minutes:3.0f}:{seconds:04.1f}  {text}", flush=True)
 
 
 def date(seconds):
@@ -99,17 +102,28 @@ def make_archives(machine):
     return folders
 
 
+def say_first_record(machine):
+    ((client, backup_time, kilobytes, files),) = machine.query(
+        "SELECT CLIENT, BACKUP_TIME, IMAGE_SIZE, NUM_FILES FROM HIST_DATA ORDER BY ROWID LIMIT 1")
+    say(f"the first gathered record: backup of {client} of {date(backup_time)}, {kilobytes:,.0f} KB in {files:,} files")
+
+
 def watch_history(machine):
     say("waiting one gather interval of 15 minutes, as after every first start")
     wait_until(lambda: machine.logged("Capturing historical data."), 60, "the history begins")
+    deadline = time.monotonic() + 140
     shown = 0
-    while not machine.last_gather_time():
-        time.sleep(1)
+    done = False
+    while not done:
+        time.sleep(0.5)
+        done = machine.last_gather_time()
         ((records, newest),) = machine.query("SELECT COUNT(*), MAX(BACKUP_TIME) FROM HIST_DATA")
+        if records and not shown:
+            say_first_record(machine)
         if records != shown:
             shown = records
             say(f"gathering 91 days of history: {records:5} records, up to {date(newest)}")
-        if time.monotonic() - started > 150:
+        if time.monotonic() > deadline:
             raise TimeoutError("the history takes too long")
     say(f"history done, up to {date(machine.last_gather_time())}")
 
@@ -234,6 +248,7 @@ def run_service(machine):
 
 
 def main():
+    say("laying out the installation, the catalog of 90 days of real backups, and two archives of it")
     with contextlib.closing(Machine(Clock(BEGIN, SPEED))) as machine:
         lay_out(machine)
         run_service(machine)
