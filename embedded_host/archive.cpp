@@ -55,7 +55,7 @@ class PartialFolder {
 
 }  // namespace
 
-std::string write_archive(Database& catalog, const ArchiveRequest& request, std::int64_t now) {
+std::string write_archive(Connection& catalog, const ArchiveRequest& request, std::int64_t now) {
   if (request.master.empty() || request.master.find('/') != std::string::npos) {
     throw std::runtime_error("'" + printable(request.master) + "' is not a server's name");
   }

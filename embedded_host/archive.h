@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "embedded_host/sql.h"
+#include "sqlite/connection.h"
 
 namespace corvane::host {
 
@@ -18,7 +18,7 @@ struct ArchiveRequest {
 // Writes the folder ROOT/MASTER-START-END with master.txt (the name, no line end),
 // gather_options.json and qpimagelist.out, and returns its path. It is written under another name
 // and without master.txt until it is complete, so that no reader takes a half of it. Throws
-// std::runtime_error when there is such an archive already; SqlError, std::system_error.
-std::string write_archive(Database& catalog, const ArchiveRequest& request, std::int64_t now);
+// std::runtime_error when there is such an archive already; QueryError, std::system_error.
+std::string write_archive(Connection& catalog, const ArchiveRequest& request, std::int64_t now);
 
 }  // namespace corvane::host

@@ -1,5 +1,6 @@
 #include "embedded_host/catalog.h"
 
+#include <cstring>
 #include <stdexcept>
 
 #include "embedded_host/json_writer.h"
@@ -43,17 +44,26 @@ std::string table_sql() {
          " attributes TEXT NOT NULL, UNIQUE(type, id));";
 }
 
-std::int64_t pragma_value(Database& database, const char* pragma) {
-  Statement statement(database, pragma);
-  statement.step();
-  return statement.integer(0);
+std::int64_t application_id(Connection& database) {
+  static constexpr char kSql[] = "PRAGMA application_id";
+  return database.number(kSql);
 }
 
-void make_tables(Database& database, const std::string& path) {
-  Transaction transaction(database, "BEGIN IMMEDIATE");
-  if (pragma_value(database, "PRAGMA application_id") == kApplicationId) return;
-  if (pragma_value(database, "SELECT count(*) FROM sqlite_schema") != 0) {
-    throw SqlError(path + ": not a catalog, some other database", SQLITE_NOTADB);
+Connection open_file(const std::string& path, Connection::Access access) {
+  try {
+    return {path, access};
+  } catch (const QueryError& error) {
+    const int reason = error.system_errno();
+    throw CatalogError(path + ": " + (reason != 0 ? std::strerror(reason) : error.inner_message()));
+  }
+}
+
+void make_tables(Connection& database, const std::string& path) {
+  static constexpr char kCountTables[] = "SELECT count(*) FROM sqlite_schema";
+  Transaction transaction(database);
+  if (application_id(database) == kApplicationId) return;
+  if (database.number(kCountTables) != 0) {
+    throw CatalogError(path + ": not a catalog, some other database");
   }
   database.execute(table_sql().c_str());
   database.execute(("PRAGMA application_id=" + std::to_string(kApplicationId)).c_str());
@@ -62,29 +72,31 @@ void make_tables(Database& database, const std::string& path) {
 
 }  // namespace
 
-Database open_catalog(const std::string& path, OpenMode mode) {
-  Database database(path, mode);
+Connection open_catalog(const std::string& path, Connection::Access access) {
+  Connection database = open_file(path, access);
   try {
-    if (mode == OpenMode::kCreate) {
+    if (access == Connection::Access::kCreate) {
       make_tables(database, path);
       // After the check, so that a database that is not ours is left as it is.
       database.execute("PRAGMA journal_mode=WAL");
     }
     // What a crash of the machine takes away is loaded again; the file stays whole all the same.
-    if (mode != OpenMode::kRead) database.execute("PRAGMA synchronous=NORMAL");
-    if (pragma_value(database, "PRAGMA application_id") != kApplicationId) {
-      throw SqlError(path + ": not a catalog", SQLITE_NOTADB);
-    }
-  } catch (const SqlError& error) {
-    if (std::string_view(error.what()).starts_with(path)) throw;
-    throw SqlError(path + ": " + error.what(), error.code());
+    if (access != Connection::Access::kRead) database.execute("PRAGMA synchronous=NORMAL");
+    if (application_id(database) != kApplicationId) throw CatalogError(path + ": not a catalog");
+  } catch (const QueryError& error) {
+    throw CatalogError(path + ": " + error.inner_message());
   }
   return database;
 }
 
+std::string plain_reason(const std::exception& error) {
+  const auto* of_sqlite = dynamic_cast<const QueryError*>(&error);
+  return of_sqlite != nullptr ? of_sqlite->inner_message() : error.what();
+}
+
 namespace {
 
-std::string insert_sql() {
+std::string make_insert_sql() {
   std::string columns;
   std::string places;
   std::string updates;
@@ -100,41 +112,38 @@ std::string insert_sql() {
          ") ON CONFLICT(job_id) DO UPDATE SET " + updates;
 }
 
-}  // namespace
-
-BackupWriter::BackupWriter(Database& catalog) : insert_(catalog, insert_sql()) {}
-
-void BackupWriter::put(const Backup& backup) {
-  int position = 0;
-  for (const FieldValue& value : backup) {
-    ++position;
-    std::visit([&](const auto& plain) { insert_.bind(position, plain); }, value);
-  }
-  insert_.step();
+// One for all connections: they tell their queries by the address.
+const std::string& insert_sql() {
+  static const std::string sql = make_insert_sql();
+  return sql;
 }
 
-bool put_report(Database& catalog, std::string_view type, std::string_view id,
-                std::string_view attributes) {
-  Transaction transaction(catalog, "BEGIN IMMEDIATE");
-  Statement known(catalog, "SELECT count(*) FROM reports WHERE type=? AND id=?");
-  known.bind(1, type);
-  known.bind(2, id);
-  known.step();
-  const bool is_new = known.integer(0) == 0;
-  known.reset();
+}  // namespace
 
-  Statement put(catalog,
-                "INSERT INTO reports(type, id, attributes) VALUES(?,?,?)"
-                " ON CONFLICT(type, id) DO UPDATE SET attributes=excluded.attributes");
-  put.bind(1, type);
-  put.bind(2, id);
-  put.bind(3, attributes);
-  put.step();
+BackupWriter::BackupWriter(Connection& catalog) : insert_(catalog.query(insert_sql())) {}
+
+void BackupWriter::put(const Backup& backup) {
+  insert_.restart();
+  for (const FieldValue& value : backup) {
+    std::visit([&](const auto& plain) { insert_.bind(plain); }, value);
+  }
+  insert_.run();
+}
+
+bool put_report(Connection& catalog, std::string_view type, std::string_view id,
+                std::string_view attributes) {
+  static constexpr char kKnown[] = "SELECT 1 FROM reports WHERE type=? AND id=?";
+  static constexpr char kPut[] =
+      "INSERT INTO reports(type, id, attributes) VALUES(?,?,?)"
+      " ON CONFLICT(type, id) DO UPDATE SET attributes=excluded.attributes";
+  Transaction transaction(catalog);
+  const bool is_new = !catalog.query(kKnown).bind(type).bind(id).has_row();
+  catalog.query(kPut).bind(type).bind(id).bind(attributes).run();
   transaction.commit();
   return is_new;
 }
 
-void put_feedback(Database& catalog, std::string_view anomaly_id, std::string_view feedback) {
+void put_feedback(Connection& catalog, std::string_view anomaly_id, std::string_view feedback) {
   if (feedback != "FALSE_POSITIVE" && feedback != "CONFIRMED" && feedback != "NONE") {
     throw std::invalid_argument("feedback is FALSE_POSITIVE, CONFIRMED or NONE, not '" +
                                 printable(feedback) + "'");

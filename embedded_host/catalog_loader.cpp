@@ -41,7 +41,7 @@ class LineReader {
 
 class Loader {
  public:
-  Loader(Database& catalog, const std::string& name,
+  Loader(Connection& catalog, const std::string& name,
          const std::function<void(const std::string&)>& complain)
       : catalog_(catalog), writer_(catalog), name_(name), complain_(complain) {}
 
@@ -51,7 +51,7 @@ class Loader {
     bool too_long = false;
     bool more = true;
     while (more) {
-      Transaction transaction(catalog_, "BEGIN IMMEDIATE");
+      Transaction transaction(catalog_);
       std::int64_t lines = 0;
       while (lines < kLinesPerTransaction && (more = reader.next(line, too_long))) {
         ++lines;
@@ -74,8 +74,8 @@ class Loader {
       ++result_.loaded;
     } catch (const BadBackup& error) {
       reject(error.what());
-    } catch (const SqlError& error) {
-      if (error.code() != SQLITE_CONSTRAINT_UNIQUE) throw;
+    } catch (const QueryError& error) {
+      if (error.extended_code() != SQLITE_CONSTRAINT_UNIQUE) throw;
       reject("another job has this 'backupId' already");
     }
   }
@@ -85,7 +85,7 @@ class Loader {
     complain_(name_ + ":" + std::to_string(line_number_) + ": " + reason);
   }
 
-  Database& catalog_;
+  Connection& catalog_;
   BackupWriter writer_;
   const std::string& name_;
   const std::function<void(const std::string&)>& complain_;
@@ -96,7 +96,7 @@ class Loader {
 
 }  // namespace
 
-LoadResult load_backups(Database& catalog, std::istream& lines, const std::string& name,
+LoadResult load_backups(Connection& catalog, std::istream& lines, const std::string& name,
                         const std::function<void(const std::string&)>& complain) {
   Loader loader(catalog, name, complain);
   const auto so_far = [&] {
@@ -105,8 +105,8 @@ LoadResult load_backups(Database& catalog, std::istream& lines, const std::strin
   LoadResult result;
   try {
     result = loader.run(lines);
-  } catch (const SqlError& error) {
-    throw LoadFailure("cannot write the catalog: " + std::string(error.what()) + so_far());
+  } catch (const QueryError& error) {
+    throw LoadFailure("cannot write the catalog: " + error.inner_message() + so_far());
   }
   if (lines.bad()) throw LoadFailure(name + ": cannot read on" + so_far());
   return result;

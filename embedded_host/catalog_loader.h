@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "embedded_host/sql.h"
+#include "sqlite/connection.h"
 
 namespace corvane::host {
 
@@ -27,7 +27,7 @@ class LoadFailure : public std::runtime_error {
 // every bad one. Empty lines are passed over. Commits now and then, so that readers and other
 // writers are held up only for moments; loading the same lines again changes nothing. Throws
 // LoadFailure.
-LoadResult load_backups(Database& catalog, std::istream& lines, const std::string& name,
+LoadResult load_backups(Connection& catalog, std::istream& lines, const std::string& name,
                         const std::function<void(const std::string&)>& complain);
 
 }  // namespace corvane::host

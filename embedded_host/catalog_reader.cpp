@@ -11,7 +11,7 @@ namespace corvane::host {
 namespace {
 
 constexpr std::size_t kMaxPageText = std::size_t{32} << 20;
-constexpr std::size_t kMaxStatements = 64;
+constexpr std::size_t kMaxQueries = 64;
 constexpr int kStepsBetweenLooks = 10'000;
 
 // Parameters: 1 and 2 the instants, 3 and 4 limit and offset, the filter's from 5 on.
@@ -26,12 +26,12 @@ std::string select_columns(const Collection& collection) {
   return columns;
 }
 
-void write_element(std::string& out, const Statement& row, const Collection& collection) {
+void write_element(std::string& out, const Query& row, const Collection& collection) {
   JsonObject element(out);
-  element.add("type", row.text(0));
-  element.add("id", row.text(1));
+  element.add("type", row.view(0));
+  element.add("id", row.view(1));
   if (!collection.json_attributes.empty()) {
-    element.add_json("attributes", row.text(2));
+    element.add_json("attributes", row.view(2));
     return element.close();
   }
   element.begin_member("attributes");
@@ -40,7 +40,7 @@ void write_element(std::string& out, const Statement& row, const Collection& col
   for (const FilterAttribute& attribute : collection.attributes) {
     switch (attribute.kind) {
       case AttributeKind::kText:
-        attributes.add(attribute.name, row.text(column));
+        attributes.add(attribute.name, row.view(column));
         break;
       case AttributeKind::kInteger:
         attributes.add(attribute.name, row.integer(column));
@@ -94,37 +94,30 @@ struct CatalogReader::PageSql {
     where += " AND (" + filter.condition + ")";
   }
 
-  void bind(Statement& statement, Instants instants, std::int64_t limit,
-            std::int64_t offset) const {
-    statement.bind(1, instants.now);
-    statement.bind(2, instants.closed_until);
-    statement.bind(3, limit);
-    statement.bind(4, offset);
-    int position = kFirstFilterParameter;
+  void bind(Query& compiled, Instants instants, std::int64_t limit, std::int64_t offset) const {
+    compiled.bind(instants.now).bind(instants.closed_until).bind(limit).bind(offset);
     for (const auto& value : filter.values) {
-      std::visit([&](const auto& plain) { statement.bind(position, plain); }, value);
-      ++position;
+      std::visit([&](const auto& plain) { compiled.bind(plain); }, value);
     }
   }
 };
 
 CatalogReader::CatalogReader(const std::string& path, const std::atomic<bool>& stopping)
-    : database_(open_catalog(path, OpenMode::kRead)) {
+    : database_(open_catalog(path, Connection::Access::kRead)) {
   sqlite3_progress_handler(database_.handle(), kStepsBetweenLooks, look_for_stop,
                            const_cast<std::atomic<bool>*>(&stopping));
 }
 
-Statement& CatalogReader::prepared(const std::string& sql) {
-  const auto known = statements_.find(sql);
-  if (known != statements_.end()) {
-    known->second->reset();
-    return *known->second;
-  }
-  if (statements_.size() == kMaxStatements) statements_.clear();
-  return *statements_.emplace(sql, std::make_unique<Statement>(database_, sql)).first->second;
+Query& CatalogReader::prepared(const std::string& sql) {
+  const auto known = queries_.find(sql);
+  if (known != queries_.end() && known->second != nullptr) return known->second->restart();
+  if (queries_.size() >= kMaxQueries) queries_.clear();
+  auto& [text, compiled] = *queries_.try_emplace(sql).first;
+  compiled = std::make_unique<Query>(database_.handle(), text.c_str());  // keeps the text's address
+  return *compiled;
 }
 
-std::int64_t CatalogReader::write_elements(std::string& out, Statement& rows,
+std::int64_t CatalogReader::write_elements(std::string& out, Query& rows,
                                            const Collection& collection) {
   std::int64_t written = 0;
   while (rows.step()) {
@@ -132,7 +125,7 @@ std::int64_t CatalogReader::write_elements(std::string& out, Statement& rows,
     write_element(out, rows, collection);
     ++written;
     if (out.size() > kMaxPageText) {
-      rows.reset();
+      rows.restart();
       break;
     }
   }
@@ -140,12 +133,9 @@ std::int64_t CatalogReader::write_elements(std::string& out, Statement& rows,
 }
 
 std::int64_t CatalogReader::count(const PageSql& sql, Instants instants) {
-  Statement& statement = prepared("SELECT count(*)" + sql.where + " LIMIT ?3 OFFSET ?4");
-  sql.bind(statement, instants, 1, 0);
-  statement.step();
-  const std::int64_t total = statement.integer(0);
-  statement.reset();
-  return total;
+  Query& counting = prepared("SELECT count(*)" + sql.where + " LIMIT ?3 OFFSET ?4");
+  sql.bind(counting, instants, 1, 0);
+  return counting.first_integer();
 }
 
 std::string CatalogReader::page(const Collection& collection, const PageQuery& query,
@@ -158,9 +148,9 @@ std::string CatalogReader::page(const Collection& collection, const PageQuery& q
   const std::string select = "SELECT " + select_columns(collection) + sql.where + " ORDER BY " +
                              order_by(collection, query.sort) + " LIMIT ?3 OFFSET ?4";
 
-  Transaction same_view(database_, "BEGIN");  // the page and its count agree
+  Transaction same_view(database_, Transaction::Kind::kSnapshot);  // the page and its count agree
   std::string out = "{\"data\":[";
-  Statement& rows = prepared(select);
+  Query& rows = prepared(select);
   sql.bind(rows, instants, limit, query.offset);
   const std::int64_t written = write_elements(out, rows, collection);
   // A page that is not full is the last one, so its end is the count; unless it lies past the end.
@@ -182,12 +172,10 @@ std::string CatalogReader::page(const Collection& collection, const PageQuery& q
 
 std::optional<std::string> CatalogReader::element(const Collection& collection, std::string_view id,
                                                   Instants instants) {
-  Statement& rows = prepared(
+  Query& rows = prepared(
       "SELECT " + select_columns(collection) + " FROM " + std::string(collection.table) +
       " WHERE " + std::string(collection.visible) + " AND " + std::string(collection.id) + "=?3");
-  rows.bind(1, instants.now);
-  rows.bind(2, instants.closed_until);
-  rows.bind(3, id);
+  rows.bind(instants.now).bind(instants.closed_until).bind(id);
   std::string out = "{\"data\":";
   if (write_elements(out, rows, collection) == 0) return std::nullopt;
   return out + "}";

@@ -11,7 +11,7 @@
 
 #include "embedded_host/collection.h"
 #include "embedded_host/query_string.h"
-#include "embedded_host/sql.h"
+#include "sqlite/connection.h"
 
 namespace corvane::host {
 
@@ -21,28 +21,28 @@ struct Instants {
   std::int64_t closed_until;  // jobs with a later end time are shown as still running
 };
 
-// One connection with its prepared statements, for use by one thread at a time.
+// One connection with its compiled queries, for use by one thread at a time.
 class CatalogReader {
  public:
-  // `stopping` ends a query that is under way with SqlError. Throws SqlError.
+  // `stopping` ends a query that is under way with QueryError. Throws CatalogError.
   CatalogReader(const std::string& path, const std::atomic<bool>& stopping);
 
   // {"data": [...], "meta": {"pagination": {...}}}. A page ends early, with "next" set, where its
-  // text would pass 32 MiB. Throws BadRequest, SqlError.
+  // text would pass 32 MiB. Throws BadRequest, QueryError.
   std::string page(const Collection& collection, const PageQuery& query, Instants instants);
 
-  // {"data": {...}}, or nothing when no such element has come about. Throws SqlError.
+  // {"data": {...}}, or nothing when no such element has come about. Throws QueryError.
   std::optional<std::string> element(const Collection& collection, std::string_view id,
                                      Instants instants);
 
  private:
   struct PageSql;
-  Statement& prepared(const std::string& sql);
-  std::int64_t write_elements(std::string& out, Statement& rows, const Collection& collection);
+  Query& prepared(const std::string& sql);
+  std::int64_t write_elements(std::string& out, Query& rows, const Collection& collection);
   std::int64_t count(const PageSql& sql, Instants instants);
 
-  Database database_;
-  std::unordered_map<std::string, std::unique_ptr<Statement>> statements_;
+  Connection database_;
+  std::unordered_map<std::string, std::unique_ptr<Query>> queries_;  // by their text
 };
 
 }  // namespace corvane::host

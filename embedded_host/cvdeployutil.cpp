@@ -53,7 +53,8 @@ int main(int argc, char** argv) {
     if (request.start > request.end) throw UsageError("-d is after -e");
     if (request.master.empty()) request.master = configured_master();
     if (request.root.empty()) request.root = default_root();
-    Database catalog = open_catalog(options.text("--catalog", kDefaultCatalog), OpenMode::kRead);
+    auto catalog = open_catalog(options.text("--catalog", kDefaultCatalog),
+                                corvane::Connection::Access::kRead);
     std::printf("%s\n", write_archive(catalog, request, std::time(nullptr)).c_str());
   });
 }

@@ -56,7 +56,7 @@ int load(const std::string& catalog_path, const std::string& file) {
       return 1;
     }
   }
-  Database catalog = open_catalog(catalog_path, OpenMode::kCreate);
+  Connection catalog = open_catalog(catalog_path, Connection::Access::kCreate);
   const LoadResult result =
       load_backups(catalog, file == "-" ? std::cin : opened, file == "-" ? "standard input" : file,
                    [](const std::string& complaint) { std::cerr << complaint << "\n"; });
@@ -67,7 +67,7 @@ int load(const std::string& catalog_path, const std::string& file) {
 
 int give_feedback(const std::string& catalog_path, const std::string& anomaly_id,
                   const std::string& feedback) {
-  Database catalog = open_catalog(catalog_path, OpenMode::kWrite);
+  Connection catalog = open_catalog(catalog_path, Connection::Access::kWrite);
   put_feedback(catalog, anomaly_id, feedback);
   std::cout << anomaly_id << ": " << feedback << std::endl;
   return 0;
@@ -179,7 +179,7 @@ int main(int argc, char** argv) {
   try {
     return corvane::host::run(argc, argv);
   } catch (const std::exception& error) {
-    std::cerr << "cvhostd: " << error.what() << "\n";
+    std::cerr << "cvhostd: " << corvane::host::plain_reason(error) << "\n";
     return 1;
   }
 }

@@ -19,21 +19,21 @@ constexpr const char* kSelect =
 
 constexpr std::int64_t kNeverExpires = 2147483647;
 
-void append_image(std::string& line, const Statement& row) {
+void append_image(std::string& line, const Query& row) {
   const std::int64_t kbytes = row.integer(8);
   JsonObject image(line);
-  image.add("client_name", row.text(0));
-  image.add("policy_name", row.text(1));
-  image.add("backupid", row.text(2));
-  image.add("client_type", std::int64_t{policy_type_code(row.text(3)).value_or(-1)});
+  image.add("client_name", row.view(0));
+  image.add("policy_name", row.view(1));
+  image.add("backupid", row.view(2));
+  image.add("client_type", std::int64_t{policy_type_code(row.view(3)).value_or(-1)});
   image.add("backup_time", row.integer(4));
-  image.add("sched_type", std::int64_t{schedule_type_code(row.text(5)).value_or(-1)});
-  image.add("sched_label", row.text(6));
+  image.add("sched_type", std::int64_t{schedule_type_code(row.view(5)).value_or(-1)});
+  image.add("sched_label", row.view(6));
   image.add("num_files", row.integer(7));
   image.add("kbytes", kbytes);
   image.add("job_id", row.integer(9));
   image.add("stream_number", row.integer(10));
-  image.add("provider_generated_id", row.text(11));
+  image.add("provider_generated_id", row.view(11));
   image.add("elapsed_time", row.integer(12));
   image.add("expiration", kNeverExpires);
   image.add("copies", std::int64_t{1});
@@ -43,7 +43,7 @@ void append_image(std::string& line, const Statement& row) {
   fragment.add("copy", std::int64_t{1});
   fragment.add("number", std::int64_t{1});
   fragment.add("kbytes", kbytes);
-  fragment.add("storage_unit", row.text(13));
+  fragment.add("storage_unit", row.view(13));
   fragment.close();
   line += ']';
   image.close();
@@ -51,12 +51,10 @@ void append_image(std::string& line, const Statement& row) {
 
 }  // namespace
 
-void write_image_list(Database& catalog, std::int64_t start, std::int64_t end, std::int64_t now,
+void write_image_list(Connection& catalog, std::int64_t start, std::int64_t end, std::int64_t now,
                       std::FILE* out) {
-  Statement rows(catalog, kSelect);
-  rows.bind(1, start);
-  rows.bind(2, end);
-  rows.bind(3, now);
+  Query rows(catalog.handle(), kSelect);
+  rows.bind(start).bind(end).bind(now);
   bool found = false;
   std::string line;
   while (rows.step()) {

@@ -4,14 +4,14 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "embedded_host/sql.h"
+#include "sqlite/connection.h"
 
 namespace corvane::host {
 
 // Writes a line for each image of `catalog` with a backup time from `start` to `end` (seconds since
 // the epoch, both included) that is there by `now`, in order of time; or the line "no entity was
-// found". Memory does not grow with the number of images. Throws SqlError, std::system_error.
-void write_image_list(Database& catalog, std::int64_t start, std::int64_t end, std::int64_t now,
+// found". Memory does not grow with the number of images. Throws QueryError, std::system_error.
+void write_image_list(Connection& catalog, std::int64_t start, std::int64_t end, std::int64_t now,
                       std::FILE* out);
 
 }  // namespace corvane::host

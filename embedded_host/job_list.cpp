@@ -17,7 +17,7 @@ constexpr const char* kSelect =
     " start_time, end_time, kilobytes_transferred, number_of_files, stream_number,"
     " destination_storage_unit_name, dedup_ratio FROM backups WHERE job_id=? AND start_time<=?";
 
-void append_job(std::string& text, const Statement& row, std::int64_t now) {
+void append_job(std::string& text, const Query& row, std::int64_t now) {
   const std::int64_t start = row.integer(8);
   const std::int64_t end = row.integer(9);
   const bool done = end <= now;
@@ -27,39 +27,36 @@ void append_job(std::string& text, const Statement& row, std::int64_t now) {
   JsonObject job(text);
   job.add("JobId", row.integer(0));
   job.add("ParentJobId", row.integer(1));
-  job.add("JobType", row.text(2));
-  job.add("State", done ? row.text(3) : "ACTIVE");
+  job.add("JobType", row.view(2));
+  job.add("State", done ? row.view(3) : "ACTIVE");
   job.add("Status", done ? row.integer(4) : 0);
-  job.add("Client", row.text(5));
-  job.add("Policy", row.text(6));
-  job.add("Schedule", row.text(7));
+  job.add("Client", row.view(5));
+  job.add("Policy", row.view(6));
+  job.add("Schedule", row.view(7));
   job.add("StartTime", start);
   job.add("EndTime", done ? end : 0);
   job.add("KilobytesTransferred", so_far(row.integer(10)));
   job.add("Files", so_far(row.integer(11)));
   job.add("StreamNumber", row.integer(12));
-  job.add("DestinationStorageUnitName", row.text(13));
+  job.add("DestinationStorageUnitName", row.view(13));
   job.add("DedupRatio", row.real(14));
   job.close();
 }
 
 }  // namespace
 
-void write_job_list(Database& catalog, std::span<const std::int64_t> job_ids, std::int64_t now,
+void write_job_list(Connection& catalog, std::span<const std::int64_t> job_ids, std::int64_t now,
                     std::FILE* out) {
-  Statement row(catalog, kSelect);
+  Query row(catalog.handle(), kSelect);
   std::unordered_set<std::int64_t> seen;
   std::string text = "[";
   bool first = true;
   for (const std::int64_t job_id : job_ids) {
     if (!seen.insert(job_id).second) continue;
-    row.bind(1, job_id);
-    row.bind(2, now);
-    if (!row.step()) continue;
+    if (!row.restart().bind(job_id).bind(now).step()) continue;
     if (!first) text += ',';
     first = false;
     append_job(text, row, now);
-    row.reset();
     write_all(out, text);
     text.clear();
   }

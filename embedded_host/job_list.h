@@ -5,14 +5,14 @@
 #include <cstdio>
 #include <span>
 
-#include "embedded_host/sql.h"
+#include "sqlite/connection.h"
 
 namespace corvane::host {
 
 // Writes one JSON array, in one line, with an object for each of the jobs that has started by `now`
 // (seconds since the epoch): in the order given, a job that is named twice only once. Throws
-// SqlError, std::system_error.
-void write_job_list(Database& catalog, std::span<const std::int64_t> job_ids, std::int64_t now,
+// QueryError, std::system_error.
+void write_job_list(Connection& catalog, std::span<const std::int64_t> job_ids, std::int64_t now,
                     std::FILE* out);
 
 }  // namespace corvane::host

@@ -33,7 +33,8 @@ int main(int argc, char** argv) {
   using namespace corvane::host;
   return run_tool(argc, argv, kUsage, kForms, [](const ToolOptions& options) {
     const std::vector<std::int64_t> ids = job_ids(options.text("-jobid"));
-    Database catalog = open_catalog(options.text("--catalog", kDefaultCatalog), OpenMode::kRead);
+    auto catalog = open_catalog(options.text("--catalog", kDefaultCatalog),
+                                corvane::Connection::Access::kRead);
     write_job_list(catalog, ids, std::time(nullptr), stdout);
   });
 }

@@ -29,7 +29,8 @@ int main(int argc, char** argv) {
   return run_tool(argc, argv, kUsage, kForms, [](const ToolOptions& options) {
     const std::int64_t start = options.integer("-d");
     const std::int64_t end = options.integer("-e");
-    Database catalog = open_catalog(options.text("--catalog", kDefaultCatalog), OpenMode::kRead);
+    auto catalog = open_catalog(options.text("--catalog", kDefaultCatalog),
+                                corvane::Connection::Access::kRead);
     write_image_list(catalog, start, end, std::time(nullptr), stdout);
   });
 }

@@ -11,7 +11,7 @@
 
 namespace corvane::host {
 
-// Opens connections as they are needed and keeps them, with their prepared statements, for the next
+// Opens connections as they are needed and keeps them, with their compiled queries, for the next
 // request. Thread-safe.
 class ReaderPool {
  public:
@@ -24,7 +24,7 @@ class ReaderPool {
     void operator()(CatalogReader* reader) const noexcept;
   };
   using Loan = std::unique_ptr<CatalogReader, GiveBack>;
-  Loan borrow();  // throws SqlError
+  Loan borrow();  // throws CatalogError
 
  private:
   std::string path_;

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "embedded_host/catalog.h"
+
 namespace corvane::host {
 
 std::int64_t whole_number(std::string_view text, std::string_view name) {
@@ -68,7 +70,7 @@ int run_tool(int argc, char** argv, std::string_view usage, std::span<const Opti
     std::fprintf(stderr, "%s: %s (--help tells the usage)\n", name.c_str(), error.what());
     return 2;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
+    std::fprintf(stderr, "%s: %s\n", name.c_str(), plain_reason(error).c_str());
     return 1;
   }
 }

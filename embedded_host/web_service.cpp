@@ -141,7 +141,7 @@ WebReply WebService::answer(const WebRequest& request, std::int64_t now) try {
 } catch (const BadRequest& error) {
   return error_reply(400, error.what(), error.where());
 } catch (const std::exception& error) {
-  return error_reply(500, printable(error.what()));
+  return error_reply(500, printable(plain_reason(error)));
 }
 
 WebReply WebService::read(const Collection& collection, std::string_view id, std::string_view query,
@@ -157,7 +157,7 @@ WebReply WebService::read(const Collection& collection, std::string_view id, std
 
 WebReply WebService::take_report(const std::string& body) {
   const Report report = parse_report(body);
-  Database catalog = open_catalog(catalog_, OpenMode::kWrite);
+  Connection catalog = open_catalog(catalog_, Connection::Access::kWrite);
   const bool is_new = put_report(catalog, kAnomaly, report.id, report.attributes);
   WebReply reply{.status = is_new ? 201 : 200, .body = "{\"data\":"};
   JsonObject element(reply.body);

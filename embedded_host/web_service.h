@@ -38,7 +38,8 @@ WebReply error_reply(int status, std::string_view reason, std::string_view where
 class WebService {
  public:
   // A job is shown as done `close_delay` seconds after its end; its image is there at its end.
-  // `stopping` makes queries under way give up. Throws SqlError when the catalog cannot be read.
+  // `stopping` makes queries under way give up. Throws CatalogError when the catalog cannot be
+  // read.
   WebService(const std::string& catalog, AcceptedClients accepted, std::int64_t close_delay,
              const std::atomic<bool>& stopping);
 

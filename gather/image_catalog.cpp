@@ -3,7 +3,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "gather/backup_row.h"
+#include "anomaly_database/backup_row.h"
 #include "gather/data_gather.h"
 #include "gather/row_mappers.h"
 #include "platform/c_handles.h"

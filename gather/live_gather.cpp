@@ -2,7 +2,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "gather/backup_row.h"
+#include "anomaly_database/backup_row.h"
 #include "gather/data_gather.h"
 #include "gather/jobs_json.h"
 #include "gather/row_mappers.h"

@@ -1,5 +1,5 @@
 // Which table a REST record goes to, or whether to the queue of running jobs.
-#include "gather/backup_row.h"
+#include "anomaly_database/backup_row.h"
 #include "gather/data_gather.h"
 #include "gather/row_mappers.h"
 #include "platform/debug_log.h"

@@ -1,4 +1,4 @@
-// What each source's record is as a row: one function for each of the three, side by side.
+// How the record of each way of gathering becomes a row: three functions, side by side.
 //
 // They differ in the names of the members, and in what an absent member gives. With REST it leaves
 // the row's own default (-1, "NONE", "NA"). The tools' records read as if it were there and empty:
@@ -8,8 +8,8 @@
 // lack.
 #pragma once
 
+#include "anomaly_database/backup_row.h"
 #include "gather/backup_record.h"
-#include "gather/backup_row.h"
 #include "gather/data_gather.h"
 
 namespace corvane {

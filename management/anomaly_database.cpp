@@ -1,7 +1,8 @@
-// The anomaly database: schema, gather bookkeeping, purge.
+// The anomaly database as the service keeps it: making the tables, the gathers' bookkeeping, purge.
 #include <array>
 #include <stdexcept>
 
+#include "anomaly_database/schema.h"
 #include "config/service_values.h"
 #include "management/management_service.h"
 #include "platform/clock.h"
@@ -20,109 +21,6 @@ namespace {
 
 constexpr int kOpenFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
 static_assert(kOpenFlags == 32774);
-
-// USER_IDENTIFIED_CLUSTER is -1 for a row that no user has assigned to a cluster.
-constexpr char kHistData[] =
-    "CREATE  TABLE  if not exists HIST_DATA ("
-    "BACKUP_ID                 INT   NOT NULL, "
-    "BACKUP_TIME               INT   NOT NULL, "
-    "CLIENT                    TEXT  NOT NULL, "
-    "POLICY                    TEXT  NOT NULL, "
-    "POLICY_TYPE               TEXT  NOT NULL, "
-    "SCHEDULE_TYPE             TEXT  NOT NULL, "
-    "SCHEDULE_NAME             TEXT  NOT NULL, "
-    "APP_TYPE                  TEXT  NOT NULL, "
-    "NUM_FILES                 INT   NOT NULL, "
-    "IMAGE_SIZE                REAL  NOT NULL, "
-    "JOB_ID                    INT   NOT NULL, "
-    "PARENT_JOB_ID             INT   NOT NULL, "
-    "KB_TRANSFERRED            REAL  NOT NULL, "
-    "START_TIME                INT   NOT NULL, "
-    "END_TIME                  INT   NOT NULL, "
-    "TOTAL_TIME                INT   NOT NULL, "
-    "DEDUP_RATE                REAL  NOT NULL, "
-    "MODE                      INT   NOT NULL, "
-    "USER_IDENTIFIED_CLUSTER   INT   NOT NULL, "
-    "DESTINATION_STORAGE_NAME  TEXT  NOT NULL, "
-    "STREAM_NUMBER             INT   NOT NULL, "
-    "ASSET_ID                  TEXT  NOT NULL, "
-    "UNIQUE_KEY                TEXT  PRIMARY KEY NOT NULL);";
-
-// As HIST_DATA, but for the type of SCHEDULE_TYPE and the nineteenth column.
-constexpr char kDataToProcess[] =
-    "CREATE  TABLE  if not exists DATA_TO_PROCESS ("
-    "BACKUP_ID                 INT   NOT NULL, "
-    "BACKUP_TIME               INT   NOT NULL, "
-    "CLIENT                    TEXT  NOT NULL, "
-    "POLICY                    TEXT  NOT NULL, "
-    "POLICY_TYPE               TEXT  NOT NULL, "
-    "SCHEDULE_TYPE             INT   NOT NULL, "
-    "SCHEDULE_NAME             TEXT  NOT NULL, "
-    "APP_TYPE                  TEXT  NOT NULL, "
-    "NUM_FILES                 INT   NOT NULL, "
-    "IMAGE_SIZE                REAL  NOT NULL, "
-    "JOB_ID                    INT   NOT NULL, "
-    "PARENT_JOB_ID             INT   NOT NULL, "
-    "KB_TRANSFERRED            REAL  NOT NULL, "
-    "START_TIME                INT   NOT NULL, "
-    "END_TIME                  INT   NOT NULL, "
-    "TOTAL_TIME                INT   NOT NULL, "
-    "DEDUP_RATE                REAL  NOT NULL, "
-    "MODE                      INT   NOT NULL, "
-    "PROCESSED_STATUS          INT   NOT NULL, "
-    "DESTINATION_STORAGE_NAME  TEXT  NOT NULL, "
-    "STREAM_NUMBER             INT   NOT NULL, "
-    "ASSET_ID                  TEXT  NOT NULL, "
-    "UNIQUE_KEY                TEXT  PRIMARY KEY NOT NULL);";
-
-// Written by the detection daemon, read by the alert daemon.
-constexpr char kAnomalyData[] =
-    "CREATE TABLE if not exists ANOMALY_DATA ("
-    "ANOMALY_UNIQUE_ID         TEXT  PRIMARY KEY NOT NULL, "
-    "ANOMALY_DETAILS           TEXT  NOT NULL, "
-    "PROCESSED                 INT   NOT NULL, "
-    "DETECTION_KEY             TEXT  NOT NULL, "
-    "CLIENT                    TEXT  NOT NULL, "
-    "DETECTION_TIME            INT   NOT NULL);";
-
-constexpr char kAnomalyDataFeedback[] =
-    "CREATE TABLE if not exists ANOMALY_DATA_FEEDBACK ("
-    "ANOMALY_UNIQUE_ID         TEXT  PRIMARY KEY NOT NULL, "
-    "FEEDBACK                  INT   NOT NULL, "
-    "CAPTURE_TIME              INT   NOT NULL);";
-
-constexpr char kLastBackupDataCapture[] =
-    "CREATE  TABLE  if not exists LAST_BACKUP_DATA_CAPTURE ("
-    "LAST_BACKUP_TIME          INT   PRIMARY KEY NOT NULL);";
-
-// The detection daemon's neighbourhood radius for each backup stream.
-constexpr char kDbscanModelParams[] =
-    "CREATE TABLE IF NOT EXISTS DBSCAN_MODEL_PARAMS ("
-    "CLIENT                    TEXT  NOT NULL, "
-    "POLICY                    TEXT  NOT NULL, "
-    "POLICY_TYPE               TEXT  NOT NULL, "
-    "SCHEDULE_TYPE             INT   NOT NULL, "
-    "SCHEDULE_NAME             TEXT  NOT NULL, "
-    "APP_TYPE                  TEXT  NOT NULL, "
-    "EPS                       REAL  NOT NULL, "
-    "CAPTURE_DATE              INT   NOT NULL, "
-    "DESTINATION_STORAGE_NAME  TEXT  NOT NULL, "
-    "ASSET_ID                  TEXT  NOT NULL, "
-    "PRIMARY KEY (CLIENT, POLICY, POLICY_TYPE, SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE, "
-    "DESTINATION_STORAGE_NAME));";
-
-constexpr char kQueuedToCaptureData[] =
-    "CREATE TABLE if not exists QUEUED_TO_CAPTURE_DATA ("
-    "JOB_ID                    INT   PRIMARY KEY NOT NULL, "
-    "START_TIME                INT   NOT NULL);";
-
-constexpr std::array kTables{kHistData,
-                             kDataToProcess,
-                             kAnomalyData,
-                             kAnomalyDataFeedback,
-                             kLastBackupDataCapture,
-                             kDbscanModelParams,
-                             kQueuedToCaptureData};
 
 constexpr std::array kPurges{
     "DELETE FROM ANOMALY_DATA WHERE DETECTION_TIME < ? ;",
@@ -147,7 +45,7 @@ void ManagementService::initializeDB() {
 void ManagementService::create_database_schema() {
   try {
     m_db->execute_query("PRAGMA journal_mode=WAL;");
-    for (const char* table : kTables) m_db->create_table(table);
+    for (const std::string& table : corvane::anomaly_schema()) m_db->create_table(table);
   } catch (const std::exception& error) {
     throw std::runtime_error(std::string("Failed to create database.") + error.what());
   }

@@ -4,13 +4,13 @@
 #include <string>
 #include <string_view>
 
-#include "operator_tool/anomalies.h"
-#include "operator_tool/database.h"
-#include "operator_tool/health.h"
+#include "finding/figure.h"
+#include "finding/finding.h"
+#include "operator_tool/ask/database.h"
+#include "operator_tool/ask/health.h"
 #include "operator_tool/options.h"
-#include "operator_tool/survey.h"
-#include "operator_tool/table.h"
-#include "operator_tool/terminal.h"
+#include "operator_tool/terminal/table.h"
+#include "operator_tool/terminal/terminal.h"
 
 namespace corvane::ctl {
 
@@ -36,14 +36,14 @@ struct SeverityWords {
   const char* words;
   Style style;
 };
-SeverityWords severity_words(int severity);
+SeverityWords severity_words(Severity severity);
 // "Name          text", the text broken to fit.
 std::string line(const Terminal& terminal, std::string_view name, std::string_view text,
                  Style style = Style::kPlain);
 // The lines "Stream" and, empty when none is known, "Last good".
-std::string stream_line(const Terminal& terminal, const alert::Anomaly& anomaly);
-std::string last_good_line(const Terminal& terminal, const alert::Anomaly& anomaly, bool utc);
+std::string stream_line(const Terminal& terminal, const Finding& finding);
+std::string last_good_line(const Terminal& terminal, const Finding& finding, bool utc);
 // A table of what was observed against what is usual; empty when nothing is known.
-std::string figures_table(const Terminal& terminal, const std::vector<alert::Feature>& features);
+std::string figures_table(const Terminal& terminal, const FigureViews& figures);
 
 }  // namespace corvane::ctl

@@ -8,6 +8,7 @@
 
 #include "companions/alert/options.h"
 #include "platform/host_product.h"
+#include "platform/program_names.h"
 #include "util/path.h"
 
 namespace corvane::ctl {
@@ -62,10 +63,21 @@ void add_lists(CLI::App& app, Options& options) {
       ->check(CLI::Range(1, 3));
   anomalies->add_option("--days", options.days, "Only of the last so many days")
       ->check(CLI::Range(1, kMostDays));
-  CLI::Option* open =
-      anomalies->add_flag("--open", options.open, "Only those that nobody has judged");
-  anomalies->add_flag("--judged", options.judged, "Only those that somebody has judged")
-      ->excludes(open);
+  // The former names, --open and --judged, stay for scripts.
+  CLI::Option* not_reviewed = anomalies->add_flag_callback(
+      "--not-reviewed,--open", [&] { options.is_reviewed = false; },
+      "Only those that nobody has reviewed");
+  anomalies
+      ->add_flag_callback(
+          "--reviewed,--judged", [&] { options.is_reviewed = true; },
+          "Only those that somebody has reviewed")
+      ->excludes(not_reviewed);
+  CLI::Option* not_over = anomalies->add_flag_callback(
+      "--not-over", [&] { options.is_over = false; }, "Only those whose incident is not over");
+  anomalies
+      ->add_flag_callback(
+          "--over", [&] { options.is_over = true; }, "Only those whose incident is over")
+      ->excludes(not_over);
 }
 
 void add_single(CLI::App& app, Options& options) {
@@ -149,7 +161,7 @@ std::string Options::log_file(const std::string& program) const {
 Parsed parse_options(int count, const char* const* arguments) {
   Parsed parsed;
   Options& options = parsed.options;
-  CLI::App app(kAbout, "cvanomalyctl");
+  CLI::App app(kAbout, kOperatorProgram);
   app.footer(kFooter);
   app.require_subcommand(1);
   app.fallthrough();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace corvane::ctl {
@@ -35,14 +36,14 @@ struct Options {
   bool no_colour = false;
   std::string database;  // never empty once parsed
   std::string config;
-  std::string logs;    // directory of the programs' logs
-  std::string client;  // empty: all
-  std::string state;   // of streams; empty: all
-  int severity = 0;    // the least; 0: all
-  int days = 0;        // 0: all
-  bool open = false;
-  bool judged = false;
-  std::string id;  // of an anomaly, of a backup, or a unique key
+  std::string logs;                 // directory of the programs' logs
+  std::string client;               // empty: all
+  std::string state;                // of streams; empty: all
+  int severity = 0;                 // the least; 0: all
+  int days = 0;                     // 0: all
+  std::optional<bool> is_reviewed;  // anomalies; absent: all
+  std::optional<bool> is_over;      // their incident; absent: all
+  std::string id;                   // of an anomaly, of a backup, or a unique key
   std::string output;
   Thresholds thresholds;
 

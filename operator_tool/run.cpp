@@ -6,9 +6,10 @@
 #include <exception>
 
 #include "companions/common/error_text.h"
-#include "operator_tool/check.h"
 #include "operator_tool/commands.h"
+#include "operator_tool/layout/check.h"
 #include "platform/console.h"
+#include "platform/program_names.h"
 
 namespace corvane::ctl {
 
@@ -76,7 +77,9 @@ auto with_database(const Options& options, Work work) {
   }
 }
 
-void complain(const std::string& why) { write_console_error("cvanomalyctl: " + safe(why) + "\n"); }
+void complain(const std::string& why) {
+  write_console_error(std::string(kOperatorProgram) + ": " + safe(why) + "\n");
+}
 
 // Whoever reads the line alone must not take none for a good one.
 int tell(const CheckResult& result, bool json) {

@@ -1,43 +1,50 @@
-"""An anomaly database for benchmarks and tests of cvanomalydetect, with the service's own schema."""
+"""An anomaly database for benchmarks and tests, with the service's own schema.
 
-import sqlite3
-
-COMMON = """BACKUP_ID INT NOT NULL, BACKUP_TIME INT NOT NULL, CLIENT TEXT NOT NULL, POLICY TEXT NOT NULL,
-POLICY_TYPE TEXT NOT NULL, SCHEDULE_TYPE {schedule} NOT NULL, SCHEDULE_NAME TEXT NOT NULL,
-APP_TYPE TEXT NOT NULL, NUM_FILES INT NOT NULL, IMAGE_SIZE REAL NOT NULL, JOB_ID INT NOT NULL,
-PARENT_JOB_ID INT NOT NULL, KB_TRANSFERRED REAL NOT NULL, START_TIME INT NOT NULL,
-END_TIME INT NOT NULL, TOTAL_TIME INT NOT NULL, DEDUP_RATE REAL NOT NULL, MODE INT NOT NULL,
-{mark} INT NOT NULL, DESTINATION_STORAGE_NAME TEXT NOT NULL, STREAM_NUMBER INT NOT NULL,
-ASSET_ID TEXT NOT NULL, UNIQUE_KEY TEXT PRIMARY KEY NOT NULL"""
-
-SCHEMA = f"""
-CREATE TABLE HIST_DATA ({COMMON.format(schedule="TEXT", mark="USER_IDENTIFIED_CLUSTER")});
-CREATE TABLE DATA_TO_PROCESS ({COMMON.format(schedule="INT", mark="PROCESSED_STATUS")});
-CREATE TABLE ANOMALY_DATA (ANOMALY_UNIQUE_ID TEXT PRIMARY KEY NOT NULL, ANOMALY_DETAILS TEXT NOT NULL,
-  PROCESSED INT NOT NULL, DETECTION_KEY TEXT NOT NULL, CLIENT TEXT NOT NULL, DETECTION_TIME INT NOT NULL);
-CREATE TABLE ANOMALY_DATA_FEEDBACK (ANOMALY_UNIQUE_ID TEXT PRIMARY KEY NOT NULL, FEEDBACK INT NOT NULL,
-  CAPTURE_TIME INT NOT NULL);
-CREATE TABLE LAST_BACKUP_DATA_CAPTURE (LAST_BACKUP_TIME INT PRIMARY KEY NOT NULL);
-CREATE TABLE DBSCAN_MODEL_PARAMS (CLIENT TEXT NOT NULL, POLICY TEXT NOT NULL, POLICY_TYPE TEXT NOT NULL,
-  SCHEDULE_TYPE INT NOT NULL, SCHEDULE_NAME TEXT NOT NULL, APP_TYPE TEXT NOT NULL, EPS REAL NOT NULL,
-  CAPTURE_DATE INT NOT NULL, DESTINATION_STORAGE_NAME TEXT NOT NULL, ASSET_ID TEXT NOT NULL,
-  PRIMARY KEY (CLIENT, POLICY, POLICY_TYPE, SCHEDULE_TYPE, SCHEDULE_NAME, APP_TYPE,
-               DESTINATION_STORAGE_NAME));
-CREATE TABLE QUEUED_TO_CAPTURE_DATA (JOB_ID INT PRIMARY KEY NOT NULL, START_TIME INT NOT NULL);
+CV_ANOMALY_SCHEMA names the schema's file, BUILD_DIRECTORY/anomaly_database/schema.sql, which the build makes.
 """
 
-INSERT = "INSERT OR REPLACE INTO {} VALUES (" + ", ".join("?" * 23) + ")"
+import collections
+import contextlib
+import functools
+import os
+import sqlite3
+from pathlib import Path
+
+
+@functools.cache
+def schema():
+    name = os.environ.get("CV_ANOMALY_SCHEMA")
+    if not name:
+        raise SystemExit("CV_ANOMALY_SCHEMA has to name BUILD_DIRECTORY/anomaly_database/schema.sql")
+    return Path(name).read_text()
 
 
 def create(path):
     db = sqlite3.connect(path, timeout=30)
     db.execute("PRAGMA journal_mode=WAL")
-    db.executescript(SCHEMA)
+    db.executescript(schema())
     return db
+
+
+@functools.cache
+def row_type():
+    """A row of HIST_DATA with its columns as members; of DATA_TO_PROCESS as well, which calls one of them
+    PROCESSED_STATUS instead."""
+    with contextlib.closing(sqlite3.connect(":memory:")) as db:
+        db.executescript(schema())
+        columns = [name for _, name, *_ in db.execute("PRAGMA table_info(HIST_DATA)")]
+    return collections.namedtuple("Row", columns)
+
+
+def insert_into(table):
+    return f"INSERT OR REPLACE INTO {table} VALUES ({', '.join('?' * len(row_type()._fields))})"
 
 
 def row(backup_id, time, client, schedule_type, schedule, files, kb, job, transferred, seconds, ratio, mark,
         policy="policy", policy_type="STANDARD", app="FILE_SYSTEM", destination="disk-pool01"):
-    return (backup_id, time, client, policy, policy_type, schedule_type, schedule, app, files, kb, job, job,
-            transferred, time, time + seconds, seconds, ratio, 1, mark, destination, 1, "NA",
-            f"data_{job}_{backup_id}")
+    return row_type()(
+        BACKUP_ID=backup_id, BACKUP_TIME=time, CLIENT=client, POLICY=policy, POLICY_TYPE=policy_type,
+        SCHEDULE_TYPE=schedule_type, SCHEDULE_NAME=schedule, APP_TYPE=app, NUM_FILES=files, IMAGE_SIZE=kb,
+        JOB_ID=job, PARENT_JOB_ID=job, KB_TRANSFERRED=transferred, START_TIME=time, END_TIME=time + seconds,
+        TOTAL_TIME=seconds, DEDUP_RATE=ratio, MODE=1, USER_IDENTIFIED_CLUSTER=mark,
+        DESTINATION_STORAGE_NAME=destination, STREAM_NUMBER=1, ASSET_ID="NA", UNIQUE_KEY=f"data_{job}_{backup_id}")

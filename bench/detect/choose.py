@@ -66,8 +66,8 @@ def cost(scores):
 
 
 def with_numbers_from_outside(source):
-    text = re.sub(r"constexpr std::array<double, kFeatures> kLeastSpread\{.*?\};",
-                  'const std::array<double, kFeatures> kLeastSpread{from_outside("kLeastSpread0"), '
+    text = re.sub(r"constexpr std::array<double, kFigures> kLeastSpread\{.*?\};",
+                  'const std::array<double, kFigures> kLeastSpread{from_outside("kLeastSpread0"), '
                   'from_outside("kLeastSpread1"), from_outside("kLeastSpread2"), kLeastSpreadOfShare, '
                   'from_outside("kLeastSpread4")};', source)
     text = re.sub(r"constexpr double (\w+) = [^;]+;",
@@ -143,6 +143,7 @@ def main():
     parser.add_argument("build", type=lambda text: Path(text).resolve())
     parser.add_argument("--folds", type=int, default=0)
     options = parser.parse_args()
+    os.environ["CV_ANOMALY_SCHEMA"] = str(options.build / "anomaly_database/schema.sql")
     records = [json.loads(line) for line in open(quality.DATA, encoding="utf-8")]
     records.sort(key=lambda r: (r["time"], r["schedule"] == "incremental", r["client"]))
     clients = sorted({r["client"] for r in records})

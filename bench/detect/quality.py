@@ -3,6 +3,8 @@
 
     quality.py PATH_OF_cvanomalydetect [BACKUPS.jsonl] [--clients web01,db02]
 
+CV_ANOMALY_SCHEMA has to be set as anomaly_db.py says; run.sh does.
+
 Beside it three simple rules on the same records: DBSCAN on mean and standard deviation, more than 50 percent
 away from the median, and a robust z-score above 3.5. On the stored backups of all clients it fails beyond the
 goals of docs/detection.md, and says of which.
@@ -48,8 +50,9 @@ def as_row(number, record):
 
 def as_gathered_history(row):
     """What the historical gather makes of it: no job, so no transfer, times, ratio, type and destination."""
-    unknown = {7: "NONE", 11: -1, 12: -1, 13: -1, 14: -1, 15: -1, 16: -1, 17: 0, 18: -1, 19: "NA"}
-    return tuple(unknown.get(column, value) for column, value in enumerate(row))
+    return row._replace(APP_TYPE="NONE", PARENT_JOB_ID=-1, KB_TRANSFERRED=-1, START_TIME=-1, END_TIME=-1,
+                        TOTAL_TIME=-1, DEDUP_RATE=-1, MODE=0, USER_IDENTIFIED_CLUSTER=-1,
+                        DESTINATION_STORAGE_NAME="NA")
 
 
 def replay(program, records, gathered_days=0):
@@ -64,7 +67,7 @@ def replay(program, records, gathered_days=0):
             gathered = day < min(by_day) + gathered_days
             table = "HIST_DATA" if gathered else "DATA_TO_PROCESS"
             with db:
-                db.executemany(anomaly_db.INSERT.format(table), map(as_gathered_history, rows) if gathered else rows)
+                db.executemany(anomaly_db.insert_into(table), map(as_gathered_history, rows) if gathered else rows)
             if gathered:
                 continue
             subprocess.run(command, check=True, capture_output=True)

@@ -8,6 +8,8 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 detect=$(find "$1" -name cvanomalydetect -type f -perm -u+x | head -1)
 dbscan=$(find "$1" -name dbscan_bench -type f -perm -u+x | head -1)
+CV_ANOMALY_SCHEMA=$(realpath "$1/anomaly_database/schema.sql")
+export CV_ANOMALY_SCHEMA
 status=0
 /usr/bin/python3 "$here/quality.py" "$detect" || status=1
 echo

@@ -1,6 +1,8 @@
 #!/usr/bin/python3
 """How long the detection takes with many streams: speed.py PATH_OF_cvanomalydetect [STREAMS [RECORDS]]
 
+CV_ANOMALY_SCHEMA has to be set as anomaly_db.py says; run.sh does.
+
 Fills a database with STREAMS (10,000) streams of RECORDS (365) daily backups each and a new backup for every
 stream, then runs cvanomalydetect -once, which reads the history and makes one pass, and once more with the new
 backups gone, which only reads. Prints seconds of processor time and the highest memory use; fails above the

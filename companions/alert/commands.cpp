@@ -12,28 +12,30 @@
 #include <thread>
 #include <vector>
 
-#include "companions/alert/channel_factory.h"
-#include "companions/alert/dead_letter.h"
-#include "companions/alert/intake.h"
-#include "companions/alert/outbox.h"
-#include "companions/alert/plain_text.h"
+#include "companions/alert/channel/channel.h"
+#include "companions/alert/channel/channel_factory.h"
+#include "companions/alert/delivery/dead_letter.h"
+#include "companions/alert/delivery/outbox.h"
+#include "companions/alert/delivery/sender.h"
+#include "companions/alert/incident/intake.h"
+#include "companions/alert/incident/sentence.h"
 #include "companions/alert/program_lock.h"
-#include "companions/alert/sender.h"
-#include "companions/alert/sentence.h"
 #include "companions/alert/settings_file.h"
 #include "companions/alert/state_database.h"
 #include "companions/common/error_text.h"
 #include "companions/common/stop_signals.h"
+#include "finding/plain_text.h"
+#include "finding/words.h"
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
 #include "util/directory.h"
 
 namespace corvane::alert {
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalyalert";
 constexpr std::chrono::milliseconds kLookEvery(20);
 constexpr std::chrono::milliseconds kEndWithin(600);
 
@@ -41,7 +43,7 @@ int guarded(const std::function<int()>& work) {
   try {
     return work();
   } catch (const std::exception& error) {
-    complain_on_console(kProgram, error);
+    complain_on_console(kAlertProgram, error);
     return 1;
   }
 }
@@ -53,7 +55,7 @@ Settings settings_of(const Options& options) {
     throw std::runtime_error(options.config_path() + " cannot be read whole");
   }
   for (const std::string& complaint : complaints) {
-    logmsg(8, kProgram, complaint.c_str());
+    logmsg(kLogWarning, kAlertProgram, complaint.c_str());
     write_console_error(complaint + "\n");
   }
   return settings;
@@ -104,8 +106,9 @@ void send_all_due(const Options& options, const Settings& settings, StateDatabas
       while ((step = sender.step()) == Sender::Step::kTaken) ++counts.taken;
       if (step == Sender::Step::kFailed) ++counts.failed;
     } catch (const std::exception& error) {
-      logmsgf(16, kProgram, "Channel %s cannot use the state database, trying again: %s",
-              name.c_str(), reason_of(error).c_str());
+      logmsgf(kLogError, kAlertProgram,
+              "Channel %s cannot use the state database, trying again: %s", name.c_str(),
+              reason_of(error).c_str());
       ++counts.failed;
     }
   };

@@ -6,24 +6,23 @@
 #include <string>
 #include <vector>
 
-#include "companions/alert/intake.h"
-#include "companions/alert/ledger.h"
-#include "companions/alert/outbox.h"
+#include "companions/alert/delivery/outbox.h"
+#include "companions/alert/delivery/senders.h"
+#include "companions/alert/incident/intake.h"
 #include "companions/alert/program_lock.h"
-#include "companions/alert/senders.h"
 #include "companions/alert/settings_file.h"
 #include "companions/alert/state_database.h"
 #include "companions/common/error_text.h"
-#include "companions/common/file_watch.h"
 #include "companions/common/stop_signals.h"
 #include "platform/clock.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
+#include "util/file_watch.h"
 
 namespace corvane::alert {
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalyalert";
 constexpr int kLookEverySeconds = 2;
 constexpr int kTryAgainAfterSeconds = 5;
 constexpr int kEndWithinMs = 600;
@@ -51,7 +50,7 @@ class Daemon {
       if (intake_ == nullptr) open();
       if (has_new_settings_ || must_restart_) use_settings();
       look();
-      if (!trouble_.empty()) logmsg(4, kProgram, "The databases can be used again");
+      if (!trouble_.empty()) logmsg(kLogEvent, kAlertProgram, "The databases can be used again");
       trouble_.clear();
       return kLookEverySeconds;
     } catch (const std::exception& error) {
@@ -71,14 +70,18 @@ class Daemon {
     std::vector<std::string> complaints;
     if (!read_settings(options_.config_path(), fresh, complaints)) {
       if (has_settings_) {
-        logmsg(8, kProgram, "Half a configuration file. Not changing any current behaviour");
+        logmsg(kLogWarning, kAlertProgram,
+               "Half a configuration file. Not changing any current behaviour");
       } else {
-        logmsg(16, kProgram, "Half a configuration file. Nothing is taken in until it is mended");
+        logmsg(kLogError, kAlertProgram,
+               "Half a configuration file. Nothing is taken in until it is mended");
       }
       return;
     }
-    for (const std::string& complaint : complaints) logmsg(8, kProgram, complaint.c_str());
-    if (has_settings_) logmsg(4, kProgram, "Configuration read again");
+    for (const std::string& complaint : complaints) {
+      logmsg(kLogWarning, kAlertProgram, complaint.c_str());
+    }
+    if (has_settings_) logmsg(kLogEvent, kAlertProgram, "Configuration read again");
     has_new_settings_ = !has_settings_ || !(fresh == settings_);
     settings_ = fresh;
     has_settings_ = true;
@@ -119,8 +122,8 @@ class Daemon {
     if (intake_->has_news()) {
       const PassCounts counts = intake_->pass(now());
       if (counts.records + counts.ended > 0) {
-        logmsgf(2, kProgram, "Took in %zu anomalies, %zu new incidents, %zu ended", counts.records,
-                counts.incidents, counts.ended);
+        logmsgf(kLogDetail, kAlertProgram, "Took in %zu anomalies, %zu new incidents, %zu ended",
+                counts.records, counts.incidents, counts.ended);
         senders_.wake();
       }
     }
@@ -130,14 +133,14 @@ class Daemon {
     }
     state_version_ = version;
     if (now() >= next_prune_ || now() < next_prune_ - kPruneEverySeconds) {
-      Ledger(*state_).prune(now());
+      intake_->prune(now());
       next_prune_ = now() + kPruneEverySeconds;
     }
   }
 
   void complain(const std::string& reason) {
     if (reason == trouble_) return;
-    logmsgf(16, kProgram, "Cannot use the databases, trying again: %s", reason.c_str());
+    logmsgf(kLogError, kAlertProgram, "Cannot use the databases, trying again: %s", reason.c_str());
     trouble_ = reason;
   }
 
@@ -165,12 +168,12 @@ class Daemon {
 
 int run_daemon(const Options& options) {
   StopSignals signals;
-  logmsg(4, kProgram, "Started");
+  logmsg(kLogEvent, kAlertProgram, "Started");
   // Never destroyed: that would wait for threads that hang.
   auto* daemon = new Daemon(options, signals);
   int seconds = 0;
   while (!signals.wait(seconds)) seconds = daemon->step();
-  logmsg(4, kProgram, "Ending, as asked by a signal");
+  logmsg(kLogEvent, kAlertProgram, "Ending, as asked by a signal");
   daemon->end();
   return 0;
 }

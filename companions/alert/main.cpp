@@ -9,7 +9,10 @@
 #include "companions/common/program_log.h"
 #include "platform/console.h"
 #include "platform/host_product.h"
+#include "platform/program_names.h"
 #include "platform/standard_descriptors.h"
+
+using corvane::kAlertProgram;
 
 namespace {
 
@@ -48,7 +51,7 @@ int main(int argc, char* argv[]) {
   umask(022);
   if (options.mode != corvane::alert::Options::Mode::kHelp) {
     enable_process_for_service_account();
-    corvane::open_program_log("cvanomalyalert");
+    corvane::open_program_log(kAlertProgram);
   }
   // Without waiting for threads whose channel hangs.
   _exit(dispatch(options));

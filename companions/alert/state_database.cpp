@@ -3,14 +3,21 @@
 #include <array>
 #include <cstdio>
 #include <random>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "companions/alert/channel/message.h"
+#include "finding/incident.h"
 
 namespace corvane::alert {
 
 namespace {
 
-constexpr int kBusyTimeoutMs = 5000;
+constexpr std::int64_t kVersion = 1;  // PRAGMA user_version
 
-constexpr std::array kSchema{
+// As the first version made it.
+constexpr std::array kFirstSchema{
     "CREATE TABLE IF NOT EXISTS meta (name TEXT PRIMARY KEY NOT NULL, value NOT NULL)",
     "CREATE TABLE IF NOT EXISTS record (anomaly_id TEXT PRIMARY KEY NOT NULL, "
     "pending INT NOT NULL) WITHOUT ROWID",
@@ -46,6 +53,33 @@ constexpr std::array kSchema{
     "last_success INT NOT NULL, taken INT NOT NULL) WITHOUT ROWID",
 };
 
+// To version 1: why an incident is over, and to which incident each record belongs. What was closed
+// by people has the moment of that as its end, which later records may have passed since; what was
+// closed because nothing happened for long has none, and is not over. For a usual backup of these
+// the whole history is to be looked at.
+constexpr std::array kToVersion1{
+    "ALTER TABLE incident ADD COLUMN ended_by INT NOT NULL DEFAULT 0",
+    "UPDATE incident SET ended_by = iif(until = changed OR until <= last_time, 3, 1) "
+    "WHERE is_open = 0 AND until > 0",
+    "UPDATE incident SET is_open = 1 WHERE is_open = 0 AND until = 0",
+    "DELETE FROM meta WHERE name = 'history'",
+    "DROP INDEX incident_closed",
+    "CREATE INDEX incident_changed ON incident (changed)",
+    "CREATE INDEX incident_ended ON incident (ended_by) WHERE is_open = 0",
+    "ALTER TABLE record ADD COLUMN incident INT NOT NULL DEFAULT 0",
+    "ALTER TABLE record ADD COLUMN is_marked INT NOT NULL DEFAULT 0",
+    "CREATE INDEX message_record ON message (record)",
+    "UPDATE record SET incident = coalesce((SELECT max(m.incident) FROM message m "
+    "WHERE m.record = record.anomaly_id), 0)",
+    "DROP INDEX message_record",
+    "DROP INDEX record_done",
+    "CREATE INDEX record_done ON record (pending) WHERE pending <= 0 AND is_marked = 0",
+    "CREATE INDEX record_incident ON record (incident)",
+    "PRAGMA user_version = 1",
+};
+static_assert(static_cast<int>(IncidentEnd::kUsualBackup) == 1);
+static_assert(static_cast<int>(IncidentEnd::kFalsePositive) == 3);
+
 constexpr char kPutOnce[] = "INSERT OR IGNORE INTO meta VALUES (?, ?)";
 constexpr char kGet[] = "SELECT value FROM meta WHERE name = ?";
 constexpr char kTag[] = "tag";
@@ -57,32 +91,66 @@ std::string random_tag() {
   return text.data();
 }
 
+std::int64_t version_of(Connection& database) {
+  return Query(database.handle(), "PRAGMA user_version").first_integer();
+}
+
+int number_named(std::string_view name) {
+  constexpr std::array<std::pair<std::string_view, DeliveryState>, 5> kStates{
+      {{"waiting", DeliveryState::kWaiting},
+       {"folded", DeliveryState::kFolded},
+       {"delivered", DeliveryState::kDelivered},
+       {"given_up", DeliveryState::kGivenUp},
+       {"replaced", DeliveryState::kReplaced}}};
+  for (const auto& [known, state] : kStates) {
+    if (name == known) return static_cast<int>(state);
+  }
+  for (int number = 0; number <= static_cast<int>(Kind::kTest); ++number) {
+    if (name == name_of(static_cast<Kind>(number))) return number;
+  }
+  throw std::logic_error("no state or kind is called " + std::string(name));
+}
+
+// Makes the tables, or those of a former version into these.
+void bring_up_to_date(Connection& database) {
+  if (version_of(database) == 0) {
+    for (const char* statement : kFirstSchema) Query(database.handle(), statement).run();
+    for (const char* statement : kToVersion1) Query(database.handle(), statement).run();
+  }
+}
+
 }  // namespace
 
+std::string typed_sql(std::string_view text) {
+  std::string sql;
+  for (;;) {
+    const std::size_t begin = text.find('{');
+    sql += text.substr(0, begin);
+    if (begin == std::string_view::npos) return sql;
+    const std::size_t end = text.find('}', begin);
+    if (end == std::string_view::npos) throw std::logic_error("SQL with an open brace");
+    sql += std::to_string(number_named(text.substr(begin + 1, end - begin - 1)));
+    text.remove_prefix(end + 1);
+  }
+}
+
 StateDatabase::StateDatabase(const std::string& path, bool create)
-    : database_(path,
-                SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0) | SQLITE_OPEN_NOMUTEX) {
-  sqlite3_busy_timeout(handle(), kBusyTimeoutMs);
+    : Connection(path, create ? Access::kCreate : Access::kWrite) {
+  if (const std::int64_t version = version_of(*this); version > kVersion) {
+    throw std::runtime_error(path + " is of version " + std::to_string(version) +
+                             ", later than this program's");
+  }
   if (!create) return;
   // A power failure may take the last commits back: what they noted is told once more.
-  Query(handle(), "PRAGMA journal_mode=WAL").run();
-  database_.execute_query("PRAGMA synchronous=NORMAL;");
-  Transaction transaction(handle());
-  for (const char* statement : kSchema) Query(handle(), statement).run();
+  query("PRAGMA journal_mode=WAL").run();
+  execute("PRAGMA synchronous=NORMAL");
+  Transaction transaction(*this);
+  bring_up_to_date(*this);
   query(kPutOnce).bind(kTag).bind(random_tag()).run();
   transaction.commit();
 }
 
-StateDatabase::~StateDatabase() { queries_.clear(); }  // before the connection
-
-Query& StateDatabase::query(const char* sql) { return queries_.get(handle(), sql); }
-
-std::int64_t StateDatabase::data_version() {
-  static constexpr char kSql[] = "PRAGMA data_version";
-  return query(kSql).first_integer();
-}
-
-std::int64_t StateDatabase::number(const char* name) {
+std::int64_t StateDatabase::number_of(const char* name) {
   return query(kGet).bind(name).first_integer();
 }
 

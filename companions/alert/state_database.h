@@ -1,14 +1,13 @@
 // The alerts' own database beside the anomaly database: what was taken in, what each channel has
 // taken, what waits.
 //
-//   record    an anomaly that was taken in, and how many channels have not yet taken what belongs
-//   to
-//             it; its row goes when the anomaly is marked as processed
-//   incident  what several records have in common: one id at the web service
+//   record    an anomaly that was taken in. pending: how many channels have not yet taken what
+//             belongs to it; is_marked: it is PROCESSED in the anomaly database
+//   incident  what several records have in common: one id at the web service. ended_by: see
+//             IncidentEnd
 //   message   what is to be told; its words do not change
 //   delivery  a message for one channel. not_before: it waits until then. failing_since: from when
-//   on
-//             the channel has not taken it. held: the end of the quiet hours that hold it back.
+//             on the channel has not taken it. held: the end of the quiet hours that hold it back.
 //             summary: the message of the summary that it was folded into
 //   told      the severity at which a channel knows of an incident
 //   channel   how a channel fares
@@ -16,47 +15,39 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
-#include "companions/common/query.h"
-#include "sqlite/db_access.h"
+#include "sqlite/connection.h"
 
 namespace corvane::alert {
 
-// Of a delivery. Kept as numbers in the database, and written as such in queries.
-enum class State {
+// Of a delivery. Kept as numbers in the database.
+enum class DeliveryState {
   kWaiting = 0,
   kFolded = 1,  // goes out with its summary
-  kTaken = 2,
+  kDelivered = 2,
   kGivenUp = 3,
   kReplaced = 4,  // a later message says it all
 };
 
-// One connection, for one thread. Everything throws sqlite_exception.
-class StateDatabase {
+// SQL in which {waiting}, {folded}, {delivered}, {given_up}, {replaced} stand for states and
+// {report}, {begin}, {rise}, {end}, {summary}, {test} for kinds of messages. Throws
+// std::logic_error for any other name.
+std::string typed_sql(std::string_view text);
+
+// One connection, for one thread. Everything throws QueryError.
+class StateDatabase : public Connection {
  public:
-  // Makes the database when it is missing and `create` is set.
+  // With `create` the database is made when it is missing, and brought up to this version when a
+  // former one has made it. Throws std::runtime_error for one of a later version.
   explicit StateDatabase(const std::string& path, bool create = true);
-  ~StateDatabase();
-  StateDatabase(const StateDatabase&) = delete;
-  StateDatabase& operator=(const StateDatabase&) = delete;
-
-  sqlite3* handle() const { return database_.get_db_handle(); }
-  // Stays compiled; `sql` is told by its address.
-  Query& query(const char* sql);
-
-  // Changes when another connection has written.
-  std::int64_t data_version();
 
   // A number or text kept under a name; 0 and empty when there is none.
-  std::int64_t number(const char* name);
+  std::int64_t number_of(const char* name);
   void set_number(const char* name, std::int64_t number);
 
   // Tells this database's messages from those of any other.
   std::string tag();
-
- private:
-  Altamir::Corvane::UsageReporting::SQLiteDatabase::DBAccess database_;
-  Queries queries_;
 };
 
 }  // namespace corvane::alert

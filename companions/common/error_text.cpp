@@ -19,7 +19,7 @@ std::string reason_of(const std::exception& error) {
 void complain_on_console(const char* program, const std::exception& error) {
   const std::string text = std::string(program) + ": " + reason_of(error);
   write_console_error(text + "\n");
-  logmsg(16, program, text.c_str());
+  logmsg(kLogError, program, text.c_str());
 }
 
 }  // namespace corvane

@@ -6,20 +6,22 @@
 #include <memory>
 #include <string>
 
+#include "anomaly_database/anomaly_database.h"
 #include "companions/common/error_text.h"
-#include "companions/common/file_watch.h"
 #include "companions/common/stop_signals.h"
-#include "companions/detect/backtest.h"
 #include "companions/detect/detector.h"
+#include "companions/detect/replay.h"
 #include "companions/detect/settings_file.h"
 #include "platform/console.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
+#include "util/file_watch.h"
+#include "util/json.h"
 
 namespace corvane::detect {
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalydetect";
 constexpr int kLookEverySeconds = 2;
 constexpr int kTryAgainAfterSeconds = 5;
 
@@ -29,7 +31,9 @@ Settings settings_of(const Options& options) {
   settings.min_samples = options.min_samples;
   std::vector<std::string> complaints;
   read_settings(options.config_file, settings, complaints);
-  for (const std::string& complaint : complaints) logmsg(8, kProgram, complaint.c_str());
+  for (const std::string& complaint : complaints) {
+    logmsg(kLogWarning, kDetectionProgram, complaint.c_str());
+  }
   return settings;
 }
 
@@ -50,7 +54,7 @@ class Daemon {
       follow_files();
       if (detector_ == nullptr) open();
       if (detector_->has_news()) pass();
-      if (!trouble_.empty()) logmsg(4, kProgram, "The database can be used again");
+      if (!trouble_.empty()) logmsg(kLogEvent, kDetectionProgram, "The database can be used again");
       trouble_.clear();
       return kLookEverySeconds;
     } catch (const std::exception& error) {
@@ -64,7 +68,7 @@ class Daemon {
   void follow_files() {
     if (config_.changed()) {
       settings_ = settings_of(options_);
-      logmsg(4, kProgram, "Configuration read again");
+      logmsg(kLogEvent, kDetectionProgram, "Configuration read again");
       if (detector_ != nullptr) detector_->set_settings(settings_);
     }
     if (detector_ != nullptr && !database_.is_same()) detector_.reset();
@@ -81,13 +85,15 @@ class Daemon {
     const PassCounts counts = detector_->pass();
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
     if (counts.normal + counts.learning + counts.anomalous == 0) return;
-    logmsgf(2, kProgram, "Judged %zu normal, %zu learning, %zu anomalous in %.3f s", counts.normal,
+    logmsgf(kLogDetail, kDetectionProgram,
+            "Judged %zu normal, %zu learning, %zu anomalous in %.3f s", counts.normal,
             counts.learning, counts.anomalous, took.count());
   }
 
   void complain(const std::string& reason) {
     if (reason == trouble_) return;
-    logmsgf(16, kProgram, "Cannot use the database, trying again: %s", reason.c_str());
+    logmsgf(kLogError, kDetectionProgram, "Cannot use the database, trying again: %s",
+            reason.c_str());
     trouble_ = reason;
   }
 
@@ -104,11 +110,11 @@ class Daemon {
 
 int run_daemon(const Options& options) {
   StopSignals signals;
-  logmsg(4, kProgram, "Started");
+  logmsg(kLogEvent, kDetectionProgram, "Started");
   Daemon daemon(options, signals);
   int seconds = 0;
   while (!signals.wait(seconds)) seconds = daemon.step();
-  logmsg(4, kProgram, "Ending, as asked by a signal");
+  logmsg(kLogEvent, kDetectionProgram, "Ending, as asked by a signal");
   return 0;
 }
 
@@ -122,34 +128,37 @@ int run_once(const Options& options) {
                   " learning, " + std::to_string(counts.anomalous) + " anomalous\n");
     return 0;
   } catch (const std::exception& error) {
-    complain_on_console(kProgram, error);
+    complain_on_console(kDetectionProgram, error);
     return 1;
   }
 }
 
 int run_backtest(const Options& options) {
   try {
-    write_console(backtest(options.database_path(), settings_of(options), options.backtest_days,
-                           options.json));
+    Connection database = open_for_reading(options.database_path());
+    const Backtest result = backtest(database, settings_of(options), options.backtest_days);
+    write_console(options.json ? json_text(to_json(result).get(), JSON_INDENT(1)) + "\n"
+                               : text_of(result));
     return 0;
   } catch (const std::exception& error) {
-    complain_on_console(kProgram, error);
+    complain_on_console(kDetectionProgram, error);
     return 1;
   }
 }
 
 int run_explain(const Options& options) {
   try {
-    const std::string text =
-        explain(options.database_path(), settings_of(options), options.unique_key);
-    if (text.empty()) {
+    Connection database = open_for_reading(options.database_path());
+    const std::optional<Explanation> explanation =
+        explain(database, settings_of(options), options.unique_key);
+    if (!explanation) {
       write_console_error("No backup has the key " + options.unique_key + "\n");
       return 1;
     }
-    write_console(text);
+    write_console(json_text(to_json(*explanation).get(), JSON_INDENT(1)) + "\n");
     return 0;
   } catch (const std::exception& error) {
-    complain_on_console(kProgram, error);
+    complain_on_console(kDetectionProgram, error);
     return 1;
   }
 }

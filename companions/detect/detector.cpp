@@ -7,15 +7,21 @@
 #include <tuple>
 #include <utility>
 
-#include "companions/detect/details.h"
+#include "anomaly_database/anomalies.h"
+#include "anomaly_database/anomaly_database.h"
+#include "anomaly_database/model_params.h"
+#include "companions/detect/finding_of.h"
+#include "finding/anomaly.h"
+#include "finding/finding_json.h"
 #include "platform/clock.h"
 #include "platform/debug_log.h"
+#include "platform/program_names.h"
+#include "util/json.h"
 
 namespace corvane::detect {
 
 namespace {
 
-constexpr char kProgram[] = "cvanomalydetect";
 // Some milliseconds of work, so that the service never waits long for its turn to write.
 constexpr std::size_t kRowsPerTransaction = 64;
 
@@ -30,6 +36,11 @@ std::string day_of(std::int32_t time) {
 
 }  // namespace
 
+std::string reported_incident(Connection& database, const std::string& unique_key) {
+  std::optional<AnomalyRow> row = find_anomaly_row(database, anomaly_id(unique_key));
+  return row ? read_anomaly(std::move(*row)).incident : std::string();
+}
+
 bool judged_before(const Backup& a, const Backup& b) {
   const bool a_part = a.stream.is_incremental();
   const bool b_part = b.stream.is_incremental();
@@ -38,10 +49,13 @@ bool judged_before(const Backup& a, const Backup& b) {
 
 Detector::Detector(const std::string& database, const Settings& settings,
                    std::function<bool()> stop)
-    : store_(database), model_(settings), stop_(std::move(stop)) {}
+    : database_(open_for_companion(database)),
+      model_(settings,
+             [this](const std::string& key) { return reported_incident(database_, key); }),
+      stop_(std::move(stop)) {}
 
 bool Detector::has_news() {
-  const std::int64_t version = store_.data_version();
+  const std::int64_t version = database_.data_version();
   return std::exchange(seen_version_, version) != version || !loaded_;
 }
 
@@ -49,7 +63,7 @@ PassCounts Detector::pass() {
   PassCounts counts;
   if (!loaded_) load();
   // Rowids only grow; when the last one is gone and lower ones come, the tables were emptied.
-  if (store_.last_history_rowid() < last_history_ || store_.last_row_rowid() < last_row_)
+  if (last_history_rowid(database_) < last_history_ || last_rowid_to_process(database_) < last_row_)
     start_over();
   read_new_history();
   read_new_rows();
@@ -67,7 +81,7 @@ PassCounts Detector::pass() {
 void Detector::load() {
   start_over();
   stored_eps_.clear();
-  store_.read_eps([this](const std::string& stream, double eps) { stored_eps_[stream] = eps; });
+  read_eps(database_, [this](const std::string& stream, double eps) { stored_eps_[stream] = eps; });
 }
 
 void Detector::start_over() {
@@ -80,7 +94,7 @@ void Detector::start_over() {
 
 void Detector::read_new_history() {
   std::size_t count = 0;
-  last_history_ = store_.read_history(last_history_, [&](const Backup& backup, int cluster) {
+  last_history_ = read_history(database_, last_history_, [&](const Backup& backup, int cluster) {
     model_.learn(backup, cluster);
     return ++count % 4096 != 0 || !stop_();
   });
@@ -89,19 +103,22 @@ void Detector::read_new_history() {
 void Detector::read_new_rows() {
   std::vector<Backup> reported;
   std::size_t count = 0;
-  last_row_ = store_.read_rows(last_row_, [&](const WaitingRow& row, Status status) {
-    if (status == Status::kWaiting) waiting_.push_back(row);
-    if (status == Status::kAnomalous) reported.push_back(row.backup);
-    return ++count % 4096 != 0 || !stop_();
-  });
+  last_row_ = read_rows_to_process(database_, last_row_,
+                                   [&](const RowToProcess& row, ProcessedStatus status) {
+                                     if (status == ProcessedStatus::kWaiting)
+                                       waiting_.push_back(row);
+                                     if (status == ProcessedStatus::kAnomalous)
+                                       reported.push_back(row.backup);
+                                     return ++count % 4096 != 0 || !stop_();
+                                   });
   std::sort(reported.begin(), reported.end(), judged_before);
   for (const Backup& backup : reported) {
-    if (!store_.is_in_history(backup.unique_key)) model_.hold(backup, model_.incident_of(backup));
+    if (!is_in_history(database_, backup.unique_key)) model_.hold(backup, {});
   }
 }
 
 void Detector::judge_waiting(PassCounts& counts) {
-  std::sort(waiting_.begin(), waiting_.end(), [](const WaitingRow& a, const WaitingRow& b) {
+  std::sort(waiting_.begin(), waiting_.end(), [](const RowToProcess& a, const RowToProcess& b) {
     return judged_before(a.backup, b.backup);
   });
   std::size_t begin = 0;
@@ -114,37 +131,37 @@ void Detector::judge_waiting(PassCounts& counts) {
 }
 
 void Detector::judge_some(std::size_t begin, std::size_t end, PassCounts& counts) {
-  Transaction transaction(store_.handle());
+  Transaction transaction(database_);
   for (std::size_t i = begin; i < end; ++i) judge(waiting_[i], counts);
   transaction.commit();
-  for (const auto& [level, text] : lines_) logmsg(level, kProgram, text.c_str());
+  for (const auto& [level, text] : lines_) logmsg(level, kDetectionProgram, text.c_str());
   lines_.clear();
 }
 
-void Detector::judge(const WaitingRow& row, PassCounts& counts) {
+void Detector::judge(const RowToProcess& row, PassCounts& counts) {
   const Backup& backup = row.backup;
   // Gathered again after it was judged: what was said of it stands.
-  if (store_.is_reported(anomaly_id(backup.unique_key))) {
-    store_.mark(row.rowid, Status::kAnomalous);
+  if (has_anomaly(database_, anomaly_id(backup.unique_key))) {
+    mark_processed(database_, row.rowid, ProcessedStatus::kAnomalous);
     return;
   }
-  if (store_.is_in_history(backup.unique_key)) {
-    store_.mark(row.rowid, Status::kNormal);
+  if (is_in_history(database_, backup.unique_key)) {
+    mark_processed(database_, row.rowid, ProcessedStatus::kNormal);
     return;
   }
   const Verdict verdict = model_.judge(backup);
   keep_eps(backup.stream);
   if (verdict.outcome == Outcome::kAnomalous) {
-    if (!store_.mark(row.rowid, Status::kAnomalous)) return;
+    if (!mark_processed(database_, row.rowid, ProcessedStatus::kAnomalous)) return;
     report(row, verdict);
     ++counts.anomalous;
     return;
   }
-  if (!store_.mark(row.rowid, Status::kNormal)) return;
+  if (!mark_processed(database_, row.rowid, ProcessedStatus::kNormal)) return;
   if (verdict.outcome == Outcome::kAdopted) say_adopted(backup);
   if (verdict.outcome == Outcome::kInconclusive) say_inconclusive(backup, verdict);
   if (verdict.outcome == Outcome::kLearning) {
-    say(2, backup.stream.text() + ": " + state_of(verdict, model_.settings()));
+    say(kLogDetail, backup.stream.text() + ": " + words_for(verdict, model_.settings()));
     ++counts.learning;
   } else {
     ++counts.normal;
@@ -152,38 +169,43 @@ void Detector::judge(const WaitingRow& row, PassCounts& counts) {
   accept(row);
 }
 
-void Detector::accept(const WaitingRow& row) {
-  store_.add_to_history(row.backup.unique_key, -1);
-  model_.learn(row.backup, -1);
+void Detector::accept(const RowToProcess& row) {
+  add_to_history(database_, row.backup.unique_key, kNoCluster);
+  model_.learn(row.backup, kNoCluster);
 }
 
-void Detector::report(const WaitingRow& row, const Verdict& verdict) {
+void Detector::report(const RowToProcess& row, const Verdict& verdict) {
   const Backup& backup = row.backup;
-  const std::string incident = model_.incident_of(backup);
-  const LastGood last_good = model_.last_good_of(backup.stream);
-  store_.report(anomaly_id(backup.unique_key), details_of(backup, verdict, incident, last_good),
-                backup.stream, static_cast<int>(now()));
-  model_.hold(backup, incident);
-  say(4, "Anomaly [" + anomaly_id(backup.unique_key) + "] in [" + backup.stream.text() +
-             "]: " + summary_of(backup, verdict));
+  const Finding finding = finding_of(backup, verdict, model_);
+  AnomalyRow anomaly;
+  anomaly.id = anomaly_id(backup.unique_key);
+  anomaly.details = json_text(to_json(finding).get());
+  anomaly.detection_key = backup.stream.text();
+  anomaly.client = backup.stream.client;
+  anomaly.detection_time = now();
+  add_anomaly(database_, anomaly);
+  model_.hold(backup, finding.incident);
+  say(kLogEvent,
+      "Anomaly [" + anomaly.id + "] in [" + anomaly.detection_key + "]: " + finding.summary);
 }
 
 // In the incident that the change began with; what people and the alerts have done with it stays.
 void Detector::say_adopted(const Backup& backup) {
-  const std::string incident = model_.incident_of(backup);
-  const std::optional<std::string> details = store_.details(anomaly_id(incident));
-  if (details) store_.set_details(anomaly_id(incident), with_adoption(*details, backup));
-  say(4, "The change in [" + backup.stream.text() + "] lasts and is the new normal from backup [" +
-             backup.backup_id + "] on");
+  const std::string first = first_record_of(model_.incident_of(backup));
+  if (const std::optional<AnomalyRow> row = find_anomaly_row(database_, first)) {
+    set_details(database_, first, with_adoption(row->details, {backup.backup_id, backup.time}));
+  }
+  say(kLogEvent, "The change in [" + backup.stream.text() +
+                     "] lasts and is the new normal from backup [" + backup.backup_id + "] on");
 }
 
 void Detector::say_inconclusive(const Backup& backup, const Verdict& verdict) {
   Stream& stream = model_.stream_of(backup.stream);
   std::string day = day_of(backup.time);
   if (stream.said_inconclusive == day) return;
-  say(8, "[" + backup.stream.text() +
-             "] is inconclusive: " + std::to_string(std::lround(100 * verdict.noise_share)) +
-             " percent of its history is noise");
+  say(kLogWarning, "[" + backup.stream.text() + "] is inconclusive: " +
+                       std::to_string(std::lround(100 * verdict.noise_share)) +
+                       " percent of its history is noise");
   stream.said_inconclusive = std::move(day);
 }
 
@@ -194,43 +216,42 @@ void Detector::keep_eps(const StreamKey& stream) {
   const auto [stored, is_new] = stored_eps_.try_emplace(stream.text(), eps);
   if (!is_new && stored->second == eps) return;
   stored->second = eps;
-  store_.store_eps(stream, eps, static_cast<int>(now()));
+  store_eps(database_, stream, eps, now());
 }
 
 void Detector::follow_feedback() {
-  std::vector<std::pair<std::string, bool>> changed;
-  store_.read_feedback([&](const std::string& id, bool false_positive) {
+  std::vector<std::pair<std::string, Feedback>> changed;
+  read_feedback(database_, [&](const std::string& id, Feedback feedback) {
     const auto known = feedback_.find(id);
-    if (known == feedback_.end() || known->second != false_positive) {
-      changed.emplace_back(id, false_positive);
-    }
+    if (known == feedback_.end() || known->second != feedback) changed.emplace_back(id, feedback);
   });
-  for (const auto& [id, false_positive] : changed) {
-    apply_feedback(id, false_positive);
-    feedback_[id] = false_positive;
+  for (const auto& [id, feedback] : changed) {
+    apply_feedback(id, feedback);
+    feedback_[id] = feedback;
   }
 }
 
-void Detector::apply_feedback(const std::string& id, bool false_positive) {
+void Detector::apply_feedback(const std::string& id, Feedback feedback) {
   const std::string key = unique_key_of(id);
   if (key.empty()) return;  // somebody else's anomaly
-  Transaction transaction(store_.handle());
-  const std::optional<Backup> backup = store_.find_backup(key);
-  if (!store_.is_reported(id) || !backup) return;
-  if (store_.is_in_history(key) == false_positive) return;
+  const bool false_positive = feedback == Feedback::kFalsePositive;
+  Transaction transaction(database_);
+  const std::optional<Backup> backup = find_backup(database_, key);
+  if (!has_anomaly(database_, id) || !backup) return;
+  if (is_in_history(database_, key) == false_positive) return;
   if (false_positive) {
     const int cluster = model_.next_cluster(backup->stream);
-    store_.add_to_history(key, cluster);
+    add_to_history(database_, key, cluster);
     model_.learn(*backup, cluster);
   } else {
-    store_.remove_from_history(key);
+    remove_false_positive(database_, key);
     model_.forget_false_positive(*backup);
-    model_.hold(*backup, model_.incident_of(*backup));
+    model_.hold(*backup, {});
     // The number of a row that is gone may be given again.
-    last_history_ = std::min(last_history_, store_.last_history_rowid());
+    last_history_ = std::min(last_history_, last_history_rowid(database_));
   }
   transaction.commit();
-  logmsgf(4, kProgram, "People say that [%s] is %s", id.c_str(),
+  logmsgf(kLogEvent, kDetectionProgram, "People say that [%s] is %s", id.c_str(),
           false_positive ? "a false positive" : "no false positive");
 }
 

@@ -15,13 +15,12 @@ constexpr double kFewKb = 64;
 // Below this size a ratio says nothing.
 constexpr double kLeastKbForRatio = 64;
 constexpr double kLargestInverseRatio = 16;
-constexpr double kBestRatio = 1e6;  // shown for "nothing was new"
 constexpr double kMadToSigma = 1.4826;
 constexpr double kFarthest = 1000;  // spreads
 
 constexpr double kLeastSpreadOfShare = 0.1;
 // A stream that never changes would otherwise make an alarm of one file more.
-constexpr std::array<double, kFeatures> kLeastSpread{0.2, 0.2, 1, kLeastSpreadOfShare, 2};
+constexpr std::array<double, kFigures> kLeastSpread{0.2, 0.2, 1, kLeastSpreadOfShare, 2};
 
 double median(std::vector<double>& values) {
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
@@ -30,11 +29,11 @@ double median(std::vector<double>& values) {
   return (*middle + *std::max_element(values.begin(), middle)) / 2;
 }
 
-bool is_two_sided(Feature feature, bool incremental) {
+bool is_two_sided(Figure feature, bool incremental) {
   return !incremental && (feature == kFiles || feature == kSize);
 }
 
-bool is_share(Feature feature, const Frame& frame) {
+bool is_share(Figure feature, const Frame& frame) {
   if (!frame.incremental) return feature == kTransferred;
   return !frame.whole.empty() && (feature == kFiles || feature == kSize);
 }
@@ -49,7 +48,7 @@ double share_of(double value, double whole, double few) {
 
 double octaves(double value) { return value < 0 ? kUnknown : std::log2(value + 1); }
 
-Scale scale_of(const std::vector<Raw>& raw, Feature feature, const Frame& frame,
+Scale scale_of(const std::vector<Raw>& raw, Figure feature, const Frame& frame,
                std::size_t enough) {
   static thread_local std::vector<double> values;
   values.clear();
@@ -119,8 +118,8 @@ void scale_history(std::span<const Observation> history, const Frame& frame, std
     scaled.raw.push_back(raw_features(history[i], i == 0 ? nullptr : &history[i - 1], frame));
   }
   scaled.dimensions = 0;
-  for (std::size_t feature = 0; feature < kFeatures; ++feature) {
-    scaled.scales[feature] = scale_of(scaled.raw, Feature{feature}, frame, enough);
+  for (std::size_t feature = 0; feature < kFigures; ++feature) {
+    scaled.scales[feature] = scale_of(scaled.raw, Figure{feature}, frame, enough);
     if (scaled.scales[feature].used) ++scaled.dimensions;
   }
   scaled.points.clear();
@@ -129,28 +128,28 @@ void scale_history(std::span<const Observation> history, const Frame& frame, std
   }
 }
 
-std::array<double, kFeatures> deviations(const Raw& raw, const Frame& frame,
-                                         const std::array<Scale, kFeatures>& scales) {
-  std::array<double, kFeatures> result{};
-  for (std::size_t feature = 0; feature < kFeatures; ++feature) {
+std::array<double, kFigures> deviations(const Raw& raw, const Frame& frame,
+                                        const std::array<Scale, kFigures>& scales) {
+  std::array<double, kFigures> result{};
+  for (std::size_t feature = 0; feature < kFigures; ++feature) {
     if (!scales[feature].used || std::isnan(raw[feature])) continue;
     const double away = (raw[feature] - scales[feature].centre) / scales[feature].spread;
-    const double least = is_two_sided(Feature{feature}, frame.incremental) ? -kFarthest : 0;
+    const double least = is_two_sided(Figure{feature}, frame.incremental) ? -kFarthest : 0;
     result[feature] = std::clamp(away, least, kFarthest);
   }
   return result;
 }
 
-void append_point(const std::array<double, kFeatures>& deviations,
-                  const std::array<Scale, kFeatures>& scales, std::vector<double>& point) {
-  for (std::size_t feature = 0; feature < kFeatures; ++feature) {
+void append_point(const std::array<double, kFigures>& deviations,
+                  const std::array<Scale, kFigures>& scales, std::vector<double>& point) {
+  for (std::size_t feature = 0; feature < kFigures; ++feature) {
     if (scales[feature].used) point.push_back(deviations[feature]);
   }
 }
 
-double natural(Feature feature, double raw, const Observation& backup, const Observation* before,
+double natural(Figure feature, double raw, const Observation& backup, const Observation* before,
                const Frame& frame) {
-  if (feature == kRatio) return raw > 0 ? 1 / raw : kBestRatio;
+  if (feature == kRatio) return raw > 0 ? 1 / raw : std::numeric_limits<double>::infinity();
   const Figures own = backup.figures();
   if (feature == kTransferred && !frame.incremental) {
     return std::max(0.0, raw * (own.size_kb + kFewKb));

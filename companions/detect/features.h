@@ -6,11 +6,10 @@
 #include <span>
 #include <vector>
 
-#include "companions/detect/backup.h"
+#include "companions/detect/observation.h"
+#include "finding/figure.h"
 
 namespace corvane::detect {
-
-enum Feature : std::size_t { kFiles, kSize, kTransferred, kRatio, kDuration, kFeatures };
 
 // What a stream's backup is measured against besides its own kind.
 struct Frame {
@@ -26,7 +25,7 @@ struct Frame {
 // Incremental: files and size as shares of the last whole copy, or octaves where none is known;
 // transferred in octaves.
 // Both: one by the deduplication ratio; duration in octaves.
-using Raw = std::array<double, kFeatures>;
+using Raw = std::array<double, kFigures>;
 Raw raw_features(const Observation& backup, const Observation* before, const Frame& frame);
 
 // The newest of `whole` that is not after `time`, or the first one; null when there is none.
@@ -42,7 +41,7 @@ struct Scale {
 // as usual.
 struct ScaledHistory {
   std::vector<Raw> raw;
-  std::array<Scale, kFeatures> scales;
+  std::array<Scale, kFigures> scales;
   std::size_t dimensions = 0;  // used features
   std::vector<double> points;  // rows of `dimensions` numbers, as raw
 };
@@ -52,15 +51,16 @@ void scale_history(std::span<const Observation> history, const Frame& frame, std
                    ScaledHistory& scaled);
 
 // Deviations of one backup in units of the spread, 0 for what is not used or unknown.
-std::array<double, kFeatures> deviations(const Raw& raw, const Frame& frame,
-                                         const std::array<Scale, kFeatures>& scales);
+std::array<double, kFigures> deviations(const Raw& raw, const Frame& frame,
+                                        const std::array<Scale, kFigures>& scales);
 
 // The used ones of `deviations`, appended to `point`.
-void append_point(const std::array<double, kFeatures>& deviations,
-                  const std::array<Scale, kFeatures>& scales, std::vector<double>& point);
+void append_point(const std::array<double, kFigures>& deviations,
+                  const std::array<Scale, kFigures>& scales, std::vector<double>& point);
 
 // What the feature would be in its own unit (files, KB, KB, ratio, seconds) at `raw`, for people.
-double natural(Feature feature, double raw, const Observation& backup, const Observation* before,
+// The ratio of a backup of which nothing is new is infinite.
+double natural(Figure feature, double raw, const Observation& backup, const Observation* before,
                const Frame& frame);
 
 }  // namespace corvane::detect

@@ -33,14 +33,22 @@ double ratio(double value, double before, double few) {
   return value < 0 || before < 0 ? -1 : (value + few) / (before + few);
 }
 
-int severity_of(const Verdict& verdict) {
-  const std::string& cause = verdict.causes.front().id;
-  if (cause == "encryption") return 3;
+Severity severity_of(const Verdict& verdict) {
   const Change& change = verdict.change;
   const double lost = change.files >= 0 ? 1 - change.files : change.touched_files;
-  if (cause == "source_empty" || cause == "packed") return 3;
-  if (cause == "mass_deletion") return lost > 0.5 ? 3 : 2;
-  return cause == "runaway_growth" ? 2 : 1;
+  switch (verdict.causes.front().kind) {
+    case CauseKind::kEncryption:
+    case CauseKind::kSourceEmpty:
+    case CauseKind::kPacked:
+      return Severity::kActNow;
+    case CauseKind::kMassDeletion:
+      return lost > 0.5 ? Severity::kActNow : Severity::kImportant;
+    case CauseKind::kRunawayGrowth:
+      return Severity::kImportant;
+    case CauseKind::kUnclear:
+      break;
+  }
+  return Severity::kLookAtIt;
 }
 
 }  // namespace
@@ -58,7 +66,7 @@ Verdict Judge::judge(const Question& question, const Settings& settings) {
   verdict.observations = question.history.size();
   verdict.eps = settings.effective_eps();
   verdict.change = change_of();
-  if (question.history.size() >= settings.min_observations) {
+  if (question.history.size() >= settings.stream.min_observations) {
     judge_by_history(verdict);
   } else if (!judge_by_whole_copies(verdict)) {
     verdict.outcome = Outcome::kLearning;
@@ -77,12 +85,12 @@ Verdict Judge::judge(const Question& question, const Settings& settings) {
 bool Judge::judge_by_whole_copies(Verdict& verdict) {
   const auto& whole = question_->whole;
   const auto& history = question_->history;
-  if (question_->incremental || whole.size() < settings_->min_observations ||
+  if (question_->incremental || whole.size() < settings_->stream.min_observations ||
       history.size() < kRecordsToAgree) {
     return false;
   }
-  scale_history(whole, frame_, settings_->min_observations / 2, scaled_);
-  for (const Feature feature : {kTransferred, kRatio, kDuration})
+  scale_history(whole, frame_, settings_->stream.min_observations / 2, scaled_);
+  for (const Figure feature : {kTransferred, kRatio, kDuration})
     scaled_.scales[feature].used = false;
   const auto away_from_whole = [&](const Observation& backup) {
     return deviations(raw_features(backup, whole_copy_at(whole, backup.time()), frame_), frame_,
@@ -97,7 +105,7 @@ bool Judge::judge_by_whole_copies(Verdict& verdict) {
   const Observation* before = whole_copy_at(whole, question_->record.time());
   const Raw raw = raw_features(question_->record, before, frame_);
   const Deviations away = deviations(raw, frame_, scaled_.scales);
-  view_features(raw, before, away, verdict);
+  view_figures(raw, before, away, verdict);
   verdict.by_other_stream = true;
   bool accepted = !is_far(away);
   for (const Observation& other : question_->by_people) {
@@ -111,14 +119,14 @@ bool Judge::judge_by_whole_copies(Verdict& verdict) {
 }
 
 void Judge::judge_by_history(Verdict& verdict) {
-  scale_history(question_->history, frame_, settings_->min_observations / 2, scaled_);
+  scale_history(question_->history, frame_, settings_->stream.min_observations / 2, scaled_);
   if (scaled_.dimensions == 0) return;
   const Observation* before = question_->incremental
                                   ? nullptr
                                   : whole_copy_at(question_->history, question_->record.time());
   const Raw raw = raw_features(question_->record, before, frame_);
   const Deviations away = deviations(raw, frame_, scaled_.scales);
-  view_features(raw, before, away, verdict);
+  view_figures(raw, before, away, verdict);
   point_.clear();
   append_point(away, scaled_.scales, point_);
   const bool noise = is_noise(point_, verdict.noise_share);
@@ -232,20 +240,20 @@ Judge::Deviations Judge::deviations_of(const Observation& backup) const {
   return deviations(raw_features(backup, before, frame_), frame_, scaled_.scales);
 }
 
-void Judge::view_features(const Raw& raw, const Observation* before, const Deviations& away,
-                          Verdict& verdict) const {
+void Judge::view_figures(const Raw& raw, const Observation* before, const Deviations& away,
+                         Verdict& verdict) const {
   const Figures own = question_->record.figures();
-  const std::array<double, kFeatures> values{own.files, own.size_kb, own.transferred_kb, own.ratio,
-                                             own.seconds};
-  for (std::size_t i = 0; i < kFeatures; ++i) {
-    FeatureView& view = verdict.features[i];
-    const Feature feature{i};
+  const std::array<double, kFigures> values{own.files, own.size_kb, own.transferred_kb, own.ratio,
+                                            own.seconds};
+  for (std::size_t i = 0; i < kFigures; ++i) {
+    FigureView& view = verdict.figures[i];
+    const Figure feature{i};
     const Scale& scale = scaled_.scales[i];
     view.known = values[i] >= 0;
-    view.used = scale.used && !std::isnan(raw[i]);
+    view.has_usual = scale.used && !std::isnan(raw[i]);
     view.value = values[i];
     view.deviation = away[i];
-    if (!view.used) continue;
+    if (!view.has_usual) continue;
     const double reach = verdict.eps * scale.spread;
     view.usual = natural(feature, scale.centre, question_->record, before, frame_);
     view.low = natural(feature, scale.centre - reach, question_->record, before, frame_);
@@ -260,7 +268,7 @@ Change Judge::change_of() const {
   const Question& q = *question_;
   const Observation* now = q.incremental ? q.same_night : &q.record;
   const auto& copies =
-      q.incremental || q.history.size() < settings_->min_observations ? q.whole : q.history;
+      q.incremental || q.history.size() < settings_->stream.min_observations ? q.whole : q.history;
   if (now != nullptr && !copies.empty()) {
     const Figures after = now->figures();
     const Figures before = whole_copy_at(copies, now->time())->figures();

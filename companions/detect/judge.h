@@ -9,11 +9,13 @@
 #include <string>
 #include <vector>
 
-#include "companions/common/slow_change.h"
-#include "companions/detect/backup.h"
-#include "companions/detect/cause.h"
 #include "companions/detect/dbscan.h"
 #include "companions/detect/features.h"
+#include "companions/detect/observation.h"
+#include "companions/detect/suspected_causes.h"
+#include "finding/severity.h"
+#include "finding/slow_change.h"
+#include "finding/stream_rules.h"
 
 namespace corvane::detect {
 
@@ -21,10 +23,7 @@ struct Settings {
   double eps = 2.5;  // in units of a stream's spread, before the sensitivity
   std::size_t min_samples = 3;
   double sensitivity = 0;  // percent, -100 to 100; the more, the smaller eps
-  std::size_t min_observations = 30;
-  std::size_t max_observations = 3000;
-  int days_to_ignore = 365;  // after a pause longer than this a stream learns anew
-  int purge_months = 12;     // of 30 days; older history does not count; 0 or less: none does
+  StreamSettings stream;
 
   double effective_eps() const;
 };
@@ -51,16 +50,6 @@ struct Question {
   bool same_night_is_normal = false;
 };
 
-struct FeatureView {
-  bool known = false;  // of this backup
-  bool used = false;
-  double value = 0;  // files, KB, KB, ratio, seconds
-  double low = 0;    // the usual range
-  double usual = 0;
-  double high = 0;
-  double deviation = 0;  // in units of the spread
-};
-
 struct Verdict {
   Outcome outcome = Outcome::kNormal;
   std::size_t observations = 0;  // of history
@@ -68,10 +57,10 @@ struct Verdict {
   double noise_share = 0;                 // of the history
   bool by_other_stream = false;           // judged by what another stream of the source knows
   std::optional<SlowChange> slow_change;  // several runs in a row that together are too much
-  std::array<FeatureView, kFeatures> features;
+  FigureViews figures;
   Change change;
-  std::vector<Cause> causes;  // the likeliest first; only when anomalous
-  int severity = 0;           // 1 to 3; only when anomalous
+  std::vector<Cause> causes;            // the likeliest first; only when anomalous
+  Severity severity = Severity::kNone;  // only when anomalous
 };
 
 class Judge {
@@ -79,7 +68,7 @@ class Judge {
   Verdict judge(const Question& question, const Settings& settings);
 
  private:
-  using Deviations = std::array<double, kFeatures>;
+  using Deviations = std::array<double, kFigures>;
 
   bool judge_by_whole_copies(Verdict& verdict);
   void judge_by_history(Verdict& verdict);
@@ -92,8 +81,8 @@ class Judge {
                          const Deviations& away, double eps) const;
   bool stores_much(const Raw& raw) const;
   Deviations deviations_of(const Observation& backup) const;
-  void view_features(const Raw& raw, const Observation* before, const Deviations& away,
-                     Verdict& verdict) const;
+  void view_figures(const Raw& raw, const Observation* before, const Deviations& away,
+                    Verdict& verdict) const;
   Change change_of() const;
 
   const Question* question_ = nullptr;

@@ -7,7 +7,10 @@
 #include "companions/detect/options.h"
 #include "platform/console.h"
 #include "platform/host_product.h"
+#include "platform/program_names.h"
 #include "platform/standard_descriptors.h"
+
+using corvane::kDetectionProgram;
 
 namespace {
 
@@ -44,7 +47,7 @@ int main(int argc, char* argv[]) {
   umask(022);
   if (options.mode != corvane::detect::Options::Mode::kHelp) {
     enable_process_for_service_account();
-    corvane::open_program_log("cvanomalydetect");
+    corvane::open_program_log(kDetectionProgram);
   }
   return dispatch(options);
 }

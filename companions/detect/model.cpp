@@ -2,14 +2,15 @@
 
 #include <algorithm>
 
-#include "config/service_values.h"
+#include "anomaly_database/statuses.h"
+#include "finding/anomaly.h"
+#include "finding/incident.h"
 
 namespace corvane::detect {
 
 namespace {
 
-constexpr std::int32_t kDay = 86400;
-constexpr std::int32_t kNight = kDay / 2;
+constexpr std::int32_t kNight = 12 * 60 * 60;
 constexpr std::size_t kHeldRemembered = 8;
 
 void insert(auto& into, const Observation& observation) {
@@ -21,11 +22,20 @@ void insert(auto& into, const Observation& observation) {
   }
 }
 
-// The newest that is not after `time`, or the first one; null when there is none.
-const Observation* newest_at(const std::deque<Observation>& history, std::int32_t time) {
-  const auto after = std::upper_bound(
+void forget(auto& records, const std::string& unique_key) {
+  std::erase_if(records, [&](const auto& record) { return record.unique_key == unique_key; });
+}
+
+std::deque<Observation>::const_iterator first_after(const std::deque<Observation>& history,
+                                                    std::int32_t time) {
+  return std::upper_bound(
       history.begin(), history.end(), time,
       [](std::int32_t value, const Observation& other) { return value < other.time(); });
+}
+
+// The newest that is not after `time`, or the first one; null when there is none.
+const Observation* newest_at(const std::deque<Observation>& history, std::int32_t time) {
+  const auto after = first_after(history, time);
   if (history.empty()) return nullptr;
   return after == history.begin() ? &history.front() : &*(after - 1);
 }
@@ -46,16 +56,17 @@ Stream& Model::stream_of(const StreamKey& key) {
 void Model::learn(const Backup& backup, int cluster) {
   Stream& stream = stream_of(backup.stream);
   const Observation observation(backup);
-  if (cluster != -1) {
+  if (cluster != kNoCluster) {
     insert(stream.by_people, observation);
     stream.last_cluster = std::max(stream.last_cluster, cluster);
-    std::erase_if(stream.held,
-                  [&](const Held& held) { return held.unique_key == backup.unique_key; });
+    forget(stream.false_positives, backup.unique_key);
+    stream.false_positives.push_back({backup.unique_key, std::nullopt});
+    forget(stream.held, backup.unique_key);
     return;
   }
   if (settled_) {
     insert(stream.history, observation);
-    if (stream.history.size() > settings_.max_observations) stream.history.pop_front();
+    if (stream.history.size() > settings_.stream.max_observations) stream.history.pop_front();
   } else {
     stream.history.push_back(observation);
   }
@@ -64,8 +75,7 @@ void Model::learn(const Backup& backup, int cluster) {
 
 void Model::hold(const Backup& backup, const std::string& incident) {
   Stream& stream = stream_of(backup.stream);
-  std::erase_if(stream.held,
-                [&](const Held& held) { return held.unique_key == backup.unique_key; });
+  forget(stream.held, backup.unique_key);
   stream.held.push_back({Observation(backup), backup.unique_key, incident});
   std::sort(stream.held.begin(), stream.held.end(),
             [](const Held& a, const Held& b) { return a.observation < b.observation; });
@@ -74,8 +84,10 @@ void Model::hold(const Backup& backup, const std::string& incident) {
 
 void Model::forget_false_positive(const Backup& backup) {
   const Observation gone(backup);
-  std::erase_if(stream_of(backup.stream).by_people,
+  Stream& stream = stream_of(backup.stream);
+  std::erase_if(stream.by_people,
                 [&](const Observation& other) { return other.is_same_row(gone); });
+  forget(stream.false_positives, backup.unique_key);
 }
 
 void Model::settle() {
@@ -92,9 +104,9 @@ void Model::settle() {
       *kept++ = *at;
     }
     history.erase(kept, history.end());
-    if (history.size() > settings_.max_observations) {
+    if (history.size() > settings_.stream.max_observations) {
       history.erase(history.begin(),
-                    history.end() - static_cast<std::ptrdiff_t>(settings_.max_observations));
+                    history.end() - static_cast<std::ptrdiff_t>(settings_.stream.max_observations));
     }
   }
   settled_ = true;
@@ -135,18 +147,10 @@ void Model::collect(const StreamKey& key, std::int32_t time, std::vector<Observa
   keep_newest(history, time);
 }
 
-// The newest observations up to the pause after which a stream learns anew.
+// What matters for a verdict at `time`.
 void Model::keep_newest(std::vector<Observation>& history, std::int32_t time) const {
-  const std::int64_t longest = std::int64_t{settings_.days_to_ignore} * kDay;
-  const std::int64_t oldest = purge_cut_off(time, settings_.purge_months);
-  std::int64_t later = time;
-  std::size_t kept = 0;
-  for (auto at = history.rbegin(); at != history.rend() && kept < settings_.max_observations;
-       ++at) {
-    if (later - at->time() > longest || at->time() < oldest) break;
-    later = std::min<std::int64_t>(later, at->time());
-    ++kept;
-  }
+  const std::size_t kept = count_that_matter(std::span<const Observation>(history), time,
+                                             settings_.stream, &Observation::time);
   history.erase(history.begin(), history.end() - static_cast<std::ptrdiff_t>(kept));
 }
 
@@ -177,9 +181,9 @@ void Model::find_whole_copies(const Backup& backup, Question& question) {
   question.whole = whole_;
   if (night_stream == nullptr) return;
   question.same_night = &same_night_;
-  question.same_night_is_normal = !night_is_held &&
-                                  night_stream->history.size() >= settings_.min_observations &&
-                                  same_night_.figures().transferred_kb >= 0;
+  question.same_night_is_normal =
+      !night_is_held && night_stream->history.size() >= settings_.stream.min_observations &&
+      same_night_.figures().transferred_kb >= 0;
 }
 
 Verdict Model::judge(const Backup& backup) {
@@ -195,26 +199,62 @@ Verdict Model::judge(const Backup& backup) {
   return judge_.judge(question, settings_);
 }
 
-LastGood Model::last_good_of(const StreamKey& key) {
-  LastGood latest;
+std::vector<const Stream*> Model::matching(const StreamKey& key) {
+  std::vector<const Stream*> found;
   for (const Stream* stream : sources_[key.client_and_policy()].streams) {
-    if (stream->key.matches(key) && stream->last_good.time >= latest.time) {
-      latest = stream->last_good;
-    }
+    if (stream->key.matches(key)) found.push_back(stream);
+  }
+  return found;
+}
+
+BackupReference Model::last_good_of(const StreamKey& key) {
+  BackupReference latest;
+  for (const Stream* stream : matching(key)) {
+    if (stream->last_good.time >= latest.time) latest = stream->last_good;
   }
   return latest;
 }
 
-std::string Model::incident_of(const Backup& backup) {
-  const Stream& stream = stream_of(backup.stream);
-  for (auto held = stream.held.rbegin(); held != stream.held.rend(); ++held) {
-    if (held->observation.time() > backup.time) continue;
-    const Observation* good = newest_at(stream.history, backup.time);
-    const bool broken =
-        good != nullptr && good->time() > held->observation.time() && good->time() <= backup.time;
-    return broken ? backup.unique_key : held->incident;
+std::optional<std::int64_t> Model::last_accepted_at(const StreamKey& key, std::int32_t time) {
+  std::optional<std::int64_t> latest;
+  for (const Stream* stream : matching(key)) {
+    const Observation* accepted = newest_at(stream->history, time);
+    if (accepted == nullptr || accepted->time() > time) continue;
+    latest = std::max<std::int64_t>(latest.value_or(accepted->time()), accepted->time());
   }
-  return backup.unique_key;
+  return latest;
+}
+
+std::int64_t Model::first_accepted_after(const StreamKey& key, std::int32_t time) {
+  std::int64_t first = 0;
+  for (const Stream* stream : matching(key)) {
+    const auto after = first_after(stream->history, time);
+    if (after == stream->history.end()) continue;
+    if (first == 0 || after->time() < first) first = after->time();
+  }
+  return first;
+}
+
+bool Model::is_false_positive(Stream& stream, const std::string& incident) {
+  return std::any_of(
+      stream.false_positives.begin(), stream.false_positives.end(), [&](FalsePositive& one) {
+        if (!one.incident) one.incident = reported_incident_(one.unique_key);
+        return *one.incident == incident || incident_name(one.unique_key) == incident;
+      });
+}
+
+std::string Model::incident_of(const Backup& backup) {
+  Stream& stream = stream_of(backup.stream);
+  const auto former = std::find_if(stream.held.rbegin(), stream.held.rend(), [&](const Held& held) {
+    return held.observation.time() <= backup.time && held.unique_key != backup.unique_key;
+  });
+  if (former == stream.held.rend()) return incident_name(backup.unique_key);
+  if (former->incident.empty()) former->incident = reported_incident_(former->unique_key);
+  if (former->incident.empty()) former->incident = incident_name(former->unique_key);
+  const bool continues =
+      continues_incident(former->observation.time(), last_accepted_at(backup.stream, backup.time),
+                         is_false_positive(stream, former->incident));
+  return continues ? former->incident : incident_name(backup.unique_key);
 }
 
 }  // namespace corvane::detect

@@ -4,14 +4,17 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "companions/detect/backup.h"
-#include "companions/detect/details.h"
+#include "anomaly_database/backup.h"
 #include "companions/detect/judge.h"
+#include "companions/detect/observation.h"
+#include "finding/finding.h"
 
 namespace corvane::detect {
 
@@ -19,7 +22,13 @@ namespace corvane::detect {
 struct Held {
   Observation observation;
   std::string unique_key;
-  std::string incident;  // the unique key of the incident's first backup
+  std::string incident;  // its name; empty: not looked up yet
+};
+
+// One that people called a false positive.
+struct FalsePositive {
+  std::string unique_key;
+  std::optional<std::string> incident;  // that it was reported in; absent: not looked up yet
 };
 
 struct Stream {
@@ -28,21 +37,27 @@ struct Stream {
   std::deque<Observation> history;
   std::vector<Observation> by_people;  // false positives, by time
   std::vector<Held> held;              // the latest reported ones, by time
-  LastGood last_good;
+  std::vector<FalsePositive> false_positives;
+  BackupReference last_good;
   int last_cluster = 0;           // of people's; each false positive has its own
   std::string said_inconclusive;  // the day that this was last said for
 };
 
+// The name of the incident that a backup, by its unique key, was reported in; empty: not known.
+using IncidentLookup = std::function<std::string(const std::string& unique_key)>;
+
 class Model {
  public:
-  explicit Model(const Settings& settings) : settings_(settings) {}
+  Model(const Settings& settings, IncidentLookup reported_incident)
+      : settings_(settings), reported_incident_(std::move(reported_incident)) {}
   void set_settings(const Settings& settings) { settings_ = settings; }
   const Settings& settings() const { return settings_; }
 
   // A row of the history: accepted (cluster -1), or a false positive by people. A row with the same
   // key takes the place of its former self. During the first load call settle() at the end.
   void learn(const Backup& backup, int cluster);
-  // A row that was reported and is not in the history.
+  // A row that was reported and is not in the history; without a name of its incident, that is
+  // looked up when it is needed.
   void hold(const Backup& backup, const std::string& incident);
   // Undoes a false positive.
   void forget_false_positive(const Backup& backup);
@@ -53,12 +68,14 @@ class Model {
   // Changes nothing.
   Verdict judge(const Backup& backup);
 
-  // The incident that a reported backup belongs to: that of the stream's former backup if it was
-  // reported too, else its own. A unique key.
+  // The name of the incident that an anomalous backup belongs to: see continues_incident().
   std::string incident_of(const Backup& backup);
 
-  // The latest accepted backup, of the stream itself or of those that it matches.
-  LastGood last_good_of(const StreamKey& key);
+  // Of the stream itself and those that it matches: the latest accepted backup; the time of the
+  // latest accepted backup up to `time`, or none; the time of the first one after it, or 0.
+  BackupReference last_good_of(const StreamKey& key);
+  std::optional<std::int64_t> last_accepted_at(const StreamKey& key, std::int32_t time);
+  std::int64_t first_accepted_after(const StreamKey& key, std::int32_t time);
 
   // The number for the stream's next false positive.
   int next_cluster(const StreamKey& key) { return stream_of(key).last_cluster + 1; }
@@ -76,8 +93,11 @@ class Model {
                std::vector<Observation>& by_people, std::vector<Observation>& held);
   void keep_newest(std::vector<Observation>& history, std::int32_t time) const;
   void find_whole_copies(const Backup& backup, Question& question);
+  std::vector<const Stream*> matching(const StreamKey& key);
+  bool is_false_positive(Stream& stream, const std::string& incident);
 
   Settings settings_;
+  IncidentLookup reported_incident_;
   Judge judge_;
   bool settled_ = false;
   std::vector<std::unique_ptr<Stream>> streams_;

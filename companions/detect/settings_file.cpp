@@ -25,10 +25,11 @@ void read_settings(const std::string& path, Settings& settings,
     return read_number(setting, value_of(file, setting), setting.default_value, complaints);
   };
   settings.sensitivity = number(setting::kSensitivity);
-  settings.min_observations = static_cast<std::size_t>(number(setting::kMinObservations));
-  settings.max_observations = static_cast<std::size_t>(number(setting::kMaxObservations));
-  settings.days_to_ignore = number(setting::kDaysToIgnore);
-  settings.purge_months = read_purge_months(value_of(file, setting::kPurgeInterval), complaints);
+  settings.stream.min_observations = static_cast<std::size_t>(number(setting::kMinObservations));
+  settings.stream.max_observations = static_cast<std::size_t>(number(setting::kMaxObservations));
+  settings.stream.days_to_ignore = number(setting::kDaysToIgnore);
+  settings.stream.purge_months =
+      read_purge_months(value_of(file, setting::kPurgeInterval), complaints);
 }
 
 }  // namespace corvane::detect

@@ -53,7 +53,7 @@ _cvanomalyctl() {
   case $command in
     "") options="$commands $options" ;;
     streams) options+=" --client --state" ;;
-    anomalies) options+=" --client --severity --days --open --judged" ;;
+    anomalies) options+=" --client --severity --days --not-reviewed --open --reviewed --judged --not-over --over" ;;
     check)
       options+=" --gather-warning --gather-critical --alerts-warning --alerts-critical"
       options+=" --disk-warning --disk-critical"

@@ -2,7 +2,7 @@
 #
 # Writes a source file with the bytes of each input, as a std::string_view of that name.
 string(REPLACE "," ";" inputs "${INPUTS}")
-set(code "#include \"operator_tool/report_parts.h\"\n\nnamespace corvane::ctl {\n\n")
+set(code "#include \"operator_tool/report/report_parts.h\"\n\nnamespace corvane::ctl {\n\n")
 foreach(input ${inputs})
   string(REGEX MATCH "^([^=]+)=(.+)$" matched "${input}")
   set(name ${CMAKE_MATCH_1})

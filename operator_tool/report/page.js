@@ -36,17 +36,13 @@
   const span = (seconds) => {
     if (seconds < 120) return Math.max(0, seconds) + " s";
     if (seconds < 7200) return Math.floor(seconds / 60) + " min";
-    if (seconds < 172800) return Math.floor(seconds / 3600) + " h";
-    return Math.floor(seconds / 86400) + " days";
+    const parts = (whole, unit, rest, restUnit) => whole + " " + unit + (rest ? " " + rest + " " + restUnit : "");
+    if (seconds < 172800) return parts(Math.floor(seconds / 3600), "h", Math.floor(seconds % 3600 / 60), "min");
+    return parts(Math.floor(seconds / 86400), "d", Math.floor(seconds % 86400 / 3600), "h");
   };
   const counted = (count, one, many) => number(count) + " " + (count === 1 ? one : many);
-  const severityWords = ["", "look at it", "important", "act now"];
   const severityClass = ["", "", "warn", "bad"];
-  const severityNode = (severity) => {
-    const known = Math.min(3, Math.max(1, severity));
-    return node("span", "tag " + severityClass[known], severityWords[known]);
-  };
-  const stateWords = {open: "not judged by people", confirmed: "confirmed", false_positive: "false alarm"};
+  const severityNode = (of) => node("span", "tag " + severityClass[of.severity], of.severity_words);
 
   // --- Tables that show more when asked ---
 
@@ -160,24 +156,15 @@
 
   // --- Clients ---
 
-  const figureNames = {files: "files", image_size: "size", kb_transferred: "transferred", dedup_ratio: "deduplication ratio",
-    duration: "seconds"};
-  const figureWords = (feature) => {
-    const words = feature.name === "image_size" || feature.name === "kb_transferred" ? size : number;
-    const round = (value) => feature.name === "files" ? Math.round(value) : value;
-    let text = (figureNames[feature.name] || feature.name) + " " + words(feature.value);
-    if (feature.usual !== undefined) text += ", usually " + words(round(feature.usual_low)) + " to " + words(round(feature.usual_high));
-    return text;
-  };
+  const figureWords = (figure) => figure.label + " " + figure.value + ", usually " + figure.usual;
 
   const markOf = (anomaly) => {
     const item = node("li", anomaly.state === "false_positive" ? "over" : "");
     const head = node("div");
-    head.append(severityNode(anomaly.severity), " " + time(anomaly.time || anomaly.detected) + " · " + anomaly.policy +
-      ", " + anomaly.schedule_name + " · " + (stateWords[anomaly.state] || anomaly.state));
+    head.append(severityNode(anomaly), " " + time(anomaly.time || anomaly.detected) + " · " + anomaly.policy +
+      ", " + anomaly.schedule_name + " · " + anomaly.review);
     item.append(head, node("div", "", anomaly.cause_words || anomaly.summary || "No details."));
-    const features = anomaly.features.filter((feature) => feature.usual !== undefined);
-    if (features.length) item.append(node("div", "faint", features.map(figureWords).join(" · ")));
+    if (anomaly.figures.length) item.append(node("div", "faint", anomaly.figures.map(figureWords).join(" · ")));
     return item;
   };
 
@@ -186,7 +173,7 @@
     const head = node("div", "head");
     head.append(node("h3", "", client.name));
     const count = client.anomalies.length;
-    if (count) head.append(node("span", client.open ? "bad" : "faint", counted(count, "anomaly", "anomalies") + (client.open ? ", an incident is open" : "")));
+    if (count) head.append(node("span", client.ongoing ? "bad" : "faint", counted(count, "anomaly", "anomalies") + (client.ongoing ? ", an incident is not over" : "")));
     head.append(node("span", "faint", counted(client.streams.length, "stream", "streams")));
     card.append(head);
     const rows = node("div", "charts");
@@ -246,7 +233,8 @@
 
   // --- The parts of the page ---
 
-  const openNames = new Set(data.incidents.filter((incident) => incident.open).map((incident) => incident.client));
+  const ongoing = data.incidents.filter((incident) => !incident.over);
+  const ongoingClients = new Set(ongoing.map((incident) => incident.client));
   const anomaliesOf = new Map();
   for (const anomaly of data.anomalies) {
     if (!anomaliesOf.has(anomaly.client)) anomaliesOf.set(anomaly.client, []);
@@ -254,20 +242,19 @@
   }
   for (const client of data.clients) {
     client.anomalies = anomaliesOf.get(client.name) || [];
-    client.open = openNames.has(client.name);
+    client.ongoing = ongoingClients.has(client.name);
     client.words = [client.name, ...client.streams.flatMap((stream) => [stream.policy, stream.schedule]),
       ...client.anomalies.map((anomaly) => anomaly.cause_words)].join("\n").toLowerCase();
   }
-  data.clients.sort((a, b) => (b.open - a.open) || (b.anomalies.length - a.anomalies.length) || (a.name < b.name ? -1 : 1));
+  data.clients.sort((a, b) => (b.ongoing - a.ongoing) || (b.anomalies.length - a.anomalies.length) || (a.name < b.name ? -1 : 1));
 
   const tile = (value, words, className) => {
     const box = node("div", "tile");
     box.append(node("b", className, value), node("span", "", words));
     byId("tiles").append(box);
   };
-  const open = data.incidents.filter((incident) => incident.open).length;
   byId("period").textContent = time(data.from) + " to " + time(data.time) + (data.utc ? " UTC" : "");
-  tile(number(open), open === 1 ? "incident open" : "incidents open", open ? "bad" : "good");
+  tile(number(ongoing.length), ongoing.length === 1 ? "incident not over" : "incidents not over", ongoing.length ? "bad" : "good");
   const inPeriod = data.anomalies.length + data.anomalies_left_out;
   tile(number(inPeriod), inPeriod === 1 ? "anomaly in the period" : "anomalies in the period");
   tile(number(data.clients.length), data.clients.length === 1 ? "client" : "clients");
@@ -290,11 +277,11 @@
     const matches = (text) => words.every((word) => text.includes(word));
     table(byId("incidents"), [
       {title: "Last", className: "time", of: (incident) => time(incident.last)},
-      {title: "Severity", className: "short", of: (incident) => severityNode(incident.severity)},
+      {title: "Severity", className: "short", of: (incident) => severityNode(incident)},
       {title: "Client", className: "name", of: (incident) => incident.client},
       {title: "What", className: "wide", of: (incident) => incident.summary || incident.name},
       {title: "Records", className: "number", of: (incident) => number(incident.records)},
-      {title: "State", className: "short", of: (incident) => node("span", incident.open ? "bad" : "faint", incident.open ? "open" : "over")},
+      {title: "Incident", className: "short", of: (incident) => node("span", incident.over ? "faint" : "bad", incident.over ? "over" : "not over")},
     ], data.incidents.filter((incident) => matches((incident.client + "\n" + incident.summary + "\n" + incident.cause).toLowerCase())),
     ROWS, "None in this period.");
     table(byId("learning"), [

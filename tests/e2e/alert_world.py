@@ -98,7 +98,7 @@ class World:
         row = anomaly_db.row(f"{client}_{at}", at, client, "0", "daily", 1, 1.0, at, 1.0, 1, 1.0, -1,
                              policy="nightly", policy_type="Standard")
         with self.db:
-            self.db.execute(anomaly_db.INSERT.format("HIST_DATA"), row)
+            self.db.execute(anomaly_db.insert_into("HIST_DATA"), row)
 
     def unprocessed(self):
         return self.db.execute("SELECT count(*) FROM ANOMALY_DATA WHERE PROCESSED = 0").fetchone()[0]

@@ -36,9 +36,10 @@ class World:
             self.insert("DATA_TO_PROCESS", [self.bad, older, self.row(name, -1, 0, job=902)])
             for row, processed in ((self.bad, 0), (older, 1)):
                 self.db.execute("INSERT INTO ANOMALY_DATA VALUES (?, ?, ?, ?, ?, ?)", (
-                    "anomaly_" + row[-1], json.dumps(self.details(name, row)), processed,
-                    f"{name}/policy/STANDARD/FULL/daily/FILE_SYSTEM/disk-pool01", name, row[1] + 60))
-            self.db.execute("INSERT INTO ANOMALY_DATA_FEEDBACK VALUES (?, 1, ?)", ("anomaly_" + older[-1], self.now))
+                    "anomaly_" + row.UNIQUE_KEY, json.dumps(self.details(name, row)), processed,
+                    f"{name}/policy/STANDARD/FULL/daily/FILE_SYSTEM/disk-pool01", name, row.BACKUP_TIME + 60))
+            self.db.execute("INSERT INTO ANOMALY_DATA_FEEDBACK VALUES (?, 1, ?)",
+                            ("anomaly_" + older.UNIQUE_KEY, self.now))
             self.db.execute("INSERT INTO LAST_BACKUP_DATA_CAPTURE VALUES (?)", (self.now - 60,))
 
     def row(self, client, day, mark, files=1000, job=None):
@@ -47,20 +48,20 @@ class World:
                               20000, 60, 5.0, mark)
 
     def insert(self, table, rows):
-        self.db.executemany(anomaly_db.INSERT.format(table), rows)
+        self.db.executemany(anomaly_db.insert_into(table), rows)
 
     @staticmethod
     def details(client, row):
         return {"schema": 1, "summary": f"daily backup of {client}: 10 files, usually 1000", "severity": 3,
-                "incident": "incident_" + row[-1],
+                "incident": "incident_" + row.UNIQUE_KEY,
                 "stream": {"client": client, "policy": "policy", "policy_type": "STANDARD", "schedule_type": "FULL",
                            "schedule_name": "daily", "application_type": "FILE_SYSTEM", "destination": "disk-pool01"},
-                "backup_id": row[0], "job_id": row[10], "time": row[1],
+                "backup_id": row.BACKUP_ID, "job_id": row.JOB_ID, "time": row.BACKUP_TIME,
                 "causes": [{"id": "mass_deletion", "words": "Files may have been deleted."}],
                 "features": [{"name": "files", "unit": "files", "value": 10, "usual": 1000, "usual_low": 990,
                               "usual_high": 1010, "factor": 0.01, "deviation": -30}],
                 "judged_by": "own history", "observations": 44, "eps": 2.5,
-                "last_good": {"backup_id": "good", "time": row[1] - DAY}}
+                "last_good": {"backup_id": "good", "time": row.BACKUP_TIME - DAY}}
 
     def command(self, *arguments):
         return [str(host.BIN / CTL), *map(str, arguments), "--database", str(self.path)]

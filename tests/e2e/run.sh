@@ -20,6 +20,8 @@ for sanitizer in ASAN UBSAN TSAN; do
 done
 # libfaketime allocates when it is first asked for the time. The allocator must not ask it, with its locks held.
 export ASAN_OPTIONS="$ASAN_OPTIONS:allocator_release_to_os_interval_ms=-1"
+CV_ANOMALY_SCHEMA=$(realpath "$build/anomaly_database/schema.sql")
+export CV_ANOMALY_SCHEMA
 status=0
 "$here/../../embedded_host/sandbox" "$tree" \
   /usr/bin/python3 -B -m pytest -q -rs -p no:cacheprovider --color=no -x "$here/$file" || status=$?

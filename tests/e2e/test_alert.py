@@ -27,8 +27,8 @@ def test_everybody_is_told_the_same_once(world):
         assert world.stop(process) < 1 * host.patience
     (by_command,), (by_journal,) = world.told(), journal.entries
     report = world.reports()["anomaly_a"]
-    subject = ("[act now] The daily backup of client web01 (policy nightly): 990,000 KB transferred, "
-               "49.5 times the usual 20,000; looks like encryption")
+    subject = ("[act now] The daily backup of client web01 (policy nightly): 967 MB transferred, "
+               "49.5 times the usual 20 MB; looks like encryption")
     assert by_web["signed"] and by_web["name in header"] == by_web["alert"]
     assert by_mail["recipients"] == ["ops@example.com", "boss@example.com"]
     assert by_mail["mail"]["From"] == "backup@example.com"
@@ -42,7 +42,7 @@ def test_everybody_is_told_the_same_once(world):
     assert by_mail["plain"].rstrip("\n") == f"{subject}\n\n{by_web['text']}".rstrip("\n")
     assert by_journal["MESSAGE"] == f"{subject}\n{by_web['text']}"
     assert (by_journal["PRIORITY"], by_journal["ANOMALY_CLIENT"]) == ("2", "web01")
-    for part in ("web01", "nightly", "49.5 times the usual 20,000 (19,000 to 21,000)", "encrypted", "since",
+    for part in ("web01", "nightly", "49.5 times the usual 20 MB (19 MB to 21 MB)", "encrypted", "since",
                  "last good backup is web01_0", "FALSE_POSITIVE"):
         assert part in by_web["text"]
     assert world.log(16) == []
@@ -238,7 +238,7 @@ def test_the_whole_circle(make_machine):
     machine.start_web_service()
     start_with_history(machine)
     with contextlib.closing(sqlite3.connect(host.DATABASE, timeout=20)) as db, db:
-        db.executemany(anomaly_db.INSERT.format("HIST_DATA"),
+        db.executemany(anomaly_db.insert_into("HIST_DATA"),
                        [live_row(nightly(800 + day, BEGIN - (41 - day) * DAY), status=-1) for day in range(40)])
 
     def judged():

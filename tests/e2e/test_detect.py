@@ -25,8 +25,8 @@ import anomaly_db  # noqa: E402
 DETECT = "cvanomalydetect"
 FIRST = 1700000000
 DAY = 86400
-INTO_HISTORY = anomaly_db.INSERT.format("HIST_DATA")
-INTO_WAITING = anomaly_db.INSERT.format("DATA_TO_PROCESS")
+INTO_HISTORY = anomaly_db.insert_into("HIST_DATA")
+INTO_WAITING = anomaly_db.insert_into("DATA_TO_PROCESS")
 
 
 def daily(client, day, mark, files=1000, kb=1000000, transferred=20000):
@@ -42,7 +42,7 @@ def encrypted(client, day, mark=0):
 
 
 def key(row):
-    return row[-1]
+    return row.UNIQUE_KEY
 
 
 class World:

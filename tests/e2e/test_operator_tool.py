@@ -20,7 +20,7 @@ import pytest
 from conftest import BEGIN
 from gathering import backup, load
 from machine import process_ids, wait_until
-from operator_world import CTL, DAY, PROJECT, World, need
+from operator_world import CTL, DAY, PROJECT, World, anomaly_db, need
 from service_runs import configure, history_gathered_before, next_gather, start_with_history
 from test_disk import small_disk
 
@@ -108,7 +108,7 @@ def test_writers_are_not_held_up(world):
     writer.start()
     try:
         for _ in range(5):
-            for command in (("status",), ("streams",), ("anomalies",), ("metrics",), ("show", world.bad[0])):
+            for command in (("status",), ("streams",), ("anomalies",), ("metrics",), ("show", world.bad.BACKUP_ID)):
                 answer = world.run(*command)
                 assert (answer.returncode, answer.stderr) == (0, "")
         assert writer.is_alive()  # a lock would have ended it
@@ -189,14 +189,14 @@ def test_colour_only_on_a_terminal(world):
 
 @pytest.mark.parametrize("columns", [60, 80, 132])
 def test_tables_fit_the_terminal(world, columns):
-    for command in (("streams",), ("anomalies",), ("show", world.bad[0])):
+    for command in (("streams",), ("anomalies",), ("show", world.bad.BACKUP_ID)):
         for line in on_terminal(world.command(*command), columns, NO_COLOR="1").split("\r\n"):
             assert len(line) <= columns or " " not in line.strip(), line
-    assert "\N{HORIZONTAL ELLIPSIS}" in on_terminal(world.command("anomalies"), 60)
+    assert "\N{HORIZONTAL ELLIPSIS}" in on_terminal(world.command("anomalies"), 80)
 
 
 def test_a_terminal_without_utf8(world):
-    assert on_terminal(world.command("show", world.bad[0]), LANG="C").isascii()
+    assert on_terminal(world.command("show", world.bad.BACKUP_ID), LANG="C").isascii()
 
 
 def test_times_are_local_or_utc(world):
@@ -220,12 +220,13 @@ def completions(world, *words, setup=""):
 def test_completion_of_bash(world, tmp_path):
     assert completions(world, "st") == ["status", "streams"]
     assert completions(world, "anomalies", "--se") == ["--severity"]
+    assert completions(world, "anomalies", "--not") == ["--not-reviewed", "--not-over"]
     assert completions(world, "--utc", "check", "--disk") == ["--disk-warning", "--disk-critical"]
     assert completions(world, "anomalies", "--severity", "") == ["1", "2", "3"]
     assert completions(world, "streams", "--state", "l") == ["learning"]
     assert str(world.path) in completions(world, "--database", str(tmp_path / "CV_A"))
     ids = completions(world, "--database", str(world.path), "show", "anomaly_")
-    assert ids[0] == "anomaly_" + world.bad[-1] and len(ids) == 2
+    assert ids[0] == "anomaly_" + world.bad.UNIQUE_KEY and len(ids) == 2
     witness = tmp_path / "witness"
     with world.db:
         world.db.execute("UPDATE ANOMALY_DATA SET ANOMALY_UNIQUE_ID = ANOMALY_UNIQUE_ID || ?",
@@ -238,12 +239,15 @@ def test_completion_knows_every_option(world):
     """What --help names is completed, and nothing else."""
     help_of = lambda *words: world.run(*words, "--help").stdout  # noqa: E731
     commands = re.findall(r"^  (\w+) ", help_of().split("Subcommands:")[1], re.M)
-    option = r"^  (?:-\w,)?(--[\w-]+)"
-    general = re.findall(option, help_of(), re.M)
+
+    def options_of(*words):
+        lines = re.findall(r"^  (-[\w,-]+)", help_of(*words), re.M)
+        return [name for line in lines for name in line.split(",") if name.startswith("--")]
+
+    general = options_of()
     assert sorted(completions(world, "")) == sorted(commands + general)
     for command in commands:
-        own = set(re.findall(option, help_of(command), re.M))
-        assert set(completions(world, command, "--")) == own | set(general), command
+        assert set(completions(world, command, "--")) == {*options_of(command), *general}, command
 
 
 # --- For programs ---
@@ -326,17 +330,18 @@ def expect_documented(document, command):
 @pytest.fixture
 def told_world(world):
     """With a channel of the alerts that fails."""
-    schema = (PROJECT / "companions/alert/state_database.cpp").read_text()
-    statements = re.search(r"kSchema\{(.*?)\};", schema, re.S)[1]
-    with contextlib.closing(sqlite3.connect(world.directory / "CV_Anomaly_Alerts.db")) as db, db:
-        for statement in re.split(r",\n\s*(?=\"CREATE)", statements):
-            db.execute("".join(re.findall(r'"(.*?)"', statement)))
-        db.execute("INSERT INTO meta VALUES ('tag', 'x')")
+    elsewhere = world.directory / "elsewhere"
+    elsewhere.mkdir()
+    anomaly_db.create(elsewhere / "CV_Anomaly.db").close()
+    subprocess.run([str(host.BIN / "cvanomalyalert"), "-database_location", str(elsewhere), "-database_file_name",
+                    "CV_Anomaly.db", "-master", host.MASTER, "-once"], check=True, timeout=60)
+    made = (elsewhere / "CV_Anomaly_Alerts.db").rename(world.directory / "CV_Anomaly_Alerts.db")
+    with contextlib.closing(sqlite3.connect(made)) as db, db:
         db.execute("INSERT INTO channel VALUES ('mail', 3, 0, 1, 'no answer', 0, 5)")
         db.execute("INSERT INTO incident (id, name, anomaly_id, last_anomaly, client, policy, policy_type, schedule_type,"
                    " schedule_name, application_type, destination, has_stream, first_time, last_time, severity, cause,"
                    " records, until, is_open, changed) VALUES (1, ?, '', '', '', '', '', '', '', '', '', 0, 0, 0, 1, '',"
-                   " 1, 0, 1, 0)", ("incident_" + world.bad[-1],))
+                   " 1, 0, 1, 0)", ("incident_" + world.bad.UNIQUE_KEY,))
         db.execute("INSERT INTO delivery VALUES (1, 'mail', 1, 1, 3, 0, ?, 0, 0, 1, 1, 'no answer', 0)", (world.now,))
     return world
 
@@ -353,17 +358,20 @@ def test_every_metric_is_documented_and_every_documented_one_is_there(told_world
 @pytest.mark.parametrize("command", ["status", "streams", "anomalies", "show", "explain", "backtest", "check", "metrics",
                                      "report"])
 def test_every_document_is_as_documented(told_world, command):
-    more = {"show": [told_world.bad[0]], "explain": [told_world.bad[-1]], "backtest": ["30"],
+    more = {"show": [told_world.bad.BACKUP_ID], "explain": [told_world.bad.UNIQUE_KEY], "backtest": ["30"],
             "report": ["--html", str(told_world.directory / "report.html")]}
     answer = told_world.run(command, *more.get(command, []), "--json")
     expect_documented(json.loads(answer.stdout), command)
 
 
 def test_a_normal_backup_is_explained_as_documented(world):
-    for key, state in ((world.row("web01", 1, -1)[-1], "normal"), (world.row("db01", 2, -1)[-1], "learning 0 of 30")):
+    for client, day, state, stream in (("web01", 1, "normal", "judged"),
+                                       ("db01", 2, "learning 0 of 30", "learning 0 of 30")):
+        key = world.row(client, day, -1).UNIQUE_KEY
         document = json.loads(world.run("explain", key, "--json").stdout)
         judgement = document["judgement"]
         assert (judgement["state"], judgement["severity"], judgement["causes"]) == (state, 0, [])
+        assert judgement["stream_state"] == stream
         expect_documented(document, "explain")
     assert judgement["last_good"] is None
 

@@ -5,7 +5,7 @@
 #include <ctime>
 
 #include "embedded_host/iso_time.h"
-#include "embedded_host/sql.h"
+#include "sqlite/connection.h"
 #include "tests/fuzz/filter_meaning.h"
 #include "tests/fuzz/fuzz.h"
 
@@ -32,17 +32,17 @@ const std::vector<Element>& elements() {
   return all;
 }
 
-corvane::host::Database& database() {
-  static corvane::host::Database db = [] {
-    corvane::host::Database made(":memory:", corvane::host::OpenMode::kCreate);
+corvane::Connection& database() {
+  static corvane::Connection db = [] {
+    corvane::Connection made(":memory:", corvane::Connection::Access::kCreate);
     made.execute("CREATE TABLE t(client TEXT, job INTEGER, ratio REAL, start INTEGER)");
-    corvane::host::Statement insert(made, "INSERT INTO t VALUES(?1,?2,?3,?4)");
     for (const Element& element : elements()) {
-      insert.bind(1, std::string_view(element.client));
-      insert.bind(2, element.job);
-      insert.bind(3, element.ratio);
-      insert.bind(4, element.start);
-      insert.step();
+      made.query("INSERT INTO t VALUES(?1,?2,?3,?4)")
+          .bind(element.client)
+          .bind(element.job)
+          .bind(element.ratio)
+          .bind(element.start)
+          .run();
     }
     return made;
   }();
@@ -50,19 +50,10 @@ corvane::host::Database& database() {
 }
 
 void check_meaning(const std::string& filter, const FilterSql& sql) {
-  corvane::host::Statement select(database(), "SELECT " + sql.condition + " FROM t ORDER BY rowid");
-  int position = 1;
+  const std::string text = "SELECT " + sql.condition + " FROM t ORDER BY rowid";
+  corvane::Query select(database().handle(), text.c_str());
   for (const auto& value : sql.values) {
-    std::visit(
-        [&](const auto& plain) {
-          if constexpr (std::is_same_v<std::decay_t<decltype(plain)>, std::string>) {
-            select.bind(position, std::string_view(plain));
-          } else {
-            select.bind(position, plain);
-          }
-        },
-        value);
-    ++position;
+    std::visit([&](const auto& plain) { select.bind(plain); }, value);
   }
   for (const Element& element : elements()) {
     require(select.step(), "a row for each element");

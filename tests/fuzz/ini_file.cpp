@@ -65,10 +65,10 @@ std::string written(const Settings& settings) {
            std::to_string(value) + "\n";
   };
   return line(setting::kSensitivity, static_cast<int>(settings.sensitivity)) +
-         line(setting::kMinObservations, settings.min_observations) +
-         line(setting::kMaxObservations, settings.max_observations) +
-         line(setting::kDaysToIgnore, settings.days_to_ignore) +
-         line(setting::kPurgeInterval, settings.purge_months);
+         line(setting::kMinObservations, settings.stream.min_observations) +
+         line(setting::kMaxObservations, settings.stream.max_observations) +
+         line(setting::kDaysToIgnore, settings.stream.days_to_ignore) +
+         line(setting::kPurgeInterval, settings.stream.purge_months);
 }
 
 void check_settings(Configuration& config, const std::string& path, const std::string& other_path) {
@@ -76,13 +76,14 @@ void check_settings(Configuration& config, const std::string& path, const std::s
   std::vector<std::string> complaints;
   corvane::detect::read_settings(path, settings, complaints);
   require(complaints.size() <= 5, "a complaint for each value at most");
-  require(settings.sensitivity >= -100 && settings.sensitivity <= 100 &&
-              settings.min_observations >= 2 && settings.min_observations <= 1000000 &&
-              settings.max_observations >= 2 && settings.max_observations <= 1000000 &&
-              settings.days_to_ignore >= 1 && settings.days_to_ignore <= 100000,
-          "settings are within bounds");
+  require(
+      settings.sensitivity >= -100 && settings.sensitivity <= 100 &&
+          settings.stream.min_observations >= 2 && settings.stream.min_observations <= 1000000 &&
+          settings.stream.max_observations >= 2 && settings.stream.max_observations <= 1000000 &&
+          settings.stream.days_to_ignore >= 1 && settings.stream.days_to_ignore <= 100000,
+      "settings are within bounds");
   const std::string purge = corvane::value_of(config, setting::kPurgeInterval);
-  require(settings.purge_months == corvane::purge_interval_months(purge),
+  require(settings.stream.purge_months == corvane::purge_interval_months(purge),
           "what the service purges does not count", purge);
   require(settings.effective_eps() > 0, "the radius is positive");
 
@@ -90,7 +91,7 @@ void check_settings(Configuration& config, const std::string& path, const std::s
   Settings again;
   complaints.clear();
   corvane::detect::read_settings(other_path, again, complaints);
-  const std::size_t negative = settings.purge_months < 0 ? 1 : 0;
+  const std::size_t negative = settings.stream.purge_months < 0 ? 1 : 0;
   require(complaints.size() == negative && written(again) == written(settings),
           "settings written anew are read alike");
 }

@@ -28,7 +28,7 @@ CatalogReader& reader() {
       lines.push_back(world::backup_line(i, world::kDay + i * 60, 90, R"(,"kbytes":7)"));
     }
     require(catalog.load(lines).empty(), "the catalog is loaded");
-    auto writable = corvane::host::open_catalog(catalog.path, corvane::host::OpenMode::kWrite);
+    auto writable = corvane::host::open_catalog(catalog.path, corvane::Connection::Access::kWrite);
     corvane::host::put_feedback(writable, "anomaly_1", "FALSE_POSITIVE");
     corvane::host::put_feedback(writable, "anomaly_2", "CONFIRMED");
     return CatalogReader(catalog.path, stopping);

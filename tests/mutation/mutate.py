@@ -17,7 +17,7 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
-ROOMS = ("platform", "sqlite", "util", "config", "service", "gather", "management")
+ROOMS = ("platform", "sqlite", "util", "config", "anomaly_database", "service", "gather", "management")
 BUILD = ["ninja", "-C", "build", *(f"{room}_test" for room in ROOMS)]
 SECONDS = 300
 

@@ -7,6 +7,7 @@ tree=$build/soak/tessel
 rm -rf "$tree"
 mkdir -p "$tree"
 cmake --install "$build" --prefix "$tree" >/dev/null
+export CV_ANOMALY_SCHEMA=$build/anomaly_database/schema.sql
 "$here/../../embedded_host/sandbox" "$tree" \
   /usr/bin/python3 -B "$here/soak.py" "${2:-60}" /usr/tessel/soak.json
 mv "$tree/soak.json" "$build/soak/soak.json"

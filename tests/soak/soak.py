@@ -65,7 +65,7 @@ def a_month_gathered_before(begin):
         for job, start in enumerate(range(begin - MONTH, begin, SECONDS_BETWEEN_BACKUPS), FIRST_EARLIER_JOB):
             client = f"client{job % CLIENTS:02}.example.com"
             for table, mark in (("HIST_DATA", -1), ("DATA_TO_PROCESS", 1)):
-                db.execute(anomaly_db.INSERT.format(table), anomaly_db.row(
+                db.execute(anomaly_db.insert_into(table), anomaly_db.row(
                     f"{client}_{start}", start, client, "FULL", "daily", figures.randint(9_900, 10_100),
                     figures.randint(990_000, 1_010_000), job, figures.randint(9_000, 11_000),
                     figures.randint(60, 1500), 100.0, mark, policy="nightly", app="NONE", destination="disk01"))

@@ -31,7 +31,7 @@ MAY_INCLUDE = {
     "companions/detect": SHARED | {"companions/common"},
     "companions/alert": SHARED | {"companions/common"},
     "operator_tool": SHARED | {"companions/common", "companions/detect", "companions/alert"},
-    "embedded_host": {"platform"},
+    "embedded_host": {"platform", "sqlite"},
     "examples": BELOW | {"anomaly_database", "gather", "management"},
 }
 

@@ -19,7 +19,7 @@ INDIRECT = {
     "companions/detect/daemon.cpp": (1, ("Invalid value received for configuration key %s:[%s], using %d",)),
     "companions/alert/commands.cpp": (1, ("Invalid value received for configuration key %s:[%s], using [%s]",)),
     "companions/alert/daemon.cpp": (1, ("Invalid value received for configuration key %s:[%s], using [%s]",)),
-    "companions/alert/sender.cpp": (1, ("Cannot write the dead letters: %s",
+    "companions/alert/delivery/sender.cpp": (1, ("Cannot write the dead letters: %s",
                                         "Cannot note what channel %s took, trying again: %s")),
     "companions/common/error_text.cpp": (1, ("cvanomalydetect: %s", "cvanomalyalert: %s")),
 }
@@ -29,7 +29,7 @@ def messages():
     """(file, text) of each literal that a call of logmsg or logmsgf at level 8 or 16 carries, its tag left
     out; of constants the literal that stands behind their name; no text where there is neither."""
     for room in ROOMS:
-        for source in sorted((PROJECT / room).glob("*.cpp")):
+        for source in sorted((PROJECT / room).rglob("*.cpp")):
             code = source.read_text()
             constants = dict(re.findall(rf"constexpr char (\w+)\[\] =\s*({LITERAL})", code))
             for call in re.findall(rf"logmsgf?\(\s*{WARNING_OR_ERROR},\s*((?:[^;\"]|{LITERAL})*)\);", code):

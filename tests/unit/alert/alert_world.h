@@ -8,10 +8,15 @@
 #include <string_view>
 #include <vector>
 
-#include "companions/alert/intake.h"
-#include "companions/alert/outbox.h"
+#include "anomaly_database/anomalies.h"
+#include "anomaly_database/anomaly_database.h"
+#include "anomaly_database/backup_row.h"
+#include "anomaly_database/schema.h"
+#include "companions/alert/delivery/outbox.h"
+#include "companions/alert/incident/intake.h"
 #include "companions/alert/settings_file.h"
 #include "companions/alert/state_database.h"
+#include "finding/words.h"
 #include "sqlite/db_access.h"
 #include "tests/fakes/platform_fake_test.h"
 #include "tests/support/scratch_dir.h"
@@ -20,7 +25,6 @@
 namespace corvane::alert {
 
 inline constexpr std::int64_t kFirst = 1'700'000'000;
-inline constexpr std::int64_t kDay = 86400;
 
 inline std::string details_of(const std::string& client, const std::string& incident, int severity,
                               std::int64_t time) {
@@ -38,18 +42,11 @@ inline std::string details_of(const std::string& client, const std::string& inci
 class AlertWorld : public PlatformFake {
  protected:
   AlertWorld() {
-    sql("PRAGMA journal_mode=WAL");
-    sql("PRAGMA synchronous=OFF");  // nobody pulls the plug on a test
-    database_.execute_query(
-        "CREATE TABLE ANOMALY_DATA (ANOMALY_UNIQUE_ID TEXT PRIMARY KEY NOT NULL, ANOMALY_DETAILS "
-        "TEXT, PROCESSED INT, DETECTION_KEY TEXT, CLIENT TEXT, DETECTION_TIME INT);");
-    database_.execute_query(
-        "CREATE TABLE ANOMALY_DATA_FEEDBACK (ANOMALY_UNIQUE_ID TEXT PRIMARY KEY NOT NULL, "
-        "FEEDBACK INT, CAPTURE_TIME INT);");
-    database_.execute_query(
-        "CREATE TABLE HIST_DATA (CLIENT TEXT, POLICY TEXT, POLICY_TYPE TEXT, SCHEDULE_TYPE TEXT, "
-        "SCHEDULE_NAME TEXT, APP_TYPE TEXT, DESTINATION_STORAGE_NAME TEXT, BACKUP_TIME INT, "
-        "USER_IDENTIFIED_CLUSTER INT);");
+    // Nobody pulls the plug on a test.
+    for (const char* pragma : {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=OFF"}) sql(pragma);
+    for (const std::string& table : anomaly_schema()) database_.execute_query(table);
+    detection_.emplace(open_for_companion(directory_("CV_Anomaly.db")));
+    detection_->execute("PRAGMA synchronous=OFF");
     settings_.mail_to = settings_.mail_from = "ops@example.com";
     settings_.mail_severity = 1;
     settings_.storm_limit = 10;
@@ -64,14 +61,28 @@ class AlertWorld : public PlatformFake {
   }
 
   void anomaly(const std::string& id, const std::string& details, std::int64_t time = kFirst) {
-    sql("INSERT INTO ANOMALY_DATA VALUES ('" + id + "', '" + details + "', 0, 'key', 'client', " +
-        std::to_string(time) + ")");
+    add_anomaly(*detection_,
+                {id, details, AnomalyStatus::kUnprocessed, "key", "client", time, {}, 0});
+  }
+  // What people say of an anomaly, as the service fetches it; 1: a false positive.
+  void feedback(const std::string& id, int said) {
+    sql("INSERT OR REPLACE INTO ANOMALY_DATA_FEEDBACK VALUES ('" + id + "', " +
+        std::to_string(said) + ", 1)");
   }
   // As the service stores it.
-  void usual_backup(const std::string& client, std::int64_t time, int cluster = -1) {
-    sql("INSERT INTO HIST_DATA VALUES ('" + client +
-        "', 'nightly', 'Standard', '0', 'daily', 'NONE', 'NA', " + std::to_string(time) + ", " +
-        std::to_string(cluster) + ")");
+  void usual_backup(const std::string& client, std::int64_t time, int cluster = kNoCluster) {
+    BackupRow row;
+    row.client = client;
+    row.policy = "nightly";
+    row.policy_type = "Standard";
+    row.schedule_type = "0";
+    row.schedule_name = "daily";
+    row.backup_time = static_cast<int>(time);
+    row.cluster_or_status = cluster;
+    row.backup_id = client + "_" + std::to_string(time);
+    row.job_id = ++jobs_;
+    row.set_unique_key();
+    insert_row(database_, kInsertHistData, row);
   }
 
   // As after the process has died.
@@ -96,8 +107,8 @@ class AlertWorld : public PlatformFake {
     while (const std::optional<Delivery> delivery = outbox.begin(channel, now)) {
       outbox.taken(*delivery, now);
       taken_.push_back(delivery->content);
-      words.push_back(std::string(kind_name(taken_.back().kind)) + " " + taken_.back().client +
-                      " " + std::to_string(taken_.back().severity));
+      words.push_back(std::string(name_of(taken_.back().kind)) + " " + taken_.back().client + " " +
+                      std::to_string(number_of(taken_.back().severity)));
     }
     return words;
   }
@@ -110,6 +121,8 @@ class AlertWorld : public PlatformFake {
   test::ScratchDir directory_;
   DBAccess database_{directory_("CV_Anomaly.db"),
                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX};
+  std::optional<Connection> detection_;  // writes what the detection writes
+  int jobs_ = 0;
   Settings settings_;
   std::function<bool()> stop_;
   std::unique_ptr<StateDatabase> state_;

@@ -7,9 +7,9 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "companions/alert/channel/secret_file.h"
 #include "companions/alert/options.h"
 #include "companions/alert/quiet_hours.h"
-#include "companions/alert/secret_file.h"
 #include "companions/alert/settings_file.h"
 #include "config/setting_values.h"
 #include "tests/fakes/platform_fake_test.h"

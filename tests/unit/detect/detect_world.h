@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "companions/detect/backup.h"
+#include "anomaly_database/backup.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/sql.h"
 

@@ -4,8 +4,9 @@
 
 #include <cmath>
 
-#include "companions/detect/backtest.h"
-#include "companions/detect/details.h"
+#include "anomaly_database/anomaly_database.h"
+#include "companions/detect/replay.h"
+#include "finding/anomaly.h"
 #include "sqlite/sqlite_exception.h"
 #include "tests/fakes/platform_fake_test.h"
 #include "tests/unit/detect/anomaly_db.h"
@@ -159,9 +160,8 @@ TEST_F(DetectorTest, SaysOncePerStreamAndDayThatItIsInconclusive) {
   make().pass();
   for (const Backup& backup : judged) {
     EXPECT_EQ(status(backup), "1");
-    EXPECT_NE(
-        explain(world_.path(), Settings{}, backup.unique_key).find("\"state\": \"inconclusive\""),
-        std::string::npos)
+    Connection database = open_for_reading(world_.path());
+    EXPECT_EQ(explain(database, Settings{}, backup.unique_key)->verdict, "inconclusive")
         << backup.unique_key;
   }
   std::vector<std::string> streams;
@@ -243,22 +243,66 @@ TEST_F(DetectorTest, ADatabaseThatIsNotThereIsAnError) {
                sqlite_exception);
 }
 
+// After a restart, too: what was reported is read again, and what was said of it asked for.
+TEST_F(DetectorTest, AnIncidentGoesOnUntilPeopleCallARecordAFalsePositive) {
+  const auto incident = [&](const Backup& backup) {
+    Connection database = open_for_reading(world_.path());
+    return reported_incident(database, backup.unique_key);
+  };
+  const std::vector<Backup> records{daily(41, 1000, 1e6, 9e5), daily(42, 300, 3e5),
+                                    daily(43, 5000, 5e6)};
+  for (const Backup& record : records) gather(record);
+  make().pass();
+  const std::string name = incident_name(records[0].unique_key);
+  for (const Backup& record : records) EXPECT_EQ(incident(record), name);
+
+  feedback(records[1], 1);
+  make().pass();
+  const Backup fourth = daily(44, 20, 2e4);
+  gather(fourth);
+  make().pass();
+  EXPECT_EQ(incident(fourth), incident_name(fourth.unique_key));
+
+  feedback(records[1], 0);
+  make().pass();
+  const Backup fifth = daily(45, 15, 1e4);
+  gather(fifth);
+  make().pass();
+  EXPECT_EQ(incident(fifth), incident_name(fourth.unique_key)) << "its stream's former one";
+}
+
+TEST_F(DetectorTest, SaysOfABackupThatIsJudgedLateWhenTheNextUsualOneWas) {
+  const Backup late = daily(20, 300, 3e5);
+  Backup row = late;
+  row.unique_key += "late";
+  gather(row);
+  world_.insert("HIST_DATA", daily(41), -1);
+  make().pass();
+  const std::string details = world_.one("SELECT ANOMALY_DETAILS FROM ANOMALY_DATA");
+  EXPECT_NE(details.find("\"usual_since\":" + std::to_string(daily(21).time)), std::string::npos)
+      << details;
+}
+
 TEST_F(DetectorTest, BacktestAndExplainChangeNothing) {
   gather(good_);
   gather(bad_);
   make().pass();
   world_.insert("HIST_DATA", daily(42, 300, 3e5), -1);
   const std::string before = world_.one("SELECT COUNT(*) || max(rowid) FROM HIST_DATA");
-  const std::string lines = backtest(world_.path(), Settings{}, 5, false);
+  Connection database = open_for_reading(world_.path());
+  const Backtest result = backtest(database, Settings{}, 5);
+  ASSERT_EQ(result.findings.size(), 2U);
+  EXPECT_EQ(result.findings[0].unique_key, bad_.unique_key);
+  EXPECT_EQ(result.findings[1].unique_key, daily(42).unique_key);
+  const std::string lines = text_of(result);
   EXPECT_NE(lines.find(bad_.unique_key), std::string::npos);
-  EXPECT_NE(lines.find(daily(42).unique_key), std::string::npos);
   EXPECT_NE(lines.find("5 backups judged again, 2 would have been reported"), std::string::npos)
       << lines;
-  const std::string why = explain(world_.path(), Settings{}, bad_.unique_key);
-  EXPECT_NE(why.find("\"state\": \"anomalous\""), std::string::npos);
-  EXPECT_NE(explain(world_.path(), Settings{}, daily(12).unique_key).find("learning 12 of 30"),
-            std::string::npos);
-  EXPECT_EQ(explain(world_.path(), Settings{}, "none"), "");
+  EXPECT_EQ(explain(database, Settings{}, bad_.unique_key)->verdict, "anomalous");
+  EXPECT_EQ(explain(database, Settings{}, bad_.unique_key)->stream, "judged");
+  EXPECT_EQ(explain(database, Settings{}, daily(12).unique_key)->verdict, "learning 12 of 30");
+  EXPECT_EQ(explain(database, Settings{}, daily(12).unique_key)->stream, "learning 12 of 30");
+  EXPECT_FALSE(explain(database, Settings{}, "none"));
   EXPECT_EQ(world_.one("SELECT COUNT(*) || max(rowid) FROM HIST_DATA"), before);
   EXPECT_EQ(test::count(world_.db(), "ANOMALY_DATA"), "1");
 }

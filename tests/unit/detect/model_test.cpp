@@ -7,12 +7,17 @@
 #include <random>
 #include <vector>
 
+#include "anomaly_database/statuses.h"
+#include "companions/detect/finding_of.h"
+#include "finding/anomaly.h"
 #include "tests/unit/detect/detect_world.h"
 
 namespace corvane::detect {
 namespace {
 
 constexpr int kKnownDays = 40;
+
+std::string no_reports(const std::string&) { return {}; }
 
 class ModelTest : public testing::Test {
  protected:
@@ -36,10 +41,10 @@ class ModelTest : public testing::Test {
   }
   std::string cause(const Backup& backup) {
     const Verdict verdict = model_.judge(backup);
-    return verdict.causes.empty() ? outcome_name(verdict.outcome) : verdict.causes.front().id;
+    return verdict.causes.empty() ? name_of(verdict.outcome) : id_of(verdict.causes.front().kind);
   }
 
-  Model model_{Settings{}};
+  Model model_{Settings{}, no_reports};
 };
 
 TEST_F(ModelTest, TheUsualIsNormal) {
@@ -88,7 +93,7 @@ TEST_F(ModelTest, LearnsUntilThereIsEnoughHistory) {
   const Verdict verdict = model_.judge(daily(29, 10, 10));
   EXPECT_EQ(verdict.outcome, Outcome::kLearning);
   EXPECT_EQ(verdict.observations, 29U);
-  EXPECT_EQ(state_of(verdict, model_.settings()), "learning 29 of 30");
+  EXPECT_EQ(words_for(verdict, model_.settings()), "learning 29 of 30");
   model_.learn(daily(29), -1);
   EXPECT_EQ(outcome(daily(30, 10, 10)), Outcome::kAnomalous);
 }
@@ -103,7 +108,7 @@ TEST_F(ModelTest, AnotherStreamOfTheSourceHelpsOneWithTooFewRecords) {
   const Verdict verdict = model_.judge(weekly(31, 300, 3e5));
   EXPECT_EQ(verdict.outcome, Outcome::kAnomalous);
   EXPECT_TRUE(verdict.by_other_stream);
-  EXPECT_EQ(verdict.causes.front().id, "mass_deletion");
+  EXPECT_EQ(verdict.causes.front().kind, CauseKind::kMassDeletion);
 }
 
 // A stream that backs up something else is not measured by this one.
@@ -151,7 +156,7 @@ TEST_F(ModelTest, SlowEncryptionIsFoundByItsThirdRun) {
   // files of the last whole copy, and few more.
   EXPECT_NEAR(verdict.slow_change->share, 76. / 1012, 1e-6);
   EXPECT_NEAR(verdict.slow_change->share_before, 28. / 1012, 1e-6);
-  EXPECT_EQ(verdict.causes.front().id, "encryption");
+  EXPECT_EQ(id_of(verdict.causes.front().kind), std::string("encryption"));
 }
 
 // The historical gather knows no transfer: the first runs that do are not more than ever before.
@@ -186,11 +191,54 @@ TEST_F(ModelTest, ReportedBackupsInARowAreOneIncident) {
   const Backup first = daily(40, 1000, 1e6, 9e5);
   const Backup second = daily(41, 300, 3e5);
   ASSERT_EQ(pass(first), Outcome::kAnomalous);
-  EXPECT_EQ(model_.incident_of(second), first.unique_key);
+  EXPECT_EQ(model_.incident_of(second), incident_name(first.unique_key));
   ASSERT_EQ(pass(second), Outcome::kAnomalous);
   ASSERT_EQ(pass(daily(42)), Outcome::kNormal);
   const Backup later = daily(43, 300, 3e5);
-  EXPECT_EQ(model_.incident_of(later), later.unique_key);
+  EXPECT_EQ(model_.incident_of(later), incident_name(later.unique_key));
+}
+
+TEST_F(ModelTest, AnAcceptedBackupOfAStreamThatMatchesEndsTheIncidentToo) {
+  learn_usual();
+  ASSERT_EQ(pass(daily(40, 1000, 1e6, 9e5)), Outcome::kAnomalous);
+  Backup vague = daily(41);
+  vague.stream.app_type = "NONE";
+  vague.stream.destination = "NA";
+  model_.learn(vague, kNoCluster);
+  const Backup later = daily(42, 300, 3e5);
+  EXPECT_EQ(model_.incident_of(later), incident_name(later.unique_key));
+}
+
+// Whichever of its records people have called a false positive, also one of another run of the
+// program: then the name that it was reported under is asked for.
+TEST_F(ModelTest, AfterAFalsePositiveTheNextAnomalyBeginsAnIncidentOfItsOwn) {
+  const Backup records[] = {daily(40, 1000, 1e6, 9e5), daily(41, 300, 3e5), daily(42, 5000, 5e6)};
+  const Backup next = daily(43, 20, 2e4);
+  const std::string incident = incident_name(records[0].unique_key);
+  for (const Backup& false_positive : records) {
+    for (const bool is_restarted : {false, true}) {
+      Model model(Settings{}, [&](const std::string&) { return incident; });
+      for (int day = 0; day < kKnownDays; ++day) model.learn(daily(day), kNoCluster);
+      for (const Backup& record : records) {
+        model.hold(record, is_restarted ? std::string() : incident);
+      }
+      EXPECT_EQ(model.incident_of(next), incident);
+      model.learn(false_positive, 1);
+      EXPECT_EQ(model.incident_of(next), incident_name(next.unique_key))
+          << false_positive.unique_key << is_restarted;
+      model.forget_false_positive(false_positive);
+      model.hold(false_positive, {});
+      EXPECT_EQ(model.incident_of(next), incident) << false_positive.unique_key << is_restarted;
+    }
+  }
+}
+
+TEST_F(ModelTest, ABackupThatIsJudgedLateIsTheEndOfNothingThatCameBefore) {
+  learn_usual();
+  EXPECT_EQ(model_.first_accepted_after(daily(0).stream, daily(20).time), daily(21).time);
+  EXPECT_EQ(model_.first_accepted_after(daily(0).stream, daily(kKnownDays).time), 0);
+  EXPECT_EQ(model_.last_accepted_at(daily(0).stream, daily(20).time), daily(20).time);
+  EXPECT_EQ(model_.last_accepted_at(daily(0).stream, daily(0).time - 1), std::nullopt);
 }
 
 TEST_F(ModelTest, AHistoryOfNoiseIsInconclusive) {
@@ -207,7 +255,7 @@ TEST_F(ModelTest, AHistoryOfNoiseIsInconclusive) {
 TEST_F(ModelTest, AfterALongPauseAStreamLearnsAnew) {
   learn_usual();
   Settings settings;
-  settings.days_to_ignore = 10;
+  settings.stream.days_to_ignore = 10;
   model_.set_settings(settings);
   EXPECT_EQ(outcome(daily(kKnownDays + 9, 10, 10)), Outcome::kAnomalous);
   const Verdict verdict = model_.judge(daily(kKnownDays + 11, 10, 10));
@@ -226,7 +274,7 @@ TEST_F(ModelTest, WithoutAMonthOfHistoryNoneCounts) {
   learn_usual();
   Settings settings;
   for (const int months : {0, -1, -100}) {
-    settings.purge_months = months;
+    settings.stream.purge_months = months;
     model_.set_settings(settings);
     const Verdict verdict = model_.judge(daily(kKnownDays, 10, 10));
     EXPECT_EQ(verdict.outcome, Outcome::kLearning) << months;
@@ -246,8 +294,8 @@ TEST_F(ModelTest, HistoryThatKnowsLessCountsForWhatItKnows) {
   EXPECT_EQ(outcome(daily(kKnownDays, 300, 3e5)), Outcome::kAnomalous);
   const Verdict verdict = model_.judge(daily(kKnownDays, 1000, 1e6, 9e5));
   EXPECT_EQ(verdict.outcome, Outcome::kNormal);
-  EXPECT_FALSE(verdict.features[kTransferred].used);
-  EXPECT_TRUE(verdict.features[kFiles].used);
+  EXPECT_FALSE(verdict.figures[kTransferred].has_usual);
+  EXPECT_TRUE(verdict.figures[kFiles].has_usual);
 }
 
 TEST_F(ModelTest, SensitivityNarrowsAndWidensEps) {
@@ -277,11 +325,11 @@ TEST_F(ModelTest, TheOrderOfReadingDoesNotMatter) {
   std::vector<double> first;
   std::mt19937 random(1);
   for (int round = 0; round < 5; ++round) {
-    Model model{Settings{}};
+    Model model{Settings{}, no_reports};
     for (const Backup& backup : history) model.learn(backup, -1);
     const Verdict verdict = model.judge(daily(kKnownDays, 700, 7e5, 3e5));
     std::vector<double> seen{verdict.noise_share, static_cast<double>(verdict.outcome)};
-    for (const FeatureView& view : verdict.features) seen.push_back(view.deviation);
+    for (const FigureView& view : verdict.figures) seen.push_back(view.deviation);
     if (first.empty()) first = seen;
     EXPECT_EQ(seen, first);
     std::shuffle(history.begin(), history.end(), random);

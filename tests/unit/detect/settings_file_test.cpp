@@ -19,10 +19,10 @@ TEST(SettingsFile, HasDefaultsWithoutAFile) {
   EXPECT_TRUE(complaints.empty());
   EXPECT_EQ(settings.eps, 7);
   EXPECT_EQ(settings.sensitivity, 0);
-  EXPECT_EQ(settings.min_observations, 30U);
-  EXPECT_EQ(settings.max_observations, 3000U);
-  EXPECT_EQ(settings.days_to_ignore, 365);
-  EXPECT_EQ(settings.purge_months, 12);
+  EXPECT_EQ(settings.stream.min_observations, 30U);
+  EXPECT_EQ(settings.stream.max_observations, 3000U);
+  EXPECT_EQ(settings.stream.days_to_ignore, 365);
+  EXPECT_EQ(settings.stream.purge_months, 12);
 }
 
 TEST(SettingsFile, ReadsWhatItSaysAndComplainsOfNonsense) {
@@ -35,8 +35,8 @@ TEST(SettingsFile, ReadsWhatItSaysAndComplainsOfNonsense) {
   std::vector<std::string> complaints;
   read_settings(directory("c.conf"), settings, complaints);
   EXPECT_EQ(settings.sensitivity, -40);
-  EXPECT_EQ(settings.min_observations, 12U);
-  EXPECT_EQ(settings.max_observations, 3000U);
+  EXPECT_EQ(settings.stream.min_observations, 12U);
+  EXPECT_EQ(settings.stream.max_observations, 3000U);
   EXPECT_EQ(complaints, (std::vector<std::string>{"Invalid value received for configuration key "
                                                   "MAX_OBSERVATIONS_FOR_TRAINING:[many], using "
                                                   "3000"}));
@@ -51,7 +51,7 @@ class PurgeInterval : public ::testing::Test {
     Settings settings;
     complaints_.clear();
     read_settings(directory_("c.conf"), settings, complaints_);
-    return settings.purge_months;
+    return settings.stream.purge_months;
   }
   static std::vector<std::string> complaint(const std::string& value, const std::string& taken) {
     return {"Invalid value received for configuration key PURGE_DATA_INTERVAL_IN_MONTHS:[" + value +

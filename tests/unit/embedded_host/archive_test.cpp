@@ -17,7 +17,7 @@ class Archive : public ::testing::Test {
   Archive() { world_.load({backup_line(1, kDay, 1), backup_line(2, kDay + 10, 1)}); }
 
   std::string write(const ArchiveRequest& request) {
-    Database catalog = open_catalog(world_.path, OpenMode::kRead);
+    Connection catalog = open_catalog(world_.path, Connection::Access::kRead);
     return write_archive(catalog, request, kDay * 2);
   }
 
@@ -56,9 +56,9 @@ TEST_F(Archive, IsNotWrittenTwice) {
 }
 
 TEST_F(Archive, AFailureLeavesNothing) {
-  Database catalog = open_catalog(world_.path, OpenMode::kWrite);
+  Connection catalog = open_catalog(world_.path, Connection::Access::kWrite);
   catalog.execute("DROP TABLE backups");
-  EXPECT_THROW(write_archive(catalog, {kDay, kDay + 5, "master01", root_}, kDay * 2), SqlError);
+  EXPECT_THROW(write_archive(catalog, {kDay, kDay + 5, "master01", root_}, kDay * 2), QueryError);
   EXPECT_EQ(entries(), 0U);
 }
 

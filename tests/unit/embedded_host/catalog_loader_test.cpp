@@ -17,7 +17,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 std::vector<std::string> job_ids(const CatalogWorld& world) {
-  Database catalog = open_catalog(world.path, OpenMode::kRead);
+  Connection catalog = open_catalog(world.path, Connection::Access::kRead);
   return query_column(catalog.handle(), "SELECT job_id FROM backups ORDER BY job_id");
 }
 
@@ -34,7 +34,7 @@ TEST(CatalogLoader, TheSameJobAgainReplacesIt) {
   CatalogWorld world;
   EXPECT_THAT(world.load({backup_line(1, kDay, 1, ",\"kbytes\":1")}), IsEmpty());
   EXPECT_THAT(world.load({backup_line(1, kDay, 1, ",\"kbytes\":2")}), IsEmpty());
-  Database catalog = open_catalog(world.path, OpenMode::kRead);
+  Connection catalog = open_catalog(world.path, Connection::Access::kRead);
   EXPECT_THAT(query_column(catalog.handle(), "SELECT kbytes FROM backups"), ElementsAre("2"));
 }
 
@@ -66,7 +66,7 @@ TEST(CatalogLoader, ALineThatIsTooLongLosesNothingElse) {
 
 TEST(CatalogLoader, ALastLineWithoutItsEndIsRead) {
   CatalogWorld world;
-  Database catalog = open_catalog(world.path, OpenMode::kCreate);
+  Connection catalog = open_catalog(world.path, Connection::Access::kCreate);
   const std::string line = backup_line(2, kDay + 1, 1);
   std::istringstream in(backup_line(1, kDay, 1) + "\r\n" + line);
   EXPECT_EQ(load_backups(catalog, in, "lines", [](const std::string&) {}).loaded, 2);
@@ -82,13 +82,13 @@ TEST(CatalogLoader, ManyLinesTakeSeveralTransactions) {
   std::vector<std::string> lines;
   for (int i = 1; i <= 10'001; ++i) lines.push_back(backup_line(i, kDay + i, 1));
   EXPECT_THAT(world.load(lines), IsEmpty());
-  Database catalog = open_catalog(world.path, OpenMode::kRead);
+  Connection catalog = open_catalog(world.path, Connection::Access::kRead);
   EXPECT_EQ(query_one(catalog.handle(), "SELECT count(*) FROM backups"), "10001");
 }
 
 TEST(CatalogLoader, AFullCatalogSaysWhatItHolds) {
   CatalogWorld world;
-  Database catalog = open_catalog(world.path, OpenMode::kCreate);
+  Connection catalog = open_catalog(world.path, Connection::Access::kCreate);
   catalog.execute("PRAGMA max_page_count=400");
   std::string text;
   for (int i = 1; i <= 12'000; ++i) text += backup_line(i, kDay + i, 1) + "\n";
@@ -107,7 +107,7 @@ TEST(CatalogLoader, AFullCatalogSaysWhatItHolds) {
 
 TEST(CatalogLoader, AFolderIsNoInput) {
   CatalogWorld world;
-  Database catalog = open_catalog(world.path, OpenMode::kCreate);
+  Connection catalog = open_catalog(world.path, Connection::Access::kCreate);
   std::ifstream folder(world.dir());
   EXPECT_THROW(load_backups(catalog, folder, "folder", [](const std::string&) {}), LoadFailure);
 }

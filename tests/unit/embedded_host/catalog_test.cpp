@@ -16,11 +16,11 @@ using corvane::test::write_file;
 
 class Catalog : public ::testing::Test {
  protected:
-  std::string opening(OpenMode mode) const {
+  std::string opening(Connection::Access mode) const {
     try {
       open_catalog(path_, mode);
       return "opened";
-    } catch (const SqlError& error) {
+    } catch (const CatalogError& error) {
       return error.what();
     }
   }
@@ -30,17 +30,17 @@ class Catalog : public ::testing::Test {
 };
 
 TEST_F(Catalog, OnlyCreatingMakesAMissingOne) {
-  EXPECT_EQ(opening(OpenMode::kRead), path_ + ": No such file or directory");
-  EXPECT_EQ(opening(OpenMode::kWrite), path_ + ": No such file or directory");
+  EXPECT_EQ(opening(Connection::Access::kRead), path_ + ": No such file or directory");
+  EXPECT_EQ(opening(Connection::Access::kWrite), path_ + ": No such file or directory");
   EXPECT_FALSE(std::filesystem::exists(path_));
-  EXPECT_EQ(opening(OpenMode::kCreate), "opened");
-  EXPECT_EQ(opening(OpenMode::kCreate), "opened");
-  EXPECT_EQ(opening(OpenMode::kWrite), "opened");
-  EXPECT_EQ(opening(OpenMode::kRead), "opened");
+  EXPECT_EQ(opening(Connection::Access::kCreate), "opened");
+  EXPECT_EQ(opening(Connection::Access::kCreate), "opened");
+  EXPECT_EQ(opening(Connection::Access::kWrite), "opened");
+  EXPECT_EQ(opening(Connection::Access::kRead), "opened");
 }
 
 TEST_F(Catalog, IsInWalModeAndWaitsForLocks) {
-  Database catalog = open_catalog(path_, OpenMode::kCreate);
+  Connection catalog = open_catalog(path_, Connection::Access::kCreate);
   EXPECT_EQ(query_one(catalog.handle(), "PRAGMA journal_mode"), "wal");
   EXPECT_EQ(query_one(catalog.handle(), "PRAGMA busy_timeout"), "5000");
 }
@@ -48,20 +48,31 @@ TEST_F(Catalog, IsInWalModeAndWaitsForLocks) {
 TEST_F(Catalog, OtherFilesAreRefusedAndLeftAlone) {
   write_file(path_, "not a database, but long enough to be looked at as one, line after line\n");
   const std::string before = corvane::test::read_file(path_);
-  EXPECT_EQ(opening(OpenMode::kRead), path_ + ": file is not a database");
-  EXPECT_EQ(opening(OpenMode::kCreate), path_ + ": file is not a database");
+  EXPECT_EQ(opening(Connection::Access::kRead), path_ + ": file is not a database");
+  EXPECT_EQ(opening(Connection::Access::kCreate), path_ + ": file is not a database");
   EXPECT_EQ(corvane::test::read_file(path_), before);
 
   std::filesystem::remove(path_);
-  Database(path_, OpenMode::kCreate).execute("CREATE TABLE other(x)");
-  EXPECT_EQ(opening(OpenMode::kRead), path_ + ": not a catalog");
-  EXPECT_EQ(opening(OpenMode::kCreate), path_ + ": not a catalog, some other database");
-  Database other(path_, OpenMode::kRead);
+  Connection(path_, Connection::Access::kCreate).execute("CREATE TABLE other(x)");
+  EXPECT_EQ(opening(Connection::Access::kRead), path_ + ": not a catalog");
+  EXPECT_EQ(opening(Connection::Access::kCreate), path_ + ": not a catalog, some other database");
+  Connection other(path_, Connection::Access::kRead);
   EXPECT_EQ(query_one(other.handle(), "SELECT group_concat(name) FROM sqlite_schema"), "other");
 }
 
+TEST_F(Catalog, RefusalsAreToldInSqlitesOwnWords) {
+  Connection catalog = open_catalog(path_, Connection::Access::kCreate);
+  try {
+    catalog.execute("DROP TABLE missing");
+    FAIL();
+  } catch (const std::exception& error) {
+    EXPECT_EQ(plain_reason(error), "no such table: missing");
+  }
+  EXPECT_EQ(plain_reason(std::runtime_error("another")), "another");
+}
+
 TEST_F(Catalog, ReportsReplaceOneAnother) {
-  Database catalog = open_catalog(path_, OpenMode::kCreate);
+  Connection catalog = open_catalog(path_, Connection::Access::kCreate);
   EXPECT_TRUE(put_report(catalog, kAnomaly, "A1", "{\"n\":1}"));
   EXPECT_TRUE(put_report(catalog, kAnomaly, "A2", "{}"));
   EXPECT_FALSE(put_report(catalog, kAnomaly, "A1", "{\"n\":2}"));
@@ -71,7 +82,7 @@ TEST_F(Catalog, ReportsReplaceOneAnother) {
 }
 
 TEST_F(Catalog, FeedbackStandsBesideItsAnomaly) {
-  Database catalog = open_catalog(path_, OpenMode::kCreate);
+  Connection catalog = open_catalog(path_, Connection::Access::kCreate);
   put_report(catalog, kAnomaly, "A1", "{}");
   put_feedback(catalog, "A1", "CONFIRMED");
   put_feedback(catalog, "A1", "FALSE_POSITIVE");
@@ -81,7 +92,7 @@ TEST_F(Catalog, FeedbackStandsBesideItsAnomaly) {
 }
 
 TEST_F(Catalog, FeedbackOfAnotherKindIsRefused) {
-  Database catalog = open_catalog(path_, OpenMode::kCreate);
+  Connection catalog = open_catalog(path_, Connection::Access::kCreate);
   EXPECT_THROW(put_feedback(catalog, "A1", "false_positive"), std::invalid_argument);
   EXPECT_THROW(put_feedback(catalog, "A1", ""), std::invalid_argument);
   EXPECT_THROW(put_feedback(catalog, "", "NONE"), std::invalid_argument);
@@ -90,15 +101,15 @@ TEST_F(Catalog, FeedbackOfAnotherKindIsRefused) {
 }
 
 TEST_F(Catalog, WritersWaitForOneAnother) {
-  open_catalog(path_, OpenMode::kCreate);
+  open_catalog(path_, Connection::Access::kCreate);
   const auto report = [&](const std::string& prefix) {
-    Database catalog = open_catalog(path_, OpenMode::kWrite);
+    Connection catalog = open_catalog(path_, Connection::Access::kWrite);
     for (int i = 0; i < 50; ++i) put_report(catalog, kAnomaly, prefix + std::to_string(i), "{}");
   };
   std::thread other(report, "a");
   report("b");
   other.join();
-  Database catalog = open_catalog(path_, OpenMode::kRead);
+  Connection catalog = open_catalog(path_, Connection::Access::kRead);
   EXPECT_EQ(query_one(catalog.handle(), "SELECT count(*) FROM reports"), "100");
 }
 

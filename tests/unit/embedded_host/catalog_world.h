@@ -49,7 +49,7 @@ struct CatalogWorld {
     std::string text;
     for (const std::string& line : lines) text += line + "\n";
     std::istringstream in(text);
-    Database catalog = open_catalog(path, OpenMode::kCreate);
+    Connection catalog = open_catalog(path, Connection::Access::kCreate);
     std::vector<std::string> complaints;
     load_backups(catalog, in, "lines",
                  [&](const std::string& complaint) { complaints.push_back(complaint); });

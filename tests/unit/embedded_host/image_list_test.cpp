@@ -14,7 +14,7 @@ using test::kDay;
 class ImageList : public ::testing::Test {
  protected:
   std::string list(std::int64_t start, std::int64_t end, std::int64_t now) {
-    Database catalog = open_catalog(world_.path, OpenMode::kRead);
+    Connection catalog = open_catalog(world_.path, Connection::Access::kRead);
     return test::written([&](std::FILE* out) { write_image_list(catalog, start, end, now, out); });
   }
 
@@ -66,7 +66,7 @@ TEST_F(ImageList, AFullDiskIsAnError) {
   std::vector<std::string> lines;
   for (int i = 1; i < 100; ++i) lines.push_back(backup_line(i, kDay + i, 1));
   world_.load(lines);
-  Database catalog = open_catalog(world_.path, OpenMode::kRead);
+  Connection catalog = open_catalog(world_.path, Connection::Access::kRead);
   const FilePtr full(std::fopen("/dev/full", "we"));
   EXPECT_THROW(write_image_list(catalog, 0, kDay * 2, kDay * 2, full.get()), std::system_error);
 }

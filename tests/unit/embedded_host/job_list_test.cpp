@@ -14,7 +14,7 @@ using test::kDay;
 class JobList : public ::testing::Test {
  protected:
   std::string list(const std::vector<std::int64_t>& ids, std::int64_t now) {
-    Database catalog = open_catalog(world_.path, OpenMode::kRead);
+    Connection catalog = open_catalog(world_.path, Connection::Access::kRead);
     return test::written([&](std::FILE* out) { write_job_list(catalog, ids, now, out); });
   }
 

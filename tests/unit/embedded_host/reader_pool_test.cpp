@@ -27,7 +27,7 @@ TEST(ReaderPool, AMissingCatalogIsAnError) {
   const corvane::test::ScratchDir dir;
   const std::atomic<bool> stopping = false;
   ReaderPool pool(dir("none.db"), stopping);
-  EXPECT_THROW(pool.borrow(), SqlError);
+  EXPECT_THROW(pool.borrow(), CatalogError);
 }
 
 }  // namespace

@@ -175,12 +175,13 @@ TEST_F(WebServiceTest, ABadReportIsRefused) {
 }
 
 TEST_F(WebServiceTest, AMissingCatalogShowsAtOnce) {
-  EXPECT_THROW(WebService(world_.dir("none.db"), AcceptedClients::kBoth, 0, stopping_), SqlError);
+  EXPECT_THROW(WebService(world_.dir("none.db"), AcceptedClients::kBoth, 0, stopping_),
+               CatalogError);
 }
 
 TEST_F(WebServiceTest, ABrokenCatalogIs500) {
   answer("GET", "/corvane/admin/jobs");
-  Database(world_.path, OpenMode::kWrite).execute("DROP TABLE backups");
+  Connection(world_.path, Connection::Access::kWrite).execute("DROP TABLE backups");
   EXPECT_EQ(complaint(answer("GET", "/corvane/admin/jobs")), "500 no such table: backups");
 }
 

@@ -1,7 +1,7 @@
 // The archives of the deployment utility, one loaded after the other.
 #include <new>
 
-#include "gather/backup_row.h"
+#include "anomaly_database/backup_row.h"
 #include "tests/unit/faults/attempt.h"
 #include "tests/unit/faults/outcome.h"
 

@@ -1,5 +1,5 @@
 // One slice of the historical gather, followed by one in which nothing fails.
-#include "gather/backup_row.h"
+#include "anomaly_database/backup_row.h"
 #include "tests/unit/faults/attempt.h"
 #include "tests/unit/faults/outcome.h"
 #include "tests/unit/gather/rest_answers.h"

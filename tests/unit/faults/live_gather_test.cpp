@@ -1,5 +1,5 @@
 // One live gather over the web service, with all that belongs to it.
-#include "gather/backup_row.h"
+#include "anomaly_database/backup_row.h"
 #include "tests/unit/faults/attempt.h"
 #include "tests/unit/faults/outcome.h"
 #include "tests/unit/gather/rest_answers.h"

@@ -1,5 +1,5 @@
 // One live gather by the product's command-line tools.
-#include "gather/backup_row.h"
+#include "anomaly_database/backup_row.h"
 #include "tests/support/working_directory.h"
 #include "tests/unit/faults/attempt.h"
 #include "tests/unit/faults/outcome.h"

@@ -10,37 +10,24 @@
 #include <vector>
 
 #include "companions/alert/state_database.h"
+#include "finding/words.h"
 #include "management/management_service.h"
 #include "operator_tool/run.h"
-#include "operator_tool/seconds.h"
 #include "tests/fakes/platform_fake_test.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/sql.h"
+#include "tests/support/test_backup.h"
 
 namespace corvane::ctl {
 
-inline constexpr std::int64_t kNow = 1'700'000'000;
+using test::key_of;
+using test::kNow;
+using test::TestBackup;
 
 struct Said {
   int status = 0;
   std::string out;
   std::string error;
-};
-
-// A backup of a row of HIST_DATA or DATA_TO_PROCESS.
-struct TestBackup {
-  std::string client = "web01";
-  std::int64_t time = kNow;
-  int mark = -1;  // USER_IDENTIFIED_CLUSTER or PROCESSED_STATUS
-  std::string policy = "nightly";
-  std::string policy_type = "STANDARD";
-  std::string schedule_type = "FULL";
-  std::string schedule = "daily";
-  std::string app = "FS";
-  std::string destination = "disk";
-  double files = 1000;
-  double size_kb = 100000;
-  double transferred_kb = 5000;
 };
 
 class OperatorWorld : public PlatformFake {
@@ -64,20 +51,8 @@ class OperatorWorld : public PlatformFake {
     return safe + "'";
   }
 
-  static std::string key_of(const TestBackup& backup) {
-    return "data_" + std::to_string(backup.time % 100000) + "_" + backup.client + "_" +
-           std::to_string(backup.time);
-  }
-
-  void insert(const std::string& table, const TestBackup& b) {
-    sql("INSERT OR REPLACE INTO " + table + " VALUES (" +
-        quoted(b.client + "_" + std::to_string(b.time)) + "," + std::to_string(b.time) + "," +
-        quoted(b.client) + "," + quoted(b.policy) + "," + quoted(b.policy_type) + "," +
-        quoted(b.schedule_type) + "," + quoted(b.schedule) + "," + quoted(b.app) + "," +
-        std::to_string(b.files) + "," + std::to_string(b.size_kb) + "," +
-        std::to_string(b.time % 100000) + ",7," + std::to_string(b.transferred_kb) +
-        ",1,2,60,20,1," + std::to_string(b.mark) + "," + quoted(b.destination) + ",1,'NA'," +
-        quoted(key_of(b)) + ")");
+  void insert(const std::string& table, const TestBackup& backup) {
+    test::insert(*service_->m_db, table, backup);
   }
   void history(TestBackup backup, int days) {
     for (int day = 0; day < days; ++day) {

@@ -1,0 +1,102 @@
+#include "anomaly_database/backups.h"
+
+#include "anomaly_database/schema.h"
+
+namespace corvane {
+
+std::int64_t read_history(Connection& database, std::int64_t after,
+                          const std::function<bool(const Backup&, int cluster)>& visit) {
+  static constexpr char kSql[] = "SELECT rowid, USER_IDENTIFIED_CLUSTER, " BACKUP_COLUMNS
+                                 " FROM HIST_DATA WHERE rowid > ? ORDER BY rowid";
+  Query& rows = database.query(kSql).bind(after);
+  Backup backup;
+  while (rows.step()) {
+    read_backup(rows, 2, backup);
+    after = rows.integer(0);
+    if (!visit(backup, static_cast<int>(rows.integer(1)))) break;
+  }
+  rows.restart();
+  return after;
+}
+
+std::int64_t last_history_rowid(Connection& database) {
+  static constexpr char kSql[] = "SELECT max(rowid) FROM HIST_DATA";
+  return database.number(kSql);
+}
+
+std::int64_t read_rows_to_process(
+    Connection& database, std::int64_t after,
+    const std::function<bool(const RowToProcess&, ProcessedStatus)>& visit) {
+  static constexpr char kSql[] = "SELECT rowid, PROCESSED_STATUS, " BACKUP_COLUMNS
+                                 " FROM DATA_TO_PROCESS WHERE rowid > ? ORDER BY rowid";
+  Query& rows = database.query(kSql).bind(after);
+  RowToProcess row;
+  while (rows.step()) {
+    read_backup(rows, 2, row.backup);
+    row.rowid = after = rows.integer(0);
+    if (!visit(row, static_cast<ProcessedStatus>(rows.integer(1)))) break;
+  }
+  rows.restart();
+  return after;
+}
+
+std::int64_t last_rowid_to_process(Connection& database) {
+  static constexpr char kSql[] = "SELECT max(rowid) FROM DATA_TO_PROCESS";
+  return database.number(kSql);
+}
+
+void read_accepted(Connection& database, std::int64_t after, std::int64_t since,
+                   const std::function<void(const StreamKey&, std::int64_t time)>& visit) {
+  static constexpr char kSql[] =
+      "SELECT BACKUP_TIME, " STREAM_KEY_COLUMNS
+      " FROM HIST_DATA WHERE rowid > ? AND BACKUP_TIME > ? AND USER_IDENTIFIED_CLUSTER = ? "
+      "ORDER BY rowid";
+  Query& rows = database.query(kSql).bind(after).bind(since).bind(std::int64_t{kNoCluster});
+  StreamKey stream;
+  while (rows.step()) {
+    read_stream_key(rows, 1, stream);
+    visit(stream, rows.integer(0));
+  }
+}
+
+std::optional<Backup> find_backup(Connection& database, const std::string& unique_key) {
+  static constexpr char kToProcess[] =
+      "SELECT " BACKUP_COLUMNS " FROM DATA_TO_PROCESS WHERE UNIQUE_KEY = ?";
+  static constexpr char kHistory[] =
+      "SELECT " BACKUP_COLUMNS " FROM HIST_DATA WHERE UNIQUE_KEY = ?";
+  for (const char* sql : {kToProcess, kHistory}) {
+    Query& asked = database.query(sql).bind(unique_key);
+    if (!asked.step()) continue;
+    Backup backup;
+    read_backup(asked, 0, backup);
+    asked.restart();
+    return backup;
+  }
+  return std::nullopt;
+}
+
+bool is_in_history(Connection& database, const std::string& unique_key) {
+  static constexpr char kSql[] = "SELECT 1 FROM HIST_DATA WHERE UNIQUE_KEY = ?";
+  return database.query(kSql).bind(unique_key).has_row();
+}
+
+bool mark_processed(Connection& database, std::int64_t rowid, ProcessedStatus status) {
+  static constexpr char kSql[] =
+      "UPDATE DATA_TO_PROCESS SET PROCESSED_STATUS = ? WHERE rowid = ? AND PROCESSED_STATUS = ?";
+  database.query(kSql).bind(status).bind(rowid).bind(ProcessedStatus::kWaiting).run();
+  return database.changes() == 1;
+}
+
+void add_to_history(Connection& database, const std::string& unique_key, int cluster) {
+  static const std::string kSql = "INSERT OR REPLACE INTO HIST_DATA SELECT " + backup_columns("?") +
+                                  " FROM DATA_TO_PROCESS WHERE UNIQUE_KEY = ?";
+  database.query(kSql).bind(std::int64_t{cluster}).bind(unique_key).run();
+}
+
+void remove_false_positive(Connection& database, const std::string& unique_key) {
+  static constexpr char kSql[] =
+      "DELETE FROM HIST_DATA WHERE UNIQUE_KEY = ? AND USER_IDENTIFIED_CLUSTER <> ?";
+  database.query(kSql).bind(unique_key).bind(std::int64_t{kNoCluster}).run();
+}
+
+}  // namespace corvane

@@ -1,0 +1,17 @@
+// Which channel stands behind a name.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "companions/alert/channel/channel.h"
+#include "companions/alert/channel/wakeup.h"
+#include "companions/alert/settings_file.h"
+
+namespace corvane::alert {
+
+// The channel of that name; one that is not configured takes nothing. `stop` must outlive it.
+std::unique_ptr<Channel> make_channel(const std::string& name, const Settings& settings,
+                                      const std::string& master, const StopFlag& stop);
+
+}  // namespace corvane::alert

@@ -1,0 +1,187 @@
+#include "companions/alert/channel/command_channel.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+
+#include "config/settings.h"
+#include "platform/sigpipe_blocked.h"
+
+namespace corvane::alert {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kLookEveryMs = 1000;
+
+void check(int error) {
+  if (error != 0) throw std::runtime_error(std::strerror(error));
+}
+
+// Signals as at a login, a group of its own, output to nowhere, nothing else open.
+class SpawnSettings {
+ public:
+  explicit SpawnSettings(int input) {
+    check(posix_spawn_file_actions_init(&actions_));
+    check(posix_spawnattr_init(&attributes_));
+    check(posix_spawn_file_actions_adddup2(&actions_, input, STDIN_FILENO));
+    for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
+      check(posix_spawn_file_actions_addopen(&actions_, output, "/dev/null", O_WRONLY, 0));
+    }
+    check(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
+    sigset_t all;
+    sigset_t none;
+    sigfillset(&all);
+    sigemptyset(&none);
+    check(posix_spawnattr_setsigdefault(&attributes_, &all));
+    check(posix_spawnattr_setsigmask(&attributes_, &none));
+    check(posix_spawnattr_setflags(
+        &attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP));
+  }
+  ~SpawnSettings() {
+    posix_spawn_file_actions_destroy(&actions_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+  SpawnSettings(const SpawnSettings&) = delete;
+  SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+ private:
+  posix_spawn_file_actions_t actions_{};
+  posix_spawnattr_t attributes_{};
+};
+
+// A child that is fed `text`. However this ends, nothing of its group is left running.
+class Running {
+ public:
+  Running(pid_t pid, int input, const std::string& text)
+      : pid_(pid),
+        input_(input),
+        ended_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))),
+        text_(text) {}
+  ~Running() {
+    finish();
+    close_input();
+    if (ended_ >= 0) close(ended_);
+  }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  // True when it has ended by itself.
+  bool watch(Clock::time_point deadline, const StopFlag& stop) {
+    if (ended_ < 0) throw std::runtime_error("the program cannot be watched");
+    for (;;) {
+      const auto left =
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      if (left <= 0 || stop.is_asked()) return false;
+      pollfd polled[]{{ended_, POLLIN, 0}, {stop.descriptor(), POLLIN, 0}, {input_, POLLOUT, 0}};
+      poll(polled, 3, static_cast<int>(std::min<long long>(left, kLookEveryMs)));
+      if (polled[0].revents != 0) break;
+      if (polled[2].revents != 0) feed();
+    }
+    finish();
+    return true;
+  }
+
+  int status() const { return status_; }
+
+ private:
+  void feed() {
+    const SigpipeBlocked blocked;
+    const ssize_t written = write(input_, text_.data() + at_, text_.size() - at_);
+    if (written > 0) at_ += static_cast<std::size_t>(written);
+    const bool is_over = written < 0 && errno != EAGAIN && errno != EINTR;
+    if (is_over || at_ == text_.size()) close_input();
+  }
+
+  void close_input() {
+    if (input_ >= 0) close(input_);
+    input_ = -1;
+  }
+
+  // Until it is waited for the group's number is nobody else's.
+  void finish() {
+    if (is_finished_) return;
+    is_finished_ = true;
+    kill(-pid_, SIGKILL);
+    while (waitpid(pid_, &status_, 0) < 0 && errno == EINTR) {
+    }
+  }
+
+  pid_t pid_;
+  int input_;
+  int ended_;
+  const std::string& text_;
+  std::size_t at_ = 0;
+  int status_ = 0;
+  bool is_finished_ = false;
+};
+
+pid_t spawn(const std::vector<std::string>& words, int input) {
+  std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
+  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  const SpawnSettings settings(input);
+  pid_t pid = 0;
+  check(posix_spawn(&pid, arguments[0], settings.actions(), settings.attributes(), arguments.data(),
+                    environ));
+  return pid;
+}
+
+SendResult result_of(int status) {
+  if (WIFSIGNALED(status)) {
+    return {false, "the program was ended by signal " + std::to_string(WTERMSIG(status))};
+  }
+  if (WEXITSTATUS(status) == 0) return {true, ""};
+  return {false, "the program ended with " + std::to_string(WEXITSTATUS(status))};
+}
+
+}  // namespace
+
+CommandChannel::CommandChannel(const std::string& command, int seconds, const StopFlag& stop)
+    : seconds_(seconds), stop_(stop) {
+  std::istringstream words(command);
+  for (std::string word; words >> word;) words_.push_back(word);
+}
+
+SendResult CommandChannel::send(const Message& message) {
+  if (words_.empty() || !words_[0].starts_with('/')) {
+    return {false, std::string(setting::kCommand.key) + " must be the full path of a program"};
+  }
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return {false, std::strerror(errno)};
+  fcntl(ends[1], F_SETFL, O_NONBLOCK);
+  pid_t pid = 0;
+  try {
+    pid = spawn(words_, ends[0]);
+  } catch (const std::exception& error) {
+    close(ends[0]);
+    close(ends[1]);
+    return {false, words_[0] + ": " + error.what()};
+  }
+  close(ends[0]);
+  const std::string text = document_of(message) + "\n";
+  Running running(pid, ends[1], text);
+  if (running.watch(Clock::now() + std::chrono::seconds(seconds_), stop_)) {
+    return result_of(running.status());
+  }
+  if (stop_.is_asked()) return {false, "broken off: this program ends"};
+  return {false, "the program took longer than " + std::to_string(seconds_) + " s and was killed"};
+}
+
+}  // namespace corvane::alert

@@ -1,0 +1,50 @@
+#include "companions/alert/channel/secret_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+namespace corvane::alert {
+
+namespace {
+
+constexpr std::size_t kMostBytes = 4096;
+
+struct OpenFile {
+  int descriptor;
+  ~OpenFile() { close(descriptor); }
+};
+
+[[noreturn]] void refuse(const std::string& path, const std::string& why) {
+  throw std::runtime_error("secret file " + path + " is refused: " + why);
+}
+
+}  // namespace
+
+std::string read_secret(const std::string& path) {
+  // Not blocking: it might be a pipe that nobody writes to.
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) refuse(path, std::strerror(errno));
+  const OpenFile file{descriptor};
+  struct stat found {};
+  if (fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode)) refuse(path, "it is no file");
+  if (found.st_uid != geteuid() && found.st_uid != 0) refuse(path, "it belongs to another user");
+  if ((found.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    refuse(path, "others than its owner have access to it");
+  }
+  std::string secret(kMostBytes + 1, '\0');
+  const ssize_t bytes = read(descriptor, secret.data(), secret.size());
+  if (bytes < 0) refuse(path, std::strerror(errno));
+  secret.resize(static_cast<std::size_t>(bytes));
+  if (secret.size() > kMostBytes) refuse(path, "it is too long");
+  if (secret.ends_with('\n')) secret.pop_back();
+  if (secret.ends_with('\r')) secret.pop_back();
+  if (secret.empty()) refuse(path, "it is empty");
+  return secret;
+}
+
+}  // namespace corvane::alert

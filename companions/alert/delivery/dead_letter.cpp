@@ -1,0 +1,64 @@
+#include "companions/alert/delivery/dead_letter.h"
+
+#include <fcntl.h>
+#include <jansson.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+#include "companions/alert/channel/message.h"
+#include "platform/c_handles.h"
+#include "util/json.h"
+
+namespace corvane::alert {
+
+namespace {
+
+std::string line_of(const Delivery& delivery, std::int64_t now) {
+  const JsonPtr letter(json_object());
+  put(letter.get(), "channel", delivery.channel);
+  put(letter.get(), "reason", delivery.reason);
+  put(letter.get(), "attempts", delivery.attempts);
+  put(letter.get(), "given_up", now);
+  put(letter.get(), "message", to_json(delivery.content));
+  return without_nul(json_text(letter.get())) + "\n";
+}
+
+}  // namespace
+
+DeadLetterFile::DeadLetterFile(const std::string& path)
+    : path_(path),
+      descriptor_(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)) {
+  if (descriptor_ < 0) fail();
+  if (flock(descriptor_, LOCK_EX) == 0) return;
+  const int why = errno;
+  close(descriptor_);
+  errno = why;
+  fail();
+}
+
+DeadLetterFile::~DeadLetterFile() { close(descriptor_); }
+
+void DeadLetterFile::append(const std::vector<Delivery>& deliveries, std::int64_t now) const {
+  std::string lines;
+  for (const Delivery& delivery : deliveries) lines += line_of(delivery, now);
+  const off_t before = lseek(descriptor_, 0, SEEK_END);
+  const ssize_t written = write(descriptor_, lines.data(), lines.size());
+  if (written == static_cast<ssize_t>(lines.size()) && fsync(descriptor_) == 0) return;
+  const int why = written >= 0 ? ENOSPC : errno;
+  // Where even this fails, what stays is a part of what is written again.
+  [[maybe_unused]] const int ignored = ftruncate(descriptor_, before);
+  errno = why;
+  fail();
+}
+
+void DeadLetterFile::clear() const {
+  if (ftruncate(descriptor_, 0) != 0) fail();
+}
+
+void DeadLetterFile::fail() const { throw std::runtime_error(path_ + ": " + std::strerror(errno)); }
+
+}  // namespace corvane::alert

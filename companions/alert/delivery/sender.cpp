@@ -1,0 +1,160 @@
+#include "companions/alert/delivery/sender.h"
+
+#include <poll.h>
+
+#include <exception>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "companions/alert/channel/channel_factory.h"
+#include "companions/alert/delivery/dead_letter.h"
+#include "companions/common/error_text.h"
+#include "platform/clock.h"
+#include "platform/debug_log.h"
+#include "platform/program_names.h"
+
+namespace corvane::alert {
+
+namespace {
+
+constexpr std::size_t kDeadAtOnce = 100;
+constexpr int kTryAgainAfterMs = 1000;
+constexpr std::int64_t kLongestSleepSeconds = 60;
+constexpr std::int64_t kSleepAfterTroubleSeconds = 5;
+
+void wait_for_stop(const StopFlag& stop, int milliseconds) {
+  pollfd stopped{stop.descriptor(), POLLIN, 0};
+  poll(&stopped, 1, milliseconds);
+}
+
+}  // namespace
+
+Sender::Sender(std::string name, SenderFiles files, Channel& channel, const StopFlag& stop)
+    : name_(std::move(name)),
+      files_(std::move(files)),
+      state_(files_.state),
+      outbox_(state_),
+      channel_(channel),
+      stop_(stop) {}
+
+Sender::Step Sender::step() {
+  const std::optional<Delivery> delivery = outbox_.begin(name_, now());
+  if (!delivery) return Step::kNothing;
+  const SendResult result = send(delivery->content);
+  if (result.is_taken) {
+    note([&] { outbox_.taken(*delivery, now()); });
+    if (!trouble_.empty()) {
+      logmsgf(kLogEvent, kAlertProgram, "Channel %s works again", name_.c_str());
+    }
+    trouble_.clear();
+    return Step::kTaken;
+  }
+  // What is broken off because this program ends is no failure of the channel's.
+  if (stop_.is_asked()) return Step::kNothing;
+  note([&] { outbox_.failed(*delivery, result.reason, now()); });
+  if (result.reason != trouble_) {
+    logmsgf(kLogWarning, kAlertProgram, "Channel %s fails, trying again: %s", name_.c_str(),
+            result.reason.c_str());
+  }
+  trouble_ = result.reason;
+  // Only now: after a standstill of this program the channel may work again.
+  while (give_up_overdue()) {
+  }
+  return Step::kFailed;
+}
+
+SendResult Sender::send(const Message& message) {
+  try {
+    return channel_.send(message);
+  } catch (const std::exception& error) {
+    return {false, error.what()};
+  }
+}
+
+// To be sent again because its outcome could not be noted is what must not happen.
+void Sender::note(const std::function<void()>& write) {
+  while (true) {
+    try {
+      write();
+      return;
+    } catch (const std::exception& error) {
+      complain("Cannot note what channel " + name_ + " took, trying again: " + reason_of(error));
+    }
+    if (stop_.is_asked()) return;
+    wait_for_stop(stop_, kTryAgainAfterMs);
+  }
+}
+
+// Some of them; false when there are none left or they cannot be given up.
+bool Sender::give_up_overdue() {
+  const std::vector<Delivery> overdue = outbox_.overdue(name_, now(), kDeadAtOnce);
+  if (overdue.empty()) return false;
+  try {
+    DeadLetterFile(files_.dead_letters).append(overdue, now());
+  } catch (const std::exception& error) {
+    complain(std::string("Cannot write the dead letters: ") + error.what());
+    return false;
+  }
+  outbox_.give_up(overdue);
+  logmsgf(kLogError, kAlertProgram, "Given up after a day: %zu messages for channel %s, see %s",
+          overdue.size(), name_.c_str(), files_.dead_letters.c_str());
+  return true;
+}
+
+void Sender::complain(const std::string& text) {
+  if (text != other_trouble_) logmsg(kLogError, kAlertProgram, text.c_str());
+  other_trouble_ = text;
+}
+
+std::int64_t Sender::seconds_to_next(std::int64_t longest) {
+  return outbox_.seconds_to_next(name_, now(), longest);
+}
+
+SenderThread::SenderThread(std::string name, SenderFiles files, const Settings& settings,
+                           const std::string& master)
+    : name_(std::move(name)),
+      files_(std::move(files)),
+      channel_(make_channel(name_, settings, master, stop_)),
+      thread_(&SenderThread::run, this) {}
+
+SenderThread::~SenderThread() {
+  finish();
+  break_off();
+  thread_.join();
+}
+
+void SenderThread::finish() {
+  is_to_end_ = true;
+  wakeup_.notify();
+}
+
+void SenderThread::run() {
+  std::string trouble;
+  while (!is_to_end_) {
+    try {
+      work();
+    } catch (const std::exception& error) {
+      const std::string reason = reason_of(error);
+      if (reason != trouble) {
+        logmsgf(kLogError, kAlertProgram,
+                "Channel %s cannot use the state database, trying again: %s", name_.c_str(),
+                reason.c_str());
+      }
+      trouble = reason;
+      wait_for_stop(stop_, kSleepAfterTroubleSeconds * 1000);
+    }
+  }
+  ended_ = true;
+}
+
+void SenderThread::work() {
+  Sender sender(name_, files_, *channel_, stop_);
+  while (!is_to_end_) {
+    if (sender.step() != Sender::Step::kNothing) continue;
+    const std::int64_t seconds = sender.seconds_to_next(kLongestSleepSeconds);
+    wakeup_.wait(static_cast<int>(seconds * 1000));
+  }
+}
+
+}  // namespace corvane::alert

@@ -1,0 +1,82 @@
+// From the anomaly database into the alerts' database: which incident a record belongs to, who is
+// to be told what, and when an incident is over.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "companions/alert/delivery/delivery_queue.h"
+#include "companions/alert/incident/incident_book.h"
+#include "companions/alert/settings_file.h"
+#include "companions/alert/state_database.h"
+#include "finding/anomaly.h"
+
+namespace corvane::alert {
+
+struct PassCounts {
+  std::size_t records = 0;    // taken in
+  std::size_t incidents = 0;  // new ones among them
+  std::size_t ended = 0;
+  std::size_t processed = 0;  // marked
+};
+
+// Everything throws QueryError; what was committed before stays, and the next pass goes on from
+// there. Logs nothing but what people said about an incident.
+class Intake {
+ public:
+  // `database` is the anomaly database. A storm's summary waits `settle` seconds for more. `stop`
+  // is asked between records; a pass that is stopped leaves the rest for the next.
+  Intake(const std::string& database, StateDatabase& state, std::string master, std::int64_t settle,
+         std::function<bool()> stop);
+
+  void set_settings(const Settings& settings) { settings_ = settings; }
+
+  // The anomaly database has changed since the last pass was complete.
+  bool has_news();
+  PassCounts pass(std::int64_t now);
+
+  // What every channel took becomes PROCESSED 1. Gives how many.
+  std::size_t mark_processed();
+
+  // Forgets messages that are done with, and incidents whose records were purged.
+  void prune(std::int64_t now);
+
+ private:
+  void take_in_new(PassCounts& counts, std::int64_t now);
+  bool take_in_next(const std::string& id, PassCounts& counts, std::int64_t now);
+  void take_in(AnomalyRow row, PassCounts& counts, std::int64_t now);
+  KnownIncident incident_of(const Anomaly& anomaly, std::int64_t now);
+  std::size_t tell_people(const KnownIncident& incident, Severity severity, std::int64_t message,
+                          std::int64_t now);
+  void deliver(const NewDelivery& delivery);
+
+  std::string incident_of_record(const std::string& anomaly_id);
+  void follow_feedback(std::int64_t now);
+  static void say_false_positive(const KnownIncident& incident);
+  void reopen(const KnownIncident& incident, std::int64_t now);
+  void end_what_is_over(PassCounts& counts, std::int64_t now);
+  bool end(const KnownIncident& incident, std::int64_t usual, std::int64_t now);
+  std::optional<BackupReference> adopted_with(const std::string& first_record);
+
+  StateDatabase& state_;
+  Connection database_;
+  IncidentBook book_;
+  DeliveryQueue queue_;
+  std::string master_;
+  std::int64_t settle_;
+  std::function<bool()> stop_;
+  Settings settings_;
+  std::int64_t seen_version_ = -1;
+  // Names of the incidents of which people call a record a false positive, at the last pass.
+  std::unordered_set<std::string> false_positives_;
+  // Names of incidents by records that were processed before the alerts kept these.
+  std::unordered_map<std::string, std::string> former_records_;
+};
+
+}  // namespace corvane::alert

@@ -1,0 +1,56 @@
+// What the detection would say, from the stored backups, without changing anything.
+#pragma once
+
+#include <jansson.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "companions/detect/judge.h"
+#include "finding/finding.h"
+#include "platform/c_handles.h"
+#include "sqlite/connection.h"
+
+namespace corvane::detect {
+
+struct BacktestFinding {
+  std::string unique_key;  // of the backup
+  Finding finding;
+};
+
+struct Backtest {
+  std::size_t judged = 0;
+  std::size_t learning = 0;  // of these: of streams that were still learning
+  std::vector<BacktestFinding> findings;
+};
+
+// Judges the backups of the last `days` days of the stored ones again, in their order, on a history
+// of what came before. Throws QueryError.
+Backtest backtest(Connection& database, const Settings& settings, int days);
+
+// How one backup is judged by what came before it.
+struct Explanation {
+  std::string unique_key;
+  Finding finding;
+  Outcome outcome = Outcome::kNormal;
+  std::string verdict;     // "normal", "learning 12 of 30", ...
+  std::string stream;      // the state of its stream at that time: "judged", "learning 12 of 30"
+  double noise_share = 0;  // of the history
+};
+
+// Absent when no backup has the key. Throws QueryError.
+std::optional<Explanation> explain(Connection& database, const Settings& settings,
+                                   const std::string& unique_key);
+
+// As the programs print them with -json and --json.
+JsonPtr to_json(const Backtest& backtest);
+JsonPtr to_json(const Explanation& explanation);
+
+// A line for each finding, and the totals.
+std::string text_of(const Backtest& backtest);
+// "12 backups judged again, 1 would have been reported, ..."
+std::string totals_of(const Backtest& backtest);
+
+}  // namespace corvane::detect

@@ -1,0 +1,67 @@
+// The anomaly database, opened so that nothing can be changed and nobody is held up.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "operator_tool/trouble.h"
+#include "sqlite/connection.h"
+
+namespace corvane::ctl {
+
+// How to open a database for reading alone. Usually with a share in its write-ahead log. One that
+// nobody has open has no such log; making one would take the right to write, so it is then read as
+// a file that does not change, and has_changed() tells when that did not hold.
+class ReadOnlySource {
+ public:
+  // Throws Trouble when there is no such file, or it may not be read.
+  explicit ReadOnlySource(const std::string& path);
+
+  // A name for sqlite3_open_v2() and whatever calls it.
+  const std::string& uri() const { return uri_; }
+  const std::string& path() const { return path_; }
+  bool has_changed() const;
+
+ private:
+  bool is_unused_log_database() const;
+
+  std::string path_;
+  std::string uri_;
+  struct stat seen_ {};
+  bool is_still_ = false;
+};
+
+// Somebody wrote while the database was read as one that does not change: read it again.
+class ChangedMeanwhile : public std::exception {
+ public:
+  const char* what() const noexcept override {
+    return "the database was changed while it was read";
+  }
+};
+
+// One connection, for one thread; waits up to 5 seconds for a lock. Each query is a transaction of
+// its own, so that the service can fold its log back in between.
+class Database {
+ public:
+  // Throws Trouble, also for a database without the tables and columns that the tool reads.
+  explicit Database(const std::string& path);
+
+  const std::string& path() const { return source_.path(); }
+  Connection& connection() { return *connection_; }
+
+  // Throws ChangedMeanwhile when what was read may be no state that the database ever had.
+  void check_unchanged() const;
+
+ private:
+  ReadOnlySource source_;
+  std::unique_ptr<Connection> connection_;
+};
+
+// What an error of SQLite while reading the database at `path` is to people.
+Trouble trouble_of(const std::string& path, const std::exception& error);
+
+}  // namespace corvane::ctl

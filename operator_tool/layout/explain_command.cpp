@@ -1,0 +1,61 @@
+#include <cmath>
+
+#include "companions/detect/replay.h"
+#include "operator_tool/commands.h"
+#include "operator_tool/layout/json.h"
+#include "operator_tool/terminal/words.h"
+
+namespace corvane::ctl {
+
+namespace {
+
+constexpr double kPercent = 100;
+
+std::string anomaly_lines(const Terminal& terminal, const Finding& finding) {
+  const SeverityWords severity = severity_words(finding.severity);
+  std::string text = line(terminal, "Summary", finding.summary) +
+                     line(terminal, "Severity", severity.words, severity.style);
+  for (const Cause& cause : finding.causes) {
+    text += line(terminal, &cause == &finding.causes.front() ? "Cause" : "or", cause.words);
+  }
+  return text;
+}
+
+std::string text_of(const Context& context, const detect::Explanation& judged) {
+  const Terminal& terminal = context.terminal;
+  const Finding& finding = judged.finding;
+  const bool utc = context.options.utc;
+  const bool is_anomalous = judged.outcome == detect::Outcome::kAnomalous;
+  std::string text;
+  text += line(terminal, "Backup", finding.backup_id + " of " + moment_text(finding.time, utc));
+  text += stream_line(terminal, finding);
+  text += line(terminal, "Verdict", judged.verdict, is_anomalous ? Style::kBad : Style::kPlain);
+  text += line(terminal, "Stream then", judged.stream);
+  text += line(terminal, "Judged by",
+               std::string(finding.by_other_stream ? "another stream" : "own history") + ", " +
+                   counted(static_cast<std::int64_t>(finding.observations), "record", "records") +
+                   ", " + std::to_string(std::lround(judged.noise_share * kPercent)) +
+                   " percent of them noise");
+  if (finding.slow_change) {
+    text += line(terminal, "Sustained", "several runs in a row that together are too much");
+  }
+  if (is_anomalous) text += anomaly_lines(terminal, finding);
+  text += last_good_line(terminal, finding, utc);
+  return text + "\n" + figures_table(terminal, finding.figures);
+}
+
+}  // namespace
+
+std::string run_explain(const Context& context) {
+  const Options& options = context.options;
+  const std::optional<detect::Explanation> judged = detect::explain(
+      context.database.connection(), read_configuration(options.config).detect, options.id);
+  if (!judged) throw Trouble(ExitStatus::kNotFound, "No backup has the key " + options.id + ".");
+  if (!options.json) return text_of(context, *judged);
+  const JsonPtr root = document("explain");
+  put(root.get(), "unique_key", options.id);
+  put(root.get(), "judgement", to_json(*judged));
+  return json_for_terminal(root.get());
+}
+
+}  // namespace corvane::ctl

@@ -1,0 +1,162 @@
+#include "operator_tool/layout/metrics.h"
+
+#include <prometheus/text_serializer.h>
+
+#include <array>
+#include <map>
+#include <sstream>
+#include <utility>
+
+#include "operator_tool/ask/anomalies.h"
+#include "operator_tool/terminal/terminal.h"
+
+namespace corvane::ctl {
+
+namespace {
+
+using prometheus::ClientMetric;
+using prometheus::MetricFamily;
+
+using Labels = std::vector<ClientMetric::Label>;
+
+class Families {
+ public:
+  // A gauge, to be given its values.
+  void begin(const char* name, const char* help) {
+    all_.push_back({name, help, prometheus::MetricType::Gauge, {}});
+  }
+  template <typename Number>
+  void add(Number value, const Labels& labels = {}) {
+    ClientMetric metric;
+    metric.label = labels;
+    metric.gauge.value = static_cast<double>(value);
+    all_.back().metric.push_back(metric);
+  }
+  template <typename Number>
+  void single(const char* name, const char* help, Number value) {
+    begin(name, help);
+    add(value);
+  }
+  std::vector<MetricFamily> take() { return std::move(all_); }
+
+ private:
+  std::vector<MetricFamily> all_;
+};
+
+void add_gathers(const Health& health, Families& to) {
+  const GatherHealth& gather = health.gather;
+  if (gather.last > 0) {
+    to.single("cvanomaly_last_gather_timestamp_seconds", "When the last gather began.",
+              gather.last);
+    to.single("cvanomaly_gather_lag_seconds", "How long ago the last gather began.",
+              health.now - gather.last);
+  }
+  if (gather.log.last_seconds >= 0) {
+    to.single("cvanomaly_gather_duration_seconds",
+              "How long the last live gather took, as the service's log says.",
+              gather.log.last_seconds);
+  }
+  if (gather.log.from > 0) {
+    to.single(
+        "cvanomaly_gather_failures",
+        "Live gathers of the last 24 hours in whose course an error was logged, as far as the "
+        "last 4 MB of the service's log tell.",
+        gather.log.failed);
+  }
+  to.single("cvanomaly_queued_jobs", "Running jobs that the next gather looks at again.",
+            gather.queued);
+}
+
+void add_records(const Measured& measured, Families& to) {
+  to.begin("cvanomaly_records", "Rows of a table of the anomaly database.");
+  const StreamSurvey& survey = measured.picture.streams;
+  to.add(survey.history_rows, {{"table", "HIST_DATA"}});
+  to.add(survey.process_rows, {{"table", "DATA_TO_PROCESS"}});
+  to.add(measured.picture.anomalies.size(), {{"table", "ANOMALY_DATA"}});
+  to.add(measured.feedback_rows, {{"table", "ANOMALY_DATA_FEEDBACK"}});
+  to.single("cvanomaly_rows_waiting", "Backups that wait for the detection.", survey.waiting_rows);
+  to.begin("cvanomaly_streams", "Streams of backups by how the detection treats them.");
+  for (const StreamState state :
+       {StreamState::kLearning, StreamState::kJudged, StreamState::kDormant}) {
+    to.add(survey.count(state), {{"state", name_of(state)}});
+  }
+}
+
+void add_anomalies(const Measured& measured, Families& to) {
+  constexpr std::array kReviews{Review::kNotReviewed, Review::kConfirmed, Review::kFalsePositive};
+  constexpr std::array kSeverities{Severity::kLookAtIt, Severity::kImportant, Severity::kActNow};
+  std::map<std::pair<Severity, Review>, int> counts;
+  for (const Anomaly& anomaly : measured.picture.anomalies) {
+    ++counts[{anomaly.finding.severity, anomaly.review()}];
+  }
+  to.begin("cvanomaly_anomalies",
+           "Anomalies in the database by severity (3: act now) and by what people said of them.");
+  for (const Severity severity : kSeverities) {
+    for (const Review review : kReviews) {
+      to.add(counts[{severity, review}],
+             {{"severity", std::to_string(number_of(severity))}, {"state", name_of(review)}});
+    }
+  }
+  const std::int64_t wrong = measured.picture.count(Review::kFalsePositive);
+  const std::int64_t judged = wrong + measured.picture.count(Review::kConfirmed);
+  if (judged > 0) {
+    to.single("cvanomaly_false_positive_ratio",
+              "Share of the reviewed anomalies that people called false positives.",
+              static_cast<double>(wrong) / static_cast<double>(judged));
+  }
+}
+
+void add_alerts(const AlertHealth& alerts, Families& to) {
+  if (!alerts.is_known || !alerts.trouble.empty()) return;
+  if (!alerts.channels.empty()) {
+    to.begin("cvanomaly_alerts_waiting", "Messages that a channel has not taken yet.");
+    for (const alert::ChannelStatus& channel : alerts.channels) {
+      to.add(channel.waiting, {{"channel", safe(channel.name)}});
+    }
+  }
+  to.single("cvanomaly_alerts_dead", "Messages that were given up.", alerts.given_up());
+}
+
+void add_machine(const Health& health, Families& to) {
+  to.begin("cvanomaly_process_up", "1 while the program runs.");
+  for (const Daemon& daemon : health.daemons) {
+    to.add(daemon.process != 0 ? 1 : 0, {{"process", daemon.name}});
+  }
+  to.begin("cvanomaly_process_wanted", "1 while the configuration switches the program on.");
+  for (const Daemon& daemon : health.daemons) {
+    to.add(daemon.is_wanted ? 1 : 0, {{"process", daemon.name}});
+  }
+  to.single("cvanomaly_database_size_bytes",
+            "Size of the anomaly database with its write-ahead log.", health.database_bytes);
+  to.begin("cvanomaly_log_size_bytes", "Size of a program's log.");
+  for (const Daemon& daemon : health.daemons) to.add(daemon.log_bytes, {{"program", daemon.name}});
+}
+
+}  // namespace
+
+Measured measure(const Options& options, Database& database) {
+  Measured measured;
+  measured.health = look(options, database);
+  measured.picture = take_picture(database.connection(), measured.health.configured.detect.stream,
+                                  measured.health.now);
+  measured.feedback_rows = count_feedback(database.connection());
+  return measured;
+}
+
+std::vector<MetricFamily> metrics_of(const Measured& measured) {
+  Families families;
+  add_gathers(measured.health, families);
+  add_records(measured, families);
+  add_anomalies(measured, families);
+  add_alerts(measured.health.alerts, families);
+  add_machine(measured.health, families);
+  return families.take();
+}
+
+std::string prometheus_text(const std::vector<MetricFamily>& families) {
+  std::ostringstream out;
+  prometheus::TextSerializer().Serialize(out, families);
+  return out.str();
+}
+
+}  // namespace corvane::ctl

@@ -1,0 +1,68 @@
+#include "operator_tool/report/output_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "operator_tool/trouble.h"
+
+namespace corvane::ctl {
+
+namespace {
+
+bool write_all(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(descriptor, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+mode_t creation_mode() {
+  const mode_t mask = umask(022);
+  umask(mask);
+  return 0644 & ~mask;
+}
+
+[[noreturn]] void fail(const std::string& path, const std::string& why) {
+  throw Trouble(ExitStatus::kFailed, "Cannot write " + path + ": " + why + ".");
+}
+
+// A pipe or a device would be gone afterwards, with a file in its place. A link may lead out of
+// its directory to a file that whoever made the link has no right to change.
+void check_replaceable(const std::string& path) {
+  struct stat former {};
+  if (lstat(path.c_str(), &former) != 0 || S_ISREG(former.st_mode)) return;
+  if (S_ISLNK(former.st_mode)) fail(path, "it is a link; name the file itself");
+  fail(path, S_ISDIR(former.st_mode) ? "it is a directory" : "it is no regular file");
+}
+
+}  // namespace
+
+void replace_file(const std::string& path, std::string_view text) {
+  check_replaceable(path);
+  const std::filesystem::path target(path);
+  // Hidden, and with another ending: who collects what lies there passes it over.
+  std::string scratch =
+      (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
+  const int descriptor = mkostemp(scratch.data(), O_CLOEXEC);
+  if (descriptor < 0) fail(path, std::strerror(errno));
+  const bool written = write_all(descriptor, text) && fchmod(descriptor, creation_mode()) == 0 &&
+                       fsync(descriptor) == 0;
+  int error = written ? 0 : errno;
+  if (close(descriptor) != 0 && error == 0) error = errno;
+  if (error == 0 && std::rename(scratch.c_str(), path.c_str()) != 0) error = errno;
+  if (error == 0) return;
+  unlink(scratch.c_str());
+  fail(path, std::strerror(error));
+}
+
+}  // namespace corvane::ctl

@@ -1,0 +1,82 @@
+// Queries that stay compiled, with typed parameters and columns, on an open connection.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "sqlite/sqlite_exception.h"
+
+namespace corvane {
+
+// What SQLite refused to do. inner_message() is SQLite's own text, never the query's.
+class QueryError : public Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception {
+ public:
+  QueryError(const std::string& message, sqlite3* db);
+  int extended_code() const { return code_; }
+  int code() const { return code_ & 0xFF; }
+  // The errno behind a file that could not be opened; 0 of other failures.
+  int system_errno() const { return system_errno_; }
+
+ private:
+  int code_;
+  int system_errno_ = 0;
+};
+
+// Prepared anew by SQLite itself when another connection has changed the schema meanwhile. Every
+// failure throws QueryError; the query can be used again afterwards.
+class Query {
+ public:
+  // `db` and `sql` are not owned and must outlive it.
+  Query(sqlite3* db, const char* sql);
+
+  const char* sql() const { return sql_; }
+
+  // Ends a run that was left before its last row, and lets go of its locks.
+  Query& restart();
+
+  // The next parameter, in the order of the query. Texts are copied; an empty one is no NULL.
+  Query& bind(std::int64_t number);
+  Query& bind(double number);
+  Query& bind(std::string_view text);
+  Query& bind(const std::string& text) { return bind(std::string_view(text)); }
+  Query& bind(const char* text) { return bind(std::string_view(text)); }
+  // An enumerator is stored as its number.
+  template <typename Enum>
+  requires std::is_enum_v<Enum> Query& bind(Enum value) {
+    return bind(static_cast<std::int64_t>(value));
+  }
+
+  // Goes to the next row; false when there is none.
+  bool step();
+  void run();
+  // The first column of the first row, and the end of the run; 0 when there is no row.
+  std::int64_t first_integer();
+  // Whether there is a row, and the end of the run.
+  bool has_row();
+
+  // Columns of the current row, from 0. NULL is 0 and the empty text.
+  std::int64_t integer(int column) const { return sqlite3_column_int64(compiled_.get(), column); }
+  double real(int column) const { return sqlite3_column_double(compiled_.get(), column); }
+  std::string text(int column) const { return std::string(view(column)); }
+  // Valid until the next step.
+  std::string_view view(int column) const;
+
+ private:
+  struct Finalize {
+    void operator()(sqlite3_stmt* compiled) const noexcept { sqlite3_finalize(compiled); }
+  };
+
+  void check(int result) const;
+
+  sqlite3* db_;
+  const char* sql_;
+  std::unique_ptr<sqlite3_stmt, Finalize> compiled_;
+  int next_ = 1;
+};
+
+}  // namespace corvane

@@ -1,0 +1,169 @@
+#include "companions/alert/incident/incident_book.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "companions/alert/delivery/delivery_queue.h"
+#include "companions/alert/settings_file.h"
+#include "tests/support/scratch_dir.h"
+#include "tests/support/sql.h"
+
+namespace corvane::alert {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class IncidentBookTest : public ::testing::Test {
+ protected:
+  KnownIncident added(const std::string& name, std::int64_t now = 1000) {
+    KnownIncident incident;
+    incident.name = name;
+    incident.anomaly_id = "first of " + name;
+    incident.last_anomaly = "last of " + name;
+    incident.stream = {"client", "policy", "type", "schedule", "daily", "app", "disk"};
+    incident.has_stream = true;
+    incident.first_time = 10;
+    incident.last_time = 20;
+    incident.severity = Severity::kImportant;
+    incident.cause = CauseKind::kMassDeletion;
+    incident.records = 3;
+    book.put_incident(incident, now);
+    return incident;
+  }
+  static std::vector<std::string> names(const std::vector<KnownIncident>& incidents) {
+    std::vector<std::string> all;
+    for (const KnownIncident& incident : incidents) all.push_back(incident.name);
+    return all;
+  }
+
+  test::ScratchDir directory;
+  StateDatabase state{directory("s.db")};
+  IncidentBook book{state};
+};
+
+TEST_F(IncidentBookTest, GivesBackAnIncidentAsItWasPut) {
+  EXPECT_FALSE(book.find_incident("i"));
+  KnownIncident put = added("i");
+  EXPECT_GT(put.id, 0);
+  const KnownIncident got = book.find_incident("i").value();
+  EXPECT_EQ(got.id, put.id);
+  EXPECT_EQ(got.anomaly_id, "first of i");
+  EXPECT_EQ(got.last_anomaly, "last of i");
+  EXPECT_EQ(got.stream, put.stream);
+  EXPECT_TRUE(got.has_stream);
+  EXPECT_EQ(got.first_time, 10);
+  EXPECT_EQ(got.last_time, 20);
+  EXPECT_EQ(got.severity, Severity::kImportant);
+  EXPECT_EQ(got.cause, CauseKind::kMassDeletion);
+  EXPECT_EQ(got.records, 3);
+  EXPECT_EQ(got.until, 0);
+  EXPECT_TRUE(got.is_open());
+  put.cause.reset();
+  put.last_time = 30;
+  put.end = IncidentEnd::kAdopted;
+  put.until = 25;
+  const std::int64_t id = put.id;
+  book.put_incident(put, 2000);
+  EXPECT_EQ(put.id, id);
+  const KnownIncident again = book.find_incident("i").value();
+  EXPECT_EQ(again.id, id);
+  EXPECT_FALSE(again.cause);
+  EXPECT_EQ(again.last_time, 30);
+  EXPECT_EQ(again.end, IncidentEnd::kAdopted);
+  EXPECT_EQ(again.until, 25);
+  EXPECT_EQ(test::count(state.handle(), "incident"), "1");
+}
+
+TEST_F(IncidentBookTest, ListsWhatIsOpenAndWhatEndedHow) {
+  const std::int64_t usual = added("usual").id;
+  const std::int64_t people = added("people").id;
+  added("open");
+  book.set_end(usual, IncidentEnd::kUsualBackup, 50, 1000);
+  book.set_end(people, IncidentEnd::kFalsePositive, 60, 1000);
+  EXPECT_THAT(names(book.open_incidents()), ElementsAre("open"));
+  EXPECT_THAT(names(book.ended_by(IncidentEnd::kUsualBackup)), ElementsAre("usual"));
+  EXPECT_THAT(names(book.ended_by(IncidentEnd::kFalsePositive)), ElementsAre("people"));
+  EXPECT_THAT(names(book.ended_by(IncidentEnd::kAdopted)), IsEmpty());
+  EXPECT_EQ(book.find_incident("people")->until, 60);
+  book.set_end(people, IncidentEnd::kNone, 0, 1000);
+  EXPECT_THAT(names(book.open_incidents()), ElementsAre("people", "open"));
+}
+
+TEST_F(IncidentBookTest, KnowsWhenSomethingHappenedLast) {
+  added("old", 1000);
+  const std::int64_t id = added("new", 2000).id;
+  EXPECT_THAT(names(book.unchanged_since(1000)), IsEmpty());
+  EXPECT_THAT(names(book.unchanged_since(1001)), ElementsAre("old"));
+  book.set_end(id, IncidentEnd::kUsualBackup, 50, 3000);
+  EXPECT_THAT(names(book.unchanged_since(3000)), ElementsAre("old"));
+}
+
+TEST_F(IncidentBookTest, ARecordIsDoneWhenNothingOfItWaitsAndUntilItIsMarked) {
+  const std::int64_t id = added("i").id;
+  EXPECT_FALSE(book.knows_record("r"));
+  EXPECT_EQ(book.incident_of_record("r"), "");
+  book.add_record("r", id, 0);
+  book.add_record("s", id, 1);
+  book.add_record("t", id, 0);
+  EXPECT_TRUE(book.knows_record("r"));
+  EXPECT_EQ(book.incident_of_record("r"), "i");
+  EXPECT_THAT(book.done_records(10), ElementsAre("r", "t"));
+  EXPECT_THAT(book.done_records(1), ElementsAre("r"));
+  book.set_marked("r", true);
+  EXPECT_THAT(book.done_records(10), ElementsAre("t"));
+  EXPECT_TRUE(book.knows_record("r"));
+  book.set_marked("r", false);
+  EXPECT_THAT(book.done_records(10), ElementsAre("r", "t"));
+  test::query(state.handle(), "UPDATE record SET pending = pending - 1 WHERE anomaly_id = 's'");
+  EXPECT_THAT(book.done_records(10), ElementsAre("r", "s", "t"));
+}
+
+TEST_F(IncidentBookTest, WritesNothingForARecordThatIsNotMarkedAnyway) {
+  book.add_record("r", added("i").id, 1);
+  const std::int64_t before = sqlite3_total_changes64(state.handle());
+  book.set_marked("r", false);
+  EXPECT_EQ(sqlite3_total_changes64(state.handle()), before);
+}
+
+TEST_F(IncidentBookTest, ForgetsAnIncidentWithItsRecordsAndWhoKnewOfIt) {
+  const std::int64_t id = added("i").id;
+  const std::int64_t other = added("other").id;
+  book.add_record("r", id, 0);
+  book.add_record("s", other, 0);
+  book.set_told(id, kMail, Severity::kActNow);
+  book.set_told(other, kMail, Severity::kLookAtIt);
+  book.forget(id);
+  EXPECT_FALSE(book.find_incident("i"));
+  EXPECT_FALSE(book.knows_record("r"));
+  EXPECT_EQ(book.told(id, kMail), Severity::kNone);
+  EXPECT_TRUE(book.find_incident("other"));
+  EXPECT_TRUE(book.knows_record("s"));
+  EXPECT_EQ(book.told(other, kMail), Severity::kLookAtIt);
+  EXPECT_NE(added("i").id, id);  // messages that are out name the former one
+}
+
+TEST_F(IncidentBookTest, KeepsWhatSomethingStillWaitsFor) {
+  const std::int64_t id = added("i").id;
+  DeliveryQueue queue(state);
+  const std::int64_t message = queue.add_message(id, "r", Severity::kLookAtIt, 5, {}, "{}");
+  queue.add_delivery({message, kMail, Kind::kBegin, id, Severity::kLookAtIt, 5, 0});
+  book.forget(id);
+  EXPECT_TRUE(book.find_incident("i"));
+}
+
+TEST_F(IncidentBookTest, KnowsWhoKnowsOfItAndHowSevere) {
+  const std::int64_t id = added("i").id;
+  EXPECT_EQ(book.told(id, kMail), Severity::kNone);
+  book.set_told(id, kMail, Severity::kLookAtIt);
+  book.set_told(id, kMail, Severity::kActNow);
+  book.set_told(id, kSyslog, Severity::kImportant);
+  EXPECT_EQ(book.told(id, kMail), Severity::kActNow);
+  EXPECT_EQ(book.told(id, kSyslog), Severity::kImportant);
+  book.forget_told(id);
+  EXPECT_EQ(book.told(id, kMail), Severity::kNone);
+  EXPECT_EQ(book.told(id, kSyslog), Severity::kNone);
+}
+
+}  // namespace
+}  // namespace corvane::alert

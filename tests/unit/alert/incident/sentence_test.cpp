@@ -1,0 +1,221 @@
+#include "companions/alert/incident/sentence.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <jansson.h>
+
+#include <limits>
+
+#include "companions/alert/channel/message.h"
+#include "finding/plain_text.h"
+#include "platform/c_handles.h"
+#include "tests/unit/alert/alert_world.h"
+#include "util/json.h"
+
+namespace corvane::alert {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+Anomaly read(const std::string& details) {
+  AnomalyRow row;
+  row.id = "anomaly_1";
+  row.details = details;
+  row.detection_key = "key";
+  row.client = "web01";
+  row.detection_time = kFirst + 60;
+  return read_anomaly(std::move(row));
+}
+
+Words words_for(const Anomaly& anomaly, const std::string& master) {
+  return words_for_anomaly(anomaly, {kFirst, "anomaly_0", master});
+}
+
+TEST(Sentence, SaysWhatDiffersByHowMuchSinceWhenAndWhatToDo) {
+  const Anomaly anomaly = read(details_of("c", "incident_0", 3, kFirst));
+  const Words words = words_for_anomaly(anomaly, {kFirst - kDay, "anomaly_0", "m"});
+  EXPECT_EQ(words.subject,
+            "The daily backup of client c (policy nightly): 100 files, 10 % of the usual 1,000; "
+            "looks like encryption");
+  EXPECT_EQ(words.body,
+            "The daily backup of client c (policy nightly) of 2023-11-14 22:13 UTC differs from "
+            "what is usual: 100 files, 10 % of the usual 1,000 (990 to 1,010).\n"
+            "What it looks like: Files may have been encrypted.\n"
+            "It has been so since 2023-11-13 22:13 UTC. The last good backup is good of 2023-11-13 "
+            "18:26 UTC.\n"
+            "If this is as it should be, give the anomaly anomaly_0 the feedback FALSE_POSITIVE in "
+            "the web interface of m; the like of it will then be taken for normal.\n");
+}
+
+TEST(Sentence, NamesTheTwoThatAreOffTheFarthestAndTheDurationLast) {
+  const Anomaly anomaly = read(R"({"stream":{"client":"c"},"features":[
+        {"name":"duration","value":9,"usual":1,"usual_low":1,"usual_high":1,"deviation":99},
+        {"name":"files","value":7,"usual":7,"usual_low":7,"usual_high":7,"deviation":0},
+        {"name":"dedup_ratio","value":1.25,"usual":50,"usual_low":48,"usual_high":52,"deviation":-5},
+        {"name":"kb_transferred","value":5,"usual":0,"usual_low":0,"usual_high":2,"deviation":7},
+        {"name":"image_size","value":5}]})");
+  const std::string body = words_for(anomaly, "").body;
+  EXPECT_THAT(body, HasSubstr("usual: 5 KB transferred, usually 0 KB to 2 KB; deduplication ratio "
+                              "1.25, 3 % of the usual 50 (48 to 52).\n"));
+  EXPECT_THAT(body, HasSubstr("web interface of the master server"));
+  EXPECT_THAT(body, HasSubstr("No earlier good backup is known."));
+  EXPECT_THAT(body, Not(HasSubstr("What it looks like")));
+}
+
+TEST(Sentence, SaysTheRangeWhereTheUsualVariesALot) {
+  const Anomaly anomaly = read(R"({"stream":{"client":"c"},"features":[
+        {"name":"files","value":16278,"usual":11.38,"usual_low":0,"usual_high":2048,"deviation":9},
+        {"name":"image_size","value":1,"usual":10.4,"usual_low":10.2,"usual_high":12,"deviation":-5}]})");
+  EXPECT_EQ(words_for(anomaly, "").subject,
+            "The backup of client c: 16,278 files, usually 0 to 2,048");
+  EXPECT_THAT(words_for(anomaly, "").body,
+              HasSubstr(": 16,278 files, usually 0 to 2,048; 1 KB in size, 10 % of the usual 10 KB "
+                        "(10 KB to 12 KB).\n"));
+}
+
+TEST(Sentence, SaysSizesAndSpansInUnitsOfPeopleAndARatioWithoutABound) {
+  const Words words = words_for(read(R"({"stream":{"client":"c"},"features":[
+        {"name":"image_size","value":800000,"usual":20000,"usual_low":19000,"usual_high":21000,
+         "deviation":9},
+        {"name":"dedup_ratio","value":1.25,"usual":null,"usual_low":3.84,"usual_high":null,
+         "deviation":-5}]})"),
+                                "");
+  EXPECT_EQ(words.subject, "The backup of client c: 781 MB in size, 40 times the usual 20 MB");
+  EXPECT_THAT(words.body, HasSubstr("usual 20 MB (19 MB to 21 MB); deduplication ratio 1.25, "
+                                    "usually at least 3.84.\n"));
+  // As rows of former versions spell it.
+  EXPECT_THAT(words_for(read(R"({"stream":{"client":"c"},"features":[
+        {"name":"dedup_ratio","value":1.25,"usual":1000000,"usual_low":3.84,"usual_high":1000000,
+         "deviation":-5}]})"),
+                        "")
+                  .subject,
+              HasSubstr("deduplication ratio 1.25, usually at least 3.84"));
+  EXPECT_THAT(words_for(read(R"({"stream":{"client":"c"},"features":[
+        {"name":"duration","value":720,"usual":60,"usual_low":50,"usual_high":70,
+         "deviation":9}]})"),
+                        "")
+                  .subject,
+              HasSubstr("took 12 min, 12 times the usual 60 s"));
+}
+
+// Each figure of such a backup may be a normal one, so none of them is the reason.
+TEST(Sentence, OfASlowChangeNamesTheRunsThatItTook) {
+  const std::string begin = R"({"stream":{"client":"c"},"causes":[{"id":"encryption"}],"features":[
+        {"name":"kb_transferred","value":50000,"usual":9000,"usual_low":222,"usual_high":90828,
+         "deviation":1.5}],"slow_change":)";
+  const std::string change =
+      R"({"runs":3,"measure":"kb_transferred","share":0.0512,"share_before":0.01})";
+  const std::string words =
+      "each of 3 runs in a row stored 5.1 % of the data anew or more, the most that so many "
+      "accepted runs in a row did before was 1 %";
+  const Words said = words_for(read(begin + change + "}"), "m");
+  EXPECT_EQ(said.subject, "The backup of client c: " + words + "; looks like encryption");
+  EXPECT_THAT(said.body, HasSubstr("differs from what is usual: " + words + ".\n"));
+  EXPECT_THAT(said.body, Not(HasSubstr("49 MB")));
+  for (const char* foreign : {"7", R"({"runs":3,"measure":"files"})",
+                              R"({"runs":1,"measure":"files","share":0.1,"share_before":0})",
+                              R"({"runs":3,"measure":"moons","share":0.1,"share_before":0})",
+                              R"({"runs":3,"measure":"files","share":0.1,"share_before":0.2})",
+                              R"({"runs":3,"measure":"files","share":1e300,"share_before":0})"}) {
+    EXPECT_THAT(words_for(read(begin + foreign + "}"), "m").subject, HasSubstr("49 MB transferred"))
+        << foreign;
+  }
+}
+
+TEST(Sentence, ForeignDetailsLeaveWhatTheRowKnows) {
+  const Words words = words_for(read("no json"), "m");
+  EXPECT_EQ(words.subject, "The backup of client web01 is unusual");
+  EXPECT_THAT(words.body, HasSubstr("tells no more of it than the key key."));
+}
+
+TEST(Sentence, TheEnd) {
+  const StreamKey stream{"c", "p", "", "", "daily", "", ""};
+  const Words words = words_for_end({stream, kFirst, kFirst + kDay, 1, false});
+  EXPECT_EQ(words.subject,
+            "Back to normal since 2023-11-15 22:13 UTC: the daily backup of client c (policy p)");
+  EXPECT_THAT(words.body, HasSubstr("in one backup."));
+  EXPECT_THAT(words.body, Not(HasSubstr("new normal")));
+  EXPECT_THAT(words_for_end({stream, kFirst, kFirst, 3, true}).body, HasSubstr("new normal"));
+}
+
+TEST(PlainText, IsOneLineWithoutMarkup) {
+  EXPECT_EQ(plain_text("a\r\nb\tc\x1b[1m"), "a  b c [1m");
+  EXPECT_EQ(plain_text(std::string("a\0b", 3)), "a b");
+  EXPECT_EQ(plain_text("<b>\xC2\x85"),
+            "\xE2\x80\xB9"
+            "b\xE2\x80\xBA ");
+  EXPECT_EQ(plain_text("a\xE2\x80\xAE"
+                       "b\xEF\xBB\xBF"
+                       "c\xF3\xA0\x81\x81"),
+            "abc");
+  EXPECT_EQ(plain_text("Größe \xFF"), "Größe \xEF\xBF\xBD");
+  EXPECT_EQ(plain_text("äöü", 2), "äö\xE2\x80\xA6");
+  EXPECT_EQ(plain_text("äö", 2), "äö");
+}
+
+TEST(PlainText, Numbers) {
+  EXPECT_EQ(number_text(0), "0");
+  EXPECT_EQ(number_text(999), "999");
+  EXPECT_EQ(number_text(1234567.8), "1,234,568");
+  EXPECT_EQ(number_text(-1234), "-1,234");
+  EXPECT_EQ(number_text(1.5), "1.5");
+  EXPECT_EQ(number_text(10), "10");
+  EXPECT_EQ(number_text(-0.001), "0");
+  EXPECT_EQ(number_text(1e300), "1,000,000,000,000,000");
+}
+
+TEST(PlainText, Times) {
+  EXPECT_EQ(utc_text(kFirst), "2023-11-14 22:13 UTC");
+  EXPECT_EQ(utc_text(0), "an unknown time");
+  EXPECT_EQ(utc_text(-5), "an unknown time");
+  EXPECT_EQ(utc_text(std::numeric_limits<std::int64_t>::max()), "an unknown time");
+}
+
+TEST(PlainText, JsonLosesItsEscapedNulsOnly) {
+  EXPECT_EQ(without_nul(R"({"a":"x\u0000y","b":"\\u0000","c":"\\\u0000"})"),
+            R"({"a":"x\ufffdy","b":"\\u0000","c":"\\\ufffd"})");
+}
+
+TEST(ReadAnomaly, TakesWhatIsOfTheRightType) {
+  const Anomaly anomaly = read(
+      R"({"severity":"3","incident":5,"stream":{"client":7},"time":"x","last_good":[],)"
+      R"("causes":{"id":"e"},"features":[{"name":"f"},{"value":1},7,{"name":"files","value":1}]})");
+  EXPECT_EQ(anomaly.finding.severity, Severity::kImportant);
+  EXPECT_EQ(anomaly.incident, "anomaly_1");
+  EXPECT_EQ(first_record_of(anomaly.incident), "");
+  EXPECT_FALSE(anomaly.finding.has_stream);
+  EXPECT_EQ(anomaly.finding.stream.client, "web01");
+  EXPECT_EQ(anomaly.time(), kFirst + 60);
+  EXPECT_EQ(anomaly.finding.likeliest_cause(), std::nullopt);
+  EXPECT_TRUE(anomaly.finding.figures[kFiles].known);
+  EXPECT_FALSE(anomaly.finding.figures[kFiles].has_usual);
+  EXPECT_FALSE(anomaly.finding.figures[kSize].known);
+  EXPECT_EQ(read(R"({"severity":99})").finding.severity, Severity::kActNow);
+  EXPECT_EQ(read(R"({"severity":-99})").finding.severity, Severity::kLookAtIt);
+  EXPECT_EQ(words_for(read(R"({"features":7,"stream":"s"})"), "m").subject,
+            "The backup of client web01 is unusual");
+}
+
+TEST(Document, IsJsonWhateverTheNamesAre) {
+  Message message;
+  message.kind = Kind::kBegin;
+  message.severity = Severity::kActNow;
+  message.subject = "s";
+  message.client = std::string("a\xFF\"\n\0", 5);
+  message.details = "no json";
+  const std::string document = document_of(message);
+  const JsonPtr root(json_loads(document.c_str(), 0, nullptr));
+  ASSERT_NE(root, nullptr);
+  EXPECT_THAT(document, HasSubstr(R"("subject":"[act now] s")"));
+  EXPECT_THAT(document, HasSubstr("\"clientName\":\"a\xEF\xBF\xBD\\\"\\n\\ufffd\""));
+  EXPECT_THAT(document, HasSubstr(R"("details":{})"));
+  EXPECT_THAT(document, HasSubstr(R"("state":"open")"));
+  EXPECT_THAT(document, Not(HasSubstr("until")));
+  EXPECT_EQ(document.find('\n'), std::string::npos);
+  message.until = 5;
+  EXPECT_THAT(document_of(message), HasSubstr(R"("state":"ended")"));
+}
+
+}  // namespace
+}  // namespace corvane::alert

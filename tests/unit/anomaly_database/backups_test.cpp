@@ -1,0 +1,153 @@
+#include "anomaly_database/backups.h"
+
+#include "anomaly_database/backup_types.h"
+#include "anomaly_database/gather_marks.h"
+#include "anomaly_database/model_params.h"
+#include "anomaly_database/schema.h"
+#include "tests/support/anomaly_tables.h"
+
+namespace corvane {
+namespace {
+
+using test::key_of;
+using test::kNow;
+using test::TestBackup;
+
+class Backups : public test::AnomalyTables {
+ protected:
+  static bool is(const Backup& backup, const TestBackup& wanted) {
+    return backup.unique_key == key_of(wanted) && backup.time == wanted.time;
+  }
+  std::string mark_of(const std::string& table, const std::string& column, const TestBackup& of) {
+    return test::query_one(database.handle(), "SELECT " + column + " FROM " + table +
+                                                  " WHERE UNIQUE_KEY = '" + key_of(of) + "'");
+  }
+};
+
+TEST_F(Backups, AreReadWithAllThatTheDetectionGoesBy) {
+  insert("HIST_DATA", {.client = "it's",
+                       .policy_type = "NAS-Data-Protection",
+                       .schedule_type = "0",
+                       .files = 7,
+                       .size_kb = 8.5,
+                       .transferred_kb = 9});
+  const auto found = find_backup(database, key_of({.client = "it's"}));
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->backup_id, "it's_1700000000");
+  EXPECT_EQ(found->job_id, 0);
+  EXPECT_EQ(found->time, kNow);
+  EXPECT_EQ(found->figures.files, 7);
+  EXPECT_EQ(found->figures.size_kb, 8.5);
+  EXPECT_EQ(found->figures.transferred_kb, 9);
+  EXPECT_EQ(found->figures.ratio, 20);
+  EXPECT_EQ(found->figures.seconds, 60);
+  EXPECT_EQ(found->stream, (StreamKey{"it's", "nightly", fold_policy_type("NAS-Data-Protection"),
+                                      "FULL", "daily", "FS", "disk"}));
+}
+
+TEST_F(Backups, AreFoundInEitherTable) {
+  insert("HIST_DATA", {.client = "a"});
+  insert("DATA_TO_PROCESS", {.client = "b", .mark = 0});
+  EXPECT_TRUE(find_backup(database, key_of({.client = "a"})));
+  EXPECT_TRUE(find_backup(database, key_of({.client = "b"})));
+  EXPECT_FALSE(find_backup(database, "none"));
+  EXPECT_TRUE(is_in_history(database, key_of({.client = "a"})));
+  EXPECT_FALSE(is_in_history(database, key_of({.client = "b"})));
+}
+
+TEST_F(Backups, OfTheHistoryAreReadFromARowOn) {
+  insert("HIST_DATA", {.client = "a"});
+  insert("HIST_DATA", {.client = "b", .mark = 3});
+  insert("HIST_DATA", {.client = "c"});
+  std::string read;
+  const auto visit = [&](const Backup& backup, int cluster) {
+    read += backup.stream.client + std::to_string(cluster);
+    return true;
+  };
+  EXPECT_EQ(read_history(database, 0, visit), 3);
+  EXPECT_EQ(read, "a-1b3c-1");
+  read.clear();
+  EXPECT_EQ(read_history(database, 2, visit), 3);
+  EXPECT_EQ(read, "c-1");
+  EXPECT_EQ(read_history(database, 3, visit), 3);  // nothing new
+  EXPECT_EQ(last_history_rowid(database), 3);
+  int seen = 0;
+  EXPECT_EQ(read_history(database, 0, [&](const Backup&, int) { return ++seen < 2; }), 2);
+  database.execute("DROP TABLE HIST_DATA");  // no reader was left behind
+}
+
+TEST_F(Backups, ToProcessAreReadFromARowOn) {
+  insert("DATA_TO_PROCESS", {.client = "a", .mark = 0});
+  insert("DATA_TO_PROCESS", {.client = "b", .mark = 2});
+  std::vector<std::int64_t> rows;
+  std::vector<ProcessedStatus> statuses;
+  const auto visit = [&](const RowToProcess& row, ProcessedStatus status) {
+    rows.push_back(row.rowid);
+    statuses.push_back(status);
+    return true;
+  };
+  EXPECT_EQ(read_rows_to_process(database, 0, visit), 2);
+  EXPECT_EQ(rows, (std::vector<std::int64_t>{1, 2}));
+  EXPECT_EQ(statuses, (std::vector{ProcessedStatus::kWaiting, ProcessedStatus::kAnomalous}));
+  EXPECT_EQ(last_rowid_to_process(database), 2);
+}
+
+TEST_F(Backups, ThatWereAcceptedAreReadOfSomeTimeOn) {
+  insert("HIST_DATA", {.client = "old", .time = kNow - kDay});
+  insert("HIST_DATA", {.client = "new"});
+  insert("HIST_DATA", {.client = "false positive", .mark = 1});
+  std::string read;
+  read_accepted(database, 0, kNow - kDay, [&](const StreamKey& stream, std::int64_t time) {
+    read += stream.client + std::to_string(time);
+  });
+  EXPECT_EQ(read, "new1700000000");
+}
+
+TEST_F(Backups, AreMarkedOnlyWhileTheyWait) {
+  insert("DATA_TO_PROCESS", {.mark = 0});
+  EXPECT_TRUE(mark_processed(database, 1, ProcessedStatus::kAnomalous));
+  EXPECT_EQ(mark_of("DATA_TO_PROCESS", "PROCESSED_STATUS", {}), "2");
+  EXPECT_FALSE(mark_processed(database, 1, ProcessedStatus::kNormal));
+  EXPECT_EQ(mark_of("DATA_TO_PROCESS", "PROCESSED_STATUS", {}), "2");
+  EXPECT_FALSE(mark_processed(database, 2, ProcessedStatus::kNormal));
+}
+
+TEST_F(Backups, AreAddedToTheHistoryColumnByColumn) {
+  insert("DATA_TO_PROCESS", {.mark = 2, .files = 7});
+  add_to_history(database, key_of({}), 4);
+  const std::string others = backup_columns("'mark'");
+  EXPECT_EQ(test::query(database.handle(), "SELECT " + others + " FROM HIST_DATA"),
+            test::query(database.handle(), "SELECT " + others + " FROM DATA_TO_PROCESS"));
+  EXPECT_EQ(mark_of("HIST_DATA", "USER_IDENTIFIED_CLUSTER", {}), "4");
+}
+
+TEST_F(Backups, OfPeopleAloneAreRemovedFromTheHistory) {
+  insert("HIST_DATA", {.client = "a", .mark = 4});
+  insert("HIST_DATA", {.client = "b"});
+  remove_false_positive(database, key_of({.client = "a"}));
+  remove_false_positive(database, key_of({.client = "b"}));
+  EXPECT_FALSE(is_in_history(database, key_of({.client = "a"})));
+  EXPECT_TRUE(is_in_history(database, key_of({.client = "b"})));
+}
+
+TEST_F(Backups, AreGatheredUpToAMark) {
+  EXPECT_EQ(last_gather(database), 0);
+  EXPECT_EQ(count_queued_jobs(database), 0);
+  sql("INSERT INTO LAST_BACKUP_DATA_CAPTURE VALUES (5), (7)");
+  sql("INSERT INTO QUEUED_TO_CAPTURE_DATA VALUES (1, 1), (2, 2)");
+  EXPECT_EQ(last_gather(database), 7);
+  EXPECT_EQ(count_queued_jobs(database), 2);
+}
+
+TEST_F(Backups, OfAStreamHaveARadius) {
+  const StreamKey stream{"it's", "p", "STANDARD", "FULL", "daily", "FS", "disk"};
+  store_eps(database, stream, 0.5, kNow);
+  store_eps(database, stream, 0.75, kNow);
+  std::string read;
+  read_eps(database,
+           [&](const std::string& text, double eps) { read += text + " " + std::to_string(eps); });
+  EXPECT_EQ(read, "it's/p/STANDARD/FULL/daily/FS/disk 0.750000");
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,34 @@
+#include "companions/common/error_text.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "sqlite/connection.h"
+#include "sqlite/sqlite_exception.h"
+
+namespace corvane {
+namespace {
+
+using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
+
+TEST(ReasonOf, AddsSqlitesTextWhereItIsMissing) {
+  EXPECT_EQ(reason_of(sqlite_exception("cannot begin", "database is locked")),
+            "cannot begin (database is locked)");
+  EXPECT_EQ(reason_of(sqlite_exception("cannot begin")), "cannot begin");
+  EXPECT_EQ(reason_of(std::runtime_error("other")), "other");
+}
+
+// People get to see these: no query stands in them.
+TEST(ReasonOf, AFailedQuerySaysWhatSqliteSaysOnce) {
+  Connection connection(":memory:", Connection::Access::kCreate);
+  try {
+    connection.query("SELECT missing");
+    FAIL();
+  } catch (const QueryError& error) {
+    EXPECT_EQ(reason_of(error), "Query failed: no such column: missing");
+  }
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,129 @@
+#include "finding/incident.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace corvane {
+namespace {
+
+constexpr std::int64_t kFirst = 1'700'000'000;
+constexpr std::int64_t kNight = 86'400;
+
+TEST(ContinuesIncident, UnlessABackupBetweenWasAcceptedOrPeopleSaidFalsePositive) {
+  EXPECT_TRUE(continues_incident(kFirst, std::nullopt, false));
+  EXPECT_TRUE(continues_incident(kFirst, kFirst - 1, false));
+  EXPECT_TRUE(continues_incident(kFirst, kFirst, false)) << "at the same time is not after it";
+  EXPECT_FALSE(continues_incident(kFirst, kFirst + 1, false));
+  EXPECT_FALSE(continues_incident(kFirst, std::nullopt, true));
+}
+
+TEST(EndOf, IsTheFirstReasonThatHolds) {
+  IncidentFacts facts{.last = kFirst};
+  EXPECT_EQ(end_of(facts), IncidentEnd::kNone);
+  facts.last_accepted = kFirst;
+  EXPECT_EQ(end_of(facts), IncidentEnd::kNone) << "at the same time is not after it";
+  facts.last_accepted = kFirst + 1;
+  EXPECT_EQ(end_of(facts), IncidentEnd::kUsualBackup);
+  facts.is_adopted = true;
+  EXPECT_EQ(end_of(facts), IncidentEnd::kAdopted);
+  facts.has_false_positive = true;
+  EXPECT_EQ(end_of(facts), IncidentEnd::kFalsePositive);
+}
+
+// The anomalies of a database, and what else it knows.
+class IncidentsOf : public testing::Test {
+ protected:
+  Anomaly& add(const std::string& key, const std::string& incident, int night) {
+    Anomaly& anomaly = anomalies_.emplace_back();
+    anomaly.row.id = anomaly_id(key);
+    anomaly.row.detection_key = "stream";
+    anomaly.incident = incident;
+    anomaly.finding.time = kFirst + night * kNight;
+    anomaly.finding.severity = Severity::kImportant;
+    anomaly.finding.summary = "of " + key;
+    return anomaly;
+  }
+  std::vector<Incident> all() const {
+    return incidents_of(anomalies_,
+                        {[&](const std::string& key) { return key == "stream" ? accepted_ : 0; },
+                         [&](const std::string& id) { return false_positives_.contains(id); }});
+  }
+  IncidentEnd end() const { return all().front().end; }
+
+  std::vector<Anomaly> anomalies_;
+  std::int64_t accepted_ = 0;
+  std::set<std::string> false_positives_;
+};
+
+TEST_F(IncidentsOf, GathersTheRecordsOfAName) {
+  add("b", "incident_a", 1).finding.severity = Severity::kActNow;
+  add("a", "incident_a", 0).finding.causes = {cause(CauseKind::kEncryption)};
+  add("c", "incident_a", 2).finding.causes = {cause(CauseKind::kPacked)};
+  add("d", "incident_d", 3);
+  const std::vector<Incident> found = all();
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0].name, "incident_d") << "the latest first";
+  const Incident& incident = found[1];
+  EXPECT_EQ(incident.records, 3);
+  EXPECT_EQ(incident.first, kFirst);
+  EXPECT_EQ(incident.last, kFirst + 2 * kNight);
+  EXPECT_EQ(incident.severity, Severity::kActNow) << "the highest";
+  EXPECT_EQ(incident.cause, CauseKind::kPacked) << "of the latest";
+  EXPECT_EQ(incident.summary, "of c");
+  EXPECT_EQ(incident.latest, "anomaly_c");
+  EXPECT_EQ(incident.first_record, "anomaly_a");
+  EXPECT_FALSE(incident.is_over());
+}
+
+TEST_F(IncidentsOf, FeedbackOnAnyRecordIsFeedbackOnTheIncident) {
+  for (const char* key : {"a", "b", "c"}) {
+    anomalies_.clear();
+    for (int night = 0; night < 3; ++night) {
+      const std::string record(1, static_cast<char>('a' + night));
+      Anomaly& anomaly = add(record, "incident_a", night);
+      if (record == key) anomaly.row.feedback = Feedback::kFalsePositive;
+    }
+    EXPECT_EQ(end(), IncidentEnd::kFalsePositive) << key;
+  }
+  anomalies_.back().row.feedback = Feedback::kNoFalsePositive;
+  EXPECT_EQ(end(), IncidentEnd::kNone) << "withdrawn";
+}
+
+TEST_F(IncidentsOf, FeedbackOnAPurgedFirstRecordCounts) {
+  add("b", "incident_a", 1);
+  false_positives_.insert("anomaly_a");
+  EXPECT_EQ(end(), IncidentEnd::kFalsePositive);
+}
+
+TEST_F(IncidentsOf, AUsualBackupAfterTheLastRecordEndsIt) {
+  add("a", "incident_a", 0);
+  add("b", "incident_a", 2);
+  accepted_ = kFirst + kNight;
+  EXPECT_EQ(end(), IncidentEnd::kNone);
+  accepted_ = kFirst + 3 * kNight;
+  EXPECT_EQ(end(), IncidentEnd::kUsualBackup);
+}
+
+TEST_F(IncidentsOf, OneThatWasJudgedLateMayBeOverFromItsBegin) {
+  add("a", "incident_a", 0).finding.usual_since = kFirst + kNight;
+  EXPECT_EQ(end(), IncidentEnd::kUsualBackup);
+}
+
+TEST_F(IncidentsOf, AnAdoptedChangeIsOverAlsoWhenTheHistoryIsPurged) {
+  add("a", "incident_a", 0).finding.adopted = BackupReference{"x", kFirst + kNight};
+  add("b", "incident_a", 1);
+  EXPECT_EQ(end(), IncidentEnd::kAdopted);
+}
+
+TEST_F(IncidentsOf, TwoIncidentsOfOneStreamEndEachByItself) {
+  add("a", "incident_a", 0);
+  add("b", "incident_b", 4);
+  accepted_ = kFirst + 2 * kNight;
+  const std::vector<Incident> found = all();
+  EXPECT_FALSE(found[0].is_over());
+  EXPECT_TRUE(found[1].is_over());
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,78 @@
+#include "operator_tool/report/output_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <filesystem>
+#include <set>
+
+#include "operator_tool/trouble.h"
+#include "tests/support/in_child.h"
+#include "tests/support/scratch_dir.h"
+
+namespace corvane::ctl {
+namespace {
+
+class OutputFile : public testing::Test {
+ protected:
+  void expect_refused(const std::string& name, const std::string& why) {
+    const std::string path = directory_(name);
+    try {
+      replace_file(path, "x");
+      ADD_FAILURE() << name;
+    } catch (const Trouble& trouble) {
+      EXPECT_EQ(trouble.status(), ExitStatus::kFailed);
+      EXPECT_EQ(trouble.what(), "Cannot write " + path + ": " + why + ".");
+    }
+  }
+  std::set<std::string> names() const {
+    std::set<std::string> found;
+    for (const auto& entry : std::filesystem::directory_iterator(directory_())) {
+      found.insert(entry.path().filename());
+    }
+    return found;
+  }
+  test::ScratchDir directory_;
+};
+
+TEST_F(OutputFile, TakesThePlaceOfARegularFileOnly) {
+  std::filesystem::create_directory(directory_("directory"));
+  ASSERT_EQ(mkfifo(directory_("pipe").c_str(), 0600), 0);
+  test::write_file(directory_("file"), "former");
+  std::filesystem::create_symlink("file", directory_("link"));
+  std::filesystem::create_symlink("none", directory_("dangling"));
+  expect_refused("directory", "it is a directory");
+  expect_refused("pipe", "it is no regular file");
+  expect_refused("link", "it is a link; name the file itself");
+  expect_refused("dangling", "it is a link; name the file itself");
+  EXPECT_TRUE(std::filesystem::is_fifo(directory_("pipe")));
+  EXPECT_EQ(test::read_file(directory_("file")), "former");
+  EXPECT_EQ(names(), (std::set<std::string>{"dangling", "directory", "file", "link", "pipe"}));
+}
+
+TEST_F(OutputFile, LeavesNothingBehindWhenItFails) {
+  test::write_file(directory_("target"), "former");
+  const int status = test::in_child([&] {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{4, limit.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);  // so that the write fails
+    setrlimit(RLIMIT_FSIZE, &small);
+    int found = 0;
+    try {
+      replace_file(directory_("target"), "too much");
+    } catch (const Trouble& trouble) {
+      found = static_cast<int>(trouble.status());
+    }
+    setrlimit(RLIMIT_FSIZE, &limit);
+    return found;
+  });
+  EXPECT_EQ(status, static_cast<int>(ExitStatus::kFailed));
+  EXPECT_EQ(test::read_file(directory_("target")), "former");
+  EXPECT_EQ(names(), std::set<std::string>{"target"});
+}
+
+}  // namespace
+}  // namespace corvane::ctl
