@@ -21,10 +21,6 @@ std::optional<int> number_within(const Setting& setting, const std::string& text
   return number;
 }
 
-int default_number(const Setting& setting) {
-  return number_within(setting, setting.default_value).value();
-}
-
 std::string complaint(const Setting& setting, const std::string& text, const std::string& taken) {
   return std::string("Invalid value received for configuration key ") + setting.key + ":[" + text +
          "], using " + taken;

@@ -20,9 +20,6 @@ std::string value_or_default(Configuration& file, const Setting& setting);
 // `text`, when it is a whole number within the bounds of `setting`, a flag or an integer.
 std::optional<int> number_within(const Setting& setting, const std::string& text);
 
-// The default of a flag or an integer.
-int default_number(const Setting& setting);
-
 // A line for a log: `text` is no value of `setting`; what is taken for it stands in `taken`.
 std::string complaint(const Setting& setting, const std::string& text, const std::string& taken);
 

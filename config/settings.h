@@ -312,6 +312,15 @@ constexpr const Setting& row(std::string_view key) {
 
 constexpr std::span<const Setting> all_settings() { return setting_table::kSettings; }
 
+// The default of a flag or an integer.
+constexpr int default_number(const Setting& setting) {
+  const char* text = setting.default_value;
+  const bool is_negative = *text == '-';
+  int number = 0;
+  for (text += is_negative ? 1 : 0; *text != '\0'; ++text) number = 10 * number + (*text - '0');
+  return is_negative ? -number : number;
+}
+
 // The names by which readers mean a setting; each is the row itself.
 namespace setting {
 

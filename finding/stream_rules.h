@@ -11,15 +11,20 @@
 #include <string>
 
 #include "config/service_values.h"
+#include "config/settings.h"
 
 namespace corvane {
 
 // The settings that they depend on.
 struct StreamSettings {
-  std::size_t min_observations = 30;
-  std::size_t max_observations = 3000;
-  int days_to_ignore = 365;  // after a pause longer than this a stream learns anew
-  int purge_months = 12;     // of 30 days; older history does not count; 0 or less: none does
+  std::size_t min_observations =
+      static_cast<std::size_t>(default_number(setting::kMinObservations));
+  std::size_t max_observations =
+      static_cast<std::size_t>(default_number(setting::kMaxObservations));
+  // After a pause longer than so many days a stream learns anew.
+  int days_to_ignore = default_number(setting::kDaysToIgnore);
+  // Of 30 days; older history does not count. 0 or less: none does.
+  int purge_months = default_number(setting::kPurgeInterval);
 };
 
 // Of accepted backups, ascending by time, how many of the last ones count for a verdict on a backup

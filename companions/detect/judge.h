@@ -13,6 +13,7 @@
 #include "companions/detect/features.h"
 #include "companions/detect/observation.h"
 #include "companions/detect/suspected_causes.h"
+#include "config/settings.h"
 #include "finding/severity.h"
 #include "finding/slow_change.h"
 #include "finding/stream_rules.h"
@@ -22,7 +23,8 @@ namespace corvane::detect {
 struct Settings {
   double eps = 2.5;  // in units of a stream's spread, before the sensitivity
   std::size_t min_samples = 3;
-  double sensitivity = 0;  // percent, -100 to 100; the more, the smaller eps
+  // Percent, -100 to 100; the more, the smaller eps.
+  double sensitivity = default_number(setting::kSensitivity);
   StreamSettings stream;
 
   double effective_eps() const;
