@@ -23,7 +23,7 @@ void append(CurlListPtr& list, const std::string& line);
 // std::runtime_error with libcurl's text.
 class CurlTransfer {
  public:
-  // `protocols`: libcurl's names of those allowed, apart by commas. `ca_file`: empty for the
+  // `protocols`: libcurl's names of those allowed, comma-separated. `ca_file`: empty for the
   // system's.
   CurlTransfer(const std::string& url, const char* protocols, const std::string& ca_file);
 

@@ -27,7 +27,7 @@ class MailChannel : public Channel {
   const StopFlag& stop_;
 };
 
-// The addresses of a list whose parts are apart by commas and blanks. Throws std::runtime_error
+// The addresses of a list separated by commas and blanks. Throws std::runtime_error
 // when one is none (letters, digits and ._+-=~/ before and after one "@") or there are none.
 std::vector<std::string> mail_addresses(const std::string& list);
 

@@ -226,7 +226,7 @@ void Intake::end_what_is_over(PassCounts& counts, std::int64_t now) {
   transaction.commit();
 }
 
-// False when it is not over. Whom nobody told that it began, nobody tells that it ended.
+// False when it is not over. A channel that was not told of its beginning is not told of its end.
 bool Intake::end(const KnownIncident& incident, std::int64_t usual, std::int64_t now) {
   const std::optional<BackupReference> adopted = adopted_with(incident.anomaly_id);
   IncidentFacts facts;
