@@ -64,7 +64,7 @@ inline constexpr char kFlagReaders[] = "cvanomalymgmt every second, cvanomalyctl
 inline constexpr char kDetectionReaders[] =
     "cvanomalydetect when the file changes, cvanomalyctl when it is called";
 inline constexpr char kAlertReaders[] = "cvanomalyalert when the file changes";
-inline constexpr char kSeverity[] = "(1 look at it, 2 important, 3 act now)";
+inline constexpr char kSeverity[] = "(1 warning, 2 major, 3 critical)";
 
 // In the order of the documents; the settings of a section stand together.
 inline constexpr Setting kSettings[] = {

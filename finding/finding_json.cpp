@@ -205,7 +205,7 @@ Finding from_json(const json_t* details) {
   Finding finding;
   const json_t* severity = json_object_get(details, "severity");
   finding.severity =
-      json_is_integer(severity) ? severity_of(json_integer_value(severity)) : Severity::kImportant;
+      json_is_integer(severity) ? severity_of(json_integer_value(severity)) : Severity::kMajor;
   finding.summary = name_member(details, "summary");
   finding.incident = name_member(details, "incident");
   if (finding.incident.size() > kMostIncident) finding.incident.clear();

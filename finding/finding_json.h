@@ -18,7 +18,7 @@ JsonPtr to_json(const Finding& finding);
 void put_stream(json_t* into, const StreamKey& key);
 
 // Takes whatever is there and of the right type and within bounds; null gives an empty finding.
-// A severity that is missing is kImportant.
+// A severity that is missing is kMajor.
 Finding from_json(const json_t* details);
 
 // ANOMALY_DETAILS as JSON; null when they are no JSON object or too long to be the detection's.

@@ -6,26 +6,26 @@
 namespace corvane {
 
 // The numbers stand in JSON documents, databases and settings.
-enum class Severity { kNone = 0, kLookAtIt = 1, kImportant = 2, kActNow = 3 };
+enum class Severity { kNone = 0, kWarning = 1, kMajor = 2, kCritical = 3 };
 
 constexpr std::int64_t number_of(Severity severity) { return static_cast<std::int64_t>(severity); }
 
 // Of a finding: what is below or above the scale is at its end.
 constexpr Severity severity_of(std::int64_t number) {
-  return number <= 1 ? Severity::kLookAtIt : number == 2 ? Severity::kImportant : Severity::kActNow;
+  return number <= 1 ? Severity::kWarning : number == 2 ? Severity::kMajor : Severity::kCritical;
 }
 
 constexpr const char* words_for(Severity severity) {
   switch (severity) {
-    case Severity::kActNow:
-      return "act now";
-    case Severity::kImportant:
-      return "important";
-    case Severity::kLookAtIt:
+    case Severity::kCritical:
+      return "critical";
+    case Severity::kMajor:
+      return "major";
+    case Severity::kWarning:
     case Severity::kNone:
       break;
   }
-  return "look at it";
+  return "warning";
 }
 
 }  // namespace corvane

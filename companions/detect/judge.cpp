@@ -40,15 +40,15 @@ Severity severity_of(const Verdict& verdict) {
     case CauseKind::kEncryption:
     case CauseKind::kSourceEmpty:
     case CauseKind::kPacked:
-      return Severity::kActNow;
+      return Severity::kCritical;
     case CauseKind::kMassDeletion:
-      return lost > 0.5 ? Severity::kActNow : Severity::kImportant;
+      return lost > 0.5 ? Severity::kCritical : Severity::kMajor;
     case CauseKind::kRunawayGrowth:
-      return Severity::kImportant;
+      return Severity::kMajor;
     case CauseKind::kUnclear:
       break;
   }
-  return Severity::kLookAtIt;
+  return Severity::kWarning;
 }
 
 }  // namespace

@@ -84,13 +84,13 @@ void add_records(const Measured& measured, Families& to) {
 
 void add_anomalies(const Measured& measured, Families& to) {
   constexpr std::array kReviews{Review::kNotReviewed, Review::kConfirmed, Review::kFalsePositive};
-  constexpr std::array kSeverities{Severity::kLookAtIt, Severity::kImportant, Severity::kActNow};
+  constexpr std::array kSeverities{Severity::kWarning, Severity::kMajor, Severity::kCritical};
   std::map<std::pair<Severity, Review>, int> counts;
   for (const Anomaly& anomaly : measured.picture.anomalies) {
     ++counts[{anomaly.finding.severity, anomaly.review()}];
   }
   to.begin("cvanomaly_anomalies",
-           "Anomalies in the database by severity (3: act now) and by what people said of them.");
+           "Anomalies in the database by severity (3: critical) and by what people said of them.");
   for (const Severity severity : kSeverities) {
     for (const Review review : kReviews) {
       to.add(counts[{severity, review}],

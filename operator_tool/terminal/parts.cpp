@@ -20,9 +20,9 @@ std::string label(const Terminal& terminal, std::string_view name) {
 }  // namespace
 
 SeverityWords severity_words(Severity severity) {
-  const Style style = severity == Severity::kActNow      ? Style::kBad
-                      : severity == Severity::kImportant ? Style::kWarning
-                                                         : Style::kPlain;
+  const Style style = severity == Severity::kCritical ? Style::kBad
+                      : severity == Severity::kMajor  ? Style::kWarning
+                                                      : Style::kPlain;
   return {words_for(severity), style};
 }
 

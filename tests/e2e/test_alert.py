@@ -27,7 +27,7 @@ def test_everybody_is_told_the_same_once(world):
         assert world.stop(process) < 1 * host.patience
     (by_command,), (by_journal,) = world.told(), journal.entries
     report = world.reports()["anomaly_a"]
-    subject = ("[act now] The daily backup of client web01 (policy nightly): 967 MB transferred, "
+    subject = ("[critical] The daily backup of client web01 (policy nightly): 967 MB transferred, "
                "49.5 times the usual 20 MB; looks like encryption")
     assert by_web["signed"] and by_web["name in header"] == by_web["alert"]
     assert by_mail["recipients"] == ["ops@example.com", "boss@example.com"]
@@ -248,7 +248,7 @@ def test_the_whole_circle(make_machine):
     wait_until(lambda: judged() == {901: 2}, 60, "the detection finds it")
     wait_until(lambda: machine.query("SELECT 1 FROM ANOMALY_DATA WHERE PROCESSED = 1"), 60, "everybody is told")
     (document,) = [json.loads(line) for line in told.read_text().splitlines()]
-    assert document["subject"].startswith("[act now] The daily backup of client web01 (policy nightly): ")
+    assert document["subject"].startswith("[critical] The daily backup of client web01 (policy nightly): ")
     assert document["subject"].endswith("; looks like encryption")
     with contextlib.closing(sqlite3.connect(host.CATALOG, timeout=10)) as catalog:
         ((name, attributes),) = catalog.execute("SELECT id, attributes FROM reports").fetchall()

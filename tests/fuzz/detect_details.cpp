@@ -78,7 +78,7 @@ void check_adoption(const std::string& details, const corvane::BackupReference& 
 Finding finding_of(const Backup& backup, std::size_t size) {
   corvane::detect::Model model({}, [](const std::string&) { return std::string(); });
   Verdict verdict;
-  verdict.severity = corvane::Severity::kImportant;
+  verdict.severity = corvane::Severity::kMajor;
   verdict.causes = {{corvane::CauseKind::kUnclear, "Nobody knows."}};
   for (corvane::FigureView& view : verdict.figures) {
     view = {.known = true,

@@ -56,9 +56,9 @@ void add_field(std::string& entry, const char* name, std::string_view value) {
 // Syslog's: critical, error, warning; notice where nothing is to be done.
 const char* priority_of(const Message& message) {
   if (message.kind == Kind::kEnd || message.kind == Kind::kTest) return "5";
-  return message.severity == Severity::kActNow      ? "2"
-         : message.severity == Severity::kImportant ? "3"
-                                                    : "4";
+  return message.severity == Severity::kCritical ? "2"
+         : message.severity == Severity::kMajor  ? "3"
+                                                 : "4";
 }
 
 SendResult failure(const char* what) {

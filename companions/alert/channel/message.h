@@ -33,7 +33,7 @@ struct Words {
 struct Message {
   std::string alert;  // its name, the same in each attempt: receivers know a repetition by it
   Kind kind = Kind::kBegin;
-  Severity severity = Severity::kLookAtIt;
+  Severity severity = Severity::kWarning;
   std::int64_t created = 0;
   std::string anomaly_id;  // of the incident's first record; empty for a summary
   std::string incident;

@@ -15,7 +15,7 @@ struct NewDelivery {
   std::string channel;
   Kind kind = Kind::kReport;
   std::int64_t incident = 0;
-  Severity severity = Severity::kLookAtIt;
+  Severity severity = Severity::kWarning;
   std::int64_t created = 0;
   std::int64_t held = 0;  // end of the quiet hours; 0: not held back
 };

@@ -140,7 +140,7 @@ std::size_t Intake::tell_people(const KnownIncident& incident, Severity severity
     if (number_of(severity) < settings_.least_severity(channel) || severity <= known) continue;
     const bool is_first = queue_.replace_untold(incident.id, channel) || known == Severity::kNone;
     const std::int64_t held =
-        severity == Severity::kLookAtIt ? end_of_quiet(settings_.quiet, now) : 0;
+        severity == Severity::kWarning ? end_of_quiet(settings_.quiet, now) : 0;
     deliver({message, channel, is_first ? Kind::kBegin : Kind::kRise, incident.id, severity, now,
              held});
     book_.set_told(incident.id, channel, severity);
@@ -251,7 +251,7 @@ bool Intake::end(const KnownIncident& incident, std::int64_t usual, std::int64_t
     const Severity severity = book_.told(incident.id, channel);
     if (severity == Severity::kNone) continue;
     const std::int64_t held =
-        severity == Severity::kLookAtIt ? end_of_quiet(settings_.quiet, now) : 0;
+        severity == Severity::kWarning ? end_of_quiet(settings_.quiet, now) : 0;
     deliver({message, channel, Kind::kEnd, incident.id, severity, now, held});
   }
   book_.forget_told(incident.id);

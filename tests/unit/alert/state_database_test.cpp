@@ -106,7 +106,7 @@ TEST_F(FormerFile, KeepsItsIncidentsAndSaysWhyTheyAreOver) {
   EXPECT_EQ(open.id, 1);
   EXPECT_EQ(open.stream.client, "open");
   EXPECT_EQ(open.stream.destination, "disk");
-  EXPECT_EQ(open.severity, Severity::kImportant);
+  EXPECT_EQ(open.severity, Severity::kMajor);
   EXPECT_EQ(open.cause, CauseKind::kEncryption);
   EXPECT_EQ(open.records, 1);
   std::vector<std::string> names;
@@ -125,7 +125,7 @@ TEST_F(FormerFile, WhatWaitsIsToldAndItsRecordIsMarked) {
   run("INSERT INTO channel VALUES ('web', 0, 0, 0, '', 9, 41)");
   restart();
   EXPECT_EQ(IncidentBook(*state_).incident_of_record("anomaly_c"), "incident_c");
-  EXPECT_EQ(IncidentBook(*state_).told(7, kMail), Severity::kImportant);
+  EXPECT_EQ(IncidentBook(*state_).told(7, kMail), Severity::kMajor);
   EXPECT_EQ(pass().records, 0U);
   EXPECT_THAT(take(kMail), ElementsAre("begin c 2"));
   EXPECT_EQ(taken_.back().subject, "former words");

@@ -16,7 +16,7 @@ TEST(FindingOf, HasWhatTheVerdictAndTheModelKnow) {
   for (int day = 0; day < 40; ++day) model.learn(daily(day), kNoCluster);
   const Backup backup = daily(40, 300, 3e5);
   const Finding finding = finding_of(backup, model.judge(backup), model);
-  EXPECT_EQ(finding.severity, Severity::kActNow);
+  EXPECT_EQ(finding.severity, Severity::kCritical);
   EXPECT_EQ(finding.incident, "incident_" + backup.unique_key);
   EXPECT_EQ(finding.stream, backup.stream);
   EXPECT_EQ(finding.backup_id, backup.backup_id);

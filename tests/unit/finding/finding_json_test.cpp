@@ -14,7 +14,7 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 Finding full() {
   Finding finding;
   finding.summary = "daily backup of web01: 12 files, usually 990 to 1,010";
-  finding.severity = Severity::kActNow;
+  finding.severity = Severity::kCritical;
   finding.incident = "incident_data_1_a";
   finding.stream = {"web01", "nightly", "STANDARD", "FULL", "daily", "FS", "disk"};
   finding.has_stream = true;
@@ -85,7 +85,7 @@ TEST(FindingJson, TakesWhatIsThereAndLeavesTheRest) {
       R"({"severity":99,"summary":7,"stream":{"policy":"p"},"causes":[{"id":"new one"},3],)"
       R"("features":[{"name":"files","value":"x"},{"name":"unheard","value":1},)"
       R"({"name":"image_size","value":5,"usual":1}],"observations":-4,"slow_change":{"runs":1}})");
-  EXPECT_EQ(finding.severity, Severity::kActNow);
+  EXPECT_EQ(finding.severity, Severity::kCritical);
   EXPECT_EQ(finding.summary, "");
   EXPECT_FALSE(finding.has_stream);
   ASSERT_EQ(finding.causes.size(), 1U);
@@ -95,7 +95,7 @@ TEST(FindingJson, TakesWhatIsThereAndLeavesTheRest) {
   EXPECT_FALSE(finding.figures[kSize].has_usual);
   EXPECT_EQ(finding.observations, 0U);
   EXPECT_FALSE(finding.slow_change);
-  EXPECT_EQ(from_json(nullptr).severity, Severity::kImportant);
+  EXPECT_EQ(from_json(nullptr).severity, Severity::kMajor);
 }
 
 TEST(FindingJson, RowsOfFormerVersionsHaveANumberForAnInfiniteRatio) {

@@ -40,7 +40,7 @@ class IncidentsOf : public testing::Test {
     anomaly.row.detection_key = "stream";
     anomaly.incident = incident;
     anomaly.finding.time = kFirst + night * kNight;
-    anomaly.finding.severity = Severity::kImportant;
+    anomaly.finding.severity = Severity::kMajor;
     anomaly.finding.summary = "of " + key;
     return anomaly;
   }
@@ -57,7 +57,7 @@ class IncidentsOf : public testing::Test {
 };
 
 TEST_F(IncidentsOf, GathersTheRecordsOfAName) {
-  add("b", "incident_a", 1).finding.severity = Severity::kActNow;
+  add("b", "incident_a", 1).finding.severity = Severity::kCritical;
   add("a", "incident_a", 0).finding.causes = {cause(CauseKind::kEncryption)};
   add("c", "incident_a", 2).finding.causes = {cause(CauseKind::kPacked)};
   add("d", "incident_d", 3);
@@ -68,7 +68,7 @@ TEST_F(IncidentsOf, GathersTheRecordsOfAName) {
   EXPECT_EQ(incident.records, 3);
   EXPECT_EQ(incident.first, kFirst);
   EXPECT_EQ(incident.last, kFirst + 2 * kNight);
-  EXPECT_EQ(incident.severity, Severity::kActNow) << "the highest";
+  EXPECT_EQ(incident.severity, Severity::kCritical) << "the highest";
   EXPECT_EQ(incident.cause, CauseKind::kPacked) << "of the latest";
   EXPECT_EQ(incident.summary, "of c");
   EXPECT_EQ(incident.latest, "anomaly_c");

@@ -43,12 +43,12 @@ TEST(Words, Moments) {
 }
 
 TEST(SeverityTest, NumbersBeyondTheScaleAreAtItsEnd) {
-  EXPECT_EQ(severity_of(-7), Severity::kLookAtIt);
-  EXPECT_EQ(severity_of(2), Severity::kImportant);
-  EXPECT_EQ(severity_of(99), Severity::kActNow);
-  EXPECT_STREQ(words_for(Severity::kActNow), "act now");
-  EXPECT_STREQ(words_for(Severity::kImportant), "important");
-  EXPECT_STREQ(words_for(Severity::kLookAtIt), "look at it");
+  EXPECT_EQ(severity_of(-7), Severity::kWarning);
+  EXPECT_EQ(severity_of(2), Severity::kMajor);
+  EXPECT_EQ(severity_of(99), Severity::kCritical);
+  EXPECT_STREQ(words_for(Severity::kCritical), "critical");
+  EXPECT_STREQ(words_for(Severity::kMajor), "major");
+  EXPECT_STREQ(words_for(Severity::kWarning), "warning");
 }
 
 }  // namespace

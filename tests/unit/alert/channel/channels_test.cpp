@@ -30,7 +30,7 @@ using ::testing::StartsWith;
 Message some_message() {
   Message message;
   message.alert = "t-1";
-  message.severity = Severity::kImportant;
+  message.severity = Severity::kMajor;
   message.subject = "s";
   message.body = "line\n";
   message.details = "{}";
@@ -175,7 +175,7 @@ TEST_F(Channels, TheJournalGetsStructuredFields) {
   EXPECT_TRUE(JournalChannel(directory("j"), stop).send(some_message()).is_taken);
   const std::string entry = journal.receive();
   EXPECT_EQ(entry, journal_entry(some_message()));
-  const std::string text = "[important] s\nline\n";
+  const std::string text = "[major] s\nline\n";
   EXPECT_TRUE(entry.starts_with(std::string("MESSAGE\n") + static_cast<char>(text.size()) +
                                 std::string(7, '\0') + text + "\nPRIORITY=3\n"));
   EXPECT_THAT(entry, HasSubstr("\nANOMALY_ALERT=t-1\n"));

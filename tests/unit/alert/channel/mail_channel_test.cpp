@@ -32,7 +32,7 @@ TEST(MailAddresses, NothingElseGetsThrough) {
 TEST(MailText, HasOnlyTheHeadersThatItShould) {
   Message message;
   message.alert = "1234abcd-5";
-  message.severity = Severity::kActNow;
+  message.severity = Severity::kCritical;
   message.subject = "größe " + std::string(300, 'x') + "\r\nBcc: all@example.com\r\n";
   message.body = "größe\n.\r\nQUIT\r\n";
   const std::string text = mail_text(message, "a@example.com", {"c@d", "e@f"}, 1'700'000'000);

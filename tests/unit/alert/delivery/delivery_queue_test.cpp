@@ -16,9 +16,9 @@ class DeliveryQueueTest : public AlertWorld {
   // A message for the mail channel and, on, for others.
   std::int64_t told(Kind kind, std::int64_t incident, std::int64_t created = kFirst) {
     const std::int64_t message =
-        queue().add_message(incident, "r" + std::to_string(++records_), Severity::kLookAtIt,
-                            created, {"s", "b\n"}, "{}");
-    queue().add_delivery({message, kMail, kind, incident, Severity::kLookAtIt, created, 0});
+        queue().add_message(incident, "r" + std::to_string(++records_), Severity::kWarning, created,
+                            {"s", "b\n"}, "{}");
+    queue().add_delivery({message, kMail, kind, incident, Severity::kWarning, created, 0});
     return message;
   }
   DeliveryQueue queue() { return DeliveryQueue(*state_); }
@@ -56,7 +56,7 @@ TEST_F(DeliveryQueueTest, PruneKeepsWhatWaitsWasGivenUpOrIsFolded) {
 
 TEST_F(DeliveryQueueTest, PruneKeepsAMessageForTheLastOfItsChannels) {
   const std::int64_t message = told(Kind::kBegin, 1);
-  queue().add_delivery({message, kSyslog, Kind::kBegin, 1, Severity::kLookAtIt, kFirst, 0});
+  queue().add_delivery({message, kSyslog, Kind::kBegin, 1, Severity::kWarning, kFirst, 0});
   test::query(state_->handle(), typed_sql("UPDATE delivery SET state = {delivered} WHERE channel "
                                           "= 'mail'"));
   queue().prune(kFirst + 30 * kDay);
@@ -89,9 +89,8 @@ TEST_F(DeliveryQueueTest, DoesNotReplaceWhatIsBeingSent) {
 
 TEST_F(DeliveryQueueTest, WhatIsHeldWaitsUntilThen) {
   const std::int64_t message =
-      queue().add_message(1, "r", Severity::kLookAtIt, kFirst, {"s", "b\n"}, "{}");
-  queue().add_delivery(
-      {message, kMail, Kind::kBegin, 1, Severity::kLookAtIt, kFirst, kFirst + 100});
+      queue().add_message(1, "r", Severity::kWarning, kFirst, {"s", "b\n"}, "{}");
+  queue().add_delivery({message, kMail, Kind::kBegin, 1, Severity::kWarning, kFirst, kFirst + 100});
   EXPECT_THAT(take(kMail, kFirst + 99), IsEmpty());
   EXPECT_EQ(take(kMail, kFirst + 100).size(), 1U);
 }

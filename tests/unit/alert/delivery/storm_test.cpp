@@ -36,7 +36,7 @@ TEST_F(Storm, OneMoreBecomesOneSummaryAndNothingIsDropped) {
   EXPECT_THAT(taken_.back().subject, HasSubstr("11 new incidents, 11 clients"));
   EXPECT_EQ(taken_.back().records, 11);
   EXPECT_THAT(taken_.back().body,
-              AllOf(HasSubstr("How severe: important (11).\n"), HasSubstr("encryption (11)"),
+              AllOf(HasSubstr("How severe: major (11).\n"), HasSubstr("encryption (11)"),
                     HasSubstr("client c10 "), HasSubstr("At 2023-11-14 22:13 UTC there were")));
   EXPECT_THAT(taken_.back().details, HasSubstr("anomaly_c10"));
   EXPECT_EQ(take(kWeb).size(), 11U);

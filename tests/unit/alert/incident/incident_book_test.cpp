@@ -25,7 +25,7 @@ class IncidentBookTest : public ::testing::Test {
     incident.has_stream = true;
     incident.first_time = 10;
     incident.last_time = 20;
-    incident.severity = Severity::kImportant;
+    incident.severity = Severity::kMajor;
     incident.cause = CauseKind::kMassDeletion;
     incident.records = 3;
     book.put_incident(incident, now);
@@ -54,7 +54,7 @@ TEST_F(IncidentBookTest, GivesBackAnIncidentAsItWasPut) {
   EXPECT_TRUE(got.has_stream);
   EXPECT_EQ(got.first_time, 10);
   EXPECT_EQ(got.last_time, 20);
-  EXPECT_EQ(got.severity, Severity::kImportant);
+  EXPECT_EQ(got.severity, Severity::kMajor);
   EXPECT_EQ(got.cause, CauseKind::kMassDeletion);
   EXPECT_EQ(got.records, 3);
   EXPECT_EQ(got.until, 0);
@@ -131,23 +131,23 @@ TEST_F(IncidentBookTest, ForgetsAnIncidentWithItsRecordsAndWhoKnewOfIt) {
   const std::int64_t other = added("other").id;
   book.add_record("r", id, 0);
   book.add_record("s", other, 0);
-  book.set_told(id, kMail, Severity::kActNow);
-  book.set_told(other, kMail, Severity::kLookAtIt);
+  book.set_told(id, kMail, Severity::kCritical);
+  book.set_told(other, kMail, Severity::kWarning);
   book.forget(id);
   EXPECT_FALSE(book.find_incident("i"));
   EXPECT_FALSE(book.knows_record("r"));
   EXPECT_EQ(book.told(id, kMail), Severity::kNone);
   EXPECT_TRUE(book.find_incident("other"));
   EXPECT_TRUE(book.knows_record("s"));
-  EXPECT_EQ(book.told(other, kMail), Severity::kLookAtIt);
+  EXPECT_EQ(book.told(other, kMail), Severity::kWarning);
   EXPECT_NE(added("i").id, id);  // messages that are out name the former one
 }
 
 TEST_F(IncidentBookTest, KeepsWhatSomethingStillWaitsFor) {
   const std::int64_t id = added("i").id;
   DeliveryQueue queue(state);
-  const std::int64_t message = queue.add_message(id, "r", Severity::kLookAtIt, 5, {}, "{}");
-  queue.add_delivery({message, kMail, Kind::kBegin, id, Severity::kLookAtIt, 5, 0});
+  const std::int64_t message = queue.add_message(id, "r", Severity::kWarning, 5, {}, "{}");
+  queue.add_delivery({message, kMail, Kind::kBegin, id, Severity::kWarning, 5, 0});
   book.forget(id);
   EXPECT_TRUE(book.find_incident("i"));
 }
@@ -155,11 +155,11 @@ TEST_F(IncidentBookTest, KeepsWhatSomethingStillWaitsFor) {
 TEST_F(IncidentBookTest, KnowsWhoKnowsOfItAndHowSevere) {
   const std::int64_t id = added("i").id;
   EXPECT_EQ(book.told(id, kMail), Severity::kNone);
-  book.set_told(id, kMail, Severity::kLookAtIt);
-  book.set_told(id, kMail, Severity::kActNow);
-  book.set_told(id, kSyslog, Severity::kImportant);
-  EXPECT_EQ(book.told(id, kMail), Severity::kActNow);
-  EXPECT_EQ(book.told(id, kSyslog), Severity::kImportant);
+  book.set_told(id, kMail, Severity::kWarning);
+  book.set_told(id, kMail, Severity::kCritical);
+  book.set_told(id, kSyslog, Severity::kMajor);
+  EXPECT_EQ(book.told(id, kMail), Severity::kCritical);
+  EXPECT_EQ(book.told(id, kSyslog), Severity::kMajor);
   book.forget_told(id);
   EXPECT_EQ(book.told(id, kMail), Severity::kNone);
   EXPECT_EQ(book.told(id, kSyslog), Severity::kNone);

@@ -107,7 +107,7 @@ TEST_F(IntakeTest, LaterRecordsUpdateTheFirstAndPeopleHearOfMoreSeverity) {
   anomaly("anomaly_c", details_of("c", "incident_a", 2, kFirst + 2 * kDay));
   pass();
   EXPECT_THAT(take(kMail), ElementsAre("rise c 2"));
-  EXPECT_THAT(headline(taken_.back()), HasSubstr("[important] Now worse: The daily backup"));
+  EXPECT_THAT(headline(taken_.back()), HasSubstr("[major] Now worse: The daily backup"));
   anomaly("anomaly_d", details_of("c", "incident_a", 1, kFirst + 3 * kDay));
   pass();
   EXPECT_THAT(take(kMail), IsEmpty());

@@ -181,7 +181,7 @@ TEST(ReadAnomaly, TakesWhatIsOfTheRightType) {
   const Anomaly anomaly = read(
       R"({"severity":"3","incident":5,"stream":{"client":7},"time":"x","last_good":[],)"
       R"("causes":{"id":"e"},"features":[{"name":"f"},{"value":1},7,{"name":"files","value":1}]})");
-  EXPECT_EQ(anomaly.finding.severity, Severity::kImportant);
+  EXPECT_EQ(anomaly.finding.severity, Severity::kMajor);
   EXPECT_EQ(anomaly.incident, "anomaly_1");
   EXPECT_EQ(first_record_of(anomaly.incident), "");
   EXPECT_FALSE(anomaly.finding.has_stream);
@@ -191,8 +191,8 @@ TEST(ReadAnomaly, TakesWhatIsOfTheRightType) {
   EXPECT_TRUE(anomaly.finding.figures[kFiles].known);
   EXPECT_FALSE(anomaly.finding.figures[kFiles].has_usual);
   EXPECT_FALSE(anomaly.finding.figures[kSize].known);
-  EXPECT_EQ(read(R"({"severity":99})").finding.severity, Severity::kActNow);
-  EXPECT_EQ(read(R"({"severity":-99})").finding.severity, Severity::kLookAtIt);
+  EXPECT_EQ(read(R"({"severity":99})").finding.severity, Severity::kCritical);
+  EXPECT_EQ(read(R"({"severity":-99})").finding.severity, Severity::kWarning);
   EXPECT_EQ(words_for(read(R"({"features":7,"stream":"s"})"), "m").subject,
             "The backup of client web01 is unusual");
 }
@@ -200,14 +200,14 @@ TEST(ReadAnomaly, TakesWhatIsOfTheRightType) {
 TEST(Document, IsJsonWhateverTheNamesAre) {
   Message message;
   message.kind = Kind::kBegin;
-  message.severity = Severity::kActNow;
+  message.severity = Severity::kCritical;
   message.subject = "s";
   message.client = std::string("a\xFF\"\n\0", 5);
   message.details = "no json";
   const std::string document = document_of(message);
   const JsonPtr root(json_loads(document.c_str(), 0, nullptr));
   ASSERT_NE(root, nullptr);
-  EXPECT_THAT(document, HasSubstr(R"("subject":"[act now] s")"));
+  EXPECT_THAT(document, HasSubstr(R"("subject":"[critical] s")"));
   EXPECT_THAT(document, HasSubstr("\"clientName\":\"a\xEF\xBF\xBD\\\"\\n\\ufffd\""));
   EXPECT_THAT(document, HasSubstr(R"("details":{})"));
   EXPECT_THAT(document, HasSubstr(R"("state":"open")"));

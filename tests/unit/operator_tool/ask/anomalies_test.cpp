@@ -129,7 +129,7 @@ TEST_F(ReadAnomalies, KeepTheDetailsThatAreWantedAlone) {
   EXPECT_EQ(all[0].finding.stream.client, "b");  // the newest first
   EXPECT_EQ(all[0].row.details + all[1].row.details, "");
   all = read_anomalies(opened.connection(), [](const Anomaly& anomaly) {
-    return anomaly.finding.severity == Severity::kActNow;
+    return anomaly.finding.severity == Severity::kCritical;
   });
   EXPECT_TRUE(all[0].row.details.starts_with("{"));
   EXPECT_EQ(all[1].row.details, "");

@@ -25,7 +25,7 @@ TEST_F(PictureTest, AnIncidentIsNotOverUntilALaterBackupWasAccepted) {
   EXPECT_FALSE(found.incidents[0].is_over());
   EXPECT_EQ(found.incidents_not_over(), 1);
   EXPECT_EQ(found.incidents[0].records, 2);
-  EXPECT_EQ(found.incidents[0].severity, Severity::kActNow);
+  EXPECT_EQ(found.incidents[0].severity, Severity::kCritical);
   EXPECT_EQ(found.incidents[0].first, first.time);
   EXPECT_EQ(found.incidents[0].last, second.time);
   insert("HIST_DATA", {.time = kNow - kDay / 2});

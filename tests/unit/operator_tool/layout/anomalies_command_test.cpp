@@ -21,9 +21,9 @@ class AnomaliesCommand : public Commands {
 TEST_F(AnomaliesCommand, TheNewestFirst) {
   three_anomalies();
   const Said said = say({"anomalies"});
-  const std::size_t c = said.out.find("\n2023-11-14 22:13  important   c ");
-  const std::size_t b = said.out.find("\n2023-11-13 22:13  act now     b ");
-  const std::size_t a = said.out.find("look at it  a ");
+  const std::size_t c = said.out.find("\n2023-11-14 22:13  major     c ");
+  const std::size_t b = said.out.find("\n2023-11-13 22:13  critical  b ");
+  const std::size_t a = said.out.find("warning   a ");
   EXPECT_TRUE(says(said, "\n3 anomalies\n")) << said.out;
   EXPECT_TRUE(says(said, "false positive  over "));
   EXPECT_LT(c, b);

@@ -113,7 +113,7 @@ TEST_F(Commands, ShowByAnyOfItsNames) {
     const Said said = say({"show", name});
     EXPECT_EQ(said.status, 0) << said.error;
     EXPECT_TRUE(says(said, "Anomaly       anomaly_" + key + "\n")) << said.out;
-    EXPECT_TRUE(says(said, "Severity      act now\n"));
+    EXPECT_TRUE(says(said, "Severity      critical\n"));
     EXPECT_TRUE(says(said, "Cause         Files may have been encrypted.\n"));
     EXPECT_TRUE(says(said, "Stream        b, policy nightly, schedule daily (FULL)\n"));
     EXPECT_TRUE(says(said, "Last good     good of 2023-11-13 18:26 UTC\n"));
