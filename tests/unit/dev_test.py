@@ -34,13 +34,15 @@ class DevTest(unittest.TestCase):
         self.root = Path(directory.name)
         shutil.copy(PROJECT / "dev", self.root)
         (self.root / "installed").touch()
+        (self.root / "bin").mkdir()
         for name, body in STAND_INS.items():
-            path = self.root / "bin" / name
-            path.parent.mkdir(parents=True, exist_ok=True)
-            path = path.resolve()
-            path.parent.mkdir(parents=True, exist_ok=True)
-            path.write_text(f'#!/bin/bash\ncd {self.root}\necho "{path.name} $*" >>calls\n{body}\n')
-            path.chmod(0o755)
+            self.stand_in(f"bin/{name}", body)
+
+    def stand_in(self, name, body=""):
+        path = (self.root / name).resolve()
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(f'#!/bin/bash\ncd {self.root}\necho "{path.name} $*" >>calls\n{body}\n')
+        path.chmod(0o755)
 
     def dev(self, *arguments):
         """Runs ./dev; gives its end and the calls that it made, in order."""
@@ -98,6 +100,29 @@ class DevTest(unittest.TestCase):
                 (run,) = self.of("ctest", calls)
                 self.assertRegex(run, rf"^--test-dir build/dev --output-on-failure -j [0-9]+{label}$")
 
+    def test_one_kind_of_tests_runs_under_a_sanitizer(self):
+        calls = self.succeeds("sanitize", "asan", "unit")
+        self.assertEqual(self.of("cmake", calls),
+                         ["--preset asan", "--build --preset asan --target tests/unit/all tests/fuzz/all"])
+        self.assertRegex(self.of("ctest", calls)[0], "^--test-dir build/asan .* -L unit$")
+
+    def test_all_tests_run_under_all_sanitizers(self):
+        runs = self.of("ctest", self.succeeds("sanitize"))
+        self.assertEqual([run.split()[1] for run in runs], ["build/asan", "build/tsan"])
+        self.assertFalse([run for run in runs if "-L" in run])
+
+    def test_all_parsers_share_the_seconds(self):
+        for name in ("a", "b"):
+            corpus = self.root / f"tests/fuzz/corpus/{name}.tar"
+            corpus.parent.mkdir(parents=True, exist_ok=True)
+            corpus.touch()
+            self.stand_in(f"build/fuzz/tests/fuzz/fuzz_{name}")
+        calls = self.succeeds("fuzz", "all", "60")
+        self.assertEqual(self.of("cmake", calls)[1], "--build --preset fuzz --target fuzz_a fuzz_b")
+        for name in ("a", "b"):
+            (run,) = self.of(f"fuzz_{name}", calls)
+            self.assertIn("-max_total_time=31 ", run)
+
     def test_all_tests_install_what_they_need(self):
         packages = set(self.of("apt-get", self.succeeds("test"))[1].split())
         self.assertLessEqual(TESTS_NEED | {"libcpp-httplib-dev", "bubblewrap", "sqlite3"}, packages)
@@ -119,7 +144,8 @@ class DevTest(unittest.TestCase):
         self.assertEqual(len(self.of("run.sh", calls)), 2)
 
     def test_what_does_not_exist_is_refused_before_anything_is_done(self):
-        for arguments in (("test", "nothing"), ("bench", "nothing"), ("fuzz", "nothing"), ("nothing",)):
+        for arguments in (("test", "nothing"), ("bench", "nothing"), ("fuzz", "nothing"),
+                          ("fuzz", "all", "0"), ("sanitize", "asan", "nothing"), ("nothing",)):
             with self.subTest(arguments):
                 done, calls = self.dev(*arguments)
                 self.assertEqual((done.returncode, calls), (2, []))
