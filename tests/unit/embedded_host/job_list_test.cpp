@@ -51,6 +51,7 @@ TEST_F(JobList, ARunningJobHasNoEnd) {
             R"("DestinationStorageUnitName":"disk","DedupRatio":2.5}])"
             "\n");
   EXPECT_EQ(list({42}, kDay - 1), "[]\n");
+  EXPECT_EQ(found({42}, kDay), std::vector<std::int64_t>{42}) << "it has just begun";
 }
 
 TEST_F(JobList, JobsComeInTheOrderAskedEachOnce) {
