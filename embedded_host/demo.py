@@ -154,7 +154,7 @@ def show_clients(machine):
     ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
     ((judged, anomalous),) = machine.query(
         "SELECT COUNT(*), SUM(PROCESSED_STATUS = 2) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS <> 0")
-    print(f"\n{rows_waiting(machine)} rows wait for the detection, {judged} are judged, {anomalous} of them anomalous;"
+    print(f"\n{rows_waiting(machine)} records wait for the detection, {judged} are judged, {anomalous} of them anomalous;"
           f" {queued} running jobs are queued")
     for (details,) in machine.query("SELECT ANOMALY_DETAILS FROM ANOMALY_DATA ORDER BY DETECTION_TIME"):
         print("  " + json.loads(details)["summary"])
@@ -165,7 +165,7 @@ def show_alerts(machine):
     told = [json.loads(line) for line in TOLD.read_text().splitlines()] if TOLD.exists() else []
     reported = dict(read(host.CATALOG, "SELECT id, attributes FROM reports WHERE type = 'anomaly'"))
     for document in told:
-        print(f"\n{document['subject']}\n{document['text']}  told to a program (COMMAND), and to the web service of"
+        print(f"\n{document['subject']}\n{document['text']}  sent to a program (COMMAND), and to the web service of"
               f" {host.MASTER} as {document['id']}")
         if document["id"] not in reported:
             raise SystemExit(f"DEMO FAILED: the web service does not know {document['id']}")
