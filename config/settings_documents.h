@@ -1,5 +1,5 @@
-// What people read of the settings, printed from their table. Part of the build, not of a program
-// that is installed.
+// The documents of the settings, printed from their table. Used by the build; not part of an
+// installed program.
 #pragma once
 
 #include <string>
