@@ -244,7 +244,7 @@ def test_account_of_the_product_is_used(package):
 def test_account_that_does_not_exist_is_told(package):
     lay_out_product(account="nobody-knows")
     said = package.install().stdout
-    assert "names the service account 'nobody-knows', which does not exist" in said
+    assert "the service account 'nobody-knows' in corvane.conf does not exist" in said
     assert owner_and_mode(host.DATABASE_DIR)[0] == "root"
     run("useradd", "--system", "nobody-knows")
     try:
