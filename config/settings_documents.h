@@ -6,8 +6,8 @@
 
 namespace corvane {
 
-// Both take the text around the settings, which has a line "@SETTINGS@" in their place; they throw
-// std::runtime_error when it has none.
+// Both take the text around the settings, with a line "@SETTINGS@" in their place; without it they
+// throw std::runtime_error.
 std::string sample_file(const std::string& around);  // an "anomaly_config.conf" with every default
 std::string manual_page(const std::string& around);  // mdoc
 

@@ -1,7 +1,7 @@
-// gather_example: one gather without a master server, from the product's command-line tools alone.
+// gather_example: one gather without a master server, with only the product's command-line tools.
 //
-// The service always knows its master server and gathers over REST; this is the other way, and how
-// a program of one's own drives a DataGather.
+// The service always knows its master server and gathers over REST. This example shows the other
+// way, and how your own program can use a DataGather.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -35,7 +35,7 @@ void open_log() {
   int status = 0;
   open_debug_log(kLogDirectory, kProgram, kProgram, 0644, &status);
   if (status >= 0) return;
-  // The log opens it a second time: in a file, neither may write over the other.
+  // The log opens the file a second time: neither descriptor may overwrite what the other wrote.
   fcntl(STDERR_FILENO, F_SETFL, O_APPEND);
   open_debug_log("/dev", kProgram, "stderr", 0644, &status);
 }
