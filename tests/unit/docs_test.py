@@ -216,6 +216,16 @@ class Commands(unittest.TestCase):
                 found |= set(commands)
         self.assertLessEqual({"status", "streams", "anomalies", "show", "explain", "backtest", "check"}, found)
 
+    def test_print_the_lines_that_the_symptoms_refer_to(self):
+        code = "".join(path.read_text() for path in sorted((PROJECT / "operator_tool/layout").glob("*.cpp"))
+                       + sorted((PROJECT / "operator_tool/terminal").glob("*.cpp")))
+        found = {(page.name, label) for page in (PROJECT / "docs/symptoms").glob("*.md")
+                 for label in re.findall(r"\*\*([A-Z]\w+(?: \w+)?)\*\*", page.read_text())}
+        self.assertGreater(len(found), 10)
+        for page, label in found:
+            with self.subTest(page=page, label=label):
+                self.assertIn(f'"{label}"', code)
+
     def test_of_the_alerts_exist(self):
         modes = alert_modes()
         self.assertGreater(len(modes), 5)
