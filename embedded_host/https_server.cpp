@@ -260,7 +260,7 @@ class HttpsServer::Impl {
       if (unreadable || current_request.break_off) ::shutdown(SSL_get_fd(connection), SHUT_RDWR);
       guard_.idle(connection);
     }
-    current_request = {};  // what comes next may fail before it gets one of its own
+    current_request = {};  // the next request may fail before it sets its own
   }
 
   WebService& service_;
