@@ -25,8 +25,8 @@ Configuration::Configuration(const std::string& path, int config_type)
                         setting.default_value);
     }
   }
-  // A malformed line ends the import with everything before it already in the heap. Half a file is
-  // no configuration: any failure counts as a file that could not be imported.
+  // A malformed line ends the import; everything before it is already in the heap. Half a file must
+  // not be used: any failure counts as a file that could not be imported.
   const int result = ACE_Ini_ImpExp(heap_).import_config(path_.c_str());
   import_status_ = result < 0 ? kImportFailed : result;
 }
@@ -73,8 +73,8 @@ std::string Configuration::default_value(const std::string& section, const std::
   return found == defaults_.end() ? "" : found->second;
 }
 
-// The heap finds names whatever their case: values always, sections when their hashes happen to
-// meet. Here names count as they are written.
+// The heap ignores case: always for values, for sections if their hashes happen to collide. Here
+// names are case-sensitive.
 bool Configuration::has_section(const SectionKey& parent, const std::string& name) {
   ACE_TString found;
   for (int i = 0; heap_.enumerate_sections(parent, i, found) == 0; ++i) {
@@ -86,7 +86,7 @@ bool Configuration::has_section(const SectionKey& parent, const std::string& nam
 std::optional<Configuration::SectionKey> Configuration::open_section(const std::string& section) {
   if (import_status_ == kImportFailed) return std::nullopt;
   SectionKey key = heap_.root_section();
-  std::istringstream names(section + "\\");  // a name ends here too, if only an empty one
+  std::istringstream names(section + "\\");  // ends a name too, even an empty one
   for (std::string name; std::getline(names, name, '\\');) {
     const SectionKey parent = key;
     if (!has_section(parent, name) || heap_.open_section(parent, name.c_str(), false, key) != 0) {

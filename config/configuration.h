@@ -8,25 +8,25 @@
 #include <set>
 #include <string>
 
-// Reads the file once, on construction; build a new one to see later edits. Section and key names
-// are matched exactly as written. Nothing is thrown or logged for a file that is missing,
-// unreadable or malformed: then there are only the defaults.
+// Reads the file once, on construction; create a new one to see later changes. Section and key
+// names are case-sensitive. If the file is missing, unreadable or malformed, there are only the
+// defaults; nothing is thrown or logged.
 class Configuration {
  public:
-  // `config_type` 1 is the anomaly configuration, with the defaults of config/settings.h whose
-  // section says so; other types have no defaults.
+  // `config_type` 1 is the anomaly configuration, with the defaults of those sections of
+  // config/settings.h that are marked in_configuration; other types have no defaults.
   Configuration(const std::string& path, int config_type);
 
-  // The file's value as it stands, even when it is empty; else the default; else "".
+  // The value in the file, even if empty; else the default; else "".
   std::string get_config(const std::string& section, const std::string& key);
 
-  // Adds the pieces of the file's value, lower-cased and split at ",", to `values`. Defaults do not
-  // count.
+  // Adds the pieces of the file's value, lower-cased and split at ",", to `values`. Defaults are
+  // not used.
   void get_config_multiple_values(const std::string& section, const std::string& key,
                                   std::set<std::string>& values);
 
-  // The same for every key of a section: lower-cased key to its pieces, replacing what `values` has
-  // under that key.
+  // The same for every key of a section: maps the lower-cased key to its pieces, replacing those in
+  // `values`.
   void get_config_dynamic_keys_multiple_values(
       const std::string& section, std::map<std::string, std::set<std::string>>& values);
 
@@ -48,5 +48,5 @@ class Configuration {
   ACE_Configuration_Heap heap_;
   int config_type_;
   std::map<std::string, std::string> defaults_;  // "section+key" to value
-  int import_status_;                            // -1: the file could not be imported whole
+  int import_status_;                            // -1: the file could not be imported completely
 };

@@ -19,7 +19,7 @@ namespace {
 constexpr char kStart[] = "Poller::StartPolling";
 constexpr char kPoller[] = "Poller::poller";
 
-// Runs `access` under `mutex`; a lock that fails is logged as being about `flag` and gives 1.
+// Runs `access` under `mutex`. If it cannot be locked, logs that with `flag` and returns 1.
 template <typename Access>
 int locked(std::mutex& mutex, const char* tag, const char* flag, Access access) {
   try {
@@ -135,8 +135,7 @@ int Poller::poller() {
       failing = true;
     } else {
       log_stat_failure(error, path_);
-      // A file that was missing may be in the middle of being replaced; only an error out of
-      // nowhere ends the watch.
+      // A missing file may be about to be replaced; only other errors end the watch.
       if (!failing) {
         logmsg(kLogError, kPoller, "Encountered error. Stopping the poller");
         break;

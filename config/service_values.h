@@ -1,5 +1,4 @@
-// How the service reads values of its configuration, for itself and for who goes by it or tells of
-// it.
+// How the service reads its configuration values; also for programs that follow it or report on it.
 #pragma once
 
 #include <string>
@@ -8,20 +7,20 @@
 
 namespace corvane {
 
-// A flag of section "ANOMALY_DETECTION_FUNCTIONALITY": the number that the value begins with, 0 for
-// no number, the low 32 bits of one that is too large; the default of `flag` for an empty value. 1
-// is "disabled", 0 is not, everything else is invalid.
+// A flag of section "ANOMALY_DETECTION_FUNCTIONALITY": the number that the value begins with, 0 if
+// there is none, the low 32 bits if it is too large; the default of `flag` for an empty value. 1 is
+// "disabled", 0 is "enabled", everything else is invalid.
 int switch_value(const Setting& flag, const std::string& value);
 
-// LIVE_DATA_GATHER_FREQUENCY_IN_MIN: what is less than 15, or no number, is 15.
+// LIVE_DATA_GATHER_FREQUENCY_IN_MIN: anything below 15 or without a number is 15.
 int gather_interval_minutes(const std::string& value);
 
-// PURGE_DATA_INTERVAL_IN_MONTHS: the number that the value begins with, 0 for no number, the low 32
-// bits of one that is too large; what is more than 12 is 12, and so is an empty value.
+// PURGE_DATA_INTERVAL_IN_MONTHS: the number that the value begins with, 0 if there is none, the low
+// 32 bits if it is too large; more than 12 is 12, and so is an empty value.
 int purge_interval_months(const std::string& value);
 
-// What is older than this is purged `now`, in seconds since 1970: `months` of 30 days before it.
-// With none everything goes; what does not fit wraps round.
+// Records older than this are purged: `months` of 30 days before `now`, in seconds since 1970. With
+// 0 months everything is purged; an overflow wraps around.
 int purge_cut_off(int now, int months);
 
 }  // namespace corvane

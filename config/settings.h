@@ -1,6 +1,6 @@
-// The one table of the settings in "anomaly_config.conf": what they are called, what may stand
-// there, who reads them when, and what they mean. Every reader names its setting here, and the
-// sample file, the manual page and docs/settings.md are printed from it (settings_documents.h).
+// The one table of the settings in "anomaly_config.conf": their names, permitted values, readers
+// and meaning. Every reader refers to its setting here. The sample file, the manual page and
+// docs/settings.md are printed from it (settings_documents.h).
 #pragma once
 
 #include <climits>
@@ -23,7 +23,7 @@ enum class SettingType {
 
 struct SettingsSection {
   const char* name;
-  const char* about;      // sentences on all of its settings; "" for none
+  const char* about;      // sentences about all of its settings; "" for none
   bool in_configuration;  // whether Configuration itself gives the defaults, or the reader does
 };
 
@@ -37,18 +37,16 @@ struct Setting {
   const char* unit = "";  // of an integer; the form of a text
   const char* readers;    // who reads it, and when
   const char* meaning;    // one sentence
-  const char* note =
-      "";  // sentences: how the service reads it, where that is not by type and bounds
+  const char* note = "";  // sentences: how the service reads it, if not by type and bounds
 };
 
 namespace setting_table {
 
 inline constexpr SettingsSection kFunctionality{
     "ANOMALY_DETECTION_FUNCTIONALITY",
-    "cvanomalymgmt takes the number that a value begins with: no number is 0, and an empty value "
-    "is "
-    "the default. It refuses any number but 0 and 1: it does not start with it, and while it runs "
-    "the last valid flags stay in force.",
+    "cvanomalymgmt uses the number that a value begins with. A value without a number counts as 0, "
+    "an empty value as the default. It accepts only 0 and 1: with any other number it does not "
+    "start, and while it is running the last valid flags stay in force.",
     true};
 inline constexpr SettingsSection kGather{"DATA_GATHER_SETTINGS", "", true};
 inline constexpr SettingsSection kDatabase{"DATABASE_SETTINGS", "", true};
@@ -56,8 +54,9 @@ inline constexpr SettingsSection kSensitivity{"ANOMALY_DETECTION_SENSITIVITY", "
 inline constexpr SettingsSection kModel{"ANOMALY_MODEL_SETTINGS", "", true};
 inline constexpr SettingsSection kAlerts{
     "ALERT_SETTINGS",
-    "Whom cvanomalyalert tells besides the master's web service. An empty value counts as the "
-    "default. A file with a secret must belong to the service account and be readable by it alone.",
+    "How cvanomalyalert notifies people. The web service of the master server is always notified. "
+    "An empty value counts as the default. A file with a secret must belong to the service account "
+    "and be readable by it alone.",
     false};
 
 inline constexpr char kFlagReaders[] = "cvanomalymgmt every second, cvanomalyctl when it is called";
@@ -66,7 +65,7 @@ inline constexpr char kDetectionReaders[] =
 inline constexpr char kAlertReaders[] = "cvanomalyalert when the file changes";
 inline constexpr char kSeverity[] = "(1 warning, 2 major, 3 critical)";
 
-// In the order of the documents; the settings of a section stand together.
+// In the order of the documents. The settings of a section are adjacent.
 inline constexpr Setting kSettings[] = {
     {.section = &kFunctionality,
      .key = "DISABLE_ANOMALY_DETECTION",
@@ -74,23 +73,23 @@ inline constexpr Setting kSettings[] = {
      .default_value = "0",
      .most = 1,
      .readers = kFlagReaders,
-     .meaning = "1 ends the service and its companions, 0 lets them run."},
+     .meaning = "1 ends the service and its companions, 0 enables them."},
     {.section = &kFunctionality,
      .key = "DISABLE_DETECTION_SERVICE",
      .type = SettingType::kFlag,
      .default_value = "1",
      .most = 1,
      .readers = kFlagReaders,
-     .meaning = "0 runs cvanomalydetect, which looks for anomalies, 1 puts records straight into "
-                "the history."},
+     .meaning = "0 runs cvanomalydetect, which looks for anomalies; with 1, new records join the "
+                "history without being judged."},
     {.section = &kFunctionality,
      .key = "DISABLE_ALERT_SERVICE",
      .type = SettingType::kFlag,
      .default_value = "1",
      .most = 1,
      .readers = kFlagReaders,
-     .meaning = "0 runs cvanomalyalert beside the detection, so that people are told of anomalies, "
-                "1 does not."},
+     .meaning = "0 runs cvanomalyalert beside the detection, so that people are notified of "
+                "anomalies; 1 does not."},
     {.section = &kGather,
      .key = "LIVE_DATA_GATHER_FREQUENCY_IN_MIN",
      .type = SettingType::kInteger,
@@ -99,9 +98,10 @@ inline constexpr Setting kSettings[] = {
      .most = INT_MAX / 60,
      .unit = "minutes",
      .readers = "cvanomalymgmt at its start and after each gather, cvanomalyctl when it is called",
-     .meaning = "The pause from the end of one gather to the next.",
-     .note = "cvanomalymgmt takes the number that the value begins with; less than 15, no number "
-             "and an empty value count as 15. It does not notice a number that is too large."},
+     .meaning = "The pause between the end of one gather and the start of the next.",
+     .note = "cvanomalymgmt uses the number that the value begins with. A number below 15, a value "
+             "without a number and an empty value count as 15. A number that is too large is not "
+             "noticed."},
     {.section = &kDatabase,
      .key = "PURGE_DATA_INTERVAL_IN_MONTHS",
      .type = SettingType::kInteger,
@@ -112,10 +112,11 @@ inline constexpr Setting kSettings[] = {
      .readers = "cvanomalymgmt at its start, cvanomalydetect when the file changes, cvanomalyctl "
                 "when it is called",
      .meaning = "How long records are kept.",
-     .note = "cvanomalymgmt takes the number that the value begins with, and the others take the "
-             "same: no number is 0, with which everything older than now is deleted; more than 12 "
-             "and an empty value are 12. cvanomalydetect complains in its log of what is no whole "
-             "number within the bounds."},
+     .note =
+         "cvanomalymgmt uses the number that the value begins with, and so do the others. Beware: "
+         "a value without a number counts as 0, and with 0 everything older than now is deleted. "
+         "A number above 12 and an empty value count as 12. cvanomalydetect logs a warning "
+         "unless the value is a whole number within the bounds."},
     {.section = &kSensitivity,
      .key = "SENSITIVITY_PERCENTAGE",
      .type = SettingType::kInteger,
@@ -124,8 +125,8 @@ inline constexpr Setting kSettings[] = {
      .most = 100,
      .unit = "percent",
      .readers = kDetectionReaders,
-     .meaning = "How small a deviation is reported: 100 halves the distance from the usual that "
-                "counts as one, -100 doubles it."},
+     .meaning = "How small a deviation is reported: 100 halves the deviation that counts as an "
+                "anomaly, -100 doubles it."},
     {.section = &kModel,
      .key = "MIN_OBSERVATIONS_FOR_TRAINING",
      .type = SettingType::kInteger,
@@ -134,7 +135,7 @@ inline constexpr Setting kSettings[] = {
      .most = 1000000,
      .unit = "records",
      .readers = kDetectionReaders,
-     .meaning = "How much history a stream needs before its backups are judged."},
+     .meaning = "How many records a stream needs in its history before its backups are judged."},
     {.section = &kModel,
      .key = "DAYS_FOR_LAST_BACKUP_TO_IGNORE_ANOMALY",
      .type = SettingType::kInteger,
@@ -143,8 +144,8 @@ inline constexpr Setting kSettings[] = {
      .most = 100000,
      .unit = "days",
      .readers = kDetectionReaders,
-     .meaning = "The longest pause after which a stream is still known; after a longer one it is "
-                "learnt anew."},
+     .meaning = "The longest pause between two backups of a stream; after a longer one the stream "
+                "learns again."},
     {.section = &kModel,
      .key = "MAX_OBSERVATIONS_FOR_TRAINING",
      .type = SettingType::kInteger,
@@ -153,15 +154,15 @@ inline constexpr Setting kSettings[] = {
      .most = 1000000,
      .unit = "records",
      .readers = kDetectionReaders,
-     .meaning = "How much history of a stream is looked at, the latest."},
+     .meaning = "How many records of a stream's history are used, the newest ones."},
     {.section = &kAlerts,
      .key = "SYSLOG",
      .type = SettingType::kFlag,
      .default_value = "0",
      .most = 1,
      .readers = kAlertReaders,
-     .meaning = "1 writes alerts into the journal of this machine, with fields (journalctl "
-                "ANOMALY_CLIENT=web01), 0 does not."},
+     .meaning = "1 writes alerts to the journal of this machine, with fields (journalctl "
+                "ANOMALY_CLIENT=web01); 0 does not."},
     {.section = &kAlerts,
      .key = "SYSLOG_SOCKET",
      .type = SettingType::kPath,
@@ -177,21 +178,21 @@ inline constexpr Setting kSettings[] = {
      .most = 3,
      .unit = kSeverity,
      .readers = kAlertReaders,
-     .meaning = "The journal gets alerts of this severity and above."},
+     .meaning = "The lowest severity of alerts that are written to the journal."},
     {.section = &kAlerts,
      .key = "WEBHOOK_URL",
      .type = SettingType::kUrl,
      .default_value = "",
      .unit = "URL, https except on this machine",
      .readers = kAlertReaders,
-     .meaning = "Where a JSON document is posted to; empty: nowhere."},
+     .meaning = "The address that each alert is posted to as a JSON document; empty: none."},
     {.section = &kAlerts,
      .key = "WEBHOOK_SECRET_FILE",
      .type = SettingType::kPath,
      .default_value = "",
      .unit = "path",
      .readers = kAlertReaders,
-     .meaning = "The file with the secret that the document is signed with; empty: not signed."},
+     .meaning = "The file with the secret that signs the document; empty: not signed."},
     {.section = &kAlerts,
      .key = "WEBHOOK_MIN_SEVERITY",
      .type = SettingType::kInteger,
@@ -200,28 +201,28 @@ inline constexpr Setting kSettings[] = {
      .most = 3,
      .unit = kSeverity,
      .readers = kAlertReaders,
-     .meaning = "The webhook gets alerts of this severity and above."},
+     .meaning = "The lowest severity of alerts that are posted to the webhook."},
     {.section = &kAlerts,
      .key = "MAIL_TO",
      .type = SettingType::kAddresses,
      .default_value = "",
      .unit = "addresses, separated by commas",
      .readers = kAlertReaders,
-     .meaning = "Who gets mail; empty: nobody."},
+     .meaning = "The recipients of mail; empty: nobody."},
     {.section = &kAlerts,
      .key = "MAIL_FROM",
      .type = SettingType::kAddress,
      .default_value = "",
      .unit = "one address",
      .readers = kAlertReaders,
-     .meaning = "Whom the mail comes from."},
+     .meaning = "The sender of the mail."},
     {.section = &kAlerts,
      .key = "SMTP_URL",
      .type = SettingType::kUrl,
      .default_value = "smtp://localhost:25",
      .unit = "URL, smtp or smtps",
      .readers = kAlertReaders,
-     .meaning = "The mail server, which must offer TLS unless it is on this machine."},
+     .meaning = "The mail server; it must offer TLS unless it is on this machine."},
     {.section = &kAlerts,
      .key = "SMTP_CREDENTIALS_FILE",
      .type = SettingType::kPath,
@@ -237,15 +238,16 @@ inline constexpr Setting kSettings[] = {
      .most = 3,
      .unit = kSeverity,
      .readers = kAlertReaders,
-     .meaning = "Alerts of this severity and above are mailed."},
+     .meaning = "The lowest severity of alerts that are mailed."},
     {.section = &kAlerts,
      .key = "COMMAND",
      .type = SettingType::kCommand,
      .default_value = "",
-     .unit = "full path and arguments, separated by blanks",
+     .unit = "full path and arguments, separated by spaces",
      .readers = kAlertReaders,
-     .meaning = "A program that gets the JSON document on its standard input and ends with 0 when "
-                "it has taken it, run without a shell; empty: none."},
+     .meaning = "A program that reads the JSON document from its standard input and ends with "
+                "status 0 when "
+                "the alert is delivered; it is run without a shell; empty: none."},
     {.section = &kAlerts,
      .key = "COMMAND_TIMEOUT_IN_SEC",
      .type = SettingType::kInteger,
@@ -254,7 +256,7 @@ inline constexpr Setting kSettings[] = {
      .most = 3600,
      .unit = "seconds",
      .readers = kAlertReaders,
-     .meaning = "After how long the program is killed with all that it started."},
+     .meaning = "The time after which the program is killed, with everything that it started."},
     {.section = &kAlerts,
      .key = "COMMAND_MIN_SEVERITY",
      .type = SettingType::kInteger,
@@ -263,22 +265,23 @@ inline constexpr Setting kSettings[] = {
      .most = 3,
      .unit = kSeverity,
      .readers = kAlertReaders,
-     .meaning = "The program gets alerts of this severity and above."},
+     .meaning = "The lowest severity of alerts that are passed to the program."},
     {.section = &kAlerts,
      .key = "CA_FILE",
      .type = SettingType::kPath,
      .default_value = "",
      .unit = "path of a file in PEM form",
      .readers = kAlertReaders,
-     .meaning = "The authorities that vouch for the webhook's and the mail server's certificates; "
-                "empty: those of the system."},
+     .meaning = "The certificate authorities for the webhook and the mail server; empty: those of "
+                "the system."},
     {.section = &kAlerts,
      .key = "QUIET_HOURS",
      .type = SettingType::kHours,
      .default_value = "",
-     .unit = "hours of the machine's day, as in 22:00-07:00",
+     .unit = "hours in local time, as in 22:00-07:00",
      .readers = kAlertReaders,
-     .meaning = "When people are not told of severity 1 but only afterwards; empty: never."},
+     .meaning = "The hours in which warnings (severity 1) are held back until the hours end; "
+                "empty: none."},
     {.section = &kAlerts,
      .key = "ALERT_STORM_LIMIT",
      .type = SettingType::kInteger,
@@ -287,8 +290,8 @@ inline constexpr Setting kSettings[] = {
      .most = 1000,
      .unit = "messages",
      .readers = kAlertReaders,
-     .meaning = "How many messages of a kind are told one by one within ALERT_STORM_MINUTES; more "
-                "become a summary."},
+     .meaning = "How many messages of a kind are sent one by one within ALERT_STORM_MINUTES; more "
+                "become one summary."},
     {.section = &kAlerts,
      .key = "ALERT_STORM_MINUTES",
      .type = SettingType::kInteger,
@@ -297,10 +300,10 @@ inline constexpr Setting kSettings[] = {
      .most = 1440,
      .unit = "minutes",
      .readers = kAlertReaders,
-     .meaning = "The time that ALERT_STORM_LIMIT is about."},
+     .meaning = "The period of ALERT_STORM_LIMIT."},
 };
 
-// A key that the table does not have stops the compiler.
+// A key that is not in the table is a compile error.
 constexpr const Setting& row(std::string_view key) {
   for (const Setting& setting : kSettings) {
     if (setting.key == key) return setting;
@@ -321,7 +324,7 @@ constexpr int default_number(const Setting& setting) {
   return is_negative ? -number : number;
 }
 
-// The names by which readers mean a setting; each is the row itself.
+// The names by which readers refer to a setting; each is the row itself.
 namespace setting {
 
 using setting_table::row;

@@ -23,7 +23,7 @@ std::string text_in(const std::string& around, const std::string& settings) {
   return around.substr(0, at) + settings + around.substr(at + kPlace.size());
 }
 
-// Of a number the bounds with the unit, of a text its form.
+// The bounds and unit of a number; the form of a text.
 std::string allowed(const Setting& setting) {
   if (setting.type == SettingType::kFlag) return "0 or 1";
   if (setting.type != SettingType::kInteger) return setting.unit;
@@ -50,7 +50,7 @@ std::string comment(const std::string& text) {
   return lines + line + "\n";
 }
 
-// mdoc wants each sentence to begin a line.
+// In mdoc each sentence begins a line.
 std::string sentences(std::string text) {
   for (std::size_t at = text.find(". "); at != std::string::npos; at = text.find(". ", at + 1)) {
     text[at + 1] = '\n';
@@ -122,14 +122,14 @@ std::string settings_guide() {
       "<!-- Printed from config/settings.h. Renewed by "
       "cmake --build build/dev --target renew_settings_guide -->\n"
       "# Settings\n\n"
-      "What `anomaly_config.conf` may say: an INI file with names of sections and keys that are\n"
-      "case-sensitive. A key that is left out has its default. A file with a malformed line counts "
-      "as\n"
-      "no file at all; for `cvanomalyalert` it changes nothing, and at its start nothing is taken "
-      "in\n"
-      "until the file is mended. A value out of its bounds counts as the default, with a line in "
+      "The settings of `anomaly_config.conf`, an INI file with case-sensitive names of sections "
+      "and\n"
+      "keys. A key that is left out has its default. A file with a malformed line counts as "
+      "missing;\n"
+      "`cvanomalyalert` keeps its former settings instead, and after a start sends nothing until "
       "the\n"
-      "log of the program that reads it, unless something else is said here.\n";
+      "file is fixed. A value out of bounds counts as the default, with a line in the log of the\n"
+      "program that reads it, unless something else is said here.\n";
   for (const Setting& setting : all_settings()) {
     const SettingsSection& section = *setting.section;
     if (begins_section(setting)) {

@@ -1,13 +1,13 @@
-// What people read of the settings, printed from their table. Part of the build, not of a program
-// that is installed.
+// The documents of the settings, printed from their table. Used by the build; not part of an
+// installed program.
 #pragma once
 
 #include <string>
 
 namespace corvane {
 
-// Both take the text around the settings, which has a line "@SETTINGS@" in their place; they throw
-// std::runtime_error when it has none.
+// Both take the text around the settings, with a line "@SETTINGS@" in their place; without it they
+// throw std::runtime_error.
 std::string sample_file(const std::string& around);  // an "anomaly_config.conf" with every default
 std::string manual_page(const std::string& around);  // mdoc
 

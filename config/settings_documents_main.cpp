@@ -1,4 +1,4 @@
-// Prints one of the documents of the settings on standard output, for the build and for tests.
+// Prints a document of the settings on standard output, for the build and for tests.
 #include <exception>
 #include <fstream>
 #include <iostream>

@@ -22,13 +22,13 @@ struct AccessRecord {
 // Thread-safe: a line is one write to a file that is open for appending.
 class AccessLog {
  public:
-  // An empty path: nothing is written. Throws std::system_error when the file cannot be opened.
+  // With an empty path nothing is written. Throws std::system_error if the file cannot be opened.
   explicit AccessLog(const std::string& path);
   ~AccessLog();
   AccessLog(const AccessLog&) = delete;
   AccessLog& operator=(const AccessLog&) = delete;
 
-  // A write that fails is not reported.
+  // A failed write is not reported.
   void write(const AccessRecord& record);
 
  private:

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A new folder, removed with its content unless it got its final name.
+// A new folder, removed with its content unless it gets its final name.
 class PartialFolder {
  public:
   explicit PartialFolder(const fs::path& root) {
@@ -43,7 +43,7 @@ class PartialFolder {
     }
   }
 
-  // Fails when a folder with content is there already.
+  // Fails if a folder with content already exists.
   void rename_to(const fs::path& path) {
     fs::rename(path_, path);
     path_.clear();

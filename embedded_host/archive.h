@@ -1,4 +1,4 @@
-// Archives of the image list, as cvdeployutil leaves them.
+// Archives of the image list, as cvdeployutil creates them.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +12,13 @@ struct ArchiveRequest {
   std::int64_t start;  // seconds since the epoch, both included
   std::int64_t end;
   std::string master;  // the master server's name
-  std::string root;    // the folder of archives; made when it is missing
+  std::string root;    // the folder of archives; created if it is missing
 };
 
 // Writes the folder ROOT/MASTER-START-END with master.txt (the name, no line end),
-// gather_options.json and qpimagelist.out, and returns its path. It is written under another name
-// and without master.txt until it is complete, so that no reader takes a half of it. Throws
-// std::runtime_error when there is such an archive already; QueryError, std::system_error.
+// gather_options.json and qpimagelist.out, and returns its path. Until it is complete it has
+// another name and no master.txt, so that no reader uses half of it. Throws std::runtime_error if
+// the archive already exists; QueryError, std::system_error.
 std::string write_archive(Connection& catalog, const ArchiveRequest& request, std::int64_t now);
 
 }  // namespace corvane::host

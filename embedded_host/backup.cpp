@@ -14,7 +14,7 @@ namespace corvane::host {
 namespace {
 
 constexpr std::size_t kMaxText = 1024;
-// Leaves room for the percentages that are taken of figures.
+// Leaves room for calculating percentages of figures.
 constexpr std::int64_t kMaxFigure = 1'000'000'000'000'000;
 // Readers of the catalog keep job numbers and times in 32 bits.
 constexpr std::int64_t kMaxNarrow = std::numeric_limits<std::int32_t>::max();
@@ -89,19 +89,19 @@ std::int64_t read_time(const BackupField& field, const json_t* value) {
         " is not a time in whole seconds such as 2026-01-31T04:05:06.000Z: " + quoted(text));
   }
   if (instant->seconds < 0 || instant->seconds > kMaxNarrow) {
-    throw BadBackup(quoted(field.attribute) + " lies outside the years 1970 to 2038");
+    throw BadBackup(quoted(field.attribute) + " is not within the years 1970 to 2038");
   }
   return instant->seconds;
 }
 
-// A backup id stands in request paths as it is.
+// A backup id is used in request paths as it is.
 std::string read_backup_id(const BackupField& field, const json_t* value) {
   std::string text = read_text(field, value);
   for (const char c : text) {
     const bool plain = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
                        c == '.' || c == '_' || c == '-' || c == ':';
     if (!plain)
-      throw BadBackup(quoted(field.attribute) + " holds the character " + quoted({&c, 1}));
+      throw BadBackup(quoted(field.attribute) + " contains the character " + quoted({&c, 1}));
   }
   return text;
 }
@@ -111,7 +111,8 @@ std::string known_name(const BackupField& field, const json_t* value) {
   const auto code =
       field.kind == FieldKind::kPolicyType ? policy_type_code(text) : schedule_type_code(text);
   if (!code)
-    throw BadBackup(quoted(field.attribute) + " is not one of the product's: " + quoted(text));
+    throw BadBackup(quoted(field.attribute) +
+                    " is not one of the product's types: " + quoted(text));
   return text;
 }
 
@@ -134,7 +135,7 @@ FieldValue read_field(const BackupField& field, const json_t* value) {
   return field.fallback;
 }
 
-// What holds between members, and the members that default to another one.
+// Checks that concern several members, and members that default to another one.
 void complete(Backup& backup, json_t* line) {
   const auto integer = [&](std::string_view name) -> std::int64_t& {
     return std::get<std::int64_t>(backup[position_of(name)]);

@@ -24,10 +24,10 @@ using FieldValue = std::variant<std::int64_t, double, std::string>;
 
 struct BackupField {
   std::string_view attribute;  // the member's name
-  std::string_view column;     // where the catalog keeps it
+  std::string_view column;     // its column in the catalog
   FieldKind kind;
   bool required;
-  FieldValue fallback;  // for a member that is not there
+  FieldValue fallback;  // if the member is missing
 };
 
 // All of them, in the order of the catalog's columns; the job id comes first.
@@ -36,7 +36,7 @@ std::span<const BackupField> backup_fields();
 // The values of one line, in the order of backup_fields(). Times are seconds since the epoch.
 using Backup = std::vector<FieldValue>;
 
-// Why a line is no backup.
+// Why a line is not a valid backup.
 class BadBackup : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -10,7 +10,7 @@ namespace corvane::host {
 namespace {
 
 constexpr std::int64_t kApplicationId =
-    0x43564361;  // "CVCa", so that no other file is taken for one
+    0x43564361;  // "CVCa", so that no other file is mistaken for a catalog
 constexpr std::size_t kMaxAnomalyId = 256;
 
 std::string column_type(FieldKind kind) {
@@ -32,8 +32,8 @@ std::string table_sql() {
     sql += std::string(field.column) + " " + column_type(field.kind) +
            (field.column == "job_id" ? " PRIMARY KEY" : " NOT NULL");
   }
-  // The indexes hold every column that a gather's filter looks at, so that counting and skipping
-  // rows does not touch the table.
+  // The indexes have every column that a gather's filter uses, so that counting and skipping rows
+  // does not touch the table.
   return sql +
          ");"
          "CREATE UNIQUE INDEX backups_by_backup_id ON backups(backup_id) WHERE backup_id <> '';"
@@ -63,7 +63,7 @@ void make_tables(Connection& database, const std::string& path) {
   Transaction transaction(database);
   if (application_id(database) == kApplicationId) return;
   if (database.number(kCountTables) != 0) {
-    throw CatalogError(path + ": not a catalog, some other database");
+    throw CatalogError(path + ": not a catalog but another database");
   }
   database.execute(table_sql().c_str());
   database.execute(("PRAGMA application_id=" + std::to_string(kApplicationId)).c_str());
@@ -77,10 +77,11 @@ Connection open_catalog(const std::string& path, Connection::Access access) {
   try {
     if (access == Connection::Access::kCreate) {
       make_tables(database, path);
-      // After the check, so that a database that is not ours is left as it is.
+      // After the check, so that a foreign database is not changed.
       database.execute("PRAGMA journal_mode=WAL");
     }
-    // What a crash of the machine takes away is loaded again; the file stays whole all the same.
+    // What is lost in a crash of the machine can be loaded again; the file stays intact in any
+    // case.
     if (access != Connection::Access::kRead) database.execute("PRAGMA synchronous=NORMAL");
     if (application_id(database) != kApplicationId) throw CatalogError(path + ": not a catalog");
   } catch (const QueryError& error) {
@@ -112,7 +113,7 @@ std::string make_insert_sql() {
          ") ON CONFLICT(job_id) DO UPDATE SET " + updates;
 }
 
-// One for all connections: they tell their queries by the address.
+// One text for all connections: they identify queries by its address.
 const std::string& insert_sql() {
   static const std::string sql = make_insert_sql();
   return sql;
@@ -145,11 +146,11 @@ bool put_report(Connection& catalog, std::string_view type, std::string_view id,
 
 void put_feedback(Connection& catalog, std::string_view anomaly_id, std::string_view feedback) {
   if (feedback != "FALSE_POSITIVE" && feedback != "CONFIRMED" && feedback != "NONE") {
-    throw std::invalid_argument("feedback is FALSE_POSITIVE, CONFIRMED or NONE, not '" +
+    throw std::invalid_argument("the feedback must be FALSE_POSITIVE, CONFIRMED or NONE, not '" +
                                 printable(feedback) + "'");
   }
   if (anomaly_id.empty() || anomaly_id.size() > kMaxAnomalyId) {
-    throw std::invalid_argument("an anomaly's id has 1 to 256 bytes");
+    throw std::invalid_argument("an anomaly's id must have 1 to 256 bytes");
   }
   std::string attributes;
   JsonObject object(attributes);

@@ -18,7 +18,7 @@ class LineReader {
  public:
   explicit LineReader(std::istream& in) : in_(in), buffer_(kMaxLine + 1) {}
 
-  // False at the end. A line that is too long is passed over, and `too_long` set.
+  // Returns false at the end. A line that is too long is skipped, and `too_long` is set.
   bool next(std::string_view& line, bool& too_long) {
     in_.getline(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
     auto length = static_cast<std::size_t>(in_.gcount());
@@ -76,7 +76,7 @@ class Loader {
       reject(error.what());
     } catch (const QueryError& error) {
       if (error.extended_code() != SQLITE_CONSTRAINT_UNIQUE) throw;
-      reject("another job has this 'backupId' already");
+      reject("another job already has this 'backupId'");
     }
   }
 

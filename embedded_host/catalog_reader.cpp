@@ -153,7 +153,7 @@ std::string CatalogReader::page(const Collection& collection, const PageQuery& q
   Query& rows = prepared(select);
   sql.bind(rows, instants, limit, query.offset);
   const std::int64_t written = write_elements(out, rows, collection);
-  // A page that is not full is the last one, so its end is the count; unless it lies past the end.
+  // A page that is not full is the last one, so its end is the count, unless it is past the end.
   const bool ends_here = written < limit && (written > 0 || query.offset == 0);
   const std::int64_t total =
       ends_here && out.size() <= kMaxPageText ? query.offset + written : count(sql, instants);

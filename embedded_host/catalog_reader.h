@@ -1,4 +1,4 @@
-// Answers to questions about the catalog, as JSON text.
+// Answers queries of the catalog with JSON text.
 #pragma once
 
 #include <atomic>
@@ -15,7 +15,7 @@
 
 namespace corvane::host {
 
-// What the catalog shows depends on these; both in seconds since the epoch.
+// The instants that decide what the catalog shows, in seconds since the epoch.
 struct Instants {
   std::int64_t now;
   std::int64_t closed_until;  // jobs with a later end time are shown as still running
@@ -24,14 +24,14 @@ struct Instants {
 // One connection with its compiled queries, for use by one thread at a time.
 class CatalogReader {
  public:
-  // `stopping` ends a query that is under way with QueryError. Throws CatalogError.
+  // `stopping` ends a running query with QueryError. Throws CatalogError.
   CatalogReader(const std::string& path, const std::atomic<bool>& stopping);
 
-  // {"data": [...], "meta": {"pagination": {...}}}. A page ends early, with "next" set, where its
-  // text would pass 32 MiB. Throws BadRequest, QueryError.
+  // {"data": [...], "meta": {"pagination": {...}}}. A page ends early, with "next" set, if its text
+  // would exceed 32 MiB. Throws BadRequest, QueryError.
   std::string page(const Collection& collection, const PageQuery& query, Instants instants);
 
-  // {"data": {...}}, or nothing when no such element has come about. Throws QueryError.
+  // {"data": {...}}, or nothing if no such element exists yet. Throws QueryError.
   std::optional<std::string> element(const Collection& collection, std::string_view id,
                                      Instants instants);
 

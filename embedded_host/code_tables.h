@@ -7,8 +7,7 @@
 
 namespace corvane::host {
 
-// The code of a policy type ("NAS_DATA_PROTECTION" is 6); empty for a name the product does not
-// have.
+// The code of a policy type ("NAS_DATA_PROTECTION" is 6); empty for an unknown name.
 std::optional<int> policy_type_code(std::string_view name);
 
 // The code of a schedule type ("DIFFERENTIAL_INCREMENTAL" is 1); empty for an unknown name.

@@ -8,7 +8,7 @@ using enum AttributeKind;
 
 constexpr std::int64_t kPage = 100;
 constexpr std::int64_t kMaxPage = 1000;
-// Readers of the anomalies take them all with one request that names no limit.
+// Readers of the anomalies fetch all of them with one request without a limit.
 constexpr std::int64_t kMaxAnomalies = 100'000;
 
 #define CV_DONE "end_time<=?2"
@@ -28,7 +28,8 @@ constexpr FilterAttribute kImageAttributes[] = {
     {"kbytes", "kbytes", kInteger},
     {"streamNumber", "stream_number", kInteger},
     {"providerGeneratedId", "provider_generated_id", kText},
-    // Not written: gathers sort images by a job's attribute, which for an image is its backup time.
+    // Not written to elements: gathers sort images by an attribute of jobs, which for an image is
+    // its backup time.
     {"startTime", "backup_time", kTime},
     {"backupId", "backup_id", kText},
 };

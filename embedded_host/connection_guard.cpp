@@ -12,8 +12,8 @@ thread_local const SSL* current_connection = nullptr;
 
 }  // namespace
 
-// The guard of a context is found through application data of the context; a connection's end is
-// known by the release of application data of the connection.
+// The guard is stored as application data of the context. The end of a connection is noticed when
+// its application data is released.
 ConnectionGuard* ConnectionGuard::of(const SSL* connection) {
   return static_cast<ConnectionGuard*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection)));
 }
@@ -58,7 +58,7 @@ void ConnectionGuard::begin(const SSL* connection) {
   const auto deadline = Clock::now() + limits_.reading;
   const bool is_new =
       connections_.emplace(connection, Connection{socket, State::kReading, deadline}).second;
-  // OpenSSL gives the connection to its callbacks as const; its application data may change.
+  // OpenSSL passes the connection to callbacks as const; its application data may be changed.
   if (is_new) SSL_set_ex_data(const_cast<SSL*>(connection), index, this);
 }
 

@@ -1,5 +1,5 @@
-// Watches over a TLS server's connections, each of which occupies a thread: none may take long to
-// say what it wants, none may say too much, and idle ones make way when others wait.
+// Guards the connections of a TLS server, each of which occupies a thread: a client must not take
+// too long to send its request or send too much, and idle connections make room when others wait.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -17,30 +17,30 @@ struct ConnectionLimits {
   std::size_t body_bytes = std::size_t{2} << 20;
 };
 
-// A connection that is broken off is shut down underneath its thread, whose next read or write then
-// fails. Thread-safe. Outlives the SSL_CTX that it watches.
+// Breaking a connection off shuts it down; the next read or write of its thread then fails.
+// Thread-safe. Outlives the SSL_CTX that it guards.
 class ConnectionGuard {
  public:
   using Clock = std::chrono::steady_clock;
 
   explicit ConnectionGuard(ConnectionLimits limits) : limits_(limits) {}
 
-  // Watches the connections that are made from `context`.
+  // Guards the connections that are created from `context`.
   void attach(SSL_CTX* context);
 
-  // The connection that this thread serves; null when it serves none.
+  // The connection that this thread serves; null if none.
   static const SSL* current();
 
-  // The request's header has been read, its body may come.
+  // The header of the request has been read; the body may follow.
   void header_read(const SSL* connection);
-  // The request has been read; answering it may take so long.
+  // The request has been read; answering it may take this long.
   void answering(const SSL* connection, std::chrono::seconds allowed);
   // The answer has been written.
   void idle(const SSL* connection);
 
-  // Breaks off what has passed its time, and idle connections too when `make_room`.
+  // Breaks off connections that have exceeded their time, with `make_room` also idle ones.
   void sweep(Clock::time_point now, bool make_room);
-  // Breaks off every connection, those that are still to come included.
+  // Breaks off every connection, including future ones.
   void close_all();
 
  private:

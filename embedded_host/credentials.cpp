@@ -58,7 +58,7 @@ void set_serial_number(X509* certificate) {
           "set a serial number");
 }
 
-// A key and its certificate, signed by `authority`, or by itself when that is null.
+// A key and its certificate, signed by `authority`, or self-signed if that is null.
 Identity make_identity(const Wish& wish, const Identity* authority) {
   Identity made{KeyPtr(EVP_EC_gen("P-256")), CertificatePtr(X509_new())};
   require(made.key != nullptr && made.certificate != nullptr, "make a key");
@@ -108,7 +108,7 @@ std::string pem(EVP_PKEY* key) {
   return pem_text(bio);
 }
 
-// New files, removed again unless keep() was reached.
+// New files, removed again unless keep() is called.
 class NewFiles {
  public:
   explicit NewFiles(std::string directory) : directory_(std::move(directory)) {}
@@ -123,7 +123,7 @@ class NewFiles {
     const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
     if (file < 0) {
       const std::string reason =
-          errno == EEXIST ? "exists already, and is not overwritten" : std::strerror(errno);
+          errno == EEXIST ? "already exists and is not overwritten" : std::strerror(errno);
       throw CredentialsFailure(path + ": " + reason);
     }
     made_.push_back(path);

@@ -1,4 +1,4 @@
-// cvdeployutil: archives a part of the host's image list, for programs that read it later.
+// cvdeployutil: archives a part of the host's image list for programs that read it later.
 
 #include <ctime>
 
@@ -11,14 +11,13 @@ namespace {
 
 constexpr std::string_view kUsage =
     "usage: cvdeployutil -d START -e END [--master NAME] [--root DIR] [--catalog FILE]\n"
-    "Writes an archive of the images from START to END (seconds since 1970, UTC, both included): "
-    "a\n"
-    "folder of master.txt, gather_options.json and qpimagelist.out, and prints its path. The "
-    "folder has\n"
-    "its name only when it is complete.\n"
+    "Writes an archive of the images from START to END (seconds since 1970, UTC, both included),\n"
+    "and prints its path. The archive is a folder with master.txt, gather_options.json and\n"
+    "qpimagelist.out; it gets its name once it is complete.\n"
     "  --master NAME  the master server's name; default: from the master configuration\n"
-    "  --root DIR     where archives lie; default var/global/incremental below the install root\n"
-    "  --catalog FILE the host's catalog; default /usr/tessel/var/global/catalog.db\n";
+    "  --root DIR     the folder of archives; default: var/global/incremental below the install "
+    "root\n"
+    "  --catalog FILE the host's catalog; default: /usr/tessel/var/global/catalog.db\n";
 
 constexpr corvane::host::OptionForm kForms[] = {{"-d", true, true},
                                                 {"-e", true, true},
@@ -36,7 +35,7 @@ std::string configured_master() {
 std::string default_root() {
   char install_root[512];
   if (getCVInstallDir(install_root, sizeof install_root) != 0) {
-    throw std::runtime_error("the install root is not known; see --root");
+    throw std::runtime_error("the install root is unknown; see --root");
   }
   return std::string(install_root) + "var/global/incremental";
 }

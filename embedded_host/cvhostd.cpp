@@ -43,7 +43,7 @@ int serve(const ServeOptions& options) {
   int received = 0;
   sigwait(&ends, &received);
   if (!stopping) return 0;
-  std::cerr << "cvhostd: no further connection can be accepted\n";
+  std::cerr << "cvhostd: cannot accept any more connections\n";
   return 1;
 }
 
@@ -74,22 +74,18 @@ int give_feedback(const std::string& catalog_path, const std::string& anomaly_id
 }
 
 constexpr const char* kLoadHelp =
-    "Load backups into a catalog, which is made when it is missing. FILE (- for standard input) "
-    "holds "
-    "one JSON object a line, with the web service's attributes: jobId jobType clientName "
-    "policyName "
-    "policyType scheduleName scheduleType startTime endTime, and if wanted parentJobId state "
-    "status "
-    "backupId (without it there is no image) backupTime kbytes kilobytesTransferred numFiles "
-    "numberOfFiles dedupRatio streamNumber destinationStorageUnitName applicationType "
-    "providerGeneratedId. A job id again replaces the former. Bad lines are named on standard "
-    "error, "
-    "the others loaded, and the status is then 1.";
+    "Load backups into a catalog, which is created if it is missing. FILE (- for standard input) "
+    "has one JSON object per line, with the web service's attributes: jobId jobType clientName "
+    "policyName policyType scheduleName scheduleType startTime endTime, and optionally parentJobId "
+    "state status backupId (without it there is no image) backupTime kbytes kilobytesTransferred "
+    "numFiles numberOfFiles dedupRatio streamNumber destinationStorageUnitName applicationType "
+    "providerGeneratedId. A job id that exists is replaced. Bad lines are reported on standard "
+    "error, the others are loaded, and the exit status is then 1.";
 
 constexpr const char* kFaultHelp =
-    "While this file exists, answer as its first fitting line says: [PATH] ACTION [skip N] [count "
-    "N], "
-    "ACTION one of: status CODE, garbage, truncate, cut, hang SECONDS, null-end-time [ELEMENT]";
+    "While this file exists, its first matching line decides the answer: [PATH] ACTION [skip N] "
+    "[count N]. ACTION is one of: status CODE, garbage, truncate, cut, hang SECONDS, null-end-time "
+    "[ELEMENT]";
 
 void add_serve_options(CLI::App& app, ServeOptions& options) {
   const std::map<std::string, AcceptedClients> types = {{"host", AcceptedClients::kHost},
@@ -98,7 +94,7 @@ void add_serve_options(CLI::App& app, ServeOptions& options) {
   app.add_option("--catalog", options.catalog, "The catalog to serve")->capture_default_str();
   app.add_option("--address", options.https.address, "Address to listen on")->capture_default_str();
   app.add_option("--port", options.https.port,
-                 "Port to listen on; 0: any free one, which is printed")
+                 "Port to listen on; 0: any free port, which is printed")
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
   app.add_option("--credentials", options.https.credentials,
@@ -110,17 +106,17 @@ void add_serve_options(CLI::App& app, ServeOptions& options) {
       ->default_str("both");
   app.add_option(
          "--close-delay", options.close_delay,
-         "Show a job as running for so many seconds after its end; its image is there at its end")
+         "Seconds after its end for which a job is shown as running; its image appears at its end")
       ->check(CLI::Range(0, 86400))
       ->capture_default_str();
   app.add_option("--threads", options.https.threads,
-                 "Connections served at a time, kept-alive ones included")
+                 "Connections served at a time, including kept-alive ones")
       ->check(CLI::Range(1, 512))
       ->capture_default_str();
   app.add_option(
          "--time-out", options.https.time_out_seconds,
-         "Seconds a client may take to say what it wants, and to take a piece of the answer; "
-         "raise it by the factor of a clock that runs fast")
+         "Seconds that a client may take to send its request, and to accept a piece of the answer; "
+         "multiply it by the speed of a clock that runs fast")
       ->check(CLI::Range(1, 1000000))
       ->capture_default_str();
   app.add_option("--access-log", options.https.access_log, "Append a line for each request");
@@ -129,9 +125,8 @@ void add_serve_options(CLI::App& app, ServeOptions& options) {
 
 int run(int argc, char** argv) {
   CLI::App app(
-      "The web service of a Corvane host on one machine: serves a catalog of backups, as far as "
-      "they "
-      "have happened by now. For a new host: cvhostd credentials DIR, cvhostd load CATALOG FILE, "
+      "The web service of a Corvane host on one machine: serves the backups of a catalog that have "
+      "happened by now. For a new host: cvhostd credentials DIR, cvhostd load CATALOG FILE, "
       "cvhostd serve.");
   app.name("cvhostd");
   app.require_subcommand(1);
@@ -152,7 +147,7 @@ int run(int argc, char** argv) {
 
   std::string anomaly_id;
   std::string feedback;
-  auto* judging = app.add_subcommand("feedback", "Record a user's judgement of a reported anomaly");
+  auto* judging = app.add_subcommand("feedback", "Record a user's feedback on a reported anomaly");
   judging->add_option("CATALOG", catalog)->required();
   judging->add_option("ANOMALY_ID", anomaly_id)->required();
   judging->add_option("FEEDBACK", feedback, "FALSE_POSITIVE, CONFIRMED or NONE")->required();
@@ -161,10 +156,10 @@ int run(int argc, char** argv) {
   std::string directory;
   std::vector<std::string> servers;
   auto* certifying = app.add_subcommand(
-      "credentials", "Make the certificates and keys of a new host in DIR; none is overwritten");
+      "credentials", "Create the certificates and keys of a new host in DIR; none is overwritten");
   certifying->add_option("DIR", directory)->required();
   certifying->add_option("--server", servers,
-                         "A name of the server, besides localhost; may stand several times");
+                         "A name of the server, besides localhost; may be repeated");
   certifying->callback([&] { make_credentials(directory, servers); });
 
   CLI11_PARSE(app, argc, argv);

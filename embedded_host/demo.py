@@ -1,11 +1,11 @@
-"""The demo: the real service on a machine of its own, gathering real backup records.
+"""The demo: the real service in a sandbox, gathering real backup records.
 
-usage: demo.py STARTED     in seconds since the epoch: what is printed is timed from there
+usage: demo.py STARTED     in seconds since the epoch: printed times count from there
 
-Runs inside embedded_host/sandbox. First the service, which takes its history from two archives of the
-deployment utility and over REST, and what follows over REST. Then one gather without a master server, from
-the command-line tools. Ends with status 0 only when the databases hold exactly what the catalog holds for the
-gathered time.
+Runs inside embedded_host/sandbox. First the service gathers its history from two archives of the deployment
+utility and over REST, and everything after that over REST. Then one gather without a master server uses the
+command-line tools. Ends with status 0 only if the databases have exactly the catalog's backups of the gathered
+time.
 """
 
 import calendar
@@ -24,32 +24,32 @@ from machine import Clock, Machine, wait_until
 PROJECT = Path(__file__).resolve().parent.parent
 RECORDS = PROJECT / "tests/data/backups.jsonl"
 DAY = 86400
-# An evening, half an hour before the night's backups: the gather of the history ends before them, the live
-# gathers see them come. The records are moved so that their last days follow.
+# An evening, half an hour before the night's backups: the history is gathered before them, and the live
+# gathers see them run. The records are moved so that their last days follow.
 BEGIN = calendar.timegm((2026, 11, 16, 20, 0, 0))
 SPEED = 100
 LIVE_GATHERS = 10
 DAYS_AFTER = 4
-# So many seconds the image is there before its job is done. Without them a backup that ends between a gather's
-# question for images and the one for jobs would be stored without its image's figures.
+# The seconds between the image's appearance and the end of its job. Without them, a backup that ends between a
+# gather's request for images and the one for jobs would be stored without its image's figures.
 CLOSE_DELAY = 60
-# An archive is used when all of its window lies in the 91 days before the moment the history is gathered, some
-# 15 minutes after BEGIN. The service takes the time from the first archive's start to the last one's end for
-# covered, so the second begins where the first ends: what fell into a gap would never be gathered. They meet at
-# an hour without backups.
+# An archive is used if its whole range is in the 91 days before the history is gathered, some 15 minutes after
+# BEGIN. The service assumes that the archives cover everything from the start of the first to the end of the
+# last, so the second begins where the first ends: backups in a gap would never be gathered. They meet at an
+# hour without backups.
 ARCHIVES = ((BEGIN - 84 * DAY, BEGIN - 56 * DAY), (BEGIN - 56 * DAY, BEGIN - 28 * DAY))
-# What the tools alone gather: a week of history, and the last evening as a live gather.
+# Gathered with the tools only: a week of history, and the last evening as a live gather.
 BY_TOOLS = (("historical", BEGIN - 8 * DAY, BEGIN - DAY - 1), ("live", BEGIN - DAY, BEGIN))
 TOOLS_DATABASE = host.TREE / "var/global/without_master/CV_Anomaly.db"
 
-# Where a program that stands for a customer's notes what it is told.
+# The file to which COMMAND, in place of a customer's program, writes the alerts.
 TOLD = host.TREE / "var/global/told"
 
-# The columns that are compared with the catalog's, and what the two ways of gathering call a policy's type:
-# REST NAS_DATA_PROTECTION, the image list, which archives hold, NAS-Data-Protection.
+# The columns that are compared with the catalog's, and the name of a policy type in the two ways of gathering:
+# NAS_DATA_PROTECTION with REST, NAS-Data-Protection in the image list, and so in archives.
 FIGURES = "BACKUP_ID, JOB_ID, CLIENT, IMAGE_SIZE, NUM_FILES"
 CATALOG_FIGURES = "backup_id, job_id, client_name, kbytes, num_files"
-# A record that the detection has found normal is in both tables.
+# A record that the detection found normal is in both tables.
 EVERY_RECORD = (f"(SELECT {FIGURES}, BACKUP_TIME FROM HIST_DATA"
                 f" UNION SELECT {FIGURES}, BACKUP_TIME FROM DATA_TO_PROCESS)")
 FROM_IMAGE_LIST = "POLICY_TYPE <> UPPER(POLICY_TYPE)"
@@ -93,7 +93,7 @@ def lay_out(machine):
 
 
 def make_archives(machine):
-    """Returns the archives' folders, the older one first."""
+    """Returns the folders of the archives, the older one first."""
     folders = []
     for start, end in ARCHIVES:
         answer = machine.run("cvdeployutil", "-d", start, "-e", end)
@@ -109,7 +109,7 @@ def say_first_record(machine):
 
 
 def watch_history(machine):
-    say("waiting one gather interval of 15 minutes, as after every first start")
+    say("waiting for one gather interval of 15 minutes, as after every first start")
     wait_until(lambda: machine.logged("Capturing historical data."), 60, "the history begins")
     deadline = time.monotonic() + 140
     shown = 0
@@ -134,9 +134,9 @@ def watch_live_gathers(machine):
         ((live,),) = machine.query("SELECT COUNT(*) FROM DATA_TO_PROCESS")
         ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
         say(f"live gather {number:2} done: {live:2} records for the detection, {queued} running jobs queued")
-    wait_until(lambda: not rows_waiting(machine), 60, "the detection judges what was gathered")
+    wait_until(lambda: not rows_waiting(machine), 60, "verdicts on what was gathered")
     wait_until(lambda: not machine.query("SELECT 1 FROM ANOMALY_DATA WHERE PROCESSED = 0"), 60,
-               "the alerts have told everybody")
+               "the delivery of the alerts")
 
 
 def rows_waiting(machine):
@@ -154,28 +154,28 @@ def show_clients(machine):
     ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
     ((judged, anomalous),) = machine.query(
         "SELECT COUNT(*), SUM(PROCESSED_STATUS = 2) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS <> 0")
-    print(f"\n{rows_waiting(machine)} rows wait for the detection, {judged} are judged, {anomalous} of them anomalous;"
-          f" {queued} running jobs are queued")
+    print(f"\n{rows_waiting(machine)} records wait for the detection, {judged} are judged, {anomalous} of them"
+          f" anomalous; {queued} running jobs are queued")
     for (details,) in machine.query("SELECT ANOMALY_DETAILS FROM ANOMALY_DATA ORDER BY DETECTION_TIME"):
         print("  " + json.loads(details)["summary"])
 
 
 def show_alerts(machine):
-    """What people were told, and that the web service has it too."""
+    """The alerts that people were sent; checks that the web service has them too."""
     told = [json.loads(line) for line in TOLD.read_text().splitlines()] if TOLD.exists() else []
     reported = dict(read(host.CATALOG, "SELECT id, attributes FROM reports WHERE type = 'anomaly'"))
     for document in told:
-        print(f"\n{document['subject']}\n{document['text']}  told to a program (COMMAND), and to the web service of"
+        print(f"\n{document['subject']}\n{document['text']}  sent to a program (COMMAND), and to the web service of"
               f" {host.MASTER} as {document['id']}")
         if document["id"] not in reported:
             raise SystemExit(f"DEMO FAILED: the web service does not know {document['id']}")
     ((anomalies,),) = machine.query("SELECT COUNT(*) FROM ANOMALY_DATA")
     if anomalies and not told:
-        raise SystemExit(f"DEMO FAILED: {anomalies} anomalies, and nobody was told")
+        raise SystemExit(f"DEMO FAILED: {anomalies} anomalies, but nobody was notified")
 
 
 def show_sources(machine, archives):
-    """How many records came from where. Whatever an archive lists must have come from it."""
+    """The number of records from each source. Everything that an archive lists must come from it."""
     print(f"\n{'source':56} {'records':>8}")
     listed = dict(machine.query(f"SELECT BACKUP_ID, 1 FROM HIST_DATA WHERE {FROM_IMAGE_LIST}"))
     for archive, (start, end) in zip(archives, ARCHIVES):
@@ -185,7 +185,7 @@ def show_sources(machine, archives):
         if loaded != len(images):
             raise SystemExit(f"DEMO FAILED: {archive} lists {len(images)} images")
     if listed:
-        raise SystemExit(f"DEMO FAILED: {len(listed)} records of the image list are in no archive")
+        raise SystemExit(f"DEMO FAILED: {len(listed)} records from image lists are in no archive")
     ((history,),) = machine.query(
         f"SELECT COUNT(*) FROM HIST_DATA WHERE NOT ({FROM_IMAGE_LIST})"
         " AND UNIQUE_KEY NOT IN (SELECT UNIQUE_KEY FROM DATA_TO_PROCESS)")
@@ -209,7 +209,7 @@ def gather_by_tools(machine):
 
 
 def compare(what, database, condition, *parameters):
-    """The database must hold exactly the catalog's backups that meet the condition, with their figures."""
+    """The database must have exactly the catalog's backups that meet the condition, with their figures."""
     expected = set(read(host.CATALOG, f"SELECT {CATALOG_FIGURES} FROM backups WHERE {condition}", *parameters))
     found = set(read(database, f"SELECT {FIGURES} FROM {EVERY_RECORD}"))
     missing = expected - found
@@ -235,12 +235,12 @@ def run_service(machine):
     watch_live_gathers(machine)
     machine.stop_service()
     machine.stop_web_service()
-    say("cvanomalymgmt -stop: the service has ended, nothing is left running")
+    say("cvanomalymgmt -stop: the service has ended; nothing is left running")
     show_clients(machine)
     show_alerts(machine)
     show_sources(machine, archives)
     last_gather = machine.last_gather_time()
-    # A live gather leaves out what neither read a file nor moved a byte.
+    # A live gather skips backups that neither read a file nor transferred a byte.
     compare("The service", host.DATABASE,
             "start_time >= ? AND end_time < ?"
             " AND (backup_time <= ? OR num_files <> 0 OR kilobytes_transferred <> 0)",

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # usage: demo.sh BUILD_DIRECTORY DIRECTORY [STARTED]
 #
-# Lays a fresh installation out in DIRECTORY and runs embedded_host/demo.py on it in the sandbox. STARTED, in
-# seconds since the epoch, is when whoever watches began to wait; default: now.
+# Makes a fresh installation in DIRECTORY and runs embedded_host/demo.py on it in the sandbox. STARTED is when the
+# demo was started, in seconds since the epoch; default: now.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 build=$1
@@ -14,8 +14,8 @@ mkdir -p "$directory/tessel"
 cmake --install "$build" --prefix "$directory/tessel" >/dev/null
 embedded_host/sandbox "$directory/tessel" /usr/bin/python3 embedded_host/demo.py "$started"
 echo "
-The installation tree with database and log stays in $directory/tessel:
+The installation, with database and log, stays in $directory/tessel:
   sqlite3 $directory/tessel/var/global/anomaly_detection/CV_Anomaly.db
   less $directory/tessel/corvane/logs/cvanomalymgmt
-What was found, as its operator sees it:
+What was found, as the operator sees it:
   embedded_host/sandbox $directory/tessel /usr/tessel/corvane/bin/cvanomalyctl anomalies"

@@ -21,9 +21,9 @@ constexpr std::size_t kMaxFaultFile = std::size_t{64} << 10;
 struct ActionForm {
   std::string_view word;
   FaultAction action;
-  std::optional<std::int64_t> fallback;  // of the argument; absent: it must be given
+  std::optional<std::int64_t> fallback;  // of the argument; without it the argument is required
   std::int64_t least;
-  std::int64_t most;  // below `least`: there is no argument
+  std::int64_t most;  // below `least`: the action has no argument
 };
 
 constexpr ActionForm kActions[] = {
@@ -47,7 +47,7 @@ class LineParser {
       advance();
       form = find_action();
     }
-    if (form == nullptr && word_.empty()) fail("no action follows '" + fault.path + "'");
+    if (form == nullptr && word_.empty()) fail("no action after '" + fault.path + "'");
     if (form == nullptr) fail("unknown action '" + word_ + "'");
     advance();
     fault.action = form->action;
@@ -78,8 +78,8 @@ class LineParser {
     const char* end = word_.data() + word_.size();
     const auto read = std::from_chars(word_.data(), end, value);
     if (read.ec != std::errc() || read.ptr != end || value < least || value > most) {
-      fail("a number from " + std::to_string(least) + " to " + std::to_string(most) +
-           " is wanted, not '" + word_ + "'");
+      fail("expected a number from " + std::to_string(least) + " to " + std::to_string(most) +
+           ", not '" + word_ + "'");
     }
     advance();
     return value;
@@ -88,7 +88,7 @@ class LineParser {
   std::int64_t argument(const ActionForm& form) {
     const bool given = !word_.empty() && word_ != "skip" && word_ != "count";
     if (form.fallback && !given) return *form.fallback;
-    if (form.most < form.least) fail("nothing but skip and count follows, not '" + word_ + "'");
+    if (form.most < form.least) fail("only skip and count may follow, not '" + word_ + "'");
     return number(form.least, form.most);
   }
 
@@ -108,8 +108,8 @@ class LineParser {
   std::string word_;
 };
 
-// The file's content, led by what tells two files of the same content apart; empty when there is
-// none.
+// The file's content, after data that distinguishes two files with the same content; empty if there
+// is no file.
 std::string read_fault_file(const std::string& path) {
   const FilePtr file(std::fopen(path.c_str(), "rbe"));
   if (file == nullptr) {

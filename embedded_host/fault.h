@@ -1,16 +1,16 @@
-// Answering wrongly on purpose, so that a client can be watched while its server misbehaves.
+// Wrong answers on purpose, to see how a client behaves when its server misbehaves.
 //
-// While the fault file exists, each request takes the first of its lines that fits:
+// While the fault file exists, its first matching line decides the answer to each request:
 //   [PATH] ACTION [skip N] [count N]
 //   status 500             this status and an error body (100 to 599)
-//   garbage                200 and bytes that are no JSON
-//   truncate               a whole answer whose JSON text ends half-way
-//   cut                    an answer whose connection breaks half-way
-//   hang 30                the right answer, after so many seconds
-//   null-end-time 0        the right answer, with the endTime of this element null (counted from 0)
-// PATH is the beginning of a request's path ("corvane/admin/jobs"). A line lets its first `skip`
-// requests pass to the lines below it, and then holds for `count` of them, counted from when the
-// file was written. Requests that are turned away for their certificate do not count.
+//   garbage                200 and bytes that are not JSON
+//   truncate               a complete answer whose JSON text ends half-way
+//   cut                    an answer during which the connection breaks
+//   hang 30                the right answer after 30 seconds
+//   null-end-time 0        the right answer, but element 0 has endTime null
+// PATH is the beginning of a request's path ("corvane/admin/jobs"). A line passes its first `skip`
+// requests on to the lines below it, and then applies to `count` of them, counted since the file
+// was written. Requests that are rejected for their certificate do not count.
 #pragma once
 
 #include <cstdint>
@@ -43,7 +43,7 @@ class BadFaultFile : public std::runtime_error {
 // Throws BadFaultFile with the line's number and a reason.
 std::vector<Fault> parse_faults(const std::string& text);
 
-// What the reply becomes by a fault. kHang and kCut leave it alone; they are the transport's.
+// Applies a fault to the reply. kHang and kCut do not change it; the transport implements them.
 void apply_fault(const Fault& fault, WebReply& reply);
 
 // The fault file. Thread-safe.
@@ -51,16 +51,16 @@ class FaultFile {
  public:
   explicit FaultFile(std::string path) : path_(std::move(path)) {}
 
-  // The fault for a request of this path. Reads the file anew. Throws
-  // BadFaultFile when it is there and cannot be read.
+  // The fault for a request of this path. Re-reads the file. Throws BadFaultFile if the file exists
+  // but cannot be read.
   std::optional<Fault> next(std::string_view path);
 
  private:
   std::string path_;
   std::mutex mutex_;
-  std::string seen_;  // the file's identity and content, as of the last request
+  std::string seen_;  // the file's identity and content at the last request
   std::vector<Fault> faults_;
-  std::vector<std::int64_t> hits_;  // for each fault, how many requests it fitted
+  std::vector<std::int64_t> hits_;  // for each fault, how many requests matched it
 };
 
 }  // namespace corvane::host

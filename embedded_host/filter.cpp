@@ -18,7 +18,7 @@ enum class TokenKind { kWord, kText, kOpen, kClose, kEnd };
 
 struct Token {
   TokenKind kind = TokenKind::kEnd;
-  std::string text;  // of a word as it stands, of a quoted text without its quotes
+  std::string text;  // a word as it is, a quoted text without quotes
   std::size_t position = 1;
 };
 
@@ -76,7 +76,7 @@ class Parser {
 
   FilterSql parse() {
     alternatives(0);
-    if (token_.kind != TokenKind::kEnd) fail("'and', 'or' or the end is wanted here");
+    if (token_.kind != TokenKind::kEnd) fail("expected 'and', 'or' or the end");
     return std::move(result_);
   }
 
@@ -111,17 +111,17 @@ class Parser {
 
   void term(int depth) {
     if (token_.kind != TokenKind::kOpen) return comparison();
-    if (depth == kMaxDepth) fail("the parentheses are too deep");
+    if (depth == kMaxDepth) fail("the parentheses are nested too deeply");
     advance();
     result_.condition += '(';
     alternatives(depth + 1);
-    if (token_.kind != TokenKind::kClose) fail("')' is wanted here");
+    if (token_.kind != TokenKind::kClose) fail("expected ')'");
     result_.condition += ')';
     advance();
   }
 
   void comparison() {
-    if (token_.kind != TokenKind::kWord) fail("an attribute is wanted here");
+    if (token_.kind != TokenKind::kWord) fail("expected an attribute");
     const auto attribute =
         std::find_if(attributes_.begin(), attributes_.end(),
                      [&](const FilterAttribute& known) { return known.name == token_.text; });
@@ -139,19 +139,19 @@ class Parser {
     if (at_word("ge")) return ">=";
     if (at_word("le")) return "<=";
     if (at_word("eq")) return "=";
-    fail("'ge', 'le' or 'eq' is wanted here");
+    fail("expected 'ge', 'le' or 'eq'");
   }
 
   void add_value(const FilterAttribute& attribute) {
     const std::string name(attribute.name);
     if (attribute.kind == AttributeKind::kText) {
-      if (token_.kind != TokenKind::kText) fail(name + " wants a text in single quotes");
+      if (token_.kind != TokenKind::kText) fail(name + " needs a text in single quotes");
       result_.values.emplace_back(std::move(token_.text));
       return;
     }
     if (token_.kind != TokenKind::kWord) {
-      fail(name +
-           (attribute.kind == AttributeKind::kTime ? " wants a bare time" : " wants a number"));
+      fail(name + (attribute.kind == AttributeKind::kTime ? " needs a time without quotes"
+                                                          : " needs a number"));
     }
     if (attribute.kind == AttributeKind::kTime) {
       add_time(name);
@@ -162,7 +162,7 @@ class Parser {
 
   void add_time(const std::string& name) {
     const auto instant = parse_iso_time(token_.text);
-    if (!instant) fail(name + " wants a time such as 2026-01-31T04:05:06.000Z");
+    if (!instant) fail(name + " needs a time such as 2026-01-31T04:05:06.000Z");
     if (instant->milliseconds == 0) {
       result_.values.emplace_back(instant->seconds);
     } else {
@@ -183,7 +183,7 @@ class Parser {
     double number = 0;
     const auto read = std::from_chars(begin, end, number);
     if (read.ec != std::errc() || read.ptr != end || !std::isfinite(number)) {
-      fail(name + " wants a number");
+      fail(name + " needs a number");
     }
     result_.values.emplace_back(number);
   }

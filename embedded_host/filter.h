@@ -20,14 +20,14 @@ namespace corvane::host {
 
 enum class AttributeKind { kText, kInteger, kReal, kTime };
 
-// What a filter or a sort order may speak of. Times are seconds since the epoch in SQL.
+// An attribute that filters and sort orders may use. In SQL, times are seconds since the epoch.
 struct FilterAttribute {
   std::string_view name;
-  std::string_view sql;  // an expression of its value
+  std::string_view sql;  // an SQL expression for its value
   AttributeKind kind;
 };
 
-// Why a filter cannot be read. `position` counts its characters from 1.
+// Why a filter cannot be parsed. `position` counts its characters from 1.
 class BadFilter : public std::runtime_error {
  public:
   BadFilter(const std::string& reason, std::size_t position)
@@ -38,7 +38,7 @@ class BadFilter : public std::runtime_error {
   std::size_t position_;
 };
 
-// An SQL condition with numbered parameters. No text of the filter itself stands in it.
+// An SQL condition with numbered parameters. It contains no text of the filter itself.
 struct FilterSql {
   std::string condition;
   std::vector<std::variant<std::int64_t, double, std::string>> values;

@@ -31,10 +31,10 @@ constexpr std::chrono::seconds kAnswerTime{300};
 constexpr std::chrono::milliseconds kSweepInterval{100};
 constexpr const char* kJson = "application/json";
 
-// What is known of the request that this thread is answering.
+// The request that this thread is answering.
 struct CurrentRequest {
   Clock::time_point begin = Clock::now();
-  bool break_off = false;  // once it is answered, since the rest of it was not read
+  bool break_off = false;  // after the answer, since the rest of the request was not read
 };
 thread_local CurrentRequest current_request;
 
@@ -42,7 +42,7 @@ bool has_body(const std::string& method) {
   return method == "POST" || method == "PUT" || method == "PATCH" || method == "DELETE";
 }
 
-// cpp-httplib's view of the pool, which it would otherwise own.
+// cpp-httplib's handle of the pool, which it would otherwise own.
 class PoolFront : public httplib::TaskQueue {
  public:
   explicit PoolFront(WorkerPool& pool) : pool_(pool) {}
@@ -53,19 +53,19 @@ class PoolFront : public httplib::TaskQueue {
   WorkerPool& pool_;
 };
 
-// The body of an answer that cpp-httplib gives by itself.
+// The body of answers that cpp-httplib generates.
 httplib::Server::HandlerResponse explain_failure(const httplib::Request& /*request*/,
                                                  httplib::Response& response) {
   if (!response.body.empty()) return httplib::Server::HandlerResponse::Unhandled;
   const char* reason = response.status == 413   ? "the body is too large"
                        : response.status == 414 ? "the path is too long"
-                                                : "the request cannot be read";
+                                                : "the request cannot be parsed";
   response.set_content(error_reply(response.status, reason).body, kJson);
   return httplib::Server::HandlerResponse::Handled;
 }
 
 void reuse_address(socket_t socket) {
-  // Not SO_REUSEPORT, cpp-httplib's choice, which lets two servers share a port unnoticed.
+  // Not SO_REUSEPORT, cpp-httplib's default, which lets two servers share a port unnoticed.
   const int on = 1;
   ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
 }
@@ -126,8 +126,8 @@ class HttpsServer::Impl {
         [this](const httplib::Request& request, httplib::Response& response) {
           current_request = {};
           guard_.header_read(request.ssl);
-          // A server may answer a Range with the whole, and this one always does: cpp-httplib would
-          // build an answer of any size from a header of many ranges.
+          // A server may ignore a Range header, and this one always does: cpp-httplib would build
+          // an answer of any size from a header with many ranges.
           const_cast<httplib::Request&>(request).ranges.clear();
           if (has_body(request.method)) return httplib::Server::HandlerResponse::Unhandled;
           respond(request, {}, response);
@@ -164,7 +164,7 @@ class HttpsServer::Impl {
   void listen() {
     server_->listen_after_bind();
     if (stopping_) return;
-    // Accepting failed for good; what waits for a signal is to end the process.
+    // Accepting failed for good: end the process, which waits for a signal.
     stopping_ = true;
     ::kill(::getpid(), SIGTERM);
   }
@@ -180,7 +180,7 @@ class HttpsServer::Impl {
                        const httplib::ContentReader& reader) {
     if (request.is_multipart_form_data()) {
       current_request.break_off = true;
-      return send(error_reply(415, "the body is to be JSON"), response);
+      return send(error_reply(415, "the body must be JSON"), response);
     }
     std::string body;
     bool too_large = false;
@@ -242,8 +242,8 @@ class HttpsServer::Impl {
   }
 
   void answered(const httplib::Request& request, const httplib::Response& response) {
-    // A request without its connection is one that could not be read: where the next one would
-    // begin is not known, so there will be none.
+    // A request without a connection could not be parsed. Where the next one would begin is not
+    // known, so the connection ends.
     const bool unreadable = request.ssl == nullptr;
     const SSL* connection = unreadable ? ConnectionGuard::current() : request.ssl;
     const auto duration = Clock::now() - current_request.begin;
@@ -260,7 +260,7 @@ class HttpsServer::Impl {
       if (unreadable || current_request.break_off) ::shutdown(SSL_get_fd(connection), SHUT_RDWR);
       guard_.idle(connection);
     }
-    current_request = {};  // what comes next may fail before it gets one of its own
+    current_request = {};  // the next request may fail before it sets its own
   }
 
   WebService& service_;

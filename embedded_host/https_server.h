@@ -13,12 +13,12 @@ namespace corvane::host {
 
 struct HttpsOptions {
   std::string address = "127.0.0.1";
-  int port = 1556;               // 0: any free one
+  int port = 1556;               // 0: any free port
   std::string credentials = {};  // the directory of ca.pem, server.pem and server.key
   std::string access_log = {};   // empty: none
   std::string fault_file = {};   // empty: none
   std::size_t threads = 64;
-  // How long a client may take to say what it wants, and to take each piece of the answer.
+  // How long a client may take to send its request, and to accept each piece of the answer.
   // Kept-alive connections may be silent for thirty times as long.
   int time_out_seconds = 10;
 };
@@ -28,14 +28,14 @@ class ServerFailure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Serves in threads of its own, from construction to destruction.
+// Serves in its own threads, from construction to destruction.
 class HttpsServer {
  public:
   // Takes the time of each request from `now`. `service` and `stopping` outlive the server. Throws
-  // ServerFailure when a credential is missing or unfit or the port cannot be had.
+  // ServerFailure if a credential is missing or unusable, or the port is not available.
   HttpsServer(const HttpsOptions& options, WebService& service, std::function<std::int64_t()> now,
               std::atomic<bool>& stopping);
-  // Sets `stopping`, breaks every connection off and waits for the threads.
+  // Sets `stopping`, breaks off every connection and waits for the threads.
   ~HttpsServer();
 
   int port() const;

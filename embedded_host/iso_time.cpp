@@ -7,7 +7,7 @@ namespace corvane::host {
 
 namespace {
 
-// Takes `digits` digits from the front of `text`. Negative when they are not all there.
+// Takes `digits` digits from the front of `text`. Negative if there are fewer.
 int take_number(std::string_view& text, std::size_t digits) {
   if (text.size() < digits) return -1;
   int number = 0;
@@ -25,7 +25,7 @@ bool take_mark(std::string_view& text, char mark) {
   return true;
 }
 
-// The fraction after the seconds, in milliseconds; 0 when there is none, negative when it is wrong.
+// The fraction after the seconds, in milliseconds; 0 if there is none, negative if it is invalid.
 int take_fraction(std::string_view& text) {
   if (!take_mark(text, '.')) return 0;
   const std::size_t digits = text.find_first_not_of("0123456789");

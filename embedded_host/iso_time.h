@@ -16,8 +16,8 @@ struct Instant {
 // The text of a time in whole seconds since the epoch, from the year 0 to 9999.
 std::string iso_time(std::int64_t seconds);
 
-// Reads "2026-01-31T04:05:06Z", with one to three digits of a fraction or without. Empty for any
-// other form and for days and hours that the calendar does not have.
+// Reads "2026-01-31T04:05:06Z", with or without a fraction of one to three digits. Empty for any
+// other form, and for days and hours that do not exist.
 std::optional<Instant> parse_iso_time(std::string_view text);
 
 }  // namespace corvane::host

@@ -23,7 +23,7 @@ class JsonObject {
   void add(std::string_view name, double value);
   // `json` is JSON already.
   void add_json(std::string_view name, std::string_view json);
-  // Writes a member's name and leaves its value to the caller.
+  // Writes a member's name; the caller writes its value.
   void begin_member(std::string_view name);
   void close() { out_ += '}'; }
 
@@ -32,8 +32,7 @@ class JsonObject {
   bool first_ = true;
 };
 
-// `text` with everything but printable ASCII written as \xNN: for showing unknown bytes to a
-// person.
+// `text` with everything but printable ASCII written as \xNN, to show unknown bytes to people.
 std::string printable(std::string_view text);
 
 }  // namespace corvane::host

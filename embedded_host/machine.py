@@ -37,7 +37,8 @@ FAKE_ENVIRONMENT = {**BASE_ENVIRONMENT, "FAKETIME_DONT_RESET": "1", "NO_FAKE_STA
 
 
 class FakeTime:
-    """What libfaketime's processes share, for as long as this object is open. `environment` is for them."""
+    """The memory that libfaketime's processes share, for as long as this object is open. `environment` is for
+    them."""
 
     def __init__(self, setting):
         self._holder = subprocess.Popen(
@@ -74,7 +75,7 @@ class Clock(FakeTime):
 
 
 class SteppedClock(FakeTime):
-    """A clock that begins at `begin`, runs no faster than any, and is set forward by advance() for all
+    """A clock that begins at `begin`, runs at normal speed, and is set forward by advance() for all
     processes that are started with `environment`. Sleeps and time-outs keep their length."""
 
     speed = 1
@@ -116,12 +117,12 @@ class RealClock:
         pass
 
 
-# What is slower by nature, as under a sanitizer, gets so many times the seconds that others are given.
+# A factor for time limits, for programs that are slower by nature, as under a sanitizer.
 patience = 1
 
 
 def wait_until(condition, seconds, what):
-    """Polls until condition() is true and returns its value; fails after so many real seconds."""
+    """Polls until condition() is true and returns its value; fails after `seconds` of real time."""
     deadline = time.monotonic() + seconds * patience
     while True:
         value = condition()
@@ -133,7 +134,7 @@ def wait_until(condition, seconds, what):
 
 
 def process_ids(name):
-    """The running processes whose short name or executable is `name`, zombies left out."""
+    """The running processes whose short name or executable is `name`, without zombies."""
     found = []
     for entry in Path("/proc").iterdir():
         if not entry.name.isdigit():
@@ -185,7 +186,7 @@ class Machine:
         return subprocess.run(command, env=self.clock.environment, check=check, **options)
 
     def misbehave(self, *lines):
-        """From now on the web service answers as these lines say (embedded_host/fault.h)."""
+        """Makes the web service answer as these lines say (embedded_host/fault.h)."""
         fresh = FAULTS.with_suffix(".new")
         fresh.write_text("".join(line + "\n" for line in lines))
         fresh.rename(FAULTS)
@@ -227,12 +228,12 @@ class Machine:
         fresh.rename(CONFIG)
 
     def service(self, option, **options):
-        """One call of the control tool; the daemon that -start leaves behind keeps none of our pipes."""
+        """One call of the control tool; the daemon that -start leaves behind does not inherit our pipes."""
         return self.run(SERVICE, option, check=False, **options)
 
     def daemon(self):
-        """The one daemon's process id. A forked child on its way to become a tool, or out, has the
-        daemon's name for a moment."""
+        """The process id of the daemon. A forked child has the daemon's name for a moment, until it becomes a tool
+        or ends."""
         def only_one():
             ids = process_ids(SERVICE)
             return ids[0] if len(ids) == 1 else None
@@ -243,7 +244,7 @@ class Machine:
         wait_until(lambda: not process_ids(SERVICE), 60, "the service ends")
 
     def start_service(self):
-        """Starts the service and gives the daemon's process id."""
+        """Starts the service and returns the daemon's process id."""
         answer = self.service("-start")
         if answer.returncode != 0:
             raise RuntimeError(f"cvanomalymgmt -start: {answer}")
@@ -262,11 +263,11 @@ class Machine:
         return [record for record in records if level is None or record[0] == level]
 
     def logged(self, text):
-        """How often a record's text has begun with this."""
+        """The number of records whose text begins with this."""
         return sum(body.startswith(text) for _, _, body in self.log_records())
 
     def await_log(self, level, tag, text, count=1, seconds=60):
-        """Waits until this very record is in the service's log so often."""
+        """Waits until exactly this record is in the service's log `count` times."""
         record = (level, tag, text)
         wait_until(lambda: self.log_records().count(record) >= count, seconds, f"{record} in the log")
 

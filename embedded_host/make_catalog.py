@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
-"""Makes a catalog for cvhostd out of recorded backup runs.
+"""Makes a catalog for cvhostd from recorded backup runs.
 
-The records' figures stay what they are. What a record does not tell is added by fixed rules, so that the
-same records always give the same catalog:
+The figures of the records do not change. What a record lacks is added by fixed rules, so the same records
+always give the same catalog:
 
-- Every client has a policy, whose type goes by what the client is for (POLICIES).
-- Two of them are backed up from snapshots: the image bears the time of the snapshot, and the job that
-  copies it (SNAPDUPE) starts SNAPSHOT_DELAY later. By then the image's time lies before the time that a
-  gather asks for, so the gather has to fetch such an image by its id.
+- Every client has a policy; its type depends on the purpose of the client (POLICIES).
+- Two of them are backed up from snapshots: the image has the time of the snapshot, and the job that
+  copies it (SNAPDUPE) starts SNAPSHOT_DELAY later. By then the time of the image is before the range of a
+  gather, so the gather has to fetch such an image by its id.
 - A job lasts at least a second; every 16th lasts 20 minutes, so that every evening has jobs that a
   gather finds running.
-- Labels stay out: a catalog does not know which backup is an anomaly.
+- Labels are left out: a catalog does not know which backup is an anomaly.
 """
 
 import argparse
@@ -50,7 +50,7 @@ def instant(text):
 
 
 def shift_to(records, clock_begin, days_after, lead):
-    """By how many seconds the records move, so that the first of their last `days_after` days starts
+    """The number of seconds to move the records by, so that the first of their last `days_after` days starts
     `lead` seconds after `clock_begin`."""
     last_day = records[-1]["time"] // DAY
     first_after = next(r["time"] for r in records if r["time"] // DAY > last_day - days_after)
@@ -58,7 +58,7 @@ def shift_to(records, clock_begin, days_after, lead):
 
 
 def backup(record, shift, long_seconds):
-    """One backup as the catalog's attributes, its job id still to come."""
+    """One backup as the catalog's attributes, without a job id."""
     client = record["client"]
     name = client.split(".")[0]
     policy_type, job_type, application = POLICIES.get(name, OTHER_POLICY)

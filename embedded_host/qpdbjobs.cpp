@@ -10,9 +10,9 @@ namespace {
 
 constexpr std::string_view kUsage =
     "usage: qpdbjobs -jobid ID[,ID...] -json [--catalog FILE]\n"
-    "Prints one JSON array with an object for each of these jobs that has started, in this order.\n"
-    "  -json          print JSON (always so)\n"
-    "  --catalog FILE the host's catalog; default /usr/tessel/var/global/catalog.db\n";
+    "Prints a JSON array with an object for each of these jobs that has started, in this order.\n"
+    "  -json          print JSON (always the case)\n"
+    "  --catalog FILE the host's catalog; default: /usr/tessel/var/global/catalog.db\n";
 
 constexpr corvane::host::OptionForm kForms[] = {
     {"-jobid", true, true}, {"-json", false, false}, {"--catalog", true, false}};

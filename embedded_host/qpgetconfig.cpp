@@ -14,14 +14,13 @@ constexpr const char* kDefaultFile = "/usr/tessel/var/global/qp.conf";
 
 constexpr std::string_view kUsage =
     "usage: qpgetconfig -M SERVER [--config FILE]\n"
-    "Prints the server's configuration, a line \"KEY = value\" for each key that is set, for "
-    "example\n"
+    "Prints the server's configuration, a line \"KEY = value\" for each key that is set, such as\n"
     "ANOMALY_PROXY_SERVER = host. A host on one machine has one configuration, whatever SERVER "
     "is.\n"
-    "  --config FILE  where it is kept, in lines \"KEY = value\"; empty lines and lines that begin "
-    "with\n"
-    "                 # are passed over; default /usr/tessel/var/global/qp.conf. No such file:\n"
-    "                 nothing is set.\n";
+    "  --config FILE  the file with lines \"KEY = value\"; empty lines and lines that begin with "
+    "#\n"
+    "                 are ignored; default: /usr/tessel/var/global/qp.conf. If the file does not\n"
+    "                 exist, nothing is set.\n";
 
 constexpr corvane::host::OptionForm kForms[] = {{"-M", true, true}, {"--config", true, false}};
 
@@ -31,7 +30,7 @@ std::string trimmed(const std::string& text) {
   return text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
 }
 
-// "KEY = value" for a line of the file, or nothing when it sets no key.
+// "KEY = value" for a line of the file, or nothing if it sets no key.
 std::string setting(const std::string& line, const std::string& place) {
   const std::string text = trimmed(line);
   if (text.empty() || text.front() == '#') return {};
@@ -50,7 +49,7 @@ void print_settings(const std::string& path) {
     if (errno == ENOENT) return;
     throw std::runtime_error(path + ": " + std::strerror(errno));
   }
-  std::string wrong;  // the first of the bad lines; the good ones are printed all the same
+  std::string wrong;  // the first bad line; valid lines are printed nevertheless
   std::string line;
   for (int number = 1; std::getline(file, line); ++number) {
     try {
@@ -70,7 +69,7 @@ void print_settings(const std::string& path) {
 int main(int argc, char** argv) {
   using namespace corvane::host;
   return run_tool(argc, argv, kUsage, kForms, [](const ToolOptions& options) {
-    if (options.text("-M").empty()) throw UsageError("-M: a server's name is wanted");
+    if (options.text("-M").empty()) throw UsageError("-M: the name of a server is missing");
     print_settings(options.text("--config", kDefaultFile));
   });
 }

@@ -10,11 +10,12 @@ namespace {
 
 constexpr std::string_view kUsage =
     "usage: qpimagelist -X -d START -e END -json_compact [--catalog FILE]\n"
-    "Prints one compact JSON object a line for each backup image from START to END (seconds since\n"
+    "Prints one compact JSON object per line for each backup image from START to END (seconds "
+    "since\n"
     "1970, UTC, both included), in order of time, or the line \"no entity was found\".\n"
-    "  -X             list the catalog's figures as they are (always so)\n"
-    "  -json_compact  one object a line (always so)\n"
-    "  --catalog FILE the host's catalog; default /usr/tessel/var/global/catalog.db\n";
+    "  -X             list the catalog's figures as they are (always the case)\n"
+    "  -json_compact  one object per line (always the case)\n"
+    "  --catalog FILE the host's catalog; default: /usr/tessel/var/global/catalog.db\n";
 
 constexpr corvane::host::OptionForm kForms[] = {{"-X", false, false},
                                                 {"-d", true, true},

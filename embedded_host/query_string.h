@@ -10,8 +10,7 @@
 
 namespace corvane::host {
 
-// A request that cannot be answered because of what it asks. what() is the reason, where() the
-// place.
+// A request that is invalid. what() is the reason, where() the place.
 class BadRequest : public std::runtime_error {
  public:
   BadRequest(const std::string& reason, std::string where)
@@ -32,8 +31,8 @@ struct PageQuery {
 // Undoes percent-encoding ("+" stays itself). Throws BadRequest, naming `where`.
 std::string percent_decode(std::string_view text, const std::string& where);
 
-// Reads what follows the "?" of a request. Throws BadRequest for a key that is unknown or stands
-// twice, and for an offset or limit that is no number from 0, or 1, to 2147483647.
+// Reads the part of a request after "?". Throws BadRequest for a key that is unknown or given
+// twice, and for an offset or limit that is not a number from 0, or 1, to 2147483647.
 PageQuery parse_page_query(std::string_view query);
 
 }  // namespace corvane::host

@@ -20,7 +20,7 @@ void ReaderPool::GiveBack::operator()(CatalogReader* reader) const noexcept {
     const std::lock_guard lock(pool->mutex_);
     pool->idle_.push_back(std::move(owned));
   } catch (...) {
-    // No room to keep it: the connection is closed.
+    // Without memory to keep it, the connection is closed.
   }
 }
 

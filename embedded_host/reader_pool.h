@@ -11,14 +11,14 @@
 
 namespace corvane::host {
 
-// Opens connections as they are needed and keeps them, with their compiled queries, for the next
+// Opens connections when they are needed and keeps them, with their compiled queries, for the next
 // request. Thread-safe.
 class ReaderPool {
  public:
   ReaderPool(std::string path, const std::atomic<bool>& stopping)
       : path_(std::move(path)), stopping_(stopping) {}
 
-  // A reader for one request; it comes back when the pointer goes, which must not outlive the pool.
+  // A reader for one request; the pointer returns it on destruction and must not outlive the pool.
   struct GiveBack {
     ReaderPool* pool;
     void operator()(CatalogReader* reader) const noexcept;

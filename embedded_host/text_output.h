@@ -1,4 +1,4 @@
-// Writing much text to a file or standard output, with every failure noticed.
+// Writing large texts to a file or standard output, noticing every failure.
 #pragma once
 
 #include <cerrno>

@@ -21,7 +21,7 @@ std::string openssl_error() {
   return reason != nullptr ? reason : "unfit";
 }
 
-// Empty when the file is there, and for a key when it is its owner's alone.
+// Empty if the file exists and, for a key, only its owner can read it.
 std::string check_file(const std::string& path, bool is_key) {
   struct stat state {};
   if (stat(path.c_str(), &state) != 0) return path + ": " + std::strerror(errno);
@@ -43,8 +43,7 @@ std::string set_up_tls(SSL_CTX& context, const std::string& directory) {
   SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION);
   SSL_CTX_set_options(
       &context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION | SSL_OP_IGNORE_UNEXPECTED_EOF);
-  // Without it a client that resumes a session would be turned away, since certificates are
-  // checked.
+  // Without it a client that resumes a session would be rejected, since certificates are checked.
   static constexpr unsigned char kSessionContext[] = "cvhostd";
   SSL_CTX_set_session_id_context(&context, kSessionContext, sizeof kSessionContext - 1);
   SSL_CTX_set_verify(&context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);

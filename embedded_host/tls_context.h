@@ -1,4 +1,4 @@
-// The TLS side of the web service: what a server context needs, and who a client is.
+// The TLS part of the web service: setting up a server context, and identifying clients.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -10,11 +10,11 @@
 namespace corvane::host {
 
 // Makes `context` serve TLS 1.2 or later with DIRECTORY/server.pem and server.key, to clients whose
-// certificate DIRECTORY/ca.pem has signed. Returns an empty text, or what is wrong: a file that is
-// missing or unfit, or a key that others than its owner can read.
+// certificate DIRECTORY/ca.pem has signed. Returns an empty text, or the problem: a file is missing
+// or unusable, or anyone but its owner can read the key.
 std::string set_up_tls(SSL_CTX& context, const std::string& directory);
 
-// By the organisational unit in the client's certificate; unknown for no connection.
+// From the organisational unit in the client's certificate; unknown without a connection.
 ClientType client_type(const SSL* connection);
 
 }  // namespace corvane::host

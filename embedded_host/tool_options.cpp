@@ -28,11 +28,11 @@ ToolOptions::ToolOptions(std::span<const OptionForm> forms,
     if (form == forms.end()) throw UsageError("unknown option '" + std::string(words[i]) + "'");
     std::string_view value;
     if (form->takes_value) {
-      if (++i == words.size()) throw UsageError(std::string(form->name) + ": its value is missing");
+      if (++i == words.size()) throw UsageError(std::string(form->name) + ": the value is missing");
       value = words[i];
     }
     if (!values_.emplace(form->name, value).second) {
-      throw UsageError(std::string(form->name) + ": stands twice");
+      throw UsageError(std::string(form->name) + ": is given twice");
     }
   }
   for (const OptionForm& form : forms) {
@@ -67,7 +67,7 @@ int run_tool(int argc, char** argv, std::string_view usage, std::span<const Opti
     }
     return 0;
   } catch (const UsageError& error) {
-    std::fprintf(stderr, "%s: %s (--help tells the usage)\n", name.c_str(), error.what());
+    std::fprintf(stderr, "%s: %s (see --help)\n", name.c_str(), error.what());
     return 2;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s: %s\n", name.c_str(), plain_reason(error).c_str());

@@ -25,26 +25,25 @@ struct OptionForm {
 
 class ToolOptions {
  public:
-  // `words` leaves the program's name out. Throws UsageError for a word that is no option, an
-  // option that stands twice, a value that is missing and a required option that is.
+  // `words` does not include the program's name. Throws UsageError for a word that is not an
+  // option, an option that is given twice, a missing value, and a missing required option.
   ToolOptions(std::span<const OptionForm> forms, std::span<const std::string_view> words);
 
-  // The option's value, or `fallback` when it was not given.
+  // The option's value, or `fallback` if it was not given.
   std::string text(std::string_view name, std::string_view fallback = {}) const;
-  // The option's value as a whole number. Throws UsageError when it is none.
+  // The option's value as a whole number. Throws UsageError if it is not one.
   std::int64_t integer(std::string_view name) const;
 
  private:
   std::map<std::string_view, std::string_view> values_;
 };
 
-// Reads a whole number, a minus sign in front or not; `name` is the option to name in the
-// UsageError.
+// Reads a whole number, with or without a minus sign; `name` is the option that a UsageError names.
 std::int64_t whole_number(std::string_view text, std::string_view name);
 
-// The main function of a tool. --help prints `usage` and gives 0. An exception of `work` is written
-// on standard error after the tool's name; the status is then 2 for UsageError, else 1. Output that
-// cannot be written (a full disk) is such an error too.
+// The main function of a tool. --help prints `usage` and returns 0. An exception from `work` is
+// written to standard error after the tool's name, and the status is 2 for UsageError, else 1.
+// Output that cannot be written (a full disk) is an error too.
 int run_tool(int argc, char** argv, std::string_view usage, std::span<const OptionForm> forms,
              const std::function<void(const ToolOptions&)>& work);
 

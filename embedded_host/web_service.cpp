@@ -38,7 +38,7 @@ std::string report_id(const json_t* id) {
   if (json_is_string(id)) text.assign(json_string_value(id), json_string_length(id));
   if (json_is_integer(id)) text = std::to_string(json_integer_value(id));
   if (text.empty() || text.size() > kMaxReportId) {
-    throw BadRequest("not a text of 1 to 256 bytes, nor a whole number", "body, data.id");
+    throw BadRequest("neither a text of 1 to 256 bytes nor a whole number", "body, data.id");
   }
   return text;
 }
@@ -67,7 +67,7 @@ Report parse_report(const std::string& body) {
 }
 
 WebReply method_reply(const char* allow) {
-  WebReply reply = error_reply(405, "this method is not for this path");
+  WebReply reply = error_reply(405, "this path does not support the method");
   reply.allow = allow;
   return reply;
 }
@@ -103,7 +103,7 @@ WebService::WebService(const std::string& catalog, AcceptedClients accepted,
       accepted_(accepted),
       close_delay_(close_delay),
       readers_(catalog, stopping) {
-  readers_.borrow();  // a catalog that cannot be read shows at once
+  readers_.borrow();  // fails at once if the catalog cannot be read
 }
 
 bool WebService::accepts(ClientType client) const {
@@ -129,7 +129,7 @@ WebReply WebService::answer(const WebRequest& request, std::int64_t now) try {
   const std::string path = percent_decode(target.substr(0, mark), "path");
   const auto resource =
       path.starts_with('/') ? find_resource(std::string_view(path).substr(1)) : std::nullopt;
-  if (!resource) return error_reply(404, "there is nothing here", printable(path));
+  if (!resource) return error_reply(404, "nothing exists at this path", printable(path));
 
   const Collection& collection = *resource->collection;
   if (request.method == "GET" || request.method == "HEAD") {
@@ -151,7 +151,7 @@ WebReply WebService::read(const Collection& collection, std::string_view id, std
   if (id.empty())
     return {.status = 200, .body = reader->page(collection, parse_page_query(query), instants)};
   auto element = reader->element(collection, id, instants);
-  if (!element) return error_reply(404, "there is no such element", printable(id));
+  if (!element) return error_reply(404, "no such element", printable(id));
   return {.status = 200, .body = std::move(*element)};
 }
 

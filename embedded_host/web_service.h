@@ -11,7 +11,7 @@
 
 namespace corvane::host {
 
-// What a client certificate says its owner is.
+// The type of a client, from its certificate.
 enum class ClientType { kUnknown, kHost, kService };
 std::string_view client_type_name(ClientType type);
 
@@ -19,7 +19,7 @@ enum class AcceptedClients { kHost, kService, kBoth };
 
 struct WebRequest {
   std::string method;
-  std::string target;  // "/corvane/admin/jobs?...", as it came
+  std::string target;  // "/corvane/admin/jobs?...", as received
   std::string body;
   ClientType client = ClientType::kUnknown;
 };
@@ -27,26 +27,25 @@ struct WebRequest {
 struct WebReply {
   int status = 200;
   std::string body = {};   // JSON
-  std::string allow = {};  // for 405: the methods there are
+  std::string allow = {};  // for 405: the supported methods
 };
 
-// The reply that says what is wrong: {"error":{"status":400,"reason":"...","where":"..."}}; "where"
-// only when it is not empty.
+// The reply for an error: {"error":{"status":400,"reason":"...","where":"..."}}; "where" is omitted
+// if empty.
 WebReply error_reply(int status, std::string_view reason, std::string_view where = {});
 
 // Answers from a catalog. Thread-safe.
 class WebService {
  public:
-  // A job is shown as done `close_delay` seconds after its end; its image is there at its end.
-  // `stopping` makes queries under way give up. Throws CatalogError when the catalog cannot be
-  // read.
+  // A job is shown as done `close_delay` seconds after its end; its image appears at its end.
+  // `stopping` ends running queries. Throws CatalogError if the catalog cannot be read.
   WebService(const std::string& catalog, AcceptedClients accepted, std::int64_t close_delay,
              const std::atomic<bool>& stopping);
 
   bool accepts(ClientType client) const;
 
-  // `now` is in seconds since the epoch. Never throws for what a request asks or the catalog does:
-  // those are replies with status 400 and above.
+  // `now` is in seconds since the epoch. Never throws for a bad request or a failure of the
+  // catalog: those are replies with status 400 and above.
   WebReply answer(const WebRequest& request, std::int64_t now);
 
  private:

@@ -1,4 +1,4 @@
-// The threads that serve connections, one connection each.
+// The threads that serve connections, one per connection.
 #pragma once
 
 #include <condition_variable>
@@ -10,12 +10,12 @@
 
 namespace corvane::host {
 
-// A fixed number of threads and a queue with an end: when it is full, no further connection is
-// accepted until there is room again, so that descriptors do not run out.
+// A fixed number of threads and a bounded queue: when it is full, no more connections are accepted
+// until there is room again, so that descriptors do not run out.
 class WorkerPool {
  public:
   WorkerPool(std::size_t threads, std::size_t queue);
-  ~WorkerPool();  // works off the queue and joins the threads
+  ~WorkerPool();  // finishes the queue and joins the threads
 
   void enqueue(std::function<void()> task);
 

@@ -1,7 +1,7 @@
-// gather_example: one gather without a master server, from the product's command-line tools alone.
+// gather_example: one gather without a master server, with only the product's command-line tools.
 //
-// The service always knows its master server and gathers over REST; this is the other way, and how
-// a program of one's own drives a DataGather.
+// The service always knows its master server and gathers over REST. This example shows the other
+// way, and how your own program can use a DataGather.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -35,7 +35,7 @@ void open_log() {
   int status = 0;
   open_debug_log(kLogDirectory, kProgram, kProgram, 0644, &status);
   if (status >= 0) return;
-  // The log opens it a second time: in a file, neither may write over the other.
+  // The log opens the file a second time: neither descriptor may overwrite what the other wrote.
   fcntl(STDERR_FILENO, F_SETFL, O_APPEND);
   open_debug_log("/dev", kProgram, "stderr", 0644, &status);
 }
@@ -68,10 +68,10 @@ void describe(CLI::App& app, Request& request) {
   const CLI::Range seconds(0, std::numeric_limits<int>::max());
   app.name(kProgram);
   app.add_option("DATABASE_DIR", request.database_dir,
-                 "Where CV_Anomaly.db is, or is to be made together with the directory")
+                 "Directory of CV_Anomaly.db; both are created if they are missing")
       ->required();
   app.add_option("MODE", request.mode,
-                 "live: images with their jobs, into DATA_TO_PROCESS; historical: images alone, "
+                 "live: images with their jobs, into DATA_TO_PROCESS; historical: images only, "
                  "into HIST_DATA")
       ->required()
       ->check(CLI::IsMember({"live", "historical"}));
@@ -80,8 +80,8 @@ void describe(CLI::App& app, Request& request) {
       ->check(seconds);
   app.add_option("END", request.end, "Last second of the gather")->required()->check(seconds);
   app.add_flag("--detection-off", request.detection_off,
-               "Gather as the service does while detection is disabled. Live records that come "
-               "from the tools wait in DATA_TO_PROCESS all the same");
+               "Gather as the service does while the detection is disabled. Live records from the "
+               "tools wait in DATA_TO_PROCESS nevertheless");
 }
 
 }  // namespace
@@ -90,10 +90,10 @@ int main(int argc, char** argv) {
   Request request;
   try {
     CLI::App app(
-        "Gathers the backups from START to END into a database, without a master server: from the "
-        "tools qpimagelist and qpdbjobs. Prints how many rows the tables then hold; what went "
-        "wrong stands in the log, /usr/tessel/corvane/logs/gather_example (standard error when "
-        "that cannot be written).");
+        "Gathers the backups from START to END into a database, without a master server: with the "
+        "tools qpimagelist and qpdbjobs. Prints the number of rows of the tables. Errors are in "
+        "the log, /usr/tessel/corvane/logs/gather_example (or on standard error if it cannot be "
+        "written).");
     describe(app, request);
     CLI11_PARSE(app, argc, argv);
     if (request.start > request.end) {

@@ -1,4 +1,4 @@
-// The backup record that every source of backups is turned into, and how JSON becomes one.
+// The backup record that every source of backups produces, and how to make one from JSON.
 #pragma once
 
 #include <jansson.h>
@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "util/to_int.h"  // how every reader of a record reads its numbers
+#include "util/to_int.h"  // how all readers of a record read its numbers
 
 namespace corvane {
 
@@ -16,12 +16,12 @@ namespace corvane {
 // image-list tool's (client_name, backupid ...) or the jobs tool's (JobId, StartTime ...).
 using BackupRecord = std::map<std::string, std::string>;
 
-// The one rule by which every reader turns a JSON value into text: a string as it is, an integer in
-// decimal, a real with six significant digits, true "1", false "0", anything else (null, objects
-// and arrays, no value at all) "".
+// The rule by which all readers turn a JSON value into text: a string as it is, an integer in
+// decimal, a real with six significant digits, true "1", false "0", anything else (null, objects,
+// arrays, no value) "".
 std::string json_value_to_text(const json_t* value);
 
-// Calls visit(name, value) for each member, in document order; anything but an object has none.
+// Calls visit(name, value) for each member in document order; anything but an object has none.
 template <typename Visit>
 void for_each_member(json_t* object, Visit visit) {
   for (void* member = json_object_iter(object); member != nullptr;
@@ -30,7 +30,7 @@ void for_each_member(json_t* object, Visit visit) {
   }
 }
 
-// The text under `key`, or `fallback` when the record has none. Inserts nothing.
+// The text under `key`, or `fallback` if the record has none. Inserts nothing.
 const std::string& text_or(const BackupRecord& record, const std::string& key,
                            const std::string& fallback);
 

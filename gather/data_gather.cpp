@@ -73,7 +73,7 @@ std::map<std::int32_t, std::string> by_code(const std::array<const char*, count>
 }
 
 int number_at(const std::string& text, std::size_t position, std::size_t length) {
-  // Thrown here, since the library's own text differs from version to version.
+  // Thrown here because the library's own text differs between versions.
   if (position > text.size()) throw std::out_of_range("basic_string::substr");
   return corvane::to_int(text.substr(position, length));
 }

@@ -1,4 +1,4 @@
-// Earlier image lists that the product's deployment utility has left on disk.
+// Earlier image lists that the product's deployment utility left on disk.
 #include <algorithm>
 #include <fstream>
 
@@ -20,7 +20,8 @@ namespace {
 
 constexpr char kGatherTag[] = "DataGather::do_cvdeployutil_gather";
 
-// The window of an archive, by the last good line of its options file; (0, 0) when there is none.
+// The time range of an archive, from the last valid line of its options file; (0, 0) if there is
+// none.
 DataGather::TimeRange read_archive_window(DataGather& gather, const std::string& options_path) {
   DataGather::TimeRange window{0, 0};
   std::ifstream file(options_path);

@@ -27,7 +27,7 @@ namespace {
 constexpr int kLive = 1;
 constexpr std::size_t kJobBatch = 50;
 
-// Fetches the details of one batch of jobs and stores them; a failure is this batch's alone.
+// Fetches the details of one batch of jobs and stores them; a failure affects only this batch.
 void process_job_batch(DataGather& gather, std::vector<int>& batch,
                        std::map<int, DataGather::Record>& images_by_job) {
   try {
@@ -100,7 +100,7 @@ DataGather::Record DataGather::parse_qpimagelist_line(const std::string& line) {
     logmsgf(kLogError, kManagementProgram, "Error while parsing line %s.", line.c_str());
     throw std::runtime_error("JSON parsing failed for qpimagelist image.");
   }
-  // A root that is no object has no members: an empty record, and no error.
+  // A root that is not an object has no members: an empty record, not an error.
   Record record;
   corvane::for_each_member(root.get(), [&](std::string_view name, const json_t* value) {
     if (name != "frags") record.emplace(name, corvane::json_value_to_text(value));

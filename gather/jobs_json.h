@@ -1,4 +1,4 @@
-// Loading what the REST interface and the jobs tool send.
+// Parsing the output of the REST interface and the jobs tool.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 namespace corvane {
 
-// Parses `text`, whose root must be of the given type. What it is not is logged with the whole text
-// and thrown as std::runtime_error.
+// Parses `text`, whose root must have the given type. Otherwise logs the whole text and throws
+// std::runtime_error.
 JsonPtr load_jobs_json(const std::string& text, json_type root_type);
 
 }  // namespace corvane

@@ -1,4 +1,4 @@
-// The entry points for one time range, and the completing of job records by their images.
+// The entry points for one time range, and completing job records with their images.
 #include <stdexcept>
 #include <utility>
 

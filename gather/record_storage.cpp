@@ -1,4 +1,4 @@
-// Which table a REST record goes to, or whether to the queue of running jobs.
+// Decides which table a REST record goes to, or the queue of running jobs.
 #include "anomaly_database/backup_row.h"
 #include "gather/data_gather.h"
 #include "gather/row_mappers.h"
@@ -19,7 +19,7 @@ namespace {
 constexpr int kUnknown = -1;
 constexpr unsigned long kLive = 1;
 
-// Says whether a job that has ended is a backup to keep, and completes its row.
+// Decides whether a finished job is a backup to keep, and completes its row.
 bool accept_finished_job(const std::string& state, int status, BackupRow& row) {
   const bool has_time = row.backup_time != kUnknown || status != 0;
   const bool has_destination = !row.destination.empty() && row.destination != " ";

@@ -22,7 +22,7 @@ constexpr int kPageSize = 100;
 constexpr int kImagesPage = 0;
 constexpr int kJobsPage = 1;
 
-// The blanks of the filter go out as "%20"; everything else is sent as it stands here.
+// The spaces of the filter are sent as "%20", everything else as it is.
 std::string page_path(API_TYPE type, int offset, const std::string& start, const std::string& end) {
   std::string path;
   if (type == API_CATALOG_IMAGES) path = "corvane/catalog/images";
@@ -38,7 +38,7 @@ std::string page_path(API_TYPE type, int offset, const std::string& start, const
   return path + "backupTime%20ge%20" + start + "%20and%20backupTime%20le%20" + end;
 }
 
-// A job takes its policy and schedule type from its image, so a jobs page leaves the two out.
+// A job takes its policy and schedule type from its image, so a jobs page omits both.
 corvane::BackupRecord record_of_attributes(json_t* attributes, int mode) {
   corvane::BackupRecord record;
   for_each_member(attributes, [&](std::string_view name, const json_t* value) {
@@ -52,7 +52,8 @@ int job_id_of(const corvane::BackupRecord& record) {
   return corvane::to_int(corvane::text_or(record, "jobId", ""));
 }
 
-// An image without a job id is filed under 0, though its row will say -1: of several, one is kept.
+// An image without a job id is stored under 0, although its row will have -1: of several, one is
+// kept.
 void add_image(json_t* element, corvane::BackupRecord&& record,
                std::map<int, corvane::BackupRecord>& images) {
   const json_t* id = json_object_get(element, "id");
@@ -62,7 +63,7 @@ void add_image(json_t* element, corvane::BackupRecord&& record,
   images.emplace(job_id, std::move(record));
 }
 
-// Leaves `offset` alone when the page says nothing about paging; the same page is then asked for
+// Leaves `offset` unchanged if the page has no paging information; the same page is then requested
 // again.
 void read_next_offset(const json_t* root, int& offset) {
   const json_t* pagination = json_object_get(json_object_get(root, "meta"), "pagination");

@@ -41,7 +41,7 @@ double real_of(const BackupRecord& record, const char* key) {
   return std::strtod(text_of(record, key).c_str(), nullptr);
 }
 
-// What both of the tools' rows take from the image.
+// What both kinds of rows from the tools take from the image.
 BackupRow row_with_image(DataGather& gather, const BackupRecord& image) {
   BackupRow row;
   row.backup_id = text_of(image, "backupid");
@@ -96,7 +96,7 @@ BackupRow row_of_rest_record(DataGather& gather, const BackupRecord& record) {
 BackupRow row_of_listed_image(DataGather& gather, const BackupRecord& image) {
   BackupRow row = row_with_image(gather, image);
   row.job_id = int_of(image, "job_id");
-  row.dedup_rate = kUnknown;  // an integer, like the other figures that the list lacks
+  row.dedup_rate = kUnknown;  // an integer, like the other figures that are not in the list
   row.stream_number = int_of(image, "stream_number");
   row.set_unique_key();
   return row;

@@ -1,11 +1,10 @@
-// How the record of each way of gathering becomes a row: three functions, side by side.
+// How the records of each way of gathering become rows: one function for each.
 //
-// They differ in the names of the members, and in what an absent member gives. With REST it leaves
-// the row's own default (-1, "NONE", "NA"). The tools' records read as if it were there and empty:
-// a text is "", a number 0. Either way an empty asset id counts as absent. Records are not changed.
+// They differ in the names of members, and in the value of an absent member. With REST the row
+// keeps its default (-1, "NONE", "NA"). In the tools' records an absent member counts as empty: a
+// text is "", a number 0. Either way an empty asset id counts as absent. Records are not changed.
 //
-// The names of policy and schedule types come from `gather`, whose tables gain the codes that they
-// lack.
+// The names of policy and schedule types come from `gather`; unknown codes are added to its tables.
 #pragma once
 
 #include "anomaly_database/backup_row.h"
@@ -14,19 +13,19 @@
 
 namespace corvane {
 
-// An image, or a job completed by its image, of the REST interface; types come by name. Kilobytes
-// are an integer, the deduplication ratio is a real. Mode, status and total time are left to the
-// caller. Throws std::out_of_range for a time text that is cut short.
+// An image of the REST interface, or a job completed by its image; types are names. Kilobytes are
+// an integer, the deduplication ratio is a real. The caller sets mode, status and total time.
+// Throws std::out_of_range for a truncated time.
 BackupRow row_of_rest_record(DataGather& gather, const BackupRecord& record);
 
-// An image of the image-list tool, for the history. Kilobytes are a real; what the list does not
-// know (job times, deduplication, destination) keeps the row's defaults, but that the ratio is the
-// integer -1.
+// An image of the image-list tool, for the history. Kilobytes are a real. What the list does not
+// have (job times, deduplication, destination) keeps the row's defaults, except that the ratio is
+// the integer -1.
 BackupRow row_of_listed_image(DataGather& gather, const BackupRecord& image);
 
 // A job of the jobs tool completed by its image of the image-list tool, live and waiting for the
-// detection. Kilobytes and the deduplication ratio are reals, the ratio -1.0 when absent. An image
-// that is not known is an empty record.
+// detection. Kilobytes and the deduplication ratio are reals, the ratio -1.0 if absent. An unknown
+// image is an empty record.
 BackupRow row_of_tool_job(DataGather& gather, const BackupRecord& job, const BackupRecord& image);
 
 }  // namespace corvane

@@ -1,4 +1,4 @@
-// The anomaly database as the service keeps it: making the tables, the gathers' bookkeeping, purge.
+// The service's part of the anomaly database: creating the tables, bookkeeping of gathers, purge.
 #include <array>
 #include <stdexcept>
 

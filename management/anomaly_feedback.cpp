@@ -1,4 +1,4 @@
-// What users have said of reported anomalies, from the product's web service.
+// The feedback that users gave on reported anomalies, fetched from the product's web service.
 #include <stdexcept>
 
 #include "gather/backup_record.h"
@@ -72,7 +72,7 @@ int ManagementService::get_anomaly_feedback_response(std::string& response) {
 void ManagementService::parse_anomaly_feedback(const std::string& response,
                                                std::vector<FeedbackRecord>& records) {
   const corvane::JsonPtr root(json_loads(response.c_str(), 0, nullptr));
-  // The text is the image parser's; whoever searches the log for it expects it here too.
+  // The same text as the image parser's: scripts search the log for it here too.
   if (!root) throw std::runtime_error("JSON parsing failed for qpimagelist image.");
   const json_t* data = json_object_get(root.get(), "data");
   for (std::size_t i = 0; i < json_array_size(data); ++i) {

@@ -37,15 +37,16 @@ int now_seconds() { return static_cast<int>(corvane::now()); }
 
 int elapsed_seconds(std::time_t since) { return static_cast<int>(corvane::now() - since); }
 
-// The configured minutes between two gathers, within bounds; `found` says whether there are any.
+// The configured minutes between two gathers, within bounds; `found` says whether they are
+// configured.
 int read_fetch_interval(Configuration& config, bool& found) {
   const std::string value = corvane::value_of(config, corvane::setting::kGatherFrequency);
   found = !value.empty();
   return corvane::gather_interval_minutes(value);
 }
 
-// Slices of an hour that cover a range, both ends included; what is left of an hour comes first. A
-// range that is empty or reversed has none.
+// Slices of an hour that cover a range, both ends included; a shorter slice, if any, comes first.
+// An empty or reversed range has none.
 std::vector<DataGather::TimeRange> hour_slices(const DataGather::TimeRange& range) {
   const auto [start, end] = range;
   const int length = corvane::wrapping_subtract(end, start);
@@ -138,7 +139,7 @@ void ManagementService::start() {
   DataGather gather(m_db.get(), m_database_location, m_master_server);
   if (!is_historical_gather_done()) {
     logmsgf(kLogDetail, kManagementProgram, "Historical gather is not done.");
-    // A service that is restarted again and again must not begin the costly history each time.
+    // A service that is restarted again and again must not start the costly history each time.
     if (!await_first_interval(started)) return;
     try {
       start_historical_gather(gather);
@@ -215,7 +216,7 @@ int ManagementService::handle_state_changes() {
   logmsgf(kLogDetail, kManagementProgram, "Disable Mgmt:[%d]", disable_management);
   logmsgf(kLogDetail, kManagementProgram, "Disable Detection:[%d]", disable_detection);
   logmsgf(kLogDetail, kManagementProgram, "Disable Alert:[%d]", disable_alert);
-  // Alerting lives on what detection writes: it is stopped before it and started after it.
+  // The alerts read what the detection writes: they are stopped before it and started after it.
   if (disable_management == 1 || disable_detection == 1) {
     handleChildProc(kAlertProgram, "STOP");
     handleChildProc(kDetectionProgram, "STOP");

@@ -1,4 +1,4 @@
-// The daemon's central object: the database, the gather loop, the companions' states.
+// The daemon's central object: the database, the gather loop, the states of the companions.
 #pragma once
 
 #include <ctime>
@@ -10,10 +10,10 @@
 #include "gather/data_gather.h"
 #include "sqlite/db_access.h"
 
-// Used from one thread. Log lines carry the tag "cvanomalymgmt" unless said otherwise. Times are
+// Used from one thread. Log lines have the tag "cvanomalymgmt" unless stated otherwise. Times are
 // seconds since the epoch.
 //
-// The jobs of the class have a source file each: management_service.cpp (configuration and loop),
+// Each task of the class has a source file: management_service.cpp (configuration and loop),
 // anomaly_database.cpp (schema, bookkeeping, purge), anomaly_feedback.cpp.
 class ManagementService {
  public:
@@ -22,42 +22,43 @@ class ManagementService {
 
   ManagementService();
 
-  // `interval` is in minutes and taken as it is.
+  // `interval` is in minutes and not checked.
   ManagementService(const std::string& location, const std::string& name,
                     const std::string& gather_mode, const std::string& master_server, int interval);
 
   // --- Configuration and loop (management_service.cpp) ---
 
-  // Finds out where and how to work. 0, or 1 (logged) when the master server is not known.
+  // Determines paths and settings. Returns 0, or 1 (logged) if the master server is not known.
   int populate_config_params();
 
-  // Runs the service until it is to end. Throws std::runtime_error when the database cannot be
+  // Runs the service until it is to stop. Throws std::runtime_error if the database cannot be
   // opened.
   void start();
 
-  // One pass of the loop, made once a second; `last_gather` is when the last gather ended. False
-  // when the loop is to end.
+  // One pass of the loop, once a second; `last_gather` is the end of the last gather. Returns false
+  // if the loop is to end.
   bool run_pass(DataGather& gather, std::time_t& last_gather);
 
   // Re-reads the gather interval.
   void capture_updated_gather_frequency();
 
-  // Re-reads the state flags and, when they have changed, starts and stops the companions. 0, or 1
-  // (logged) when the flags are invalid; then nothing changes.
+  // Re-reads the state flags and starts and stops the companions if they have changed. Returns 0,
+  // or 1 (logged) if the flags are invalid; then nothing changes.
   int handle_state_changes();
 
-  // Gathers what has come since the last gather, trims the database and fetches the feedback.
+  // Gathers everything since the last gather, purges the database and fetches the feedback.
   void live_gather(DataGather& gather);
 
-  // In "LIVE_ONLY" mode notes the time and sleeps a whole interval; otherwise gathers the history
-  // unless that has been done. Throws ServiceStopException.
+  // In "LIVE_ONLY" mode stores the time and sleeps for an interval; otherwise gathers the history
+  // unless that was done before. Throws ServiceStopException.
   void start_historical_gather(DataGather& gather);
 
-  // Non-zero when a gather time is stored. Throws sqlite_exception.
+  // Non-zero if a gather time is stored. Throws sqlite_exception.
   int is_historical_gather_done();
 
   // Gathers the last 91 days. A slice that fails is rolled back, logged and skipped. Throws
-  // ServiceStopException; then no gather time is stored and the next start begins again.
+  // ServiceStopException; then no gather time is stored, and the next start gathers the history
+  // again.
   void do_historical_gather(DataGather& gather);
 
   // --- The database (anomaly_database.cpp) ---
@@ -65,33 +66,34 @@ class ManagementService {
   // Opens the database and creates its schema. Throws std::runtime_error.
   void initializeDB();
 
-  // Sets the journal mode and creates the tables that are missing. Throws std::runtime_error.
+  // Sets the journal mode and creates missing tables. Throws std::runtime_error.
   void create_database_schema();
 
   // Deletes rows older than the purge interval. Errors are logged.
   void purge_database();
 
-  // The end of the last gather; 0 when none is stored. Errors are logged.
+  // The end of the last gather; 0 if none is stored. Errors are logged.
   void store_last_gather_time(int time);
   int get_last_gather_time();
 
-  // The earliest start time in the queue of running jobs, which it empties; 0 when it was empty.
+  // Empties the queue of running jobs and returns its earliest start time, 0 if it was empty.
   // Errors are logged.
   int get_queued_job_time();
 
   // --- Feedback (anomaly_feedback.cpp) ---
 
-  // Fetches what users have said of reported anomalies and stores it. Errors are logged.
+  // Fetches the feedback of users on reported anomalies and stores it. Errors are logged.
   void capture_anomaly_feedback();
 
-  // 0 with the body, or 1 (logged).
+  // Returns 0 with the body, or 1 (logged).
   int get_anomaly_feedback_response(std::string& response);
 
-  // Appends one record for each element of "data". Throws std::runtime_error when it is no JSON.
+  // Appends one record for each element of "data". Throws std::runtime_error if the text is not
+  // JSON.
   void parse_anomaly_feedback(const std::string& response, std::vector<FeedbackRecord>& records);
 
-  // Adds an element's members, and those of its "attributes", to one record; of two of one name the
-  // first counts. Throws std::runtime_error for a null pointer.
+  // Adds an element's members, and those of its "attributes", to one record; of two with the same
+  // name the first counts. Throws std::runtime_error for a null pointer.
   void parse_anomaly_feedback_data_attributes(json_t* element, FeedbackRecord& record);
 
   std::string m_database_location;
@@ -107,7 +109,7 @@ class ManagementService {
   int m_disable_alert;
 
  private:
-  // Waits one interval from `since`. False when the service is to stop.
+  // Waits one interval from `since`. Returns false if the service is to stop.
   bool await_first_interval(std::time_t since);
 
   bool interval_passed(std::time_t since) const;

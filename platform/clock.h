@@ -1,4 +1,4 @@
-// The clock that the services go by.
+// The clock of the services.
 #pragma once
 
 #include <ctime>

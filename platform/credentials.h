@@ -1,4 +1,4 @@
-// The files with which a request proves who it is and checks whom it talks to.
+// The files that authenticate a request to the server, and the server to the request.
 #pragma once
 
 #include <sys/types.h>
@@ -10,7 +10,7 @@
 namespace corvane {
 
 struct Credentials {
-  std::string authorities;  // PEM: the certificates that the server's must come from
+  std::string authorities;  // PEM: the authorities that may issue the server's certificate
   std::string certificate;  // PEM: the client's
   std::string key;          // PEM: its private key, without a password
   bool operator==(const Credentials&) const = default;
@@ -19,8 +19,8 @@ struct Credentials {
 // The product's names of the files of one certificate ("host", "service") in a directory.
 Credentials credentials_in(const std::string& directory, const std::string& certificate);
 
-// Which files stood there; two stamps differ when a file was replaced or rewritten in between. A
-// missing file has a stamp too.
+// Identifies the files; two stamps differ if a file was replaced or rewritten in between. A missing
+// file has a stamp too.
 struct FileStamp {
   dev_t device = 0;
   ino_t inode = 0;
@@ -32,8 +32,8 @@ struct FileStamp {
 using CredentialsStamp = std::array<FileStamp, 3>;
 CredentialsStamp stamp_of(const Credentials& credentials);
 
-// Why a private key must not be used: others than its owner have rights to it, or the owner is
-// neither this process's user nor root. Empty when it may be; a file that cannot be looked at is
+// Why a private key must not be used: anyone but its owner has access to it, or its owner is
+// neither this process's user nor root. Empty if it may be used; a file that cannot be examined is
 // left for its reader to report.
 std::string key_refusal(const std::string& key_path);
 

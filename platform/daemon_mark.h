@@ -1,4 +1,4 @@
-// Whether this process calls itself a daemon; log records carry the mark.
+// Whether this process is a daemon; log records are marked accordingly.
 #pragma once
 
 namespace corvane {

@@ -23,7 +23,7 @@ namespace {
 constexpr int kFirstDescriptor = 3;
 constexpr std::size_t kMaxText = std::size_t{1} << 20;
 constexpr std::size_t kMaxTag = 256;
-constexpr std::size_t kPrefixRoom = 80;   // time, process id and level with their blanks
+constexpr std::size_t kPrefixRoom = 80;   // time, process id and level with spaces
 constexpr std::size_t kUsualText = 4096;  // a longer one is formatted on the heap
 constexpr std::size_t kUsualRecord = 8192;
 constexpr std::string_view kCutMark = " [cut]";
@@ -31,11 +31,11 @@ constexpr std::string_view kCutMark = " [cut]";
 std::atomic<int> log_descriptor = -1;
 static_assert(std::atomic<int>::is_always_lock_free);
 
-// The last write came to a full disk in the middle of its record: the next one must not go on in
-// the same line.
+// The last write was cut off by a full disk in the middle of its record: the next one must not
+// continue the same line.
 std::atomic<bool> line_is_open = false;
 
-// Gives errno back as it was.
+// Restores errno.
 class ErrnoKept {
  public:
   ErrnoKept() = default;
@@ -47,7 +47,7 @@ class ErrnoKept {
   int saved_ = errno;
 };
 
-// Moves a descriptor above the standard three, which the daemon closes. -1 when that fails.
+// Moves a descriptor above the standard three, which the daemon closes. Returns -1 on failure.
 int moved_up(int descriptor) {
   if (descriptor < 0 || descriptor >= kFirstDescriptor) return descriptor;
   const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, kFirstDescriptor);
@@ -55,8 +55,8 @@ int moved_up(int descriptor) {
   return moved;
 }
 
-// Makes `descriptor` the log's. The first log's number is kept for good, so that a record being
-// written by a signal handler or another thread never meets a closed descriptor.
+// Makes `descriptor` the log's. The number of the first log never changes, so a signal handler or
+// another thread that is writing a record never finds a closed descriptor.
 int install(int descriptor) {
   int first = -1;
   if (log_descriptor.compare_exchange_strong(first, descriptor)) return descriptor;
@@ -65,7 +65,7 @@ int install(int descriptor) {
   return replaced;
 }
 
-// A carriage return alone is a line end too for some readers and for a terminal.
+// Some readers, and terminals, treat a carriage return as a line end.
 bool begins_continuation(std::string_view text, std::size_t i) {
   return text[i] == '\n' || (text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n'));
 }
@@ -91,7 +91,7 @@ class Record {
   }
 
   // Time, process id and level. The date is computed here because gmtime_r takes the lock of the
-  // time zone, which the code that a signal interrupted may hold.
+  // time zone, which the code that the signal interrupted may hold.
   void put_prefix(int level) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -127,7 +127,8 @@ void log_text(int level, std::string_view tag, std::string_view text) {
   bool cut = text.size() > kMaxText;
   text = text.substr(0, kMaxText);
 
-  // Around the text stand an end for an open line, the prefix, tag, ": ", the mark and a line end.
+  // Besides the text there are a line end for an open line, the prefix, tag, ": ", the mark and a
+  // line end.
   const std::size_t around = kPrefixRoom + 2 * tag.size() + kCutMark.size() + 4;
   const std::size_t needed = around + text.size() + continuations(text);
   char usual[kUsualRecord];
@@ -176,7 +177,7 @@ void logmsgf(int level, const char* tag, const char* format, ...) {
   va_start(arguments, format);
   const int wanted = std::vsnprintf(usual, sizeof usual, format, arguments);
   va_end(arguments);
-  if (wanted < 0) {  // a text that cannot be formatted; its pattern tells where it came from
+  if (wanted < 0) {  // the text cannot be formatted; its pattern tells where it came from
     log_text(level, tag, format);
     return;
   }
@@ -185,7 +186,7 @@ void logmsgf(int level, const char* tag, const char* format, ...) {
     log_text(level, tag, {usual, length});
     return;
   }
-  const std::size_t room = std::min(length, kMaxText + 1) + 1;  // one more tells that it was cut
+  const std::size_t room = std::min(length, kMaxText + 1) + 1;  // one more shows that it was cut
   const std::unique_ptr<char[]> large(new (std::nothrow) char[room]);
   if (!large) {
     log_text(level, tag, {usual, sizeof usual - 1});

@@ -14,22 +14,22 @@
 namespace corvane {
 
 // The levels of a record.
-inline constexpr int kLogDetail = 2;   // progress, and what only a search for a fault asks for
-inline constexpr int kLogEvent = 4;    // something notable that is in order
-inline constexpr int kLogWarning = 8;  // something is not as it should be; work goes on without it
-inline constexpr int kLogError = 16;   // something could not be done
+inline constexpr int kLogDetail = 2;   // progress, and details for troubleshooting
+inline constexpr int kLogEvent = 4;    // something notable, but in order
+inline constexpr int kLogWarning = 8;  // something is wrong; work goes on without it
+inline constexpr int kLogError = 16;   // something failed
 
 }  // namespace corvane
 
-// Opens `directory`/`name` for appending, created with `mode` when it is missing; the directory is
-// not created. `program` is the name of the program that logs. Returns the descriptor (always above
-// 2, close-on-exec), or a negative value when the file cannot be opened; *status is then negative
-// too, and otherwise left alone. A second call replaces the log of the first, under the same
-// descriptor; when it fails the first log stays.
+// Opens `directory`/`name` for appending, and creates it with `mode` if it is missing; the
+// directory is not created. `program` is the name of the program that logs. Returns the descriptor
+// (always above 2, close-on-exec), or a negative value if the file cannot be opened; then *status
+// is negative too, otherwise it is unchanged. A second call replaces the first log, with the same
+// descriptor; if it fails, the first log stays.
 int open_debug_log(const char* directory, const char* program, const char* name, int mode,
                    int* status);
 
-// Writes one record. Without an open log nothing happens. A write that fails is not reported.
+// Writes one record. Without an open log nothing happens. A failed write is not reported.
 void logmsgf(int level, const char* tag, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 void logmsg(int level, const char* tag, const char* text);

@@ -89,7 +89,7 @@ void pluma_set_corvane_daemon(int is_daemon) { corvane::mark_daemon(is_daemon !=
 
 int enable_process_for_service_account() {
   const std::string tools = std::string(corvane::kInstallRoot) + "corvane/bin";
-  // A machine without the directory has no tools to call either; whoever calls one says so.
+  // Without the directory there are no tools either; whoever calls one reports that.
   [[maybe_unused]] const int moved = chdir(tools.c_str());
   const std::string failure = corvane::take_configured_account(corvane::master_config_path());
   if (!failure.empty()) {

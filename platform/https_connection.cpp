@@ -22,7 +22,7 @@ std::string bracketed(const std::string& host) {
   return host.find(':') == std::string::npos || host.starts_with('[') ? host : "[" + host + "]";
 }
 
-// A socket that the tools started by this process do not inherit.
+// The tools that this process starts do not inherit the socket.
 curl_socket_t open_socket(void* /*data*/, curlsocktype /*purpose*/, curl_sockaddr* address) {
   return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
@@ -41,7 +41,7 @@ HttpsConnection::HttpsConnection(HttpsEndpoint endpoint, const CredentialsStamp&
     return;
   }
   json_headers_.reset(curl_slist_append(nullptr, "Content-Type: application/json"));
-  // Otherwise libcurl asks for leave before it sends a larger body, and waits for it.
+  // Otherwise libcurl asks for permission before it sends a larger body, and waits for it.
   if (!json_headers_ || curl_slist_append(json_headers_.get(), "Expect:") == nullptr) {
     code_ = CURLE_OUT_OF_MEMORY;
     return;
@@ -51,7 +51,8 @@ HttpsConnection::HttpsConnection(HttpsEndpoint endpoint, const CredentialsStamp&
 }
 
 HttpsConnection::~HttpsConnection() {
-  // In a child the socket is still the parent's; to say goodbye on it would end its connection.
+  // In a child the socket is still the parent's; closing it properly would end the parent's
+  // connection.
   if (!is_of_this_process()) static_cast<void>(handle_.release());
 }
 
@@ -73,11 +74,12 @@ void HttpsConnection::set_peer() {
   set(CURLOPT_SSL_VERIFYPEER, 1L);
   set(CURLOPT_SSL_VERIFYHOST, 2L);
   set(CURLOPT_CAINFO, endpoint_.credentials.authorities.c_str());
-  // libcurl is built with the system's directory of authorities, which are not the product's.
+  // libcurl's default is the system's directory of authorities, which are not the product's.
   set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   set(CURLOPT_SSLCERT, endpoint_.credentials.certificate.c_str());
   set(CURLOPT_SSLKEY, endpoint_.credentials.key.c_str());
-  set(CURLOPT_KEYPASSWD, "");  // a key with a password fails; without this it asks the terminal
+  set(CURLOPT_KEYPASSWD,
+      "");  // a key with a password fails; without this, libcurl would ask on the terminal
   if (code_ != CURLE_OK || endpoint_.connect_to.empty()) return;
   const std::string connect_to = "::" + bracketed(endpoint_.connect_to) + ":";
   connect_to_.reset(curl_slist_append(nullptr, connect_to.c_str()));
@@ -89,7 +91,7 @@ void HttpsConnection::set_request(const HttpsRequest& request) {
   const std::string url = "https://" + bracketed(endpoint_.server) + ":" +
                           std::to_string(endpoint_.port) + "/" + request.path;
   set(CURLOPT_URL, url.c_str());
-  // Out of the address alone libcurl would leave a "#..." away and encode bytes that are not ASCII.
+  // From the address alone libcurl would remove "#..." and encode bytes that are not ASCII.
   set(CURLOPT_REQUEST_TARGET, ("/" + request.path).c_str());
   if (request.body != nullptr) {
     set(CURLOPT_POST, 1L);
@@ -146,7 +148,7 @@ CURLcode HttpsConnection::perform(const HttpsRequest& request, HttpsAnswer& answ
     result = curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &answer.status);
     answer.body = std::move(received_);
   }
-  received_ = {};  // up to the limit's size, and an idle connection may live long
+  received_ = {};  // may be as large as the limit, and an idle connection may live long
   return result;
 }
 

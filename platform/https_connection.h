@@ -15,7 +15,7 @@
 
 namespace corvane {
 
-// Whom a connection leads to, and as whom.
+// The server and the client of a connection.
 struct HttpsEndpoint {
   std::string server;  // a host name or address; an IPv6 address with or without brackets
   int port = 0;
@@ -26,7 +26,7 @@ struct HttpsEndpoint {
 
 struct HttpsRequest {
   const char* method = "GET";         // "GET", "POST", "PATCH", "DELETE"
-  std::string path;                   // after the "/" behind the port, sent as it stands
+  std::string path;                   // after the port and "/", sent as it is
   const std::string* body = nullptr;  // JSON, sent with POST and PATCH
   long timeout_seconds = 0;           // of the whole transfer
   std::size_t answer_limit = 0;       // bytes of the answer's body
@@ -37,8 +37,8 @@ struct HttpsAnswer {
   std::string body;
 };
 
-// Of the process that made it: in a child, destruction leaves the parent's sockets alone and
-// nothing else may be called. For use by one thread at a time.
+// Belongs to the process that created it: in a child, destruction leaves the parent's sockets
+// alone, and nothing else may be called. For use by one thread at a time.
 class HttpsConnection {
  public:
   HttpsConnection(HttpsEndpoint endpoint, const CredentialsStamp& stamp);
@@ -50,8 +50,8 @@ class HttpsConnection {
   bool leads_to(const HttpsEndpoint& endpoint) const { return endpoint_ == endpoint; }
   bool is_of_this_process() const { return owner_ == getpid(); }
 
-  // Performs one request. Returns libcurl's code; the answer is valid when it is CURLE_OK. An
-  // answer over the limit ends with CURLE_FILESIZE_EXCEEDED. Raises no signal.
+  // Performs one request. Returns libcurl's code; the answer is valid if it is CURLE_OK. An answer
+  // over the limit ends with CURLE_FILESIZE_EXCEEDED. Raises no signal.
   CURLcode perform(const HttpsRequest& request, HttpsAnswer& answer);
 
   // Why the last request failed; may be empty.
@@ -78,23 +78,23 @@ class HttpsConnection {
   pid_t owner_ = getpid();
   HttpsEndpoint endpoint_;
   CredentialsStamp stamp_;
-  CURLcode code_ = CURLE_OK;  // the first failure of setting an option
+  CURLcode code_ = CURLE_OK;  // the first failure to set an option
   std::array<char, CURL_ERROR_SIZE> failure_{};
   std::string received_;
   std::size_t answer_limit_ = 0;
   bool over_limit_ = false;
   ListPtr json_headers_;
   ListPtr connect_to_;
-  std::unique_ptr<CURL, CloseHandle> handle_;  // goes first: it uses everything above
+  std::unique_ptr<CURL, CloseHandle> handle_;  // destroyed first: it uses everything above
 };
 
-// An idle connection for the endpoint and these credentials, taken out of the process's pool, or a
-// new one. The caller has it for itself.
+// Takes an idle connection for the endpoint and these credentials from the process's pool, or
+// creates one. Only the caller uses it.
 std::unique_ptr<HttpsConnection> take_connection(const HttpsEndpoint& endpoint,
                                                  const CredentialsStamp& stamp);
 
-// Keeps a connection for the next who asks; beyond a few idle ones the oldest is closed. One that a
-// child has from its parent is never handed out, as it serves nobody there.
+// Keeps a connection for the next caller; beyond a few idle ones the oldest is closed. A connection
+// that a child inherited from its parent is never reused.
 void keep_connection(std::unique_ptr<HttpsConnection> connection);
 
 }  // namespace corvane

@@ -19,8 +19,8 @@ struct Pool {
   Connections idle;  // the oldest first
 };
 
-// Never destroyed: at the end of the process the kernel closes the connections, and no order of
-// destruction among libraries matters.
+// Never destroyed: the kernel closes the connections at the end of the process, and the order of
+// destruction does not matter.
 Pool& pool() {
   static Pool& the_pool = *new Pool;
   return the_pool;

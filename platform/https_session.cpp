@@ -34,7 +34,7 @@ void HttpsSession::set_timeout(long seconds) {
 
 int HttpsSession::request(const char* method, const std::string& path, const std::string* body) {
   answer_ = {};
-  // Anything else in the name would move the boundaries between the parts of the address.
+  // Any other character in the name would change where the parts of the address begin.
   if (!is_server_name(endpoint_.server)) {
     return fail(CURLE_URL_MALFORMAT, path, "the server's name is no host name");
   }

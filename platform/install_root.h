@@ -5,7 +5,7 @@
 
 namespace corvane {
 
-// With its trailing "/"; getCVInstallDir gives it to the services.
+// With a trailing "/"; services get it from getCVInstallDir.
 inline constexpr std::string_view kInstallRoot = "/usr/tessel/";
 
 }  // namespace corvane

@@ -1,4 +1,4 @@
-// Memory for JSON documents that live shortly.
+// Memory for short-lived JSON documents.
 #pragma once
 
 #include <cstddef>
@@ -8,11 +8,11 @@
 
 namespace corvane {
 
-// Jansson allocates every key and value by itself, which takes up to a quarter of the time of
-// reading a document. While one of these lives, what load_json() reads on this thread is cut from
-// one block that is reused afterwards as a whole; what no longer fits, and all else that Jansson
-// allocates, comes from the heap as always. They may be nested. What load_json() read during the
-// life of one must be gone before it, on this thread.
+// Jansson allocates every key and value separately, which takes up to a quarter of the time of
+// parsing a document. While an object of this class exists, load_json() on this thread allocates
+// from one block, which is reused afterwards as a whole. What does not fit, and everything else
+// that Jansson allocates, comes from the heap. Objects may be nested. Documents that load_json()
+// returned during the life of an object must be freed before it, on this thread.
 class JsonMemory {
  public:
   JsonMemory();
@@ -24,7 +24,7 @@ class JsonMemory {
   std::size_t used_before_;
 };
 
-// The document, or null when `text` is none.
+// The document, or null if `text` is not valid JSON.
 JsonPtr load_json(const std::string& text);
 
 }  // namespace corvane

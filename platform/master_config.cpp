@@ -11,7 +11,7 @@ namespace corvane {
 
 namespace {
 
-// The heap finds a value's name in any letter case; this takes it as written only.
+// The heap ignores the case of a value's name; this does not.
 bool has_exact_name(ACE_Configuration_Heap& heap, const ACE_Configuration_Section_Key& section,
                     const char* wanted) {
   ACE_TString name;
@@ -49,7 +49,7 @@ bool MasterSettings::has_valid_servers() const {
 
 std::optional<MasterSettings> read_master_settings(const std::string& path) {
   ACE_Configuration_Heap heap;
-  // After a malformed line the heap holds what came before it; half a file is no configuration.
+  // After a malformed line the heap has everything before it; half a file must not be used.
   if (heap.open() != 0 || ACE_Ini_ImpExp(heap).import_config(path.c_str()) < 0) return std::nullopt;
   MasterSettings settings;
   std::istringstream names(value_of(heap, "domain", "servers"));

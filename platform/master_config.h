@@ -8,7 +8,7 @@
 
 namespace corvane {
 
-// What a master configuration file holds; what is absent in the file is empty here.
+// The content of a master configuration file; what is missing in the file is empty here.
 struct MasterSettings {
   std::vector<std::string> servers;  // [domain] servers, the first is the master server
   std::string host_name;             // [host] name
@@ -19,14 +19,14 @@ struct MasterSettings {
   bool has_valid_servers() const;
 };
 
-// Reads the file; nothing when it cannot be read or is malformed anywhere.
+// Reads the file; nothing if it cannot be read or any line is malformed.
 std::optional<MasterSettings> read_master_settings(const std::string& path);
 
-// Letters, digits, ".", "-" and ":" only, at least one of them, and no "-" in front: such a name is
+// Only letters, digits, ".", "-" and ":", at least one of them, and no leading "-": such a name is
 // safe as one word of a shell command line.
 bool is_host_name(std::string_view name);
 
-// Where the installed file lies.
+// The path of the installed file.
 std::string master_config_path();
 
 }  // namespace corvane

@@ -26,7 +26,7 @@ constexpr std::chrono::seconds kWholeWait{5};  // of terminate()
 constexpr std::chrono::milliseconds kPause{20};
 constexpr std::string_view kDeletedSuffix = " (deleted)";
 
-// The process id that a directory name of /proc stands for. Threads have no names there.
+// The process id of a directory name of /proc. Threads have none there.
 std::optional<pid_t> process_id(std::string_view name) {
   pid_t pid = 0;
   const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
@@ -34,8 +34,8 @@ std::optional<pid_t> process_id(std::string_view name) {
   return pid;
 }
 
-// The beginning of a small file of /proc, which one read gives whole. Empty when the process has
-// gone.
+// The beginning of a small file of /proc; one read returns all of it. Empty if the process has
+// ended.
 std::string read_start(const std::filesystem::path& path) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) return "";
@@ -51,7 +51,7 @@ std::string kernel_name(const std::filesystem::path& process) {
   return name;
 }
 
-// Empty for kernel threads and for processes of users that may not be looked into.
+// Empty for kernel threads and for processes of other users, where permission is denied.
 std::string executable_name(const std::filesystem::path& process) {
   std::array<char, PATH_MAX> buffer{};
   const ssize_t size = readlink((process / "exe").c_str(), buffer.data(), buffer.size());
@@ -61,11 +61,10 @@ std::string executable_name(const std::filesystem::path& process) {
   return std::string(path.substr(path.rfind('/') + 1));
 }
 
-// A process that has ended stays in the table, with its name, until its parent has asked for its
-// status.
+// A process that has ended stays in the table, with its name, until its parent waits for it.
 bool is_running(const std::filesystem::path& process) {
   const std::string stat = read_start(process / "stat");
-  const std::size_t name_end = stat.rfind(')');  // the name before it may hold anything
+  const std::size_t name_end = stat.rfind(')');  // the name before it may contain anything
   if (name_end == std::string::npos || name_end + 2 >= stat.size()) return false;
   const char state = stat[name_end + 2];
   return state != 'Z' && state != 'X' && state != 'x';
@@ -102,7 +101,7 @@ void ProcessHandler::terminate() {
     const auto waited = steady_clock::now() - begin;
     if (ids.empty() || waited >= kWholeWait) return;
     for (const pid_t pid : ids) {
-      // One that appeared while we waited is asked too.
+      // Processes that appeared during the wait get the signal too.
       if (asked.insert(pid).second) {
         kill(pid, SIGTERM);
       } else if (waited >= kPatience) {

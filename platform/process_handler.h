@@ -7,17 +7,18 @@
 #include <vector>
 
 // The running processes of one name. A process has a name when the kernel's short name of it
-// (/proc/PID/comm) or the base name of its executable (/proc/PID/exe, a trailing " (deleted)" left
-// off) equals it; its arguments never count. The calling process, zombies and threads are left out.
+// (/proc/PID/comm) or the base name of its executable (/proc/PID/exe, without a trailing "
+// (deleted)") equals it; its arguments do not count. The calling process, zombies and threads are
+// not included.
 class ProcessHandler {
  public:
   explicit ProcessHandler(std::string name);
 
-  // Process ids, ascending. Empty when there are none or /proc cannot be read.
+  // Process ids, ascending. Empty if there are none or /proc cannot be read.
   std::vector<pid_t> getProcessIDs() const;
 
-  // Sends SIGTERM to every process of the name, SIGKILL to what is left after 2 seconds, and
-  // returns as soon as none is left, at the latest after 5 seconds.
+  // Sends SIGTERM to every process of the name, and SIGKILL to those that are left after 2 seconds.
+  // Returns as soon as none is left, at the latest after 5 seconds.
   void terminate();
 
  private:

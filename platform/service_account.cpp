@@ -23,7 +23,7 @@ struct Ids {
   gid_t group;
 };
 
-// Looks the account up; returns the empty text or why that failed.
+// Looks up the account; returns an empty text, or why that failed.
 std::string find_account(const std::string& account, Ids& ids) {
   for (std::vector<char> room(kFirstEntryRoom);; room.resize(2 * room.size())) {
     passwd entry{};

@@ -1,13 +1,13 @@
-// Writing to connections that the other side may have broken.
+// Writing to connections that the peer may have closed.
 #pragma once
 
 #include <csignal>
 
 namespace corvane {
 
-// While it lives, a write to a broken connection raises no SIGPIPE in this thread, and what was
-// raised is gone afterwards. The signal's disposition, which belongs to the whole process, stays as
-// it is, and a SIGPIPE that was pending before stays pending. errno is kept.
+// While it exists, a write to a broken connection delivers no SIGPIPE to this thread, and none is
+// pending afterwards. The signal's disposition, which belongs to the whole process, does not
+// change, and a SIGPIPE that was pending before stays pending. errno is preserved.
 class SigpipeBlocked {
  public:
   SigpipeBlocked();

@@ -1,13 +1,13 @@
-// Keeping descriptors 0 to 2 free of what does not belong there.
+// Keeping descriptors 0 to 2 out of use for other files.
 #pragma once
 
 #include <array>
 
 namespace corvane {
 
-// Holds whichever of the descriptors 0 to 2 are free with /dev/null (close-on-exec) for as long as
-// it lives, so that nothing opened meanwhile lands there: the daemon runs with them closed, and
-// what somebody prints would go into it.
+// Opens /dev/null (close-on-exec) on those descriptors from 0 to 2 that are free, for as long as it
+// exists, so that no other file gets their numbers: the daemon runs with them closed, and printed
+// text would end up in that file.
 class StandardDescriptorsFilled {
  public:
   StandardDescriptorsFilled();

@@ -28,7 +28,8 @@ constexpr char kHandleChildProc[] = "handleChildProc";
 constexpr char kBinaries[] = "/usr/tessel/corvane/bin/";
 constexpr int kChecks = 10;
 
-// Looks up to 10 times, a second apart, whether "a process of the name runs" is `running`.
+// Looks up to 10 times, a second apart, until a process of the name is running, or, if `running` is
+// false, until none is.
 int await_process(const std::string& name, bool running) {
   for (int check = 0; check < kChecks; ++check) {
     if ((checkProcess(name) != 0) == running) return 0;
@@ -136,13 +137,12 @@ void startProcessByName(std::string name) {
   const pid_t child = fork();
   if (child < 0) std::exit(1);
   if (child == 0) {
-    // Two forks, so that the companion is nobody's child here and needs no wait.
+    // Two forks, so that the companion is not a child of this process and needs no wait.
     const pid_t grandchild = fork();
     if (grandchild < 0) _exit(1);
     if (grandchild > 0) _exit(0);
-    // A companion that cannot be executed leaves its launcher running on from here as a second
-    // service. No exit is put behind this call: that the launcher carries on is relied upon as it
-    // is.
+    // If the companion cannot be executed, its launcher goes on from here as a second service.
+    // There is no exit after this call on purpose: others rely on the launcher carrying on.
     become_companion(name, command_line);
   }
   int status = 0;
@@ -155,7 +155,7 @@ void startProcessByName(std::string name) {
 int stopProcessByName(std::string name) {
   logmsgf(kLogDetail, kManagementProgram, "%s service is getting terminated", name.c_str());
   ProcessHandler(name).terminate();
-  // Both outcomes are logged as errors: readers of the log look for these lines at that level.
+  // Both outcomes are logged as errors, because scripts look for these lines at that level.
   if (checkProcessStopWithRetry(name) != 0) {
     logmsg(kLogError, kManagementProgram, "process is still running");
     return 1;

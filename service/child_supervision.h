@@ -1,29 +1,30 @@
 // Starting and stopping the companion daemons, "cvanomalydetect" and "cvanomalyalert".
 //
-// A companion runs detached, in a session of its own; stopping the service never takes it down by
-// itself. Whether one runs is read from the process table each time, no state is kept. Called from
-// one thread; the waits, up to about 10 seconds each, block it.
+// A companion runs detached, in a session of its own; the end of the service does not end it.
+// Whether it is running is read from the process table each time; no state is kept. Called from one
+// thread, which is blocked by the waits, up to about 10 seconds each.
 #pragma once
 
 #include <string>
 
-// Brings a companion into the state that `command` ("START" or "STOP") asks for and waits until it
-// is in it. 0, or non-zero (logged) for an unknown name or command and for a state not reached in
-// time.
+// Starts or stops a companion as `command` ("START" or "STOP") says, and waits until it is running
+// or has ended. Returns 0, or non-zero (logged) for an unknown name or command, or if the state is
+// not reached in time.
 int handleChildProc(const char* name, const char* command);
 
 // Launches a companion and returns when its launcher has ended. Without a master server nothing is
-// started. A fork that fails ends this process with status 1.
+// started. If a fork fails, this process ends with status 1.
 void startProcessByName(std::string name);
 
-// 0 when no process of the name is left, 1 when one still runs after the waiting.
+// Returns 0 if no process of the name is left, 1 if one is still running after the wait.
 int stopProcessByName(std::string name);
 
-// Wait for a process of the name to appear, or for all to go. 0, or 1 after 10 looks, one a second.
+// Wait until a process of the name appears, or until all have ended. Return 0, or 1 after 10 looks,
+// one per second.
 int checkProcessStartWithRetry(std::string name);
 int checkProcessStopWithRetry(std::string name);
 
-// The number of running processes of the name, this one not counted.
+// The number of running processes of the name, without this one.
 unsigned checkProcess(std::string name);
 
 namespace corvane {

@@ -21,7 +21,7 @@ using corvane::kManagementProgram;
 namespace {
 
 constexpr char kDisplayName[] = "Corvane Anomaly Detection Management Service";
-// "-terminate_data_gather" has a handler and is not offered: it stays out of this list.
+// "-terminate_data_gather" has a handler but is not offered: it stays out of this list.
 constexpr std::array<std::string_view, 5> kValidOptions{"-start", "-stop", "-terminate", "-h",
                                                         "-help"};
 
@@ -43,7 +43,7 @@ int stop_service() {
     corvane::write_console("\nFailed to Stop the service\n");
     logmsg(kLogError, kManagementProgram, "Failed to Stop the service");
   }
-  // Said after a failure too: scripts wait for this line, whichever way the stop went.
+  // Printed after a failure too: scripts wait for this line in either case.
   corvane::write_console("\nSuccessfully stopped the service\n");
   logmsg(kLogEvent, kManagementProgram, "Successfully stopped the service");
   return result;
@@ -60,7 +60,7 @@ corvane::OptionMap corvane::scan_options(ACE_Arg_Shifter& arguments) {
     }
     const std::string option = arguments.get_current();
     arguments.consume_arg();
-    // The value is left in place and skipped as a stray word in the next round.
+    // The value stays in place; the next round skips it as a stray word.
     if (arguments.is_parameter_next()) {
       options.emplace(option, std::pair(true, std::string(arguments.get_current())));
     } else {

@@ -28,7 +28,7 @@ constexpr char kAnomalyServerKey[] = "ANOMALY_PROXY_SERVER";
 constexpr std::size_t kPathBuffer = 512;
 constexpr std::size_t kHostNameBuffer = 257;
 
-// The install directory with its trailing "/"; nothing (logged) when it is unknown.
+// The install directory with a trailing "/"; nothing (logged) if it is unknown.
 std::optional<std::string> install_directory() {
   std::array<char, kPathBuffer> buffer{};
   if (getCVInstallDir(buffer.data(), buffer.size()) != 0) {
@@ -38,7 +38,7 @@ std::optional<std::string> install_directory() {
   return buffer.data();
 }
 
-// Sets `name` to the third word of the first line of `lines` that begins with the key.
+// Sets `name` to the third word of the first line in `lines` that begins with the key.
 void read_anomaly_server(std::istream& lines, std::string& name) {
   for (std::string line; std::getline(lines, line);) {
     if (!line.starts_with(kAnomalyServerKey)) continue;
@@ -120,7 +120,7 @@ void getAnomalyServerName(std::string& name) {
   getMasterServerName(master);
 
   const corvane::ScratchFile scratch(db + "/temp_out_file.txt");
-  // Creates the file empty, and stays open while the tool runs.
+  // Creates an empty file, and stays open while the tool is running.
   const corvane::FilePtr handle(std::fopen(scratch.path().c_str(), "w"));
   Process process(tool + " -M " + master + "  ", "");
   process.redirect_to_file(scratch.path());

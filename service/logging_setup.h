@@ -1,8 +1,8 @@
-// The debug log of "cvanomalymgmt", which the command line and the daemon open alike.
+// The debug log of "cvanomalymgmt"; both the command line and the daemon open it.
 #pragma once
 
-// What open_debug_log has returned last.
+// The last result of open_debug_log.
 extern int debugFD;
 
-// Opens the debug log. 0, or 1 with a message on standard error.
+// Opens the debug log. Returns 0, or 1 with a message on standard error.
 int SetupLogging();

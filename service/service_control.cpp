@@ -38,8 +38,8 @@ namespace {
 
 constexpr int kStartChecks = 10;
 
-// Tells the parent of a fork that the child has counted the services, or has died. The child's
-// count is "one more than me" only while the parent is still there, so the parent stays until then.
+// Tells the parent of a fork that the child has counted the services, or has died. The child counts
+// "one more than me" only while the parent exists, so the parent waits until then.
 class ChildHasCounted {
  public:
   ChildHasCounted() {
@@ -52,13 +52,13 @@ class ChildHasCounted {
   ChildHasCounted(const ChildHasCounted&) = delete;
   ChildHasCounted& operator=(const ChildHasCounted&) = delete;
 
-  // In the child.
+  // For the child.
   void tell() {
     close_end(0);
     close_end(1);
   }
 
-  // In the parent. Gives up after 2 seconds.
+  // For the parent. Gives up after 2 seconds.
   void wait() {
     close_end(1);
     pollfd end_of_pipe{ends_[0], POLLIN, 0};
@@ -90,7 +90,7 @@ int await_start(ChildHasCounted& child_has_counted) {
   return 1;
 }
 
-// Returns only when the daemon cannot be set up.
+// Returns only if the daemon cannot be set up.
 int run_as_daemon(ChildHasCounted& child_has_counted) {
   const unsigned services = checkProcess(kManagementProgram);
   child_has_counted.tell();
@@ -128,7 +128,7 @@ void prepare_database_directory() {
           db.c_str());
 }
 
-// Runs the service unless the state flags or the host's role say no.
+// Runs the service unless the state flags or the host's role forbid it.
 void run_service(ManagementService& service) {
   int disable_management = 0;
   int disable_detection = 0;

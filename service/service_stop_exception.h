@@ -1,4 +1,4 @@
-// Thrown by an operation that a request to stop has interrupted.
+// Thrown by an operation that was interrupted by a request to stop.
 #pragma once
 
 #include <exception>

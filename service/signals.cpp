@@ -20,8 +20,8 @@ namespace {
 bool bShutDownInitiated = false;
 std::mutex bShutDownInitiated_mutex;
 
-// Keeps SIGINT and SIGTERM from this thread for as long as it lives: their handler takes the flag's
-// mutex, and would wait for ever for the very code that it has interrupted.
+// Blocks SIGINT and SIGTERM in this thread for as long as it lives. Their handler takes the flag's
+// mutex; if it interrupted code that holds the mutex, it would wait forever.
 class ShutdownSignalsBlocked {
  public:
   ShutdownSignalsBlocked() {

@@ -24,7 +24,7 @@ int flags_of(Connection::Access access) {
 Connection::Connection(const std::string& name, Access access, std::chrono::milliseconds patience) {
   sqlite3* handle = nullptr;
   const int result = sqlite3_open_v2(name.c_str(), &handle, flags_of(access), nullptr);
-  handle_.reset(handle);  // SQLite hands out a connection even when it cannot open the file
+  handle_.reset(handle);  // SQLite returns a connection even if it cannot open the file
   if (result != SQLITE_OK) throw QueryError("Could not open database " + name, handle);
   sqlite3_busy_timeout(handle, static_cast<int>(patience.count()));
 }
@@ -54,7 +54,7 @@ Transaction::Transaction(Connection& connection, Kind kind) : connection_(connec
 }
 
 Transaction::~Transaction() {
-  // SQLite may have rolled back by itself, on a full disk for example.
+  // SQLite may already have rolled back, on a full disk for example.
   if (committed_ || sqlite3_get_autocommit(connection_.handle()) != 0) return;
   sqlite3_exec(connection_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
 }

@@ -1,5 +1,5 @@
-// One open database with its compiled queries, and transactions on it: what every program but the
-// service itself reads and writes databases with.
+// One open database with its compiled queries, and transactions on it. Every program except the
+// service itself uses it to read and write databases.
 #pragma once
 
 #include <sqlite3.h>
@@ -17,26 +17,26 @@ namespace corvane {
 // For one thread at a time. Every failure throws QueryError.
 class Connection {
  public:
-  enum class Access { kRead, kWrite, kCreate };  // only kCreate makes a missing file
+  enum class Access { kRead, kWrite, kCreate };  // only kCreate creates a missing file
 
-  // `name` is a path or, beginning with "file:", a URI. A lock of another connection is waited for
-  // up to `patience`.
+  // `name` is a path or, beginning with "file:", a URI. Waits up to `patience` for the lock of
+  // another connection.
   Connection(const std::string& name, Access access,
              std::chrono::milliseconds patience = std::chrono::seconds(5));
   Connection(Connection&&) = default;
 
-  // The query, ready to be bound; it stays compiled as long as the connection. It is recognised by
-  // the address of `sql`, not by its text: give static constants only.
+  // The query, ready to be bound; it stays compiled for as long as the connection exists. It is
+  // identified by the address of `sql`, not by its text: pass only static constants.
   Query& query(const char* sql);
   Query& query(const std::string& sql) { return query(sql.c_str()); }
   Query& query(std::string&& sql) = delete;
-  // The first column of the query's first row; 0 when there is none.
+  // The first column of the query's first row; 0 if there is none.
   std::int64_t number(const char* sql) { return query(sql).first_integer(); }
 
-  // Runs statements whose rows nobody wants, without keeping them.
+  // Runs statements, ignoring their rows; they do not stay compiled.
   void execute(const char* sql);
 
-  // Another value than before: another connection has committed something since.
+  // Changes whenever another connection has committed something.
   std::int64_t data_version();
 
   // Rows that the last insert, update or delete changed; the rowid of the last insert.
@@ -51,7 +51,8 @@ class Connection {
   };
 
   std::unique_ptr<sqlite3, Close> handle_;
-  std::vector<std::unique_ptr<Query>> queries_;  // after the handle, so that they go before it
+  std::vector<std::unique_ptr<Query>>
+      queries_;  // after the handle, so that they are destroyed before it
 };
 
 // A transaction, rolled back unless it was committed. The constructor and commit() throw
@@ -59,8 +60,8 @@ class Connection {
 class Transaction {
  public:
   enum class Kind {
-    kWrite,     // takes the lock for writing at once
-    kSnapshot,  // everything is read as of one moment
+    kWrite,     // takes the write lock at once
+    kSnapshot,  // all reads see the same state
   };
 
   explicit Transaction(Connection& connection, Kind kind = Kind::kWrite);

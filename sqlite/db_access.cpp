@@ -11,8 +11,7 @@ namespace Altamir::Corvane::UsageReporting::SQLiteDatabase {
 
 namespace {
 
-// The companion daemons write the same file in short transactions; a record must not be lost to
-// one.
+// The companions write to the same file in short transactions, which must not cost a record.
 constexpr int kBusyTimeoutMs = 5000;
 
 }  // namespace
@@ -25,14 +24,14 @@ DBAccess::~DBAccess() { close_database(); }
 
 void DBAccess::open_database() {
   if (sqlite3_open_v2(path_.c_str(), &handle_, flags_, nullptr) != SQLITE_OK) {
-    close_database();  // SQLite hands out a connection even when it cannot open the file
+    close_database();  // SQLite returns a connection even if it cannot open the file
     throw sqlite_exception("Could not open database " + path_);
   }
   sqlite3_busy_timeout(handle_, kBusyTimeoutMs);
 }
 
 void DBAccess::close_database() {
-  kept_.clear();  // SQLite closes nothing that has statements left
+  kept_.clear();  // SQLite does not close a connection with statements
   sqlite3_close(handle_);
   handle_ = nullptr;
   in_transaction_ = false;
@@ -83,7 +82,7 @@ void DBAccess::execute_query_prepared(Statement& statement) {
 
 void DBAccess::execute_query_kept(const std::string& query,
                                   const std::function<void(Statement&)>& bind) {
-  // On its own, this row would outlive those that it belongs with.
+  // Otherwise this row would survive without those that belong to it.
   if (in_transaction_ && !has_open_transaction()) {
     throw sqlite_exception("sqlite query execution failed.");
   }
@@ -126,7 +125,7 @@ int read_query_callback(void* context, int column_count, char** values, char** n
     static_cast<std::vector<Row>*>(context)->push_back(std::move(row));
     return 0;
   } catch (const std::bad_alloc&) {
-    return 1;  // no exception may pass through SQLite; this ends the query with an error
+    return 1;  // an exception must not pass through SQLite; this ends the query with an error
   }
 }
 

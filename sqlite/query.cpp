@@ -44,7 +44,7 @@ bool Query::step() {
     sqlite3_reset(compiled_.get());
     return false;
   }
-  // Resetting takes the text away, so it comes after the error is made.
+  // Resetting clears the text, so the error is created first.
   const std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_reset)> ended(compiled_.get(),
                                                                       sqlite3_reset);
   throw QueryError(std::string("Query failed: ") + sqlite3_errmsg(db_), db_);

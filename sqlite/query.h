@@ -13,13 +13,13 @@
 
 namespace corvane {
 
-// What SQLite refused to do. inner_message() is SQLite's own text, never the query's.
+// A failure of SQLite. inner_message() is SQLite's own text, never the query's.
 class QueryError : public Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception {
  public:
   QueryError(const std::string& message, sqlite3* db);
   int extended_code() const { return code_; }
   int code() const { return code_ & 0xFF; }
-  // The errno behind a file that could not be opened; 0 of other failures.
+  // The errno if a file could not be opened; 0 for other failures.
   int system_errno() const { return system_errno_; }
 
  private:
@@ -27,8 +27,8 @@ class QueryError : public Altamir::Corvane::UsageReporting::SQLiteDatabase::sqli
   int system_errno_ = 0;
 };
 
-// Prepared anew by SQLite itself when another connection has changed the schema meanwhile. Every
-// failure throws QueryError; the query can be used again afterwards.
+// SQLite prepares it again if another connection has changed the schema. Every failure throws
+// QueryError; the query can be used again afterwards.
 class Query {
  public:
   // `db` and `sql` are not owned and must outlive it.
@@ -36,10 +36,10 @@ class Query {
 
   const char* sql() const { return sql_; }
 
-  // Ends a run that was left before its last row, and lets go of its locks.
+  // Ends a run before its last row, and releases its locks.
   Query& restart();
 
-  // The next parameter, in the order of the query. Texts are copied; an empty one is no NULL.
+  // The next parameter, in the order of the query. Texts are copied; an empty text is not NULL.
   Query& bind(std::int64_t number);
   Query& bind(double number);
   Query& bind(std::string_view text);
@@ -51,12 +51,12 @@ class Query {
     return bind(static_cast<std::int64_t>(value));
   }
 
-  // Goes to the next row; false when there is none.
+  // Goes to the next row; false if there is none.
   bool step();
   void run();
-  // The first column of the first row, and the end of the run; 0 when there is no row.
+  // Returns the first column of the first row, or 0 if there is no row, and ends the run.
   std::int64_t first_integer();
-  // Whether there is a row, and the end of the run.
+  // Returns whether there is a row, and ends the run.
   bool has_row();
 
   // Columns of the current row, from 0. NULL is 0 and the empty text.

@@ -12,11 +12,11 @@ namespace Altamir::Corvane::UsageReporting::SQLiteDatabase {
 // update or delete has run once a QueryResult exists.
 class QueryResult {
  public:
-  // Throws sqlite_exception when the statement is null or its first step gives SQLITE_ERROR.
+  // Throws sqlite_exception if the statement is null or its first step gives SQLITE_ERROR.
   explicit QueryResult(Statement& statement);
 
-  // Sets the entries of `row` that the next record has columns for and returns true; returns false
-  // at the end and also when a step fails (see get_last_status). NULL becomes the empty text.
+  // Sets the entries of `row` for the columns of the next record and returns true. Returns false at
+  // the end, and also if a step fails (see get_last_status). NULL becomes an empty text.
   bool get_next_record(Row& row);
 
   // SQLite's result code of the last step.

@@ -1,4 +1,4 @@
-// The one error type of the SQLite layer.
+// The error type of the SQLite layer.
 #pragma once
 
 #include <exception>
@@ -11,13 +11,13 @@ class sqlite_exception : public std::exception {
  public:
   explicit sqlite_exception(const std::string& message);
   sqlite_exception(const std::string& message, const std::string& inner_message);
-  // The message is what the stream holds now.
+  // The message is the present content of the stream.
   explicit sqlite_exception(const std::stringstream& message);
   sqlite_exception(const std::stringstream& message, const std::string& inner_message);
 
   const char* what() const noexcept override;
 
-  // SQLite's own text of the error, empty when it gave none.
+  // SQLite's own text of the error; empty if there is none.
   const std::string& inner_message() const noexcept;
 
  private:

@@ -14,7 +14,7 @@ void require_bound(int result) {
 
 Statement::Statement(sqlite3* db, const std::string& query) : db_(db) {
   if (db_ == nullptr) throw sqlite_exception("Invalid database object received.");
-  // The callers go by the result codes of the legacy interface, where a step that breaks a
+  // Callers expect the result codes of the legacy interface, where a step that violates a
   // constraint gives SQLITE_ERROR.
   if (sqlite3_prepare(db_, query.c_str(), -1, &compiled_, nullptr) != SQLITE_OK) {
     throw sqlite_exception("sqlite prepare statement failed for query - " + query);

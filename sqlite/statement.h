@@ -7,24 +7,23 @@
 
 namespace Altamir::Corvane::UsageReporting::SQLiteDatabase {
 
-// Copies share one compiled statement without counting, and the destructor of each finalizes it:
-// two live copies end in a double finalize. The system never copies statements; pass them by
-// reference.
+// Copies share one compiled statement without counting, and each destructor finalizes it: two live
+// copies finalize it twice. Never copy statements; pass them by reference.
 class Statement {
  public:
-  // Throws sqlite_exception when `db` (not owned) is null or the query cannot be prepared.
+  // Throws sqlite_exception if `db` (not owned) is null or the query cannot be prepared.
   Statement(sqlite3* db, const std::string& query);
   Statement(const Statement& other) = default;
   Statement& operator=(const Statement& other) = default;
   ~Statement();
 
-  // Parameters count from 1. A text is bound without a copy: it must stay alive and unchanged until
-  // the statement has been stepped. Throws sqlite_exception.
+  // Parameters count from 1. A text is not copied: it must exist unchanged until the statement has
+  // been stepped. Throws sqlite_exception.
   void bind(int index, const std::string& text);
   void bind(int index, double number);
   void bind(int index, int number);
 
-  // Makes the statement ready to run again, bindings kept. Returns SQLite's result code.
+  // Makes the statement ready to run again; bindings are kept. Returns SQLite's result code.
   int reset();
 
   sqlite3_stmt* get_compiled_statement() const;

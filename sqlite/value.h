@@ -6,8 +6,8 @@
 
 namespace Altamir::Corvane::UsageReporting::SQLiteDatabase {
 
-// Holds the value as text and converts on demand: numbers are read as strtol (base 10) and strtod
-// read them, so that leading blanks and trailing text are allowed and a text without a number is 0.
+// Holds the value as text and converts on demand. Numbers are read as by strtol (base 10) and
+// strtod: leading spaces and trailing text are allowed, and a text without a number is 0.
 class Value {
  public:
   Value() = default;  // the empty text
@@ -20,7 +20,7 @@ class Value {
   operator double() const;
 
   bool operator==(int number) const;
-  bool operator==(double number) const;  // exact; false when either is not a number (NaN)
+  bool operator==(double number) const;  // exact; false if either is NaN
   bool operator==(const char* text) const;
   bool operator==(const Value& other) const;  // byte by byte: "1.0" is not "1"
 

@@ -7,24 +7,24 @@
 #include "platform/cv_client_curl.h"
 
 enum RESTCommandType : std::int32_t {
-  REST_GET = 0,     // sends the path only; every request of the service is one
+  REST_GET = 0,     // sends only the path; the only method that the service uses
   REST_POST = 1,    // with the body
   REST_PATCH = 2,   // with the body
   REST_DELETE = 3,  // sends the path only
 };
 
-// Lives for one request: construct, execute(), get_response(). Logs with the method's name as tag,
-// throws nothing of its own.
+// For one request: construct, execute(), get_response(). Logs with the method's name as tag; throws
+// nothing itself.
 class CurlClient {
  public:
   // `path` is relative to the server's root, query string included. Does no I/O.
   CurlClient(const std::string& host, const std::string& path, RESTCommandType command_type,
              const std::string& body);
 
-  // Performs the request, and once more with the service certificate when the server answers 401 to
-  // the host certificate. Returns 0 on success, else the transport's error code or the HTTP status.
-  // A repeated request that reaches the server is a success whatever its status: the callers get
-  // the body and judge it.
+  // Performs the request; if the server answers 401 to the host certificate, repeats it with the
+  // service certificate. Returns 0 on success, else the transport's error code or the HTTP status.
+  // A repeated request that reaches the server counts as success, whatever its status: callers
+  // check the body.
   int execute();
 
   // The body of the last answer.
@@ -32,14 +32,14 @@ class CurlClient {
 
   cert_type getCertType() const;
 
-  // A new client for this request's server, owned by the caller. CERT_TYPE_OF_CLIENT means
+  // A new client for the server of this request, owned by the caller. CERT_TYPE_OF_CLIENT means
   // getCertType().
   CVClientCURL* get_lib_curl(cert_type certificate) const;
 
   // The transport's result; -1 for a null client and for an unknown command type.
   int send_curl_request(CVClientCURL* client);
 
-  // 0 when the transport worked and the HTTP status lies in 200 to 206, else what went wrong.
+  // 0 if the transport worked and the HTTP status is 200 to 206, else the error.
   int process_curl_response(CVClientCURL* client, int result) const;
 
  protected:

@@ -6,23 +6,23 @@
 
 class Directory {
  public:
-  // True for any existing path, a regular file included.
+  // True for any existing path, including a regular file.
   static bool CanAccess(const std::string& path);
   static bool Exists(const std::string& path);
 
-  // 0 when the path does not exist, else the result of unlink(2).
+  // 0 if the path does not exist, else the result of unlink(2).
   static int UnlinkFile(const std::string& path);
 
   // The result of rmdir(2).
   static int RmDir(const std::string& path);
 
-  // Mode 0755 less the umask; parents are not created, a failure is not reported.
+  // Mode 0755 minus the umask; parents are not created, and a failure is not reported.
   static void MkDir(const std::string& path);
 
-  // A symbolic link to a folder is none.
+  // False for a symbolic link to a folder.
   static bool is_folder(const std::string& path);
 
-  // The names, in directory order, of the entries that are folders ("." and ".." left out), or that
+  // The names, in directory order, of the entries that are folders (without "." and ".."), or that
   // are not. The forms with `out` append to it; a directory that cannot be opened has no entries.
   static void GetDirectories(const std::string& path, std::vector<std::string>& out);
   static std::vector<std::string> GetDirectories(const std::string& path);

@@ -18,7 +18,7 @@ class file_not_found : public std::exception {
 
 class File {
  public:
-  // True when the file can be opened for reading: one that exists but cannot be read is absent.
+  // True if the file can be opened for reading; false if it exists but cannot be read.
   static bool Exists(const std::string& path);
 
   static void Delete(const std::string& path);
@@ -29,6 +29,6 @@ class File {
   // The content, byte for byte, or as much of it as can be read. Throws file_not_found.
   static std::string ReadAllText(const std::string& path);
 
-  // In whole kibibytes, rounded down; 0 for a file that is absent.
+  // In whole kibibytes, rounded down; 0 if the file does not exist.
   static std::int64_t Size(const std::string& path);
 };

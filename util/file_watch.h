@@ -1,4 +1,4 @@
-// Noticing that a file is no longer what it was.
+// Noticing that a file has changed.
 #pragma once
 
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 
 namespace corvane {
 
-// Tells when a file is no longer what it was: replaced, edited, gone or come.
+// Notices when a file is replaced, edited, removed or created.
 class FileWatch {
  public:
   explicit FileWatch(std::string path);
@@ -21,11 +21,11 @@ class FileWatch {
   struct stat seen_ {};
 };
 
-// Tells when a file that is kept open was removed or replaced; what it holds does not matter.
+// Notices when a file that is kept open was removed or replaced, whatever its content.
 class FileIdentity {
  public:
   void remember(const std::string& path);
-  // False also when there was no file to remember.
+  // False also if there was no file to remember.
   bool is_same() const;
 
  private:

@@ -14,14 +14,14 @@ namespace corvane {
 
 namespace {
 
-constexpr double kMostInteger = 1e15;  // what a double holds without loss
+constexpr double kMostInteger = 1e15;  // what a double holds exactly
 
 json_t* json_string_of(std::string_view text) {
   const std::string valid = valid_utf8(text);
   return json_stringn(valid.data(), valid.size());
 }
 
-// Takes `value` over.
+// Takes ownership of `value`.
 void set(json_t* object, const char* name, json_t* value) {
   if (json_object_set_new(object, name, value) != 0) throw std::bad_alloc();
 }
@@ -104,7 +104,7 @@ std::string without_nul(std::string_view json) {
   std::string safe;
   safe.reserve(json.size());
   while (!json.empty()) {
-    std::size_t length = json[0] == '\\' ? 2 : 1;  // so that "\\u0000" is seen as what it is
+    std::size_t length = json[0] == '\\' ? 2 : 1;  // so that "\\u0000" is not mistaken for a NUL
     if (json.starts_with("\\u0000")) {
       safe += "\\ufffd";
       length = 6;

@@ -1,4 +1,4 @@
-// JSON documents: reading them, making them member by member, and writing them.
+// JSON documents: reading, building and writing them.
 #pragma once
 
 #include <jansson.h>
@@ -14,10 +14,10 @@ namespace corvane {
 
 // --- Reading ---
 
-// Null for a text that is longer than `most` bytes or no JSON object. NUL characters are allowed.
+// Null if the text is longer than `most` bytes or not a JSON object. NUL characters are allowed.
 JsonPtr parse_json_object(std::string_view text, std::size_t most);
 
-// A member that is a text, an integer, a number. When it is missing or of another type: empty, 0,
+// A member that is a text, an integer, a number. If it is missing or of another type: empty, 0,
 // false with `number` 0.
 std::string text_member(const json_t* object, const char* name);
 std::int64_t integer_member(const json_t* object, const char* name);
@@ -25,32 +25,32 @@ bool read_number(const json_t* object, const char* name, double& number);
 
 // --- Making: everything throws std::bad_alloc ---
 
-// Set a member of an object. Texts become valid UTF-8; numbers that are not finite become null.
+// Set a member of an object. Texts become valid UTF-8; infinity and NaN become null.
 void put(json_t* object, const char* name, std::string_view text);
 void put(json_t* object, const char* name, const char* text);
 void put(json_t* object, const char* name, std::int64_t number);
 void put(json_t* object, const char* name, double number);
 void put(json_t* object, const char* name, bool value);
 void put(json_t* object, const char* name, JsonPtr value);
-// Null unless it is above 0: a time, or another number that is not always known.
+// Null unless it is above 0: for times and other numbers that may be unknown.
 void put_known(json_t* object, const char* name, std::int64_t number);
-// With six significant digits, whole numbers as integers: people read these.
+// With six significant digits, whole numbers as integers, for people.
 void put_amount(json_t* object, const char* name, double number);
 void append(json_t* array, JsonPtr value);
 
 // --- Writing: everything throws std::bad_alloc ---
 
-// `flags` as for json_dumps(). Numbers have up to 15 significant digits, so that what was rounded
-// stays as short as that.
+// `flags` as for json_dumps(). Numbers have up to 15 significant digits, so rounded numbers stay
+// short.
 std::string json_text(const json_t* value, std::size_t flags = JSON_COMPACT);
 
-// A text as it stands in a JSON document, with its quotation marks.
+// A text as it appears in a JSON document, with quotation marks.
 std::string quoted_json(std::string_view text);
 
-// A JSON text without its escaped NUL characters, which many programs refuse or stop at.
+// A JSON text without escaped NUL characters, which many programs reject or stop at.
 std::string without_nul(std::string_view json);
 
-// Indented, ended by a line end, of ASCII characters that steer no terminal.
+// Indented, with a line end, of ASCII characters that do not control a terminal.
 std::string json_for_terminal(const json_t* value);
 
 }  // namespace corvane

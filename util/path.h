@@ -5,6 +5,6 @@
 
 class Path {
  public:
-  // `a`, one "/", `b`: always, whatever `a` ends or `b` begins with.
+  // `a`, "/", `b`: always, whatever `a` ends with or `b` begins with.
   static std::string Combine(const std::string& a, const std::string& b);
 };

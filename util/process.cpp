@@ -21,7 +21,7 @@ constexpr std::size_t kEnvironmentBuffer = 16384;
 constexpr std::size_t kMaxEnvironmentEntries = 512;
 constexpr std::size_t kMaxArguments = 128;
 
-// ACE's options only set errno when there is no memory for a buffer, and then use it all the same.
+// If there is no memory for a buffer, ACE's options only set errno and then use the buffer anyway.
 void throw_when_out_of_memory() {
   if (errno == ENOMEM) throw std::bad_alloc();
 }
@@ -30,8 +30,8 @@ struct Destroy {
   void operator()(ACE_Process_Options* options) const { std::destroy_at(options); }
 };
 
-// The options for a command line. In storage that is zero, since after a failed allocation their
-// destructor frees what their constructor has not got to. Throws std::bad_alloc.
+// The options for a command line. Their storage is zeroed: after a failed allocation their
+// destructor frees members that their constructor did not reach. Throws std::bad_alloc.
 class SpawnOptions {
  public:
   SpawnOptions(std::size_t line_buffer, const std::string& line) {
@@ -40,7 +40,7 @@ class SpawnOptions {
         true, line_buffer, kEnvironmentBuffer, kMaxEnvironmentEntries, kMaxArguments));
     throw_when_out_of_memory();
     options_->command_line("%s", line.c_str());
-    options_->command_line_argv();  // splits the line, which the spawn takes for granted
+    options_->command_line_argv();  // splits the line, as the spawn expects
     throw_when_out_of_memory();
   }
 
@@ -71,8 +71,8 @@ void Process::start() {
   ACE_HANDLE output = ACE_INVALID_HANDLE;
   if (redirect_) {
     // The spawn duplicates its three handles into the lowest free descriptors, and the child closes
-    // the duplicates after it has put them in place: one that itself landed on 1 or 2, which the
-    // daemon has closed, would take the tool's output with it.
+    // the duplicates after moving them into place. If a duplicate got 1 or 2, which the daemon has
+    // closed, the tool's output would be lost with it.
     const corvane::StandardDescriptorsFilled filled;
     output = ACE_OS::open(output_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     options.set_handles(0, output, output);

@@ -5,16 +5,16 @@
 
 class Process {
  public:
-  // `command` is the program, possibly with arguments; `arguments` follow it after a blank. The
+  // `command` is the program, possibly with arguments; `arguments` follow it after a space. The
   // line is split into arguments without a shell.
   Process(const std::string& command, std::string arguments);
 
-  // Standard output and standard error go to this file, created when missing and NOT truncated:
-  // callers empty it first.
+  // Standard output and standard error go to this file, which is created if missing and NOT
+  // truncated: callers empty it first.
   void redirect_to_file(const std::string& path);
 
-  // Runs the command and waits for it, without a time limit. Nothing is reported: callers judge by
-  // what the output file holds. Throws std::bad_alloc alone.
+  // Runs the command and waits for it, without a time limit. Nothing is reported: callers check the
+  // output file. Throws only std::bad_alloc.
   void start();
 
   // The raw status word of waitpid(2) (an exit with 3 is 768); -1 before start().

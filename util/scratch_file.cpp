@@ -6,8 +6,8 @@
 
 namespace corvane {
 
-// Not by File::Delete, which first opens the file: it would have to be kept when there is no memory
-// or no descriptor left.
+// Not with File::Delete, which opens the file first: without memory or a free descriptor the file
+// would stay.
 ScratchFile::ScratchFile(std::string path) : path_(std::move(path)) {
   Directory::UnlinkFile(path_);
 }

@@ -5,8 +5,8 @@
 
 namespace corvane {
 
-// Removes what an earlier run may have left at `path`, and removes the file again on destruction,
-// whatever way the scope is left. Between the two the owner creates and fills it.
+// Removes the file at `path`, which an earlier run may have left, and removes it again on
+// destruction. In between the owner creates and fills it.
 class ScratchFile {
  public:
   explicit ScratchFile(std::string path);

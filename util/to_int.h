@@ -5,8 +5,8 @@
 
 namespace corvane {
 
-// The number that the text begins with, white space before it left out: base 10, what follows it
-// ignored, 0 for what is no number, the low 32 bits of what is too large.
+// The number that the text begins with, in base 10, ignoring white space before it and everything
+// after it; 0 if there is none, the low 32 bits if it is too large.
 int to_int(const std::string& text);
 
 }  // namespace corvane

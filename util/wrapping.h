@@ -1,4 +1,4 @@
-// 32-bit signed arithmetic that wraps round instead of being undefined.
+// 32-bit signed arithmetic that wraps around instead of being undefined.
 #pragma once
 
 namespace corvane {

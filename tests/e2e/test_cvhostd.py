@@ -295,7 +295,7 @@ def test_bad_requests_get_their_reason(credentials, small_catalog):
         assert server.get(JOBS + "?filter=foo%20eq%201") == (
             400, {"error": {"status": 400, "reason": "unknown attribute 'foo'", "where": "filter, character 1"}})
         assert server.get("/nowhere") == (
-            404, {"error": {"status": 404, "reason": "there is nothing here", "where": "/nowhere"}})
+            404, {"error": {"status": 404, "reason": "nothing exists at this path", "where": "/nowhere"}})
         with server.connection() as connection:
             connection.request("DELETE", JOBS)
             answer = connection.getresponse()
@@ -507,7 +507,7 @@ def test_what_is_missing_is_named(credentials, small_catalog, tmp_path):
         f"cvhostd: {none}/ca.pem: No such file or directory\n")
     assert complaint("load", tmp_path / "c.db", none) == f"cvhostd: {none}: No such file or directory\n"
     assert complaint("credentials", credentials) == (
-        f"cvhostd: {credentials}/private/ca.key: exists already, and is not overwritten\n")
+        f"cvhostd: {credentials}/private/ca.key: already exists and is not overwritten\n")
     assert run("cvhostd").returncode != 0
     assert "cvhostd serve" in run("cvhostd", "--help").stdout
 
@@ -578,7 +578,7 @@ def test_faults(credentials, small_catalog, tmp_path):
         assert server.request("GET", JOBS) == good
         assert time.monotonic() - begin >= 1
         put_faults(faults, "explode\n")
-        assert server.get(JOBS)[1]["error"]["reason"] == f"{faults}: line 1: no action follows 'explode'"
+        assert server.get(JOBS)[1]["error"]["reason"] == f"{faults}: line 1: no action after 'explode'"
         faults.unlink()
         assert server.request("GET", JOBS) == good
 
@@ -638,7 +638,7 @@ def test_tools_explain_themselves(tool):
     assert done.stdout.startswith(f"usage: {tool} -")
     wrong = run(tool, "-nonsense")
     assert (wrong.returncode, wrong.stdout) == (2, "")
-    assert wrong.stderr == f"{tool}: unknown option '-nonsense' (--help tells the usage)\n"
+    assert wrong.stderr == f"{tool}: unknown option '-nonsense' (see --help)\n"
 
 
 def test_tools_notice_a_full_disk(small_catalog):

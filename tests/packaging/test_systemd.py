@@ -141,7 +141,7 @@ def test_service_that_was_started_by_hand_is_left_alone(unit):
     assert systemctl("start", UNIT, check=False).returncode == 1
     assert daemon() == pid
     assert stays("failed")
-    assert f"runs already as process {pid}, started outside of this unit" in systemctl("status", UNIT, check=False).stdout
+    assert f"is already running as process {pid}, started outside this unit" in systemctl("status", UNIT, check=False).stdout
     run(host.BIN / SERVICE, "-terminate")
 
 

@@ -125,7 +125,7 @@ def test_main_process_is_found(package, runtime_directory):
     lay_out_product()
     shutil.chown(runtime_directory, "corvane", "corvane")
     nothing = record_pid(runtime_directory)
-    assert (nothing.returncode, nothing.stdout) == (1, "cvanomalymgmt has ended already; its log says why\n")
+    assert (nothing.returncode, nothing.stdout) == (1, "cvanomalymgmt has already ended; its log says why\n")
     pid = start_by_tool()
     assert record_pid(runtime_directory).returncode == 0
     assert (runtime_directory / "pid").read_text() == f"{pid}\n"

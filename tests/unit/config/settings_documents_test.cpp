@@ -44,8 +44,8 @@ TEST(SettingsDocuments, SampleIsAFileWithEveryDefault) {
     EXPECT_EQ(count(text, line), 1U) << setting.key;
     EXPECT_EQ(value_of(file, setting), setting.default_value) << setting.key;
   }
-  EXPECT_THAT(text, HasSubstr("\n# How small a deviation is reported: 100 halves the distance from "
-                              "the usual that counts as one, -100\n# doubles it.\n"
+  EXPECT_THAT(text, HasSubstr("\n# How small a deviation is reported: 100 halves the deviation "
+                              "that counts as an anomaly, -100\n# doubles it.\n"
                               "# Value: -100 to 100 percent. Read by cvanomalydetect when the file "
                               "changes, cvanomalyctl when it is\n# called.\n"
                               "SENSITIVITY_PERCENTAGE=0\n"));
@@ -60,7 +60,7 @@ TEST(SettingsDocuments, ManualPageHasEverySetting) {
   EXPECT_EQ(count(text, "\n.El\n"), 6U);
   EXPECT_EQ(count(text, ".Ss "), 6U);
   EXPECT_EQ(count(text, ". "), 0U);  // sentences begin lines
-  EXPECT_THAT(text, HasSubstr(".It Li MAIL_TO\nWho gets mail; empty: nobody.\n"
+  EXPECT_THAT(text, HasSubstr(".It Li MAIL_TO\nThe recipients of mail; empty: nobody.\n"
                               "Value: addresses, separated by commas.\n"
                               "Read by cvanomalyalert when the file changes.\nDefault: empty.\n"));
 }

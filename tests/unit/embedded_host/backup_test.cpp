@@ -94,10 +94,10 @@ TEST(Backup, WrongMembersAreNamed) {
   EXPECT_EQ(complaint(with("clientName", "\"" + std::string(1025, 'x') + "\"")),
             "'clientName' is too long");
   EXPECT_EQ(complaint(with("policyType", "\"Standard\"")),
-            "'policyType' is not one of the product's: 'Standard'");
+            "'policyType' is not one of the product's types: 'Standard'");
   EXPECT_EQ(complaint(with("scheduleType", "\"DAILY\"")),
-            "'scheduleType' is not one of the product's: 'DAILY'");
-  EXPECT_EQ(complaint(with("backupId", "\"a/b\"")), "'backupId' holds the character '/'");
+            "'scheduleType' is not one of the product's types: 'DAILY'");
+  EXPECT_EQ(complaint(with("backupId", "\"a/b\"")), "'backupId' contains the character '/'");
   EXPECT_EQ(complaint(with("label", "\"normal\"")), "unknown member 'label'");
 }
 
@@ -110,9 +110,9 @@ TEST(Backup, WrongTimesAreNamed) {
             "'startTime' is not a time in whole seconds such as 2026-01-31T04:05:06.000Z: "
             "'2026-01-31T00:00:00.500Z'");
   EXPECT_EQ(complaint(with("startTime", "\"1969-12-31T23:59:59.000Z\"")),
-            "'startTime' lies outside the years 1970 to 2038");
+            "'startTime' is not within the years 1970 to 2038");
   EXPECT_EQ(complaint(with("endTime", "\"2038-01-19T03:14:08.000Z\"")),
-            "'endTime' lies outside the years 1970 to 2038");
+            "'endTime' is not within the years 1970 to 2038");
   EXPECT_EQ(complaint(with("endTime", "\"2026-01-30T00:00:00.000Z\"")),
             "'endTime' is before 'startTime'");
   EXPECT_EQ(complaint(with("backupTime", "\"2026-02-01T00:00:00.000Z\"")),

@@ -41,7 +41,7 @@ TEST(CatalogLoader, TheSameJobAgainReplacesIt) {
 TEST(CatalogLoader, AnotherJobsBackupIdIsRefused) {
   CatalogWorld world;
   EXPECT_THAT(world.load({backup_line(1, kDay, 1), backup_line(2, kDay, 1)}),
-              ElementsAre("lines:2: another job has this 'backupId' already"));
+              ElementsAre("lines:2: another job already has this 'backupId'"));
   EXPECT_THAT(job_ids(world), ElementsAre("1"));
 }
 

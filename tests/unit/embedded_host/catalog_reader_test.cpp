@@ -223,7 +223,7 @@ TEST_F(CatalogReaderTest, WhatItCannotAnswerIsNamed) {
   EXPECT_EQ(complaint({.sort = "-"}), "sort: unknown attribute ''");
   EXPECT_EQ(complaint({.sort = "startTime DESC"}), "sort: unknown attribute 'startTime DESC'");
   EXPECT_EQ(complaint({.limit = 1001}), "page[limit]: above 1000");
-  EXPECT_EQ(complaint({.filter = "status eq"}), "filter, character 10: status wants a number");
+  EXPECT_EQ(complaint({.filter = "status eq"}), "filter, character 10: status needs a number");
   EXPECT_EQ(complaint({.filter = "numFiles eq 1"}),
             "filter, character 1: unknown attribute 'numFiles'");
   EXPECT_THAT(ids(jobs(kDay + 100)), ElementsAre("1")) << "it answers on afterwards";

@@ -55,7 +55,7 @@ TEST_F(Catalog, OtherFilesAreRefusedAndLeftAlone) {
   std::filesystem::remove(path_);
   Connection(path_, Connection::Access::kCreate).execute("CREATE TABLE other(x)");
   EXPECT_EQ(opening(Connection::Access::kRead), path_ + ": not a catalog");
-  EXPECT_EQ(opening(Connection::Access::kCreate), path_ + ": not a catalog, some other database");
+  EXPECT_EQ(opening(Connection::Access::kCreate), path_ + ": not a catalog but another database");
   Connection other(path_, Connection::Access::kRead);
   EXPECT_EQ(query_one(other.handle(), "SELECT group_concat(name) FROM sqlite_schema"), "other");
 }

@@ -102,7 +102,7 @@ TEST_F(Credentials, NothingIsOverwritten) {
     make_credentials(set_, {});
     FAIL();
   } catch (const CredentialsFailure& failure) {
-    EXPECT_EQ(failure.what(), set_ + "/private/ca.key: exists already, and is not overwritten");
+    EXPECT_EQ(failure.what(), set_ + "/private/ca.key: already exists and is not overwritten");
   }
   EXPECT_EQ(read_file(set_ + "/host.key"), before);
 }

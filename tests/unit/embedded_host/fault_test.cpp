@@ -44,15 +44,15 @@ TEST(Fault, ReadsEveryAction) {
 }
 
 TEST(Fault, SaysWhatItCannotRead) {
-  EXPECT_EQ(complaint("explode"), "line 1: no action follows 'explode'");
+  EXPECT_EQ(complaint("explode"), "line 1: no action after 'explode'");
   EXPECT_EQ(complaint("garbage\ncorvane/x explode"), "line 2: unknown action 'explode'");
-  EXPECT_EQ(complaint("status"), "line 1: a number from 100 to 599 is wanted, not ''");
-  EXPECT_EQ(complaint("status 600"), "line 1: a number from 100 to 599 is wanted, not '600'");
-  EXPECT_EQ(complaint("status 5x"), "line 1: a number from 100 to 599 is wanted, not '5x'");
-  EXPECT_EQ(complaint("garbage 5"), "line 1: nothing but skip and count follows, not '5'");
+  EXPECT_EQ(complaint("status"), "line 1: expected a number from 100 to 599, not ''");
+  EXPECT_EQ(complaint("status 600"), "line 1: expected a number from 100 to 599, not '600'");
+  EXPECT_EQ(complaint("status 5x"), "line 1: expected a number from 100 to 599, not '5x'");
+  EXPECT_EQ(complaint("garbage 5"), "line 1: only skip and count may follow, not '5'");
   EXPECT_EQ(complaint("status 500 twice"), "line 1: unknown word 'twice'");
   EXPECT_EQ(complaint("status 500 count 0"),
-            "line 1: a number from 1 to 1000000000 is wanted, not '0'");
+            "line 1: expected a number from 1 to 1000000000, not '0'");
 }
 
 TEST(Fault, ChangesTheReply) {

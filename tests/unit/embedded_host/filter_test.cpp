@@ -66,30 +66,30 @@ TEST(Filter, NoTextOfTheFilterReachesTheSql) {
 }
 
 TEST(Filter, SaysWhatItCannotReadAndWhere) {
-  EXPECT_EQ(complaint(""), "1: an attribute is wanted here");
-  EXPECT_EQ(complaint("   "), "4: an attribute is wanted here");
+  EXPECT_EQ(complaint(""), "1: expected an attribute");
+  EXPECT_EQ(complaint("   "), "4: expected an attribute");
   EXPECT_EQ(complaint("colour eq 'x'"), "1: unknown attribute 'colour'");
-  EXPECT_EQ(complaint("status"), "7: 'ge', 'le' or 'eq' is wanted here");
-  EXPECT_EQ(complaint("status lt 1"), "8: 'ge', 'le' or 'eq' is wanted here");
-  EXPECT_EQ(complaint("status EQ 1"), "8: 'ge', 'le' or 'eq' is wanted here");
-  EXPECT_EQ(complaint("status eq"), "10: status wants a number");
-  EXPECT_EQ(complaint("status eq 'x'"), "11: status wants a number");
-  EXPECT_EQ(complaint("status eq 1x"), "11: status wants a number");
-  EXPECT_EQ(complaint("dedupRatio eq 1e999"), "15: dedupRatio wants a number");
-  EXPECT_EQ(complaint("dedupRatio eq nan"), "15: dedupRatio wants a number");
-  EXPECT_EQ(complaint("dedupRatio eq inf"), "15: dedupRatio wants a number");
-  EXPECT_EQ(complaint("jobType eq BACKUP"), "12: jobType wants a text in single quotes");
+  EXPECT_EQ(complaint("status"), "7: expected 'ge', 'le' or 'eq'");
+  EXPECT_EQ(complaint("status lt 1"), "8: expected 'ge', 'le' or 'eq'");
+  EXPECT_EQ(complaint("status EQ 1"), "8: expected 'ge', 'le' or 'eq'");
+  EXPECT_EQ(complaint("status eq"), "10: status needs a number");
+  EXPECT_EQ(complaint("status eq 'x'"), "11: status needs a number");
+  EXPECT_EQ(complaint("status eq 1x"), "11: status needs a number");
+  EXPECT_EQ(complaint("dedupRatio eq 1e999"), "15: dedupRatio needs a number");
+  EXPECT_EQ(complaint("dedupRatio eq nan"), "15: dedupRatio needs a number");
+  EXPECT_EQ(complaint("dedupRatio eq inf"), "15: dedupRatio needs a number");
+  EXPECT_EQ(complaint("jobType eq BACKUP"), "12: jobType needs a text in single quotes");
   EXPECT_EQ(complaint("jobType eq 'BACKUP"), "12: the text has no closing quote");
   EXPECT_EQ(complaint("jobType eq '"), "12: the text has no closing quote");
   EXPECT_EQ(complaint("startTime ge '2024-01-01T00:00:00.000Z'"),
-            "14: startTime wants a bare time");
+            "14: startTime needs a time without quotes");
   EXPECT_EQ(complaint("startTime ge yesterday"),
-            "14: startTime wants a time such as 2026-01-31T04:05:06.000Z");
-  EXPECT_EQ(complaint("(status eq 1"), "13: ')' is wanted here");
-  EXPECT_EQ(complaint("status eq 1)"), "12: 'and', 'or' or the end is wanted here");
-  EXPECT_EQ(complaint("()"), "2: an attribute is wanted here");
-  EXPECT_EQ(complaint("status eq 1 status eq 2"), "13: 'and', 'or' or the end is wanted here");
-  EXPECT_EQ(complaint("status eq 1 and"), "16: an attribute is wanted here");
+            "14: startTime needs a time such as 2026-01-31T04:05:06.000Z");
+  EXPECT_EQ(complaint("(status eq 1"), "13: expected ')'");
+  EXPECT_EQ(complaint("status eq 1)"), "12: expected 'and', 'or' or the end");
+  EXPECT_EQ(complaint("()"), "2: expected an attribute");
+  EXPECT_EQ(complaint("status eq 1 status eq 2"), "13: expected 'and', 'or' or the end");
+  EXPECT_EQ(complaint("status eq 1 and"), "16: expected an attribute");
   EXPECT_EQ(complaint("and status eq 1"), "1: unknown attribute 'and'");
   EXPECT_EQ(complaint("status eq 1; DROP TABLE backups"), "12: cannot read ';'");
   EXPECT_EQ(complaint("\xff"), "1: cannot read '\\xff'");
@@ -101,8 +101,8 @@ TEST(Filter, ParenthesesMayBe32Deep) {
     return std::string(depth, '(') + "status eq 1" + std::string(depth, ')');
   };
   EXPECT_EQ(translate(nested(32)).values.size(), 1U);
-  EXPECT_EQ(complaint(nested(33)), "33: the parentheses are too deep");
-  EXPECT_EQ(complaint(std::string(1'000'000, '(')), "33: the parentheses are too deep");
+  EXPECT_EQ(complaint(nested(33)), "33: the parentheses are nested too deeply");
+  EXPECT_EQ(complaint(std::string(1'000'000, '(')), "33: the parentheses are nested too deeply");
 }
 
 TEST(Filter, ComparisonsMayBe100) {

@@ -44,8 +44,8 @@ TEST(ToolOptions, ReadsOptionsInAnyOrder) {
 
 TEST(ToolOptions, SaysWhatIsWrong) {
   EXPECT_EQ(complaint({}), "-d is missing");
-  EXPECT_EQ(complaint({"-d"}), "-d: its value is missing");
-  EXPECT_EQ(complaint({"-d", "1", "-d", "2"}), "-d: stands twice");
+  EXPECT_EQ(complaint({"-d"}), "-d: the value is missing");
+  EXPECT_EQ(complaint({"-d", "1", "-d", "2"}), "-d: is given twice");
   EXPECT_EQ(complaint({"-d", "1", "stray"}), "unknown option 'stray'");
   EXPECT_EQ(complaint({"-d", "1", "-z"}), "unknown option '-z'");
 }
@@ -85,7 +85,7 @@ TEST(RunTool, ErrorsGoToStandardError) {
   EXPECT_EQ(run(
                 {}, [](const ToolOptions&) {}, out, err),
             2);
-  EXPECT_EQ(err, "tool: -d is missing (--help tells the usage)\n");
+  EXPECT_EQ(err, "tool: -d is missing (see --help)\n");
   EXPECT_EQ(
       run(
           {"-d", "1"}, [](const ToolOptions&) { throw std::runtime_error("no luck"); }, out, err),

@@ -66,7 +66,7 @@ TEST_F(WebServiceTest, AnswersASingleImage) {
   EXPECT_EQ(reply.status, 200);
   EXPECT_TRUE(reply.body.starts_with(R"({"data":{"type":"image","id":"web01_1769817600",)"));
   EXPECT_EQ(complaint(answer("GET", "/corvane/catalog/images/web01_1769817700")),
-            "404 there is no such element (web01_1769817700)");
+            "404 no such element (web01_1769817700)");
 }
 
 TEST_F(WebServiceTest, UnknownPathsAre404) {
@@ -167,9 +167,9 @@ TEST_F(WebServiceTest, ABadReportIsRefused) {
   EXPECT_EQ(post(R"({"data":{"type":"anomaly","id":"A1"}})"),
             "400 not an object (body, data.attributes)");
   EXPECT_EQ(post(R"({"data":{"type":"anomaly","id":"","attributes":{}}})"),
-            "400 not a text of 1 to 256 bytes, nor a whole number (body, data.id)");
+            "400 neither a text of 1 to 256 bytes nor a whole number (body, data.id)");
   EXPECT_EQ(post(R"({"data":{"type":"anomaly","id":null,"attributes":{}}})"),
-            "400 not a text of 1 to 256 bytes, nor a whole number (body, data.id)");
+            "400 neither a text of 1 to 256 bytes nor a whole number (body, data.id)");
   EXPECT_THAT(post(std::string(500'000, '[')), ::testing::StartsWith("400 not JSON: "));
   EXPECT_THAT(ids(answer("GET", "/corvane/wui/anomalies").body), ElementsAre());
 }
