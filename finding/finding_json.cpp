@@ -20,8 +20,6 @@ constexpr std::size_t kMostIncident = 1024;
 constexpr std::size_t kMostListed = 32;
 constexpr std::int64_t kMostRuns = 1000;
 constexpr std::size_t kMostDetails = std::size_t{256} << 10;
-// Rows of former versions have this in place of an infinite ratio.
-constexpr double kFormerInfinity = 1e6;
 
 JsonPtr object() { return JsonPtr(json_object()); }
 
@@ -107,7 +105,7 @@ StreamKey read_stream(const json_t* from) {
 bool read_bound(const json_t* from, const char* name, Figure figure, double& bound) {
   const bool is_number = read_number(from, name, bound);
   const bool is_endless = json_is_null(json_object_get(from, name)) ||
-                          (figure == kRatio && is_number && bound == kFormerInfinity);
+                          (is_number && is_unlimited(figure, bound));
   if (is_endless) bound = std::numeric_limits<double>::infinity();
   return is_number || is_endless;
 }

@@ -42,7 +42,7 @@ def test_everybody_is_told_the_same_once(world):
     assert by_mail["plain"].rstrip("\n") == f"{subject}\n\n{by_web['text']}".rstrip("\n")
     assert by_journal["MESSAGE"] == f"{subject}\n{by_web['text']}"
     assert (by_journal["PRIORITY"], by_journal["ANOMALY_CLIENT"]) == ("2", "web01")
-    for part in ("web01", "nightly", "49.5 times the usual 20 MB (19 MB to 21 MB)", "encrypted", "since",
+    for part in ("web01", "nightly", "49.5 times the usual 20 MB (19 to 21 MB)", "encrypted", "since",
                  "last good backup is web01_0", "FALSE_POSITIVE"):
         assert part in by_web["text"]
     assert world.log(16) == []

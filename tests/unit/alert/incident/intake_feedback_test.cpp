@@ -204,7 +204,7 @@ TEST_F(IntakeFeedbackTest, AnAdoptedChangeIsOverWhateverCameLast) {
   EXPECT_EQ(incident().end, IncidentEnd::kAdopted);
   EXPECT_EQ(incident().until, kFirst + 5);
   EXPECT_THAT(take(kMail), ElementsAre("end c 2"));
-  EXPECT_THAT(taken_.back().body, HasSubstr("new normal"));
+  EXPECT_THAT(taken_.back().body, HasSubstr("now part of the baseline"));
 }
 
 TEST_F(IntakeFeedbackTest, AMarkThatWasLostIsMadeAgainAndNobodyIsTold) {

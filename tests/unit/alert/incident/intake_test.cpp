@@ -209,7 +209,7 @@ TEST_F(IntakeTest, TheEndSaysWhetherTheChangeIsTheNewNormal) {
   pass();
   take(kMail);
   ASSERT_EQ(taken_.size(), 1U);
-  EXPECT_THAT(taken_.back().body, HasSubstr("new normal"));
+  EXPECT_THAT(taken_.back().body, HasSubstr("now part of the baseline"));
 }
 
 TEST_F(IntakeTest, AFalsePositiveIsClosedAndStaysSilent) {
