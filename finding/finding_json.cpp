@@ -104,8 +104,8 @@ StreamKey read_stream(const json_t* from) {
 // False when there is neither a number nor the null that stands for "without a bound".
 bool read_bound(const json_t* from, const char* name, Figure figure, double& bound) {
   const bool is_number = read_number(from, name, bound);
-  const bool is_endless = json_is_null(json_object_get(from, name)) ||
-                          (is_number && is_unlimited(figure, bound));
+  const bool is_endless =
+      json_is_null(json_object_get(from, name)) || (is_number && is_unlimited(figure, bound));
   if (is_endless) bound = std::numeric_limits<double>::infinity();
   return is_number || is_endless;
 }

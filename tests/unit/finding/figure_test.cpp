@@ -60,6 +60,7 @@ TEST(Figure, SpansAreInOneUnitToo) {
   EXPECT_EQ(said(kDuration, 120, 50, 60, 72), "2 min, 1 min, 0.83 to 1.2 min");
   EXPECT_EQ(said(kDuration, 7199, 600, 0, 1200), "120 min, 0 min, 10 to 20 min");
   EXPECT_EQ(said(kDuration, 7200, 0, 29, 12'030), "2 h, less than 1 min, 0 to 3 h 21 min");
+  EXPECT_EQ(said(kDuration, 7200, 30, 60, 89), "2 h, 1 min, 1 min");
   EXPECT_EQ(said(kDuration, 172'799, 3540, 3600, 3660), "48 h, 1 h, 59 min to 1 h 1 min");
   EXPECT_EQ(said(kDuration, 172'800, 0, 0, 97'200), "2 d, 0 h, 0 to 1 d 3 h");
   EXPECT_EQ(said(kDuration, 1e300, -5, 30, 3600), "11574074 d 2 h, less than 1 h, 0 h to 1 h");
@@ -99,9 +100,17 @@ TEST(Figure, AreOrderedByTheirDeviationAndTheDurationComesLast) {
   EXPECT_EQ(figures_by_deviation(figures), (std::vector<Figure>{kSize, kFiles, kRatio, kDuration}));
 }
 
-TEST(Figure, IdsGiveTheirFigureBack) {
-  for (std::size_t i = 0; i < kFigures; ++i)
-    EXPECT_EQ(figure_of(names_of(Figure{i}).id), Figure{i});
+TEST(Figure, HasAnIdAUnitAndALabel) {
+  const auto names = [](Figure figure) {
+    const FigureNames& all = names_of(figure);
+    EXPECT_EQ(figure_of(all.id), figure);
+    return std::string(all.id) + ", " + all.unit + ", " + all.label;
+  };
+  EXPECT_EQ(names(kFiles), "files, files, Files");
+  EXPECT_EQ(names(kSize), "image_size, KB, Size");
+  EXPECT_EQ(names(kTransferred), "kb_transferred, KB, Transferred");
+  EXPECT_EQ(names(kRatio), "dedup_ratio, ratio, Deduplication ratio");
+  EXPECT_EQ(names(kDuration), "duration, seconds, Duration");
   EXPECT_EQ(figure_of("Files"), std::nullopt);
 }
 

@@ -7,10 +7,8 @@
 #include <limits>
 
 #include "companions/alert/channel/message.h"
-#include "finding/plain_text.h"
 #include "platform/c_handles.h"
 #include "tests/unit/alert/alert_world.h"
-#include "util/json.h"
 
 namespace corvane::alert {
 namespace {
@@ -126,6 +124,7 @@ TEST(Sentence, OfASlowChangeNamesTheRunsThatItTook) {
 TEST(Sentence, ForeignDetailsLeaveWhatTheRowKnows) {
   const Words words = words_for(read("no json"), "m");
   EXPECT_EQ(words.subject, "The backup of client web01 is unusual");
+  EXPECT_EQ(words_for(read(R"({"features":7,"stream":"s"})"), "m").subject, words.subject);
   EXPECT_THAT(words.body,
               HasSubstr(" is unusual. No details are available; the detection key is key.\n"));
 }
@@ -144,64 +143,6 @@ TEST(Sentence, TheEnd) {
       "The daily backup of client c (policy p) has been back to normal since 2023-11-14 22:13 "
       "UTC. It had been unusual since 2023-11-14 22:13 UTC, in 3 backups.\n"
       "The change has lasted and is now part of the baseline.\n");
-}
-
-TEST(PlainText, IsOneLineWithoutMarkup) {
-  EXPECT_EQ(plain_text("a\r\nb\tc\x1b[1m"), "a  b c [1m");
-  EXPECT_EQ(plain_text(std::string("a\0b", 3)), "a b");
-  EXPECT_EQ(plain_text("<b>\xC2\x85"),
-            "\xE2\x80\xB9"
-            "b\xE2\x80\xBA ");
-  EXPECT_EQ(plain_text("a\xE2\x80\xAE"
-                       "b\xEF\xBB\xBF"
-                       "c\xF3\xA0\x81\x81"),
-            "abc");
-  EXPECT_EQ(plain_text("Größe \xFF"), "Größe \xEF\xBF\xBD");
-  EXPECT_EQ(plain_text("äöü", 2), "äö\xE2\x80\xA6");
-  EXPECT_EQ(plain_text("äö", 2), "äö");
-}
-
-TEST(PlainText, Numbers) {
-  EXPECT_EQ(number_text(0), "0");
-  EXPECT_EQ(number_text(999), "999");
-  EXPECT_EQ(number_text(1234567.8), "1,234,568");
-  EXPECT_EQ(number_text(-1234), "-1,234");
-  EXPECT_EQ(number_text(1.5), "1.5");
-  EXPECT_EQ(number_text(10), "10");
-  EXPECT_EQ(number_text(-0.001), "0");
-  EXPECT_EQ(number_text(1e300), "1,000,000,000,000,000");
-}
-
-TEST(PlainText, Times) {
-  EXPECT_EQ(utc_text(kFirst), "2023-11-14 22:13 UTC");
-  EXPECT_EQ(utc_text(0), "an unknown time");
-  EXPECT_EQ(utc_text(-5), "an unknown time");
-  EXPECT_EQ(utc_text(std::numeric_limits<std::int64_t>::max()), "an unknown time");
-}
-
-TEST(PlainText, JsonLosesItsEscapedNulsOnly) {
-  EXPECT_EQ(without_nul(R"({"a":"x\u0000y","b":"\\u0000","c":"\\\u0000"})"),
-            R"({"a":"x\ufffdy","b":"\\u0000","c":"\\\ufffd"})");
-}
-
-TEST(ReadAnomaly, TakesWhatIsOfTheRightType) {
-  const Anomaly anomaly = read(
-      R"({"severity":"3","incident":5,"stream":{"client":7},"time":"x","last_good":[],)"
-      R"("causes":{"id":"e"},"features":[{"name":"f"},{"value":1},7,{"name":"files","value":1}]})");
-  EXPECT_EQ(anomaly.finding.severity, Severity::kMajor);
-  EXPECT_EQ(anomaly.incident, "anomaly_1");
-  EXPECT_EQ(first_record_of(anomaly.incident), "");
-  EXPECT_FALSE(anomaly.finding.has_stream);
-  EXPECT_EQ(anomaly.finding.stream.client, "web01");
-  EXPECT_EQ(anomaly.time(), kFirst + 60);
-  EXPECT_EQ(anomaly.finding.likeliest_cause(), std::nullopt);
-  EXPECT_TRUE(anomaly.finding.figures[kFiles].known);
-  EXPECT_FALSE(anomaly.finding.figures[kFiles].has_usual);
-  EXPECT_FALSE(anomaly.finding.figures[kSize].known);
-  EXPECT_EQ(read(R"({"severity":99})").finding.severity, Severity::kCritical);
-  EXPECT_EQ(read(R"({"severity":-99})").finding.severity, Severity::kWarning);
-  EXPECT_EQ(words_for(read(R"({"features":7,"stream":"s"})"), "m").subject,
-            "The backup of client web01 is unusual");
 }
 
 TEST(Document, IsJsonWhateverTheNamesAre) {
