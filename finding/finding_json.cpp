@@ -14,7 +14,7 @@ constexpr int kSchemaVersion = 1;
 constexpr char kOwnHistory[] = "own history";
 constexpr char kOtherStream[] = "another stream";
 
-// What is over these bounds is not the detection's work.
+// Anything beyond these bounds is not the work of the detection.
 constexpr std::size_t kMostName = 4096;
 constexpr std::size_t kMostIncident = 1024;
 constexpr std::size_t kMostListed = 32;
@@ -101,7 +101,7 @@ StreamKey read_stream(const json_t* from) {
   return stream;
 }
 
-// False when there is neither a number nor the null that stands for "without a bound".
+// False when there is neither a number nor the null that means "without a bound".
 bool read_bound(const json_t* from, const char* name, Figure figure, double& bound) {
   const bool is_number = read_number(from, name, bound);
   const bool is_endless =
@@ -129,7 +129,7 @@ FigureViews read_figures(const json_t* array) {
   return figures;
 }
 
-// What cannot be the detection's leaves the figures to tell of.
+// Without one that can be the detection's, the figures are the reason.
 std::optional<SlowChange> read_slow_change(const json_t* from) {
   const std::string measure = text_member(from, "measure");
   SlowChange change;

@@ -257,7 +257,7 @@ def test_the_whole_circle(make_machine):
     machine.run("cvhostd", "feedback", host.CATALOG, name, "FALSE_POSITIVE")
     next_gather(machine)
     wait_until(lambda: machine.query("SELECT 1 FROM ANOMALY_DATA_FEEDBACK WHERE FEEDBACK = 1"), 60, "it is fetched")
-    wait_until(lambda: (4, ALERT, f"People say that [{name}] is a false positive") in
+    wait_until(lambda: (4, ALERT, f"Anomaly [{name}] was marked as a false positive") in
                machine.log_records(program=ALERT), 60, "the incident is closed")
     wait_until(lambda: machine.query("SELECT 1 FROM HIST_DATA WHERE JOB_ID = 901"), 60, "the detection learns")
     load(machine, [nightly(902, int(machine.clock.now()) + 5, is_encrypted=True)])

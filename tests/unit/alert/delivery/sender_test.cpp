@@ -69,7 +69,7 @@ TEST_F(SenderTest, SaysAReasonOnceAndThatItIsOver) {
   fake.now += 100;
   EXPECT_EQ(sender.step(), Step::kFailed);
   EXPECT_EQ(fake::log_lines(),
-            (std::vector<Line>{{8, program, "Channel mail fails, trying again: no route"}}));
+            (std::vector<Line>{{8, program, "Channel mail failed, trying again: no route"}}));
   fake.now += 100;
   EXPECT_EQ(sender.step(), Step::kTaken);
   EXPECT_EQ(fake::log_lines().back(), (Line{4, program, "Channel mail works again"}));
@@ -93,7 +93,7 @@ TEST_F(SenderTest, WritesDeadLettersAfterADay) {
   EXPECT_THAT(letters, HasSubstr(R"("clientName":"c")"));
   ASSERT_EQ(fake::log_lines(16).size(), 1U);
   EXPECT_EQ(fake::log_lines(16).at(0).text,
-            "Given up after a day: 1 messages for channel mail, see " + dead);
+            "Channel mail: 1 message not delivered for a day, now in " + dead);
   fake.now += kDay;
   EXPECT_EQ(sender.step(), Step::kNothing);
   EXPECT_EQ(channel.got.size(), 2U);
@@ -149,7 +149,7 @@ TEST_F(SenderTest, AnOutcomeIsNotedAsSoonAsItCanBe) {
   EXPECT_EQ(sender.step(), Step::kTaken);
   repair.join();
   EXPECT_THAT(fake::log_lines(16).at(0).text,
-              HasSubstr("Cannot note what channel mail took, trying again: "));
+              HasSubstr("Cannot record the outcome for channel mail, trying again: "));
   EXPECT_EQ(channel.got.size(), 1U);
   EXPECT_EQ(sender.step(), Step::kNothing);
 }

@@ -43,7 +43,7 @@ TEST_P(OneOfThreeRecords, ClosesTheIncidentAndWithdrawnOpensItAgain) {
   EXPECT_EQ(pass(kFirst + 7).ended, 0U);
   EXPECT_EQ(incident().end, IncidentEnd::kFalsePositive);
   EXPECT_EQ(incident().until, kFirst + 7);
-  EXPECT_EQ(fake::log_lines(4).back().text, "People say that [anomaly_1] is a false positive");
+  EXPECT_EQ(fake::log_lines(4).back().text, "Anomaly [anomaly_1] was marked as a false positive");
   pass(kFirst + 8);
   EXPECT_EQ(incident().until, kFirst + 7);
   feedback(said_of_, 0);
@@ -51,7 +51,7 @@ TEST_P(OneOfThreeRecords, ClosesTheIncidentAndWithdrawnOpensItAgain) {
   EXPECT_TRUE(incident().is_open());
   EXPECT_EQ(incident().until, 0);
   EXPECT_EQ(fake::log_lines(4).back().text,
-            "People no longer say that [anomaly_1] is a false positive");
+            "Anomaly [anomaly_1] is no longer marked as a false positive");
   EXPECT_EQ(fake::log_lines(4).size(), 2U);
   EXPECT_THAT(take(kMail), IsEmpty());
   EXPECT_THAT(take(kWeb), IsEmpty());

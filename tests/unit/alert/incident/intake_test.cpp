@@ -219,7 +219,7 @@ TEST_F(IntakeTest, AFalsePositiveIsClosedAndStaysSilent) {
   feedback("anomaly_a", 1);
   usual_backup("c", kFirst + kDay);
   EXPECT_EQ(pass().ended, 0U);
-  EXPECT_EQ(fake::log_lines(4).at(0).text, "People say that [anomaly_a] is a false positive");
+  EXPECT_EQ(fake::log_lines(4).at(0).text, "Anomaly [anomaly_a] was marked as a false positive");
   anomaly("anomaly_b", details_of("c", "incident_a", 3, kFirst + 2 * kDay));
   pass();
   EXPECT_THAT(take(kMail), IsEmpty());
