@@ -100,20 +100,13 @@ std::string severities_in_words(const Totals& totals) {
 
 std::string causes_in_words(const Folded& folded) {
   static const std::string kSql =
-      typed_sql("SELECT i.cause, count(*) AS number" FOLDED
-                "AND d.kind <> {end} GROUP BY i.cause ORDER BY number DESC, i.cause");
-  std::vector<std::pair<std::string, std::int64_t>> causes;
+      typed_sql("SELECT i.cause, count(*)" FOLDED "AND d.kind <> {end} GROUP BY i.cause");
+  std::map<std::string, std::int64_t> numbers;
   Query& rows = folded.query(kSql);
-  while (rows.step()) {
-    const std::string words(noun_for(cause_of(rows.view(0))));
-    const auto known = std::find_if(causes.begin(), causes.end(),
-                                    [&](const auto& cause) { return cause.first == words; });
-    if (known == causes.end()) {
-      causes.emplace_back(words, rows.integer(1));
-    } else {
-      known->second += rows.integer(1);
-    }
-  }
+  while (rows.step()) numbers[noun_for(cause_of(rows.view(0)))] += rows.integer(1);
+  std::vector<std::pair<std::string, std::int64_t>> causes(numbers.begin(), numbers.end());
+  std::ranges::stable_sort(causes, std::ranges::greater{},
+                           &std::pair<std::string, std::int64_t>::second);
   std::string words;
   for (const auto& [cause, number] : causes) {
     words = joined(words, ", ", with_number(cause, number));
