@@ -129,6 +129,93 @@ TEST(Sentence, ForeignDetailsLeaveWhatTheRowKnows) {
               HasSubstr(" is unusual. No details are available; the detection key is key.\n"));
 }
 
+// Of files: how they differ, and the range where that is said too.
+std::string said(double value, double low, double usual, double high) {
+  Anomaly anomaly;
+  anomaly.finding.stream.client = "c";
+  anomaly.finding.figures[kFiles] = {true, true, value, low, usual, high, 9};
+  const std::string begin = "The backup of client c is unusual: " +
+                            value_in_words(kFiles, anomaly.finding.figures[kFiles]) + ", ";
+  const std::string body = words_for(anomaly, "").body;
+  EXPECT_THAT(body, ::testing::StartsWith(begin));
+  return body.substr(begin.size(), body.find(".\n") - begin.size());
+}
+
+TEST(Sentence, SaysTimesOrPercentOfTheUsualUnlessItVariesALot) {
+  EXPECT_EQ(said(2000, 990, 1000, 1010), "2 times the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(2049, 990, 1000, 1010), "2 times the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(12'340, 990, 1000, 1010), "12.3 times the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(1999, 990, 1000, 1010), "200 % of the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(1500, 990, 1000, 1010), "150 % of the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(5, 990, 1000, 1010), "1 % of the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(4, 990, 1000, 1010), "less than 1 % of the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(10, 250, 1000, 4000), "1 % of the usual 1,000 (250 to 4,000)");
+  EXPECT_EQ(said(10, 249, 1000, 4000), "usually 249 to 4,000");
+  EXPECT_EQ(said(10, 250, 1000, 4001), "usually 250 to 4,001");
+}
+
+TEST(Sentence, SaysTheRangeWhereAFactorSaysNothing) {
+  EXPECT_EQ(said(0, 990, 1000, 1010), "usually 990 to 1,010");
+  EXPECT_EQ(said(1004, 1001, 1000, 1002), "usually 1,001 to 1,002");
+  EXPECT_EQ(said(1006, 1001, 1000, 1002), "101 % of the usual 1,000 (1,001 to 1,002)");
+  EXPECT_EQ(said(5, 0, 0, 0), "usually 0");
+  EXPECT_EQ(said(5, -1, -2, -3), "usually -1 to -3");
+  EXPECT_EQ(said(5, 0.25, 1, 4), "5 times the usual 1 (0 to 4)");
+}
+
+TEST(Sentence, SaysTheRangeOfARatioWithoutABound) {
+  const auto subject = [](const FigureView& view) {
+    Anomaly anomaly;
+    anomaly.finding.stream.client = "c";
+    anomaly.finding.figures[kRatio] = view;
+    return words_for(anomaly, "").subject;
+  };
+  const double infinity = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(subject({true, true, infinity, 2, 3, 4, 9}),
+            "The backup of client c: deduplication ratio unlimited, usually 2 to 4");
+  EXPECT_EQ(subject({true, true, 3, infinity, infinity, infinity, 9}),
+            "The backup of client c: deduplication ratio 3, usually unlimited");
+  EXPECT_EQ(subject({true, true, 3, 1, 2e6, 2e6, 9}),
+            "The backup of client c: deduplication ratio 3, usually at least 1");
+}
+
+TEST(Sentence, NamesAllThatIsKnownOfTheBackup) {
+  Anomaly anomaly;
+  anomaly.finding.stream.client = "<c>";
+  EXPECT_EQ(words_for(anomaly, "").subject, "The backup of client \u2039c\u203A is unusual");
+  anomaly.finding.stream.schedule_name = "da\nily";
+  EXPECT_EQ(words_for(anomaly, "").subject, "The da ily backup of client \u2039c\u203A is unusual");
+  anomaly.finding.stream.policy = "p\n";
+  anomaly.finding.time = 1;
+  EXPECT_THAT(words_for(anomaly, "").body,
+              ::testing::StartsWith("The da ily backup of client \u2039c\u203A (policy p ) from "
+                                    "1970-01-01 00:00 UTC is unusual. No details"));
+  anomaly.finding.summary = "what\nis known";
+  EXPECT_THAT(words_for(anomaly, "").body, HasSubstr(" is unusual. what is known\nUnusual since"));
+}
+
+TEST(Sentence, CutsLongTexts) {
+  Anomaly anomaly;
+  const std::string most(400, 'x');
+  anomaly.finding.causes = {{CauseKind::kPacked, most + "yz"}};
+  anomaly.finding.summary = most + "yz";
+  const std::string body =
+      words_for_anomaly(anomaly, {kFirst, most + "yz", std::string(201, 'm')}).body;
+  EXPECT_THAT(body, HasSubstr(" is unusual. " + most + "\u2026\n"));
+  EXPECT_THAT(body, HasSubstr("Likely cause: " + most + "\u2026\n"));
+  EXPECT_THAT(body, HasSubstr("give anomaly " + most + "\u2026 the feedback"));
+  EXPECT_THAT(body, HasSubstr("web interface of " + std::string(200, 'm') + "\u2026. Similar"));
+}
+
+TEST(Sentence, OfACauseWithoutWordsSaysItsPhraseOnly) {
+  Anomaly anomaly;
+  anomaly.finding.stream.client = "c";
+  anomaly.finding.causes = {{CauseKind::kPacked, ""}, {CauseKind::kEncryption, "words"}};
+  EXPECT_EQ(words_for(anomaly, "").subject,
+            "The backup of client c is unusual; looks like files packed into archives");
+  EXPECT_THAT(words_for(anomaly, "").body, Not(HasSubstr("cause")));
+}
+
 TEST(Sentence, TheEnd) {
   const StreamKey stream{"c", "p", "", "", "daily", "", ""};
   const Words words = words_for_end({stream, kFirst, kFirst + kDay, 1, false});
