@@ -79,7 +79,7 @@ std::string range_in(const Unit& unit, Figure figure, const FigureView& view) {
   std::string low = amount_in(unit, figure, view.low);
   if (is_unlimited(figure, view.low)) return low;
   if (is_unlimited(figure, view.high)) return "at least " + low;
-  const std::string high = amount_in(unit, figure, view.high);
+  std::string high = amount_in(unit, figure, view.high);
   if (low == high) return high;
   // The unit once, at the end.
   if (view.low == 0) {
