@@ -1,4 +1,4 @@
-// One record of ANOMALY_DATA with the finding that stands in it.
+// One row of ANOMALY_DATA with the finding in it.
 #pragma once
 
 #include <jansson.h>
@@ -11,34 +11,34 @@
 
 namespace corvane {
 
-// What people have said of an anomaly. Whether its incident is over is another matter.
+// What people said of an anomaly. Whether its incident is resolved is another matter.
 enum class Review { kNotReviewed, kConfirmed, kFalsePositive };
 
 struct Anomaly {
   AnomalyRow row;
-  Finding finding;  // of details that cannot be read: what the row itself knows
-  // The name of its incident; the record's own id when the finding names none.
+  Finding finding;  // what the row itself knows when the details cannot be read
+  // The name of its incident; the anomaly's own id when the finding names none.
   std::string incident;
 
   Review review() const;
-  // Of the backup; of the detection where that is not known.
+  // Of the backup, or of the detection when that is not known. Seconds since the epoch.
   std::int64_t time() const { return finding.time > 0 ? finding.time : row.detection_time; }
 };
 
-// Parses the details, once.
+// Parses the details.
 Anomaly read_anomaly(AnomalyRow row);
-// The same with the details parsed already; null: they cannot be read.
+// The same with parsed details; null: they cannot be read.
 Anomaly read_anomaly(AnomalyRow row, const json_t* details);
 
-// --- Names: derived from the backup's UNIQUE_KEY, so that a row judged again is the same anomaly
-// ---
+// --- Names ---
+// Derived from the UNIQUE_KEY of the backup, so that a record judged again is the same anomaly.
 
 std::string anomaly_id(const std::string& unique_key);
 std::string incident_name(const std::string& first_unique_key);
-// The key again; empty when it is not one of these names.
+// The key in an anomaly's id; empty when it is not the id of an anomaly of the detection.
 std::string unique_key_of(const std::string& anomaly_id);
-// The id of the incident's first record: its id at the web service. Empty when the name is not the
-// detection's.
+// The id of an incident's first record, which is its id at the web service. Empty when the name is
+// not one of the detection.
 std::string first_record_of(const std::string& incident);
 
 }  // namespace corvane

@@ -15,20 +15,20 @@ struct CauseWords {
 
 // By CauseKind.
 constexpr std::array<CauseWords, 6> kCauses{{
-    {"unclear", "The figures are unusual in a way that no known cause explains.",
-     "no known cause fits", "no known cause"},
+    {"unclear", "No known cause explains these figures.", "no known cause", "no known cause"},
     {"encryption",
-     "Files may have been encrypted: much content is new and the store cannot shrink it, while "
+     "Files may have been encrypted: much of the content is new and does not deduplicate, while "
      "the files are still there.",
      "looks like encryption", "encryption"},
     {"mass_deletion", "A large part of the files is gone.", "looks like a mass deletion",
      "mass deletion"},
-    {"source_empty", "The source is nearly empty: everything deleted, or not mounted.",
-     "the source is nearly empty", "source nearly empty"},
-    {"runaway_growth", "The source has grown far beyond its usual size.",
-     "the source grows beyond measure", "growth beyond measure"},
-    {"packed", "The files were packed into few: their number collapsed, their size did not.",
-     "looks as if the files were packed into few", "files packed into few"},
+    {"source_empty", "The source is nearly empty: everything was deleted, or it was not mounted.",
+     "the source is nearly empty", "nearly empty source"},
+    {"runaway_growth", "The source has grown far beyond its usual size.", "runaway growth",
+     "runaway growth"},
+    {"packed",
+     "Files may have been packed into archives: their number has collapsed, but not their size.",
+     "looks like files packed into archives", "files packed into archives"},
 }};
 
 const CauseWords& words_of(CauseKind kind) { return kCauses.at(static_cast<std::size_t>(kind)); }
@@ -39,8 +39,8 @@ Cause cause(CauseKind kind) { return {kind, words_of(kind).sentence}; }
 
 Cause slow_encryption() {
   return {CauseKind::kEncryption,
-          "Files may be being encrypted little by little: several runs in a row found more new "
-          "content than such runs ever did."};
+          "Files may be undergoing gradual encryption: several backups in a row found more new "
+          "content than ever before."};
 }
 
 const char* id_of(CauseKind kind) { return words_of(kind).id; }

@@ -1,4 +1,4 @@
-// What may have happened to the source of an anomalous backup, in the words of all programs.
+// What may have happened to the source of an anomalous backup, as all programs word it.
 #pragma once
 
 #include <optional>
@@ -18,21 +18,21 @@ enum class CauseKind {
 
 struct Cause {
   CauseKind kind = CauseKind::kUnclear;
-  std::string words;  // a plain sentence
+  std::string words;  // one sentence
 };
 
-// With the sentence that goes with it.
+// With its sentence.
 Cause cause(CauseKind kind);
-// Encryption that several runs in a row give away.
+// Encryption that shows only over several backups in a row.
 Cause slow_encryption();
 
-// "mass_deletion", in JSON documents. An id that is not known is kUnclear.
+// "mass_deletion", in JSON documents. An unknown id is kUnclear.
 const char* id_of(CauseKind kind);
 CauseKind cause_of(std::string_view id);
 
 // Part of a sentence: "looks like a mass deletion".
 const char* phrase_for(CauseKind kind);
-// For a list: "mass deletion"; without a cause "no known cause".
+// For lists: "mass deletion"; without a cause "no known cause".
 const char* noun_for(std::optional<CauseKind> kind);
 
 }  // namespace corvane

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 #include "finding/words.h"
 
@@ -14,7 +15,80 @@ constexpr std::array<FigureNames, kFigures> kNames{{{"files", "files", "Files"},
                                                     {"kb_transferred", "KB", "Transferred"},
                                                     {"dedup_ratio", "ratio", "Deduplication ratio"},
                                                     {"duration", "seconds", "Duration"}}};
-constexpr double kLongest = 1e12;  // seconds
+constexpr double kLongest = 1e12;        // seconds
+constexpr double kUnlimitedRatio = 1e6;  // former versions stored it in place of infinity
+constexpr double kLeastShown = 0.005;
+
+// What the values of one figure are written in; a plain number without a name.
+struct Unit {
+  double size = 1;
+  const char* name = "";
+  // "3 h 20 min": so many of this unit and the smaller one. 0: this unit alone, "5.7 MB".
+  std::int64_t parts = 0;
+  const char* part_name = "";
+};
+
+Unit unit_of_size(double largest) {
+  constexpr std::array kSizes{"KB", "MB", "GB", "TB", "PB", "EB"};
+  Unit unit{.name = kSizes.front()};
+  for (std::size_t i = 1; i < kSizes.size() && largest >= 1024 * unit.size; ++i) {
+    unit = {.size = 1024 * unit.size, .name = kSizes.at(i)};
+  }
+  return unit;
+}
+
+Unit unit_of_span(double largest) {
+  if (largest < 2 * kMinute) return {.size = 1, .name = "s"};
+  if (largest < 2 * kHour) return {.size = kMinute, .name = "min"};
+  if (largest < 2 * kDay) return {kHour, "h", kHour / kMinute, "min"};
+  return {kDay, "d", kDay / kHour, "h"};
+}
+
+Unit unit_of(Figure figure, const FigureView& view) {
+  double largest = view.value;
+  if (view.has_usual) largest = std::max({largest, view.low, view.usual, view.high});
+  if (figure == kSize || figure == kTransferred) return unit_of_size(largest);
+  return figure == kDuration ? unit_of_span(largest) : Unit{};
+}
+
+std::string short_number(double number) {
+  if (number > 0 && number < kLeastShown) return "less than 0.01";
+  const int decimals = number >= 10 ? 0 : number >= 1 ? 1 : 2;
+  const double scale = std::pow(10, decimals);
+  return number_text(std::round(number * scale) / scale);
+}
+
+std::string in_parts(double value, const Unit& unit) {
+  const std::int64_t all =
+      std::llround(std::clamp(value, 0.0, kLongest) / unit.size * static_cast<double>(unit.parts));
+  const std::string part = std::string(" ") + unit.part_name;
+  if (all == 0) return (value > 0 ? "less than 1" : "0") + part;
+  std::string text;
+  if (all >= unit.parts) text = std::to_string(all / unit.parts) + " " + unit.name;
+  if (all % unit.parts == 0) return text;
+  return text + (text.empty() ? "" : " ") + std::to_string(all % unit.parts) + part;
+}
+
+std::string amount_in(const Unit& unit, Figure figure, double value) {
+  if (unit.parts != 0) return in_parts(value, unit);
+  if (*unit.name == '\0') return amount_text(figure, value);
+  return short_number(value / unit.size) + " " + unit.name;
+}
+
+std::string range_in(const Unit& unit, Figure figure, const FigureView& view) {
+  std::string low = amount_in(unit, figure, view.low);
+  if (is_unlimited(figure, view.low)) return low;
+  if (is_unlimited(figure, view.high)) return "at least " + low;
+  std::string high = amount_in(unit, figure, view.high);
+  if (low == high) return high;
+  // The unit once, at the end.
+  if (view.low == 0) {
+    low = "0";
+  } else if (unit.parts == 0 && *unit.name != '\0') {
+    low.resize(low.rfind(' '));
+  }
+  return low + " to " + high;
+}
 
 }  // namespace
 
@@ -27,8 +101,12 @@ std::optional<Figure> figure_of(std::string_view id) {
   return std::nullopt;
 }
 
+bool is_unlimited(Figure figure, double value) {
+  return std::isinf(value) || (figure == kRatio && value >= kUnlimitedRatio);
+}
+
 std::string amount_text(Figure figure, double value) {
-  if (std::isinf(value)) return "unlimited";
+  if (is_unlimited(figure, value)) return "unlimited";
   switch (figure) {
     case kSize:
     case kTransferred:
@@ -44,8 +122,18 @@ std::string amount_text(Figure figure, double value) {
   return number_text(std::round(value));
 }
 
-std::string amount_in_words(Figure figure, double value) {
-  const std::string amount = amount_text(figure, value);
+FigureWords words_for(Figure figure, const FigureView& view) {
+  const Unit unit = unit_of(figure, view);
+  FigureWords words;
+  words.value = amount_in(unit, figure, view.value);
+  if (!view.has_usual) return words;
+  words.usual = amount_in(unit, figure, view.usual);
+  words.range = range_in(unit, figure, view);
+  return words;
+}
+
+std::string value_in_words(Figure figure, const FigureView& view) {
+  const std::string amount = words_for(figure, view).value;
   switch (figure) {
     case kSize:
       return amount + " in size";
@@ -60,11 +148,6 @@ std::string amount_in_words(Figure figure, double value) {
       break;
   }
   return amount + (amount == "1" ? " file" : " files");
-}
-
-std::string range_text(Figure figure, const FigureView& view) {
-  const std::string low = amount_text(figure, view.low);
-  return std::isinf(view.high) ? "at least " + low : low + " to " + amount_text(figure, view.high);
 }
 
 std::vector<Figure> figures_by_deviation(const FigureViews& figures) {

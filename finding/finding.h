@@ -1,5 +1,5 @@
-// What the detection says of one backup: the one type in which it travels inside programs. Between
-// them it is JSON, see finding_json.h.
+// What the detection says of one backup, as programs handle it. Between programs it is JSON, see
+// finding_json.h.
 #pragma once
 
 #include <cstddef>
@@ -16,33 +16,33 @@
 
 namespace corvane {
 
-// A backup that something refers to. Times are seconds since the epoch.
+// A backup that a finding refers to. Times are seconds since the epoch.
 struct BackupReference {
   std::string backup_id;  // empty: none known
   std::int64_t time = 0;
 };
 
-// Texts are as they came; plain_text() makes them fit to be shown.
+// Texts are as they came; plain_text() makes them safe to show.
 struct Finding {
   std::string summary;                  // one sentence
   Severity severity = Severity::kNone;  // kNone: the backup is not anomalous
   std::string incident;                 // its name; empty: not known
   StreamKey stream;
-  bool has_stream = false;  // false: all that may be known of it is the client
+  bool has_stream = false;  // false: at most the client is known
   std::string backup_id;
   std::int64_t job_id = 0;
   std::int64_t time = 0;      // of the backup; 0: unknown
   std::vector<Cause> causes;  // the likeliest first
-  // What the verdict rests on instead of a figure of this one backup.
+  // The reason for the verdict where no figure of this backup is one.
   std::optional<SlowChange> slow_change;
   FigureViews figures;
-  bool by_other_stream = false;  // judged by what another stream of the source knows
-  std::size_t observations = 0;  // of the stream's history
+  bool by_other_stream = false;  // judged by the baseline of another stream of the source
+  std::size_t observations = 0;  // in the baseline
   double eps = 0;                // the radius in use
   BackupReference last_good;
-  // Only of a backup that was judged late: the stream's first accepted backup after it; 0: none.
+  // Only if the backup was judged late: the stream's first accepted backup after it; 0: none.
   std::int64_t usual_since = 0;
-  // Only of an incident's first backup: the backup with which the change became the new normal.
+  // Only for an incident's first backup: the backup with which the change was adopted.
   std::optional<BackupReference> adopted;
 
   std::optional<CauseKind> likeliest_cause() const {

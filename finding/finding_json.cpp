@@ -14,14 +14,12 @@ constexpr int kSchemaVersion = 1;
 constexpr char kOwnHistory[] = "own history";
 constexpr char kOtherStream[] = "another stream";
 
-// What is over these bounds is not the detection's work.
+// Anything beyond these bounds is not the work of the detection.
 constexpr std::size_t kMostName = 4096;
 constexpr std::size_t kMostIncident = 1024;
 constexpr std::size_t kMostListed = 32;
 constexpr std::int64_t kMostRuns = 1000;
 constexpr std::size_t kMostDetails = std::size_t{256} << 10;
-// Rows of former versions have this in place of an infinite ratio.
-constexpr double kFormerInfinity = 1e6;
 
 JsonPtr object() { return JsonPtr(json_object()); }
 
@@ -103,11 +101,11 @@ StreamKey read_stream(const json_t* from) {
   return stream;
 }
 
-// False when there is neither a number nor the null that stands for "without a bound".
+// False when there is neither a number nor the null that means "without a bound".
 bool read_bound(const json_t* from, const char* name, Figure figure, double& bound) {
   const bool is_number = read_number(from, name, bound);
-  const bool is_endless = json_is_null(json_object_get(from, name)) ||
-                          (figure == kRatio && is_number && bound == kFormerInfinity);
+  const bool is_endless =
+      json_is_null(json_object_get(from, name)) || (is_number && is_unlimited(figure, bound));
   if (is_endless) bound = std::numeric_limits<double>::infinity();
   return is_number || is_endless;
 }
@@ -131,7 +129,7 @@ FigureViews read_figures(const json_t* array) {
   return figures;
 }
 
-// What cannot be the detection's leaves the figures to tell of.
+// Without one that can be the detection's, the figures are the reason.
 std::optional<SlowChange> read_slow_change(const json_t* from) {
   const std::string measure = text_member(from, "measure");
   SlowChange change;

@@ -1,5 +1,5 @@
-// A finding as JSON: ANOMALY_DETAILS, and part of what the programs print. docs/detection.md has
-// the schema.
+// A finding as JSON: ANOMALY_DETAILS, and part of what the programs print. The schema is in
+// docs/detection.md.
 #pragma once
 
 #include <jansson.h>
@@ -17,15 +17,15 @@ JsonPtr to_json(const Finding& finding);
 // Sets the seven members of a stream: "client" to "destination".
 void put_stream(json_t* into, const StreamKey& key);
 
-// Takes whatever is there and of the right type and within bounds; null gives an empty finding.
-// A severity that is missing is kMajor.
+// Reads whatever is there, of the right type and within bounds. Null gives an empty finding. A
+// missing severity is kMajor.
 Finding from_json(const json_t* details);
 
-// ANOMALY_DETAILS as JSON; null when they are no JSON object or too long to be the detection's.
+// ANOMALY_DETAILS as JSON; null when they are not a JSON object, or too long to be the detection's.
 JsonPtr parse_details(std::string_view details);
 
-// The note that the change of an incident became the new normal, added to the details of its first
-// backup. What is no JSON object comes back as it is.
+// The details of an incident's first backup, with the note that its change was adopted. Anything
+// but a JSON object is returned unchanged.
 std::string with_adoption(const std::string& details, const BackupReference& adopted);
 
 }  // namespace corvane

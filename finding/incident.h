@@ -1,5 +1,5 @@
-// Which anomalies are one incident, and when it is over. These rules stand here alone; every
-// program asks them.
+// Which anomalies are one incident, and when it is resolved. These rules exist only here; every
+// program uses them.
 #pragma once
 
 #include <cstdint>
@@ -12,26 +12,26 @@
 
 namespace corvane {
 
-// An anomalous backup belongs to the incident of the stream's former anomalous backup, unless that
-// incident is over at the time of the backup: a backup between the two was accepted, or people
-// called a record of the incident a false positive. Times are seconds since the epoch.
-// `last_accepted`: of the stream's accepted backups the latest up to the new one; absent: none.
+// An anomalous backup belongs to the incident of the stream's previous anomalous backup, unless
+// that incident is resolved by then: a backup between the two was accepted, or people called a
+// record of the incident a false positive. Times are seconds since the epoch. `last_accepted`: the
+// stream's latest accepted backup before the new one; absent: none.
 bool continues_incident(std::int64_t former_anomalous, std::optional<std::int64_t> last_accepted,
                         bool is_false_positive);
 
-// Why an incident is over. Numbers: the alerts' database keeps them.
+// Why an incident is resolved. The numbers are stored in the alerts' database.
 enum class IncidentEnd {
-  kNone = 0,           // it is not over
+  kNone = 0,           // it is ongoing
   kUsualBackup = 1,    // a backup after its last record was accepted
-  kAdopted = 2,        // the same, and the change is what is usual from now on
-  kFalsePositive = 3,  // people said so of one of its records, which is to say of all
+  kAdopted = 2,        // the same, and the change is part of the baseline
+  kFalsePositive = 3,  // people said so of one of its records
 };
 
 struct IncidentFacts {
   std::int64_t last = 0;            // backup time of its latest record
   bool has_false_positive = false;  // one of its records is called one
   bool is_adopted = false;
-  // Backup time of an accepted backup of a stream that matches, the latest that is known; 0: none.
+  // Time of the latest known accepted backup of a matching stream; 0: none.
   std::int64_t last_accepted = 0;
 };
 IncidentEnd end_of(const IncidentFacts& facts);
@@ -39,7 +39,7 @@ IncidentEnd end_of(const IncidentFacts& facts);
 // An incident as a reader of the whole anomaly database sees it.
 struct Incident {
   std::string name;
-  std::string first_record;  // id of its first record, also when that was purged; may be empty
+  std::string first_record;  // id of its first record, even if that was purged; may be empty
   std::string latest;        // id of its latest record
   std::string detection_key;
   StreamKey stream;
@@ -55,11 +55,11 @@ struct Incident {
   bool is_over() const { return end != IncidentEnd::kNone; }
 };
 
-// What the grouping asks of the rest of the database.
+// What incidents_of() needs from the rest of the database.
 struct IncidentContext {
-  // Latest accepted backup of the streams that match, by DETECTION_KEY; 0: none.
+  // Time of the latest accepted backup of the matching streams, by DETECTION_KEY; 0: none.
   std::function<std::int64_t(const std::string& detection_key)> last_accepted;
-  // Feedback on an anomaly whose record may have been purged.
+  // Whether people call the anomaly a false positive. Its record may have been purged.
   std::function<bool(const std::string& anomaly_id)> is_false_positive;
 };
 

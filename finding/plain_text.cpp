@@ -15,7 +15,7 @@ bool is_control(char32_t code) {
   return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x2028 || code == 0x2029;
 }
 
-// Directions, joiners, tags, byte order marks: what hides or turns round other characters.
+// Directions, joiners, tags, byte order marks: they hide or reverse other characters.
 bool is_invisible(char32_t code) {
   return code == 0xAD || code == 0x61C || code == 0x180E || (code >= 0x200B && code <= 0x200F) ||
          (code >= 0x202A && code <= 0x202E) || (code >= 0x2060 && code <= 0x206F) ||

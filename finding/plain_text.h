@@ -1,4 +1,4 @@
-// Texts for people out of texts from anywhere.
+// Makes texts from anywhere safe to show to people.
 #pragma once
 
 #include <cstddef>
@@ -9,9 +9,9 @@ namespace corvane {
 
 inline constexpr std::size_t kMostNameCharacters = 200;
 
-// One line of valid UTF-8 that shows as it is: control characters become blanks, characters that
-// only steer how others are shown are left out, angle brackets become ones that are no markup. What
-// is over `most` characters is cut, with an ellipsis in its place.
+// Returns one line of valid UTF-8. Control characters become blanks, invisible characters that only
+// affect others are left out, and angle brackets become similar ones that are no markup. Everything
+// after `most` characters is replaced by an ellipsis.
 std::string plain_text(std::string_view text, std::size_t most = kMostNameCharacters);
 
 }  // namespace corvane

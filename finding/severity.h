@@ -5,12 +5,12 @@
 
 namespace corvane {
 
-// The numbers stand in JSON documents, databases and settings.
+// The numbers are stored in JSON documents, databases and settings.
 enum class Severity { kNone = 0, kWarning = 1, kMajor = 2, kCritical = 3 };
 
 constexpr std::int64_t number_of(Severity severity) { return static_cast<std::int64_t>(severity); }
 
-// Of a finding: what is below or above the scale is at its end.
+// Numbers below or above the scale are the lowest or highest severity.
 constexpr Severity severity_of(std::int64_t number) {
   return number <= 1 ? Severity::kWarning : number == 2 ? Severity::kMajor : Severity::kCritical;
 }

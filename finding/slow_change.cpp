@@ -19,12 +19,10 @@ std::string percent(double share) {
 }  // namespace
 
 std::string in_words(const SlowChange& change) {
-  const std::string found = change.of_files
-                                ? "found " + percent(change.share) + " of the files changed or more"
-                                : "stored " + percent(change.share) + " of the data anew or more";
-  return "each of " + std::to_string(change.runs) + " runs in a row " + found +
-         ", the most that so many accepted runs in a row did before was " +
-         percent(change.share_before);
+  const std::string found = change.of_files ? " of the files changed" : " of the data new";
+  const std::string runs = std::to_string(change.runs);
+  return "each of " + runs + " backups in a row found at least " + percent(change.share) + found +
+         " (previous maximum for " + runs + " in a row: " + percent(change.share_before) + ")";
 }
 
 }  // namespace corvane

@@ -1,4 +1,4 @@
-// What a verdict on several runs in a row rests on, and the words that people read of it.
+// A change that shows only over several backups in a row, and its wording.
 #pragma once
 
 #include <cstddef>
@@ -6,18 +6,18 @@
 
 namespace corvane {
 
-// Each of the last `runs` runs found at least `share` of the source changed, although each passes
-// by itself.
+// Each of the last `runs` backups found at least `share` of the source changed, although each of
+// them is normal by itself.
 struct SlowChange {
   std::size_t runs = 0;
-  // An incremental's files by those of the whole source; else a whole copy's KB transferred by its
-  // size.
+  // True: the files of an incremental relative to all files of the source. False: the KB that a
+  // full backup transferred relative to its size.
   bool of_files = false;
   double share = 0;         // 0 to 1
-  double share_before = 0;  // the same of the accepted runs before: the most of so many in a row
+  double share_before = 0;  // the largest such share of as many accepted backups in a row before
 };
 
-// "each of 3 runs in a row found ...": part of a sentence.
+// "each of 3 backups in a row found at least ...": part of a sentence.
 std::string in_words(const SlowChange& change);
 
 }  // namespace corvane

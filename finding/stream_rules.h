@@ -1,5 +1,5 @@
-// How much a stream's history counts, and what its state is. These rules stand here alone; the
-// detection judges by them, and whoever tells of streams asks them.
+// Which accepted backups are a stream's baseline, and what state the stream is in. These rules
+// exist only here; the detection and the operator's tool use them.
 #pragma once
 
 #include <algorithm>
@@ -15,21 +15,21 @@
 
 namespace corvane {
 
-// The settings that they depend on.
+// The settings that these rules depend on.
 struct StreamSettings {
   std::size_t min_observations =
       static_cast<std::size_t>(default_number(setting::kMinObservations));
   std::size_t max_observations =
       static_cast<std::size_t>(default_number(setting::kMaxObservations));
-  // After a pause longer than so many days a stream learns anew.
+  // After a pause of more than this many days a stream learns again.
   int days_to_ignore = default_number(setting::kDaysToIgnore);
-  // Of 30 days; older history does not count. 0 or less: none does.
+  // Months of 30 days. Older history does not count; with 0 or less none does.
   int purge_months = default_number(setting::kPurgeInterval);
 };
 
-// Of accepted backups, ascending by time, how many of the last ones count for a verdict on a backup
-// at `time`: those since the last long pause that are not too old, and of these the newest.
-// `time_of` gives the time of an element, in seconds since the epoch.
+// How many of the last accepted backups are the baseline of a backup at `time`: those since the
+// last long pause that are not too old, at most max_observations. `accepted` ascends by time;
+// `time_of` returns the time of an element, in seconds since the epoch.
 template <typename Element, typename TimeOf = std::identity>
 std::size_t count_that_matter(std::span<const Element> accepted, std::int64_t time,
                               const StreamSettings& settings, TimeOf time_of = {}) {
@@ -49,16 +49,16 @@ std::size_t count_that_matter(std::span<const Element> accepted, std::int64_t ti
 }
 
 enum class StreamState {
-  kLearning,  // fewer backups matter than the detection wants
+  kLearning,  // the baseline is still too small
   kJudged,
-  kDormant,  // silent for so long that it will learn anew
+  kDormant,  // without a backup for so long that it will learn again
 };
 
 // "learning", "judged", "dormant".
 const char* name_of(StreamState state);
 
-// The state at `now` of a stream of whose accepted backups so many matter; `last`: time of the
-// latest, 0 for none.
+// The state at `now` of a stream with a baseline of `that_matter` backups. `last`: time of the
+// latest accepted backup; 0: none.
 StreamState state_of(std::size_t that_matter, std::int64_t last, std::int64_t now,
                      const StreamSettings& settings);
 

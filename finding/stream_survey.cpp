@@ -16,7 +16,7 @@ int parts_known(const StreamKey& key) {
          (is_known_destination(key.destination) ? 1 : 0);
 }
 
-// What all streams of the family that match `key` hold together.
+// The sum of all streams of the family that match `key`.
 StreamSummary summary_of(const StreamKey& key, const Family& family, const StreamSettings& settings,
                          std::int64_t now) {
   StreamSummary sum;
@@ -42,8 +42,8 @@ StreamSummary summary_of(const StreamKey& key, const Family& family, const Strea
   return sum;
 }
 
-// Streams that differ at most in what is not known: one that knows less than another which it
-// matches is no stream of its own.
+// The streams of a family differ at most in what is not known. One that matches another of which
+// more is known is not a stream of its own.
 void survey_family(Family& family, const StreamSettings& settings, std::int64_t now,
                    StreamSurvey& result) {
   std::ranges::stable_sort(family, [](const ScannedStream* a, const ScannedStream* b) {

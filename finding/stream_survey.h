@@ -1,4 +1,4 @@
-// All streams as people are told of them.
+// All streams, as people see them.
 #pragma once
 
 #include <cstddef>
@@ -13,13 +13,13 @@
 
 namespace corvane {
 
-// Records whose application type or destination is not known count for every stream that they
-// match, as in the detection. Times are of backups, in seconds since the epoch; 0: none.
+// As in the detection, records with an unknown application type or destination count for every
+// stream that they match. Times are of backups, in seconds since the epoch; 0: none.
 struct StreamSummary {
   StreamKey key;
   std::int64_t accepted = 0;         // in the history
-  std::size_t that_matter = 0;       // of these, for the next verdict
-  std::int64_t false_positives = 0;  // in the history since people called them so
+  std::size_t that_matter = 0;       // of these, the baseline of the next verdict
+  std::int64_t false_positives = 0;  // in the history because people said so
   std::int64_t waiting = 0;          // for the detection
   std::int64_t anomalous = 0;        // found by the detection
   std::int64_t first = 0;            // accepted
@@ -33,13 +33,13 @@ struct StreamSurvey {
   std::int64_t history_rows = 0;       // of HIST_DATA
   std::int64_t process_rows = 0;       // of DATA_TO_PROCESS
   std::int64_t waiting_rows = 0;
-  std::int64_t oldest_waiting = 0;  // 0: none waits
+  std::int64_t oldest_waiting = 0;  // 0: none is waiting
 
   std::int64_t count(StreamState state) const;
-  // In `streams`; absent for a stream that was not there. `text`: StreamKey::text(), which is also
-  // the DETECTION_KEY.
+  // Index in `streams`; absent for an unknown stream. `text`: StreamKey::text(), which is also the
+  // DETECTION_KEY.
   std::optional<std::size_t> place_of(const std::string& text) const;
-  // Latest accepted backup of all streams that match it; 0: none.
+  // Time of the latest accepted backup of all matching streams; 0: none.
   std::int64_t last_accepted(const std::string& text) const;
 
   struct Known {
@@ -49,7 +49,7 @@ struct StreamSurvey {
   std::unordered_map<std::string, Known> known;  // by text
 };
 
-// `now`: the time of the verdict that the states are about.
+// The states of the streams are those at `now`.
 StreamSurvey survey(const StreamScan& scan, const StreamSettings& settings, std::int64_t now);
 
 }  // namespace corvane

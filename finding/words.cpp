@@ -56,7 +56,7 @@ std::string size_text(double kilobytes) {
 }
 
 std::string span_text(std::int64_t seconds) {
-  if (seconds < 0) return "0 s";
+  seconds = std::max<std::int64_t>(seconds, 0);
   if (seconds < 2 * kMinute) return std::to_string(seconds) + " s";
   if (seconds < 2 * kHour) return std::to_string(seconds / kMinute) + " min";
   if (seconds < 2 * kDay) {

@@ -1,5 +1,4 @@
-// Numbers, amounts and spans for people, one unit for one thing. The report's page has the same for
-// its charts.
+// Numbers, sizes, spans and times for people. The report's page does the same for its charts.
 #pragma once
 
 #include <cstdint>
@@ -17,16 +16,16 @@ std::string number_text(double number);
 // "1 client", "12,345 clients".
 std::string counted(std::int64_t number, const std::string& one, const std::string& many);
 
-// "1.2 GB" of kilobytes of 1024 bytes; "-" for a negative number.
+// "1.2 GB"; `kilobytes` are of 1024 bytes. "-" for a negative number.
 std::string size_text(double kilobytes);
 
 // "45 s", "12 min", "3 h 20 min", "12 d 3 h".
 std::string span_text(std::int64_t seconds);
 
-// "2026-01-31 04:05 UTC" of seconds since the epoch; "an unknown time" when there is none.
+// "2026-01-31 04:05 UTC"; `seconds` since the epoch. "an unknown time" for 0 or less.
 std::string utc_text(std::int64_t seconds);
 
-// What formats a moment: empty when it is none that people know, 0 or beyond the year 9999.
+// A time as strftime() formats it; empty for 0 or less, and beyond the year 9999.
 std::string formatted_time(std::int64_t seconds, bool utc, const char* format);
 
 }  // namespace corvane

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::int64_t kVersion = 1;  // PRAGMA user_version
 
-// As the first version made it.
+// As the first version created it.
 constexpr std::array kFirstSchema{
     "CREATE TABLE IF NOT EXISTS meta (name TEXT PRIMARY KEY NOT NULL, value NOT NULL)",
     "CREATE TABLE IF NOT EXISTS record (anomaly_id TEXT PRIMARY KEY NOT NULL, "
@@ -53,10 +53,10 @@ constexpr std::array kFirstSchema{
     "last_success INT NOT NULL, taken INT NOT NULL) WITHOUT ROWID",
 };
 
-// To version 1: why an incident is over, and to which incident each record belongs. What was closed
-// by people has the moment of that as its end, which later records may have passed since; what was
-// closed because nothing happened for long has none, and is not over. For a usual backup of these
-// the whole history is to be looked at.
+// To version 1: why an incident is resolved, and the incident of each record. Incidents that people
+// closed have the time of that as their end, and later records may have come since. Incidents that
+// were closed because nothing happened for long have no end and are ongoing. To find normal backups
+// of these the whole history is read again.
 constexpr std::array kToVersion1{
     "ALTER TABLE incident ADD COLUMN ended_by INT NOT NULL DEFAULT 0",
     "UPDATE incident SET ended_by = iif(until = changed OR until <= last_time, 3, 1) "
@@ -111,7 +111,7 @@ int number_named(std::string_view name) {
   throw std::logic_error("no state or kind is called " + std::string(name));
 }
 
-// Makes the tables, or those of a former version into these.
+// Creates the tables, or upgrades those of an earlier version.
 void bring_up_to_date(Connection& database) {
   if (version_of(database) == 0) {
     for (const char* statement : kFirstSchema) Query(database.handle(), statement).run();
@@ -141,7 +141,7 @@ StateDatabase::StateDatabase(const std::string& path, bool create)
                              ", later than this program's");
   }
   if (!create) return;
-  // A power failure may take the last commits back: what they noted is told once more.
+  // A power failure may undo the last commits: what they recorded as delivered is sent once more.
   query("PRAGMA journal_mode=WAL").run();
   execute("PRAGMA synchronous=NORMAL");
   Transaction transaction(*this);

@@ -82,8 +82,9 @@ JsonPtr clients_of(const StreamSurvey& survey, const AllSeries& series) {
 JsonPtr figure_json(Figure figure, const FigureView& view) {
   JsonPtr entry(json_object());
   put(entry.get(), "label", names_of(figure).label);
-  put(entry.get(), "value", amount_text(figure, view.value));
-  if (view.has_usual) put(entry.get(), "usual", range_text(figure, view));
+  const FigureWords words = words_for(figure, view);
+  put(entry.get(), "value", words.value);
+  if (view.has_usual) put(entry.get(), "usual", words.range);
   return entry;
 }
 

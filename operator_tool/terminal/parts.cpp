@@ -58,17 +58,17 @@ std::string figures_table(const Terminal& terminal, const FigureViews& figures) 
     const FigureView& view = figures.at(i);
     if (!view.known) continue;
     const std::string label = names_of(figure).label;
-    const std::string value = amount_text(figure, view.value);
+    const FigureWords words = words_for(figure, view);
     if (!view.has_usual) {
-      table.add({{label}, {value}, {"-"}, {"-"}, {"-"}});
+      table.add({{label}, {words.value}, {"-"}, {"-"}, {"-"}});
       continue;
     }
     const double off = std::abs(view.deviation);
     const Style style = off >= kFarOff ? Style::kBad : Style::kPlain;
     table.add({{label},
-               {value, style},
-               {amount_text(figure, view.usual)},
-               {range_text(figure, view)},
+               {words.value, style},
+               {words.usual},
+               {words.range},
                {number_text(std::round(view.deviation * 10) / 10), style}});
   }
   return table.text(terminal);

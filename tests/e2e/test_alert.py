@@ -42,7 +42,7 @@ def test_everybody_is_told_the_same_once(world):
     assert by_mail["plain"].rstrip("\n") == f"{subject}\n\n{by_web['text']}".rstrip("\n")
     assert by_journal["MESSAGE"] == f"{subject}\n{by_web['text']}"
     assert (by_journal["PRIORITY"], by_journal["ANOMALY_CLIENT"]) == ("2", "web01")
-    for part in ("web01", "nightly", "49.5 times the usual 20 MB (19 MB to 21 MB)", "encrypted", "since",
+    for part in ("web01", "nightly", "49.5 times the usual 20 MB (19 to 21 MB)", "encrypted", "since",
                  "last good backup is web01_0", "FALSE_POSITIVE"):
         assert part in by_web["text"]
     assert world.log(16) == []
@@ -257,7 +257,7 @@ def test_the_whole_circle(make_machine):
     machine.run("cvhostd", "feedback", host.CATALOG, name, "FALSE_POSITIVE")
     next_gather(machine)
     wait_until(lambda: machine.query("SELECT 1 FROM ANOMALY_DATA_FEEDBACK WHERE FEEDBACK = 1"), 60, "it is fetched")
-    wait_until(lambda: (4, ALERT, f"People say that [{name}] is a false positive") in
+    wait_until(lambda: (4, ALERT, f"Anomaly [{name}] was marked as a false positive") in
                machine.log_records(program=ALERT), 60, "the incident is closed")
     wait_until(lambda: machine.query("SELECT 1 FROM HIST_DATA WHERE JOB_ID = 901"), 60, "the detection learns")
     load(machine, [nightly(902, int(machine.clock.now()) + 5, is_encrypted=True)])

@@ -78,7 +78,7 @@ def test_back_after_an_hour(make_world):
         assert (webhook.taken, mail.taken, world.reports()) == ([], [], {})
         tries = len(webhook.seen)
         assert 5 <= tries <= 40, tries  # the pauses grow
-        assert len([text for text in world.log(8) if text.startswith("Channel webhook fails")]) == 1
+        assert len([text for text in world.log(8) if text.startswith("Channel webhook failed")]) == 1
         webhook.mode = mail.mode = "take"
         world.machine.misbehave()
         world.await_done(60)
@@ -105,7 +105,7 @@ def test_given_up_after_a_day_and_sent_again(make_world):
     assert letters[0]["reason"].endswith("HTTP status 503") and letters[0]["channel"] == "webhook"
     assert dead.stat().st_mode & 0o777 == 0o600
     assert "webhook: 0 taken, 0 waiting, 2 given up" in world.run("-status").stdout
-    assert [text for text in world.log(16)] == [f"Given up after a day: 2 messages for channel webhook, see {dead}"]
+    assert [text for text in world.log(16)] == [f"Channel webhook: 2 messages not delivered for a day, now in {dead}"]
     assert world.unprocessed() == 2
 
     webhook.mode = "take"
@@ -156,7 +156,7 @@ def test_secrets_stay_secret(world):
     assert "mail: failed" in world.run("-test", "mail", check=False).stdout
     everything = b"".join(path.read_bytes() for path in (
         host.LOGS / ALERT, *world.directory.glob("CV_Anomaly_Alerts*")))
-    assert b"Channel webhook fails" in everything
+    assert b"Channel webhook failed" in everything
     assert SECRET.encode() not in everything
     assert b"token=hidden" not in everything  # of the address
 

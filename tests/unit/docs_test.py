@@ -21,7 +21,7 @@ INDIRECT = {
     "companions/alert/commands.cpp": (1, ("Invalid value received for configuration key %s:[%s], using [%s]",)),
     "companions/alert/daemon.cpp": (1, ("Invalid value received for configuration key %s:[%s], using [%s]",)),
     "companions/alert/delivery/sender.cpp": (1, ("Cannot write the dead letters: %s",
-                                        "Cannot note what channel %s took, trying again: %s")),
+                                        "Cannot record the outcome for channel %s, trying again: %s")),
     "companions/common/error_text.cpp": (1, ("cvanomalydetect: %s", "cvanomalyalert: %s")),
 }
 

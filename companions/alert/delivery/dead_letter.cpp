@@ -49,7 +49,7 @@ void DeadLetterFile::append(const std::vector<Delivery>& deliveries, std::int64_
   const ssize_t written = write(descriptor_, lines.data(), lines.size());
   if (written == static_cast<ssize_t>(lines.size()) && fsync(descriptor_) == 0) return;
   const int why = written >= 0 ? ENOSPC : errno;
-  // Where even this fails, what stays is a part of what is written again.
+  // If even this fails, part of the lines stays, and they are written again later.
   [[maybe_unused]] const int ignored = ftruncate(descriptor_, before);
   errno = why;
   fail();

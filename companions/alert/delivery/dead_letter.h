@@ -1,4 +1,4 @@
-// The file of the messages that were given up, for people and programs: one JSON object a line.
+// The file of dead letters, for people and programs: one JSON object on each line.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,8 @@
 
 namespace corvane::alert {
 
-// Made with mode 0600; while it lives others wait for it. Everything throws std::runtime_error.
+// Created with mode 0600. Locked as long as the object lives: others wait. Everything throws
+// std::runtime_error.
 class DeadLetterFile {
  public:
   explicit DeadLetterFile(const std::string& path);
@@ -17,7 +18,7 @@ class DeadLetterFile {
   DeadLetterFile(const DeadLetterFile&) = delete;
   DeadLetterFile& operator=(const DeadLetterFile&) = delete;
 
-  // All of them, on disk when it returns; when it throws the file is as it was.
+  // All are on disk when it returns. When it throws, the file is unchanged.
   void append(const std::vector<Delivery>& deliveries, std::int64_t now) const;
   void clear() const;
 

@@ -84,7 +84,7 @@ void DeliveryQueue::fold_storm(const NewDelivery& delivery, const StormRule& rul
   static constexpr char kPostpone[] =
       "UPDATE delivery SET severity = max(severity, ?), "
       "not_before = max(not_before, min(?, created + ?)) WHERE message = ? AND channel = ?";
-  // Everything that one quiet night holds back comes at once.
+  // Everything that the quiet hours hold back is sent at the same time.
   const std::int64_t since = delivery.held != 0 ? 0 : delivery.created - rule.window;
   Query& count = state_.query(kCount)
                      .bind(delivery.channel)
@@ -119,12 +119,11 @@ void DeliveryQueue::fold_storm(const NewDelivery& delivery, const StormRule& rul
       .run();
 }
 
-// A summary that has not been sent yet takes more.
+// The summary that has not been sent yet; 0: there is none.
 std::int64_t DeliveryQueue::find_summary(const NewDelivery& delivery) {
   static const std::string kSql = typed_sql(
       "SELECT message FROM delivery WHERE channel = ? AND kind = {summary} AND held = ? AND state "
-      "= "
-      "{waiting} AND attempts = 0");
+      "= {waiting} AND attempts = 0");
   return state_.query(kSql).bind(delivery.channel).bind(delivery.held).first_integer();
 }
 
@@ -147,7 +146,7 @@ std::int64_t DeliveryQueue::add_summary(const NewDelivery& delivery, const Storm
 }
 
 void DeliveryQueue::prune(std::int64_t now) {
-  // What still waits, was given up or goes with a summary is not done with.
+  // Pending messages, parts of a pending summary and dead letters are still needed.
   static const std::string kDeliveries = typed_sql(
       "DELETE FROM delivery WHERE message IN (SELECT id FROM message m WHERE created < ? AND NOT "
       "EXISTS (SELECT 1 FROM delivery d WHERE d.message = m.id AND d.state IN "

@@ -1,4 +1,4 @@
-// What is to be told to whom: the writing side of messages and deliveries.
+// The writing side of messages and deliveries: what is sent to which channel.
 #pragma once
 
 #include <cstdint>
@@ -20,9 +20,9 @@ struct NewDelivery {
   std::int64_t held = 0;  // end of the quiet hours; 0: not held back
 };
 
-// More than `limit` of a kind within `window` seconds are a storm. Its summary goes out when
-// nothing more has come for `settle` seconds, at the latest after `longest_settle`, and one window
-// after the last.
+// More than `limit` messages of a kind within `window` seconds are a storm. Its summary is sent
+// when no more have come for `settle` seconds, after `longest_settle` seconds at the latest, and at
+// most once in each window.
 struct StormRule {
   std::int64_t limit = 0;
   std::int64_t window = 0;
@@ -35,17 +35,17 @@ class DeliveryQueue {
  public:
   explicit DeliveryQueue(StateDatabase& state) : state_(state) {}
 
-  // Gives its id. `record`: the anomaly that it is of; empty: none.
+  // Returns its id. `record`: id of the anomaly that it is about; empty: none.
   std::int64_t add_message(std::int64_t incident, const std::string& record, Severity severity,
                            std::int64_t created, const Words& words, const std::string& details);
   void add_delivery(const NewDelivery& delivery);
-  // Takes back what the channel was to be told of the incident and has not been sent. True when
-  // that was how it began.
+  // Replaces the begin and rise of the incident that were not sent to the channel yet. True when
+  // there was a begin among them.
   bool replace_untold(std::int64_t incident, const std::string& channel);
-  // Folds the delivery, and its like, into a summary when they are a storm.
+  // Folds the delivery and those like it into a summary when they are a storm.
   void fold_storm(const NewDelivery& delivery, const StormRule& rule);
 
-  // Forgets messages that everybody took two days ago.
+  // Deletes messages older than two days that are neither pending nor dead letters anywhere.
   void prune(std::int64_t now);
 
  private:

@@ -9,7 +9,7 @@ namespace corvane::alert {
 
 namespace {
 
-// An earlier message of the same incident goes first.
+// An earlier message of the same incident is sent first.
 #define NOT_BEHIND_ANOTHER                                                                  \
   " AND NOT EXISTS (SELECT 1 FROM delivery o WHERE o.incident = d.incident AND o.incident " \
   "<> 0 AND o.channel = d.channel AND o.state IN ({waiting}, {folded}) AND o.message < d.message)"
@@ -20,7 +20,7 @@ Outbox::Outbox(StateDatabase& state) : state_(state), tag_(state.tag()) {}
 
 std::optional<Delivery> Outbox::begin(const std::string& channel, std::int64_t now) {
   static constexpr char kPause[] = "SELECT paused_until FROM channel WHERE name = ?";
-  // One that is refused time and again does not hold up the others.
+  // A message that is refused again and again must not hold up the others.
   static const std::string kNext = typed_sql(
       "SELECT message, kind, attempts FROM delivery d WHERE channel = ? AND state = {waiting} AND "
       "not_before <= ?" NOT_BEHIND_ANOTHER " ORDER BY attempts, message LIMIT 1");
@@ -28,10 +28,10 @@ std::optional<Delivery> Outbox::begin(const std::string& channel, std::int64_t n
       "UPDATE delivery SET attempts = attempts + 1 WHERE message = ? AND channel = ? AND state = "
       "{waiting}");
   const std::int64_t paused_until = state_.query(kPause).bind(channel).first_integer();
-  // A pause that is longer than any was made by a clock that has been set back since.
+  // A pause longer than the longest is left over from before the clock was set back.
   if (paused_until > now && paused_until <= now + kLongestPauseSeconds) return std::nullopt;
 
-  // Looked for first without a transaction: mostly there is nothing.
+  // First without a transaction: mostly there is nothing.
   Query& next = state_.query(kNext).bind(channel).bind(now);
   if (!next.step()) return std::nullopt;
   next.restart();
@@ -76,7 +76,7 @@ Message Outbox::content_of(std::int64_t message, Kind kind, const std::string& c
     content.records = row.integer(13);
   }
   row.restart();
-  // The time makes it unique even where a power failure took the last messages back.
+  // The time keeps it unique even if a power failure undid the last messages.
   content.alert = tag_ + "-" + std::to_string(content.created) + "-" + std::to_string(message);
   if (kind == Kind::kSummary) {
     static constexpr char kSeverity[] =
@@ -97,7 +97,7 @@ void Outbox::taken(const Delivery& delivery, std::int64_t now) {
   static const std::string kTake = typed_sql(
       "UPDATE delivery SET state = {delivered} WHERE message = ? AND channel = ? AND state = "
       "{waiting}");
-  // A record has one message at most for a channel.
+  // A record has at most one message for each channel.
   static const std::string kCountFolded = typed_sql(
       "UPDATE record SET pending = pending - 1 WHERE anomaly_id IN (SELECT m.record FROM delivery "
       "d JOIN message m ON m.id = d.message WHERE d.summary = ?1 AND d.summary <> 0 AND d.channel "
@@ -109,7 +109,7 @@ void Outbox::taken(const Delivery& delivery, std::int64_t now) {
   static constexpr char kChannel[] =
       "INSERT INTO channel VALUES (?1, 0, 0, 0, '', ?2, 1) ON CONFLICT (name) DO UPDATE SET "
       "failures = 0, paused_until = 0, failing_since = 0, last_success = ?2, taken = taken + 1";
-  // The day that a message has begins anew, as the channel works.
+  // The channel works, so the day that other messages have starts again.
   static const std::string kOthers = typed_sql(
       "UPDATE delivery SET failing_since = 0 WHERE channel = ? AND state = {waiting} AND "
       "failing_since > 0 "
@@ -135,7 +135,7 @@ void Outbox::failed(const Delivery& delivery, const std::string& reason, std::in
       "failing_since), last_error = ?4";
   static constexpr char kMessage[] =
       "UPDATE delivery SET not_before = ?, reason = ? WHERE message = ? AND channel = ?";
-  // What waits behind it waits because of the channel, too.
+  // Messages behind it are late because of the channel, too.
   static const std::string kOverdueFrom = typed_sql(
       "UPDATE delivery SET failing_since = ?2 WHERE channel = ?1 AND state = {waiting} AND "
       "not_before <= "
@@ -265,13 +265,13 @@ std::vector<ChannelStatus> Outbox::status() {
 const char* words_for(DeliveryState state) {
   switch (state) {
     case DeliveryState::kWaiting:
-      return "waiting";
+      return "pending";
     case DeliveryState::kFolded:
-      return "in a summary";
+      return "part of a summary";
     case DeliveryState::kDelivered:
-      return "taken";
+      return "delivered";
     case DeliveryState::kGivenUp:
-      return "given up";
+      return "dead letter";
     case DeliveryState::kReplaced:
       return "replaced";
   }

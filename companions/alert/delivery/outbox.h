@@ -1,4 +1,4 @@
-// The reading side of the state database: what a channel is to be told now, and how it fared.
+// The reading side of messages and deliveries: what a channel is sent next, and what came of it.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace corvane::alert {
 
-// What a channel has not taken for so long is given up.
+// A message that was not delivered for this long becomes a dead letter.
 inline constexpr std::int64_t kGiveUpAfterSeconds = 24 * 60 * 60;
 
 struct Delivery {
@@ -23,7 +23,7 @@ struct Delivery {
   std::string reason;         // of the last failure
 };
 
-// Times are seconds since the epoch; 0: never, or not at all.
+// Health of a channel. Times are seconds since the epoch; 0: never.
 struct ChannelStatus {
   std::string name;
   std::int64_t waiting = 0;
@@ -35,10 +35,11 @@ struct ChannelStatus {
   std::int64_t failing_since = 0;
   std::int64_t last_success = 0;
   std::string last_error;
-  std::int64_t due = 0;  // since when the first should be gone: later than oldest after quiet hours
+  std::int64_t due =
+      0;  // when the first was due: the end of quiet hours may be later than `oldest`
 };
 
-// A message of an incident as one channel has it.
+// A message of an incident and what came of it on one channel.
 struct ToldMessage {
   std::string channel;
   Kind kind = Kind::kReport;
@@ -46,36 +47,36 @@ struct ToldMessage {
   std::int64_t created = 0;
   std::string reason;  // of the last failure
 };
-// "waiting", "in a summary", "taken", "given up", "replaced".
+// "pending", "part of a summary", "delivered", "dead letter", "replaced".
 const char* words_for(DeliveryState state);
 
-// Everything throws QueryError. Messages of one incident go out in their order.
+// Everything throws QueryError. Messages of one incident are sent in order.
 class Outbox {
  public:
   explicit Outbox(StateDatabase& state);
 
-  // The next message that is due, none while the channel pauses. That an attempt begins is noted
-  // before it does: should the process die in it, the message comes again under the same name.
+  // The next message that is due; none while the channel pauses. The attempt is recorded before it
+  // begins: if the process dies meanwhile, the message is sent again under the same name.
   std::optional<Delivery> begin(const std::string& channel, std::int64_t now);
   void taken(const Delivery& delivery, std::int64_t now);
-  // The channel pauses, longer with each failure in a row, and so does the message.
+  // Channel and message pause, longer with each failure in a row.
   void failed(const Delivery& delivery, const std::string& reason, std::int64_t now);
 
-  // At most so many of those that the channel has not taken for a day.
+  // Messages that were not delivered for a day, at most `most`.
   std::vector<Delivery> overdue(const std::string& channel, std::int64_t now, std::size_t most);
   void give_up(const std::vector<Delivery>& deliveries);
 
-  // How long begin() will give nothing, at most `longest`.
+  // How many seconds begin() will return nothing, at most `longest`.
   std::int64_t seconds_to_next(const std::string& channel, std::int64_t now, std::int64_t longest);
 
-  // Everything may be tried at once.
+  // Everything may be retried now, except what quiet hours hold back.
   void end_pauses();
-  // What was given up waits again. Gives how many messages.
+  // Dead letters are pending again. Returns how many.
   std::int64_t revive();
 
   std::vector<std::string> channels_waited_for();
   std::vector<ChannelStatus> status();
-  // What was made of the incident of that name, in that order.
+  // The messages of the incident with this name, in order.
   std::vector<ToldMessage> told_of(const std::string& incident);
 
  private:

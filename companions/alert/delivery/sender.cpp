@@ -10,6 +10,7 @@
 #include "companions/alert/channel/channel_factory.h"
 #include "companions/alert/delivery/dead_letter.h"
 #include "companions/common/error_text.h"
+#include "finding/words.h"
 #include "platform/clock.h"
 #include "platform/debug_log.h"
 #include "platform/program_names.h"
@@ -21,7 +22,7 @@ namespace {
 constexpr std::size_t kDeadAtOnce = 100;
 constexpr int kTryAgainAfterMs = 1000;
 constexpr std::int64_t kLongestSleepSeconds = 60;
-constexpr std::int64_t kSleepAfterTroubleSeconds = 5;
+constexpr std::int64_t kSleepAfterProblemSeconds = 5;
 
 void wait_for_stop(const StopFlag& stop, int milliseconds) {
   pollfd stopped{stop.descriptor(), POLLIN, 0};
@@ -44,21 +45,21 @@ Sender::Step Sender::step() {
   const SendResult result = send(delivery->content);
   if (result.is_taken) {
     note([&] { outbox_.taken(*delivery, now()); });
-    if (!trouble_.empty()) {
+    if (!problem_.empty()) {
       logmsgf(kLogEvent, kAlertProgram, "Channel %s works again", name_.c_str());
     }
-    trouble_.clear();
+    problem_.clear();
     return Step::kTaken;
   }
-  // What is broken off because this program ends is no failure of the channel's.
+  // A message that was cancelled because this program ends is no failure of the channel.
   if (stop_.is_asked()) return Step::kNothing;
   note([&] { outbox_.failed(*delivery, result.reason, now()); });
-  if (result.reason != trouble_) {
-    logmsgf(kLogWarning, kAlertProgram, "Channel %s fails, trying again: %s", name_.c_str(),
+  if (result.reason != problem_) {
+    logmsgf(kLogWarning, kAlertProgram, "Channel %s failed, trying again: %s", name_.c_str(),
             result.reason.c_str());
   }
-  trouble_ = result.reason;
-  // Only now: after a standstill of this program the channel may work again.
+  problem_ = result.reason;
+  // Only after an attempt: if this program was down for long, the channel may work now.
   while (give_up_overdue()) {
   }
   return Step::kFailed;
@@ -72,21 +73,22 @@ SendResult Sender::send(const Message& message) {
   }
 }
 
-// To be sent again because its outcome could not be noted is what must not happen.
+// A message must not be sent again only because its outcome could not be recorded.
 void Sender::note(const std::function<void()>& write) {
   while (true) {
     try {
       write();
       return;
     } catch (const std::exception& error) {
-      complain("Cannot note what channel " + name_ + " took, trying again: " + reason_of(error));
+      complain("Cannot record the outcome for channel " + name_ +
+               ", trying again: " + reason_of(error));
     }
     if (stop_.is_asked()) return;
     wait_for_stop(stop_, kTryAgainAfterMs);
   }
 }
 
-// Some of them; false when there are none left or they cannot be given up.
+// Some of them; false when there are none left, or when they cannot be written.
 bool Sender::give_up_overdue() {
   const std::vector<Delivery> overdue = outbox_.overdue(name_, now(), kDeadAtOnce);
   if (overdue.empty()) return false;
@@ -97,14 +99,16 @@ bool Sender::give_up_overdue() {
     return false;
   }
   outbox_.give_up(overdue);
-  logmsgf(kLogError, kAlertProgram, "Given up after a day: %zu messages for channel %s, see %s",
-          overdue.size(), name_.c_str(), files_.dead_letters.c_str());
+  const std::string messages =
+      counted(static_cast<std::int64_t>(overdue.size()), "message", "messages");
+  logmsgf(kLogError, kAlertProgram, "Channel %s: %s not delivered for a day, now in %s",
+          name_.c_str(), messages.c_str(), files_.dead_letters.c_str());
   return true;
 }
 
 void Sender::complain(const std::string& text) {
-  if (text != other_trouble_) logmsg(kLogError, kAlertProgram, text.c_str());
-  other_trouble_ = text;
+  if (text != other_problem_) logmsg(kLogError, kAlertProgram, text.c_str());
+  other_problem_ = text;
 }
 
 std::int64_t Sender::seconds_to_next(std::int64_t longest) {
@@ -130,19 +134,19 @@ void SenderThread::finish() {
 }
 
 void SenderThread::run() {
-  std::string trouble;
+  std::string problem;
   while (!is_to_end_) {
     try {
       work();
     } catch (const std::exception& error) {
       const std::string reason = reason_of(error);
-      if (reason != trouble) {
+      if (reason != problem) {
         logmsgf(kLogError, kAlertProgram,
                 "Channel %s cannot use the state database, trying again: %s", name_.c_str(),
                 reason.c_str());
       }
-      trouble = reason;
-      wait_for_stop(stop_, kSleepAfterTroubleSeconds * 1000);
+      problem = reason;
+      wait_for_stop(stop_, kSleepAfterProblemSeconds * 1000);
     }
   }
   ended_ = true;

@@ -1,4 +1,4 @@
-// Telling one channel what it is to be told.
+// Sends the messages of one channel.
 #pragma once
 
 #include <atomic>
@@ -21,9 +21,9 @@ struct SenderFiles {
   std::string dead_letters;
 };
 
-// With a database connection of its own; for one thread. A failure's reason is logged once until
-// the channel works again or fails for another one. step() throws sqlite_exception, but not before
-// the outcome of what was sent is noted, however long that takes.
+// Has its own database connection; for one thread. The reason of a failure is logged once, until
+// the channel works again or fails for another reason. step() throws QueryError, but not before the
+// outcome of what was sent is recorded, however long that takes.
 class Sender {
  public:
   enum class Step { kNothing, kTaken, kFailed };
@@ -31,9 +31,9 @@ class Sender {
   // `channel` and `stop` must outlive it.
   Sender(std::string name, SenderFiles files, Channel& channel, const StopFlag& stop);
 
-  // Sends the next message that is due. When that fails, what is overdue is given up.
+  // Sends the next message that is due. If that fails, overdue messages become dead letters.
   Step step();
-  // How long there is nothing to do, at most `longest`.
+  // How many seconds there is nothing to do, at most `longest`.
   std::int64_t seconds_to_next(std::int64_t longest);
 
  private:
@@ -48,16 +48,16 @@ class Sender {
   Outbox outbox_;
   Channel& channel_;
   const StopFlag& stop_;
-  std::string trouble_;        // the reason that was logged last
-  std::string other_trouble_;  // what else was complained of last
+  std::string problem_;        // the last reason that was logged
+  std::string other_problem_;  // the last other problem that was logged
 };
 
-// A sender with its channel on a thread of its own, so that one that hangs holds up no other.
+// A sender and its channel on their own thread, so that a channel that hangs holds up no other.
 class SenderThread {
  public:
   SenderThread(std::string name, SenderFiles files, const Settings& settings,
                const std::string& master);
-  // Breaks off, and waits for the thread.
+  // Cancels what is being sent and waits for the thread.
   ~SenderThread();
   SenderThread(const SenderThread&) = delete;
   SenderThread& operator=(const SenderThread&) = delete;
@@ -65,9 +65,9 @@ class SenderThread {
   const std::string& name() const { return name_; }
   // There may be something to send.
   void wake() { wakeup_.notify(); }
-  // Nothing more is begun.
+  // Starts nothing more.
   void finish();
-  // What is being sent is broken off.
+  // Cancels what is being sent.
   void break_off() { stop_.ask(); }
   bool has_ended() const { return ended_; }
 

@@ -1,4 +1,4 @@
-// A sender for each channel.
+// One sender for each channel.
 #pragma once
 
 #include <memory>
@@ -14,14 +14,14 @@ class Senders {
  public:
   Senders(SenderFiles files, std::string master);
 
-  // One for the web service, for each configured channel and for each of `others`, where there is
-  // none yet.
+  // Starts one for the web service, for each configured channel and for each of `others`, unless
+  // there is one already.
   void start(const Settings& settings, const std::vector<std::string>& others);
   void wake();
 
-  // Ends them, all or all but the web service's, which does not depend on the settings. What is
-  // being sent has half of the time to come to its end, and is then broken off. False when some
-  // still run after that time; they are then still there.
+  // Ends all of them, or all except that of the web service, which does not depend on the settings.
+  // What is being sent has half of the time to finish and is then cancelled. False when some are
+  // still running after that time; they stay.
   bool end(int milliseconds, bool with_web);
 
  private:

@@ -77,7 +77,7 @@ std::string kinds_in_words(const Totals& totals) {
   for (const auto& [kind, number] : totals.kinds) {
     const std::string one = kind == Kind::kEnd ? counted(number, "back to normal", "back to normal")
                             : kind == Kind::kRise
-                                ? counted(number, "that got worse", "that got worse")
+                                ? counted(number, "now worse", "now worse")
                                 : counted(number, "new incident", "new incidents");
     words = joined(words, ", ", one);
   }
@@ -89,42 +89,35 @@ std::string with_number(std::string_view words, std::int64_t number) {
   return std::string(words) + " (" + number_text(static_cast<double>(number)) + ")";
 }
 
-// Empty when everything is over.
+// Empty when all of them are back to normal.
 std::string severities_in_words(const Totals& totals) {
   std::string words;
   for (const auto& [severity, number] : totals.severities) {
     words = joined(words, ", ", with_number(words_for(severity), number));
   }
-  return words.empty() ? words : "How severe: " + words + ".\n";
+  return words.empty() ? words : "By severity: " + words + ".\n";
 }
 
 std::string causes_in_words(const Folded& folded) {
   static const std::string kSql =
-      typed_sql("SELECT i.cause, count(*) AS number" FOLDED
-                "AND d.kind <> {end} GROUP BY i.cause ORDER BY number DESC, i.cause");
-  std::vector<std::pair<std::string, std::int64_t>> causes;
+      typed_sql("SELECT i.cause, count(*)" FOLDED "AND d.kind <> {end} GROUP BY i.cause");
+  std::map<std::string, std::int64_t> numbers;
   Query& rows = folded.query(kSql);
-  while (rows.step()) {
-    const std::string words(noun_for(cause_of(rows.view(0))));
-    const auto known = std::find_if(causes.begin(), causes.end(),
-                                    [&](const auto& cause) { return cause.first == words; });
-    if (known == causes.end()) {
-      causes.emplace_back(words, rows.integer(1));
-    } else {
-      known->second += rows.integer(1);
-    }
-  }
+  while (rows.step()) numbers[noun_for(cause_of(rows.view(0)))] += rows.integer(1);
+  std::vector<std::pair<std::string, std::int64_t>> causes(numbers.begin(), numbers.end());
+  std::ranges::stable_sort(causes, std::ranges::greater{},
+                           &std::pair<std::string, std::int64_t>::second);
   std::string words;
   for (const auto& [cause, number] : causes) {
     words = joined(words, ", ", with_number(cause, number));
   }
-  return words.empty() ? words : "What they look like: " + words + ".\n";
+  return words.empty() ? words : "Likely causes: " + words + ".\n";
 }
 
 std::string list_in_words(const Folded& folded, const Totals& totals) {
   static constexpr char kSql[] =
       "SELECT m.subject" FOLDED "ORDER BY d.severity DESC, d.message LIMIT ?";
-  std::string words = totals.all > kInWords ? "The most severe of them:\n" : "They are:\n";
+  std::string words = totals.all > kInWords ? "The most severe:\n" : "All of them:\n";
   Query& rows = folded.query(kSql).bind(kInWords);
   while (rows.step()) words += "  " + rows.text(0) + "\n";
   return words;
@@ -164,13 +157,12 @@ void write_summary(StateDatabase& state, std::int64_t id, const std::string& cha
   const std::string first = utc_text(totals.first);
   const std::string last = utc_text(totals.last);
   message.subject =
-      "Many backups at once: " + kinds + ", " + counted(totals.clients, "client", "clients");
+      "Many alerts at once: " + kinds + ", " + counted(totals.clients, "client", "clients");
   message.body = first == last ? "At " + first : "Between " + first + " and " + last;
-  message.body += " there were in the domain: " + kinds + ", of " +
-                  counted(totals.clients, "client", "clients") + ".\n";
+  message.body += ": " + kinds + ", on " + counted(totals.clients, "client", "clients") + ".\n";
   message.body += severities_in_words(totals) + causes_in_words(folded);
   message.body += list_in_words(folded, totals);
-  message.body += "The web interface of the master server lists every one of them.\n";
+  message.body += "The web interface of the master server lists them all.\n";
   message.cause = "storm";
   message.since = totals.first;
   message.records = totals.all;

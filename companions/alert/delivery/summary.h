@@ -1,4 +1,4 @@
-// One message for many.
+// One message in place of many.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,9 @@
 
 namespace corvane::alert {
 
-// Words and details of the summary with this message id, from what is folded into it for the
-// channel: all of it in numbers, the most severe by name. The rest of the message is left alone.
+// Fills in the words and details of the summary with this message id, from the messages that are
+// folded into it for the channel: all of them as numbers, the most severe by name. Leaves the rest
+// of `message` alone.
 void write_summary(StateDatabase& state, std::int64_t id, const std::string& channel,
                    Message& message);
 

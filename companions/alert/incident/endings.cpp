@@ -9,7 +9,7 @@ namespace corvane::alert {
 
 namespace {
 
-// Names as the finding has them: it is JSON.
+// As findings spell it: they are JSON.
 StreamKey as_in_findings(StreamKey stream) {
   for (const auto part : kStreamKeyParts) stream.*part = valid_utf8(stream.*part);
   return stream;
@@ -35,13 +35,13 @@ void Endings::see(const StreamKey& stream, std::int64_t time) {
   }
 }
 
-void Endings::note(std::size_t incident, std::int64_t usual) {
+void Endings::note(std::size_t incident, std::int64_t accepted) {
   IncidentFacts facts;
   facts.last = open_[incident].last_time;
-  facts.last_accepted = usual;
+  facts.last_accepted = accepted;
   if (end_of(facts) == IncidentEnd::kNone) return;
   std::int64_t& until = until_[incident];
-  until = until == 0 ? usual : std::min(until, usual);
+  until = until == 0 ? accepted : std::min(until, accepted);
 }
 
 }  // namespace corvane::alert

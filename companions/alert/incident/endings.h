@@ -1,4 +1,4 @@
-// Since when each open incident is over: its stream had a usual backup after the last record.
+// Which ongoing incidents are resolved by a normal backup of their stream, and since when.
 #pragma once
 
 #include <cstddef>
@@ -12,23 +12,23 @@
 
 namespace corvane::alert {
 
-// For one look at the history.
+// For one pass over the history.
 class Endings {
  public:
   // `open` must outlive it.
   explicit Endings(const std::vector<KnownIncident>& open);
 
-  // No backup up to then can be an end; absent: no incident can end.
+  // Only backups after this time can resolve an incident. Absent: no incident can be resolved.
   std::optional<std::int64_t> since() const { return since_; }
 
-  // An accepted backup.
+  // Takes an accepted backup into account.
   void see(const StreamKey& stream, std::int64_t time);
 
-  // Backup time of the first usual backup after the last record; 0: it goes on.
+  // Backup time of the first normal backup after the last record; 0: the incident is ongoing.
   std::int64_t until(std::size_t incident) const { return until_.at(incident); }
 
  private:
-  void note(std::size_t incident, std::int64_t usual);
+  void note(std::size_t incident, std::int64_t accepted);
 
   const std::vector<KnownIncident>& open_;
   std::vector<std::int64_t> until_;

@@ -1,4 +1,4 @@
-// The records that were taken in and their incidents, in the alerts' database.
+// The records that the alerts have taken in, and their incidents, in the alerts' database.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace corvane::alert {
 
-// An incident as the alerts have told of it.
+// An incident as people were notified of it.
 struct KnownIncident {
   std::int64_t id = 0;  // 0: not stored yet
   std::string name;
@@ -25,8 +25,8 @@ struct KnownIncident {
   Severity severity = Severity::kNone;
   std::optional<CauseKind> cause;
   std::int64_t records = 0;
-  // Backup time of the usual backup that ended it, or that is already known to be later than its
-  // last record; 0: none is known.
+  // Backup time of the normal backup that resolved it, or that is known to be later than its last
+  // record; 0: none is known.
   std::int64_t until = 0;
   IncidentEnd end = IncidentEnd::kNone;
 
@@ -41,12 +41,13 @@ class IncidentBook {
   // --- Records ---
 
   bool knows_record(const std::string& anomaly_id);
-  // So many channels have to take something before it is done.
+  // It is done when `deliveries` channels have delivered their part.
   void add_record(const std::string& anomaly_id, std::int64_t incident, std::size_t deliveries);
-  // Those that every channel has taken, and that are not noted as processed yet.
+  // Those that every channel has delivered and that are not marked as processed yet, at most
+  // `most`.
   std::vector<std::string> done_records(std::size_t most);
   void set_marked(const std::string& anomaly_id, bool is_marked);
-  // The name of the incident that it belongs to; empty: not known.
+  // The name of its incident; empty when the record is not known.
   std::string incident_of_record(const std::string& anomaly_id);
 
   // --- Incidents ---
@@ -54,18 +55,18 @@ class IncidentBook {
   std::optional<KnownIncident> find_incident(const std::string& name);
   std::vector<KnownIncident> open_incidents();
   std::vector<KnownIncident> ended_by(IncidentEnd end);
-  // Adds it or replaces the one of that name, and sets its id.
+  // Adds it and sets its id, or replaces the one with its id.
   void put_incident(KnownIncident& incident, std::int64_t now);
-  // Notes how and when it ended; kNone opens it again.
+  // Stores how and when it was resolved; kNone makes it ongoing again.
   void set_end(std::int64_t id, IncidentEnd end, std::int64_t until, std::int64_t now);
-  // Those in which nothing has happened since a time.
+  // Those that have not changed since `time`.
   std::vector<KnownIncident> unchanged_since(std::int64_t time);
-  // With its records, unless something of it still waits for a channel.
+  // Deletes it with its records, unless there are still deliveries of it.
   void forget(std::int64_t id);
 
-  // --- Who knows of it ---
+  // --- Who was notified ---
 
-  // The severity at which the channel knows of the incident; kNone: it does not.
+  // The severity at which the channel was notified of the incident; kNone: it was not.
   Severity told(std::int64_t incident, const std::string& channel);
   void set_told(std::int64_t incident, const std::string& channel, Severity severity);
   void forget_told(std::int64_t incident);

@@ -19,10 +19,11 @@ namespace corvane::alert {
 
 namespace {
 
-constexpr char kHistoryPosition[] = "history";  // the last row of the history that was looked at
+constexpr char kHistoryPosition[] =
+    "history";  // rowid of the last row of the history that was read
 constexpr std::size_t kRowsPerTransaction = 64;
 constexpr std::size_t kMarksPerTransaction = 500;
-constexpr std::int64_t kLongestSettle = 60;  // of a summary, in seconds
+constexpr std::int64_t kLongestSettle = 60;  // seconds that a summary waits for more
 constexpr std::int64_t kLookForPurgedAfter = 90 * kDay;
 
 }  // namespace
@@ -44,7 +45,7 @@ PassCounts Intake::pass(std::int64_t now) {
   const std::int64_t version = database_.data_version();
   {
     const Transaction snapshot(database_, Transaction::Kind::kSnapshot);
-    // First: nobody is told of what people have called a false positive.
+    // First: nobody is notified of a false positive.
     follow_feedback(now);
     take_in_new(counts, now);
     if (!stop_()) end_what_is_over(counts, now);
@@ -66,7 +67,7 @@ void Intake::take_in_new(PassCounts& counts, std::int64_t now) {
   }
 }
 
-// False for a record that is known; one whose mark was lost in a power failure is marked again.
+// False for a known record. If its mark was lost in a power failure it is marked again.
 bool Intake::take_in_next(const std::string& id, PassCounts& counts, std::int64_t now) {
   if (book_.knows_record(id)) {
     book_.set_marked(id, false);
@@ -96,20 +97,20 @@ void Intake::take_in(AnomalyRow row, PassCounts& counts, std::int64_t now) {
   book_.add_record(anomaly.row.id, incident.id, 1 + people);
 }
 
-// Of the database, or new; with this record in it. What people closed stays closed; any other is
-// looked at again, since the record may be later than the usual backup that ended it.
+// The known incident or a new one, with this record added. A false positive stays resolved. Any
+// other is ongoing again, as the record may be later than the normal backup that resolved it.
 KnownIncident Intake::incident_of(const Anomaly& anomaly, std::int64_t now) {
   const Finding& finding = anomaly.finding;
   KnownIncident incident = book_.find_incident(anomaly.incident).value_or(KnownIncident{});
   if (incident.id == 0) {
     incident.name = anomaly.incident;
-    // A record that is not named as the detection names them says nothing of another one's name.
+    // A record with a foreign name says nothing about the name of the first one.
     const bool is_foreign = unique_key_of(anomaly.row.id).empty();
     if (!is_foreign) incident.anomaly_id = first_record_of(anomaly.incident);
     if (incident.anomaly_id.empty()) incident.anomaly_id = anomaly.row.id;
     incident.first_time = anomaly.time();
   }
-  if (anomaly.time() >= incident.last_time) {  // one that is judged late is not the latest
+  if (anomaly.time() >= incident.last_time) {  // not if it was judged late
     incident.last_anomaly = anomaly.row.id;
     incident.stream = finding.stream;
     incident.has_stream = finding.has_stream;
@@ -131,7 +132,7 @@ KnownIncident Intake::incident_of(const Anomaly& anomaly, std::int64_t now) {
   return incident;
 }
 
-// A channel hears of what it has not heard of, and when it gets worse.
+// A channel is notified of a new incident, and when the severity rises.
 std::size_t Intake::tell_people(const KnownIncident& incident, Severity severity,
                                 std::int64_t message, std::int64_t now) {
   std::size_t told = 0;
@@ -151,13 +152,13 @@ std::size_t Intake::tell_people(const KnownIncident& incident, Severity severity
 
 void Intake::deliver(const NewDelivery& delivery) {
   queue_.add_delivery(delivery);
-  if (delivery.channel == kWeb) return;  // it has all of them, one by one
+  if (delivery.channel == kWeb) return;  // it gets every message by itself
   queue_.fold_storm(delivery, {settings_.storm_limit, std::int64_t{60} * settings_.storm_minutes,
                                settle_, settle_ == 0 ? 0 : kLongestSettle});
 }
 
-// The name of the incident that a record belongs to. Of a record that is neither in the book nor in
-// the anomaly database it can only be the incident that began with it.
+// The name of a record's incident. A record that is neither in the book nor in the anomaly database
+// can only be the first of its incident.
 std::string Intake::incident_of_record(const std::string& id) {
   if (std::string name = book_.incident_of_record(id); !name.empty()) return name;
   if (const auto known = former_records_.find(id); known != former_records_.end()) {
@@ -170,10 +171,10 @@ std::string Intake::incident_of_record(const std::string& id) {
 
 void Intake::follow_feedback(std::int64_t now) {
   false_positives_.clear();
-  // Feedback that is gone was purged, which takes nothing back.
-  std::unordered_set<std::string> taken_back;
+  // Feedback that is gone was purged, not withdrawn.
+  std::unordered_set<std::string> withdrawn;
   read_feedback(database_, [&](const std::string& id, Feedback feedback) {
-    auto& names = feedback == Feedback::kFalsePositive ? false_positives_ : taken_back;
+    auto& names = feedback == Feedback::kFalsePositive ? false_positives_ : withdrawn;
     names.insert(incident_of_record(id));
   });
   Transaction transaction(state_);
@@ -184,17 +185,17 @@ void Intake::follow_feedback(std::int64_t now) {
   }
   for (const KnownIncident& incident : book_.ended_by(IncidentEnd::kFalsePositive)) {
     const bool is_said_still = false_positives_.contains(incident.name);
-    if (!is_said_still && taken_back.contains(incident.name)) reopen(incident, now);
+    if (!is_said_still && withdrawn.contains(incident.name)) reopen(incident, now);
   }
   transaction.commit();
 }
 
 void Intake::say_false_positive(const KnownIncident& incident) {
-  logmsgf(kLogEvent, kAlertProgram, "People say that [%s] is a false positive",
+  logmsgf(kLogEvent, kAlertProgram, "Anomaly [%s] was marked as a false positive",
           incident.anomaly_id.c_str());
 }
 
-// A usual backup may have come meanwhile: the whole history has to be looked at.
+// A normal backup may have come in the meantime, so the whole history is read again.
 void Intake::reopen(const KnownIncident& incident, std::int64_t now) {
   std::int64_t until = 0;
   if (const auto latest = find_anomaly_row(database_, incident.last_anomaly)) {
@@ -202,7 +203,7 @@ void Intake::reopen(const KnownIncident& incident, std::int64_t now) {
   }
   book_.set_end(incident.id, IncidentEnd::kNone, until > incident.last_time ? until : 0, now);
   state_.set_number(kHistoryPosition, 0);
-  logmsgf(kLogEvent, kAlertProgram, "People no longer say that [%s] is a false positive",
+  logmsgf(kLogEvent, kAlertProgram, "Anomaly [%s] is no longer marked as a false positive",
           incident.anomaly_id.c_str());
 }
 
@@ -218,7 +219,7 @@ void Intake::end_what_is_over(PassCounts& counts, std::int64_t now) {
   }
   Transaction transaction(state_);
   for (std::size_t i = 0; i < open.size(); ++i) {
-    // A change is adopted with a backup that goes into the history.
+    // A change is adopted with a backup that enters the history.
     const bool may_be_adopted = position < last || counts.records > 0 || endings.until(i) != 0;
     if (may_be_adopted && end(open[i], endings.until(i), now)) ++counts.ended;
   }
@@ -226,19 +227,20 @@ void Intake::end_what_is_over(PassCounts& counts, std::int64_t now) {
   transaction.commit();
 }
 
-// False when it is not over. A channel that was not told of its beginning is not told of its end.
-bool Intake::end(const KnownIncident& incident, std::int64_t usual, std::int64_t now) {
+// False when it is ongoing. A channel that was not notified of the incident is not notified of its
+// end.
+bool Intake::end(const KnownIncident& incident, std::int64_t accepted, std::int64_t now) {
   const std::optional<BackupReference> adopted = adopted_with(incident.anomaly_id);
   IncidentFacts facts;
   facts.last = incident.last_time;
-  facts.last_accepted = usual;
+  facts.last_accepted = accepted;
   facts.is_adopted = adopted.has_value();
   const IncidentEnd end = end_of(facts);
   if (end == IncidentEnd::kNone) return false;
-  const std::int64_t until = usual != 0 ? usual : adopted->time > 0 ? adopted->time : now;
+  const std::int64_t until = accepted != 0 ? accepted : adopted->time > 0 ? adopted->time : now;
   const Words words = words_for_end(
       {incident.stream, incident.first_time, until, incident.records, facts.is_adopted});
-  // What it was stays with the incident at the web service.
+  // The web service keeps the details with the incident.
   const AnomalyRow latest =
       find_anomaly_row(database_, incident.last_anomaly).value_or(AnomalyRow{});
   const std::string details =
@@ -258,10 +260,10 @@ bool Intake::end(const KnownIncident& incident, std::int64_t usual, std::int64_t
   return true;
 }
 
-// The backup with which the incident's change became the new normal.
+// The backup with which the incident's change became part of the baseline.
 std::optional<BackupReference> Intake::adopted_with(const std::string& first_record) {
   std::optional<AnomalyRow> row = find_anomaly_row(database_, first_record);
-  // Most are not, and need not be parsed.
+  // Most were not adopted and need not be parsed.
   if (!row || row->details.find("adopted") == std::string::npos) return std::nullopt;
   return read_anomaly(std::move(*row)).finding.adopted;
 }

@@ -1,5 +1,5 @@
 // From the anomaly database into the alerts' database: which incident a record belongs to, who is
-// to be told what, and when an incident is over.
+// notified of what, and when an incident is resolved.
 #pragma once
 
 #include <cstddef>
@@ -26,25 +26,25 @@ struct PassCounts {
   std::size_t processed = 0;  // marked
 };
 
-// Everything throws QueryError; what was committed before stays, and the next pass goes on from
-// there. Logs nothing but what people said about an incident.
+// Everything throws QueryError. What was committed before stays, and the next pass continues from
+// there. Logs only what people said about an incident.
 class Intake {
  public:
-  // `database` is the anomaly database. A storm's summary waits `settle` seconds for more. `stop`
-  // is asked between records; a pass that is stopped leaves the rest for the next.
+  // `database` is the path of the anomaly database. The summary of a storm waits `settle` seconds
+  // for more. `stop` is called between records; a pass that is stopped leaves the rest to the next.
   Intake(const std::string& database, StateDatabase& state, std::string master, std::int64_t settle,
          std::function<bool()> stop);
 
   void set_settings(const Settings& settings) { settings_ = settings; }
 
-  // The anomaly database has changed since the last pass was complete.
+  // True when the anomaly database has changed since the last complete pass.
   bool has_news();
   PassCounts pass(std::int64_t now);
 
-  // What every channel took becomes PROCESSED 1. Gives how many.
+  // Sets PROCESSED to 1 for records that every channel has delivered. Returns how many.
   std::size_t mark_processed();
 
-  // Forgets messages that are done with, and incidents whose records were purged.
+  // Deletes messages that are no longer needed, and incidents whose records were purged.
   void prune(std::int64_t now);
 
  private:
@@ -61,7 +61,7 @@ class Intake {
   static void say_false_positive(const KnownIncident& incident);
   void reopen(const KnownIncident& incident, std::int64_t now);
   void end_what_is_over(PassCounts& counts, std::int64_t now);
-  bool end(const KnownIncident& incident, std::int64_t usual, std::int64_t now);
+  bool end(const KnownIncident& incident, std::int64_t accepted, std::int64_t now);
   std::optional<BackupReference> adopted_with(const std::string& first_record);
 
   StateDatabase& state_;
@@ -73,9 +73,9 @@ class Intake {
   std::function<bool()> stop_;
   Settings settings_;
   std::int64_t seen_version_ = -1;
-  // Names of the incidents of which people call a record a false positive, at the last pass.
+  // Names of the incidents with a record that people call a false positive, as of the last pass.
   std::unordered_set<std::string> false_positives_;
-  // Names of incidents by records that were processed before the alerts kept these.
+  // Incident names by record, for records that were processed before the alerts kept records.
   std::unordered_map<std::string, std::string> former_records_;
 };
 

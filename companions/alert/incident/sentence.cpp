@@ -21,28 +21,40 @@ struct TellingFigure {
   FigureView view;
 };
 
-// Where the usual figures vary a lot, "1,430 times the usual" of one of them tells nothing.
-bool varies_a_lot(const FigureView& view) {
-  return !(view.usual > 0) || std::isinf(view.usual) || view.high > 4 * view.usual ||
-         4 * view.low < view.usual;
+// Where the usual is no useful measure the whole range is given instead.
+bool has_typical_value(const TellingFigure& telling) {
+  const auto& [figure, view] = telling;
+  if (view.usual <= 0 || is_unlimited(figure, view.usual) || is_unlimited(figure, view.value)) {
+    return false;
+  }
+  return view.high <= 4 * view.usual && 4 * view.low >= view.usual;
 }
 
-// "10 % of the usual 1,000": by how much a figure differs.
-std::string difference(const TellingFigure& telling) {
-  const auto& [figure, view] = telling;
-  if (varies_a_lot(view)) return ", usually " + range_text(figure, view);
+// "10 % of the usual ", "49.5 times the usual "; empty where that says nothing.
+std::string factor_words(const FigureView& view) {
   const double factor = view.value / view.usual;
-  const std::string usual = amount_text(figure, view.usual);
-  if (factor >= 2) return ", " + number_text(factor) + " times the usual " + usual;
-  return ", " + number_text(std::round(factor * 100)) + " % of the usual " + usual;
+  if (factor >= 2) return number_text(std::round(10 * factor) / 10) + " times the usual ";
+  const double percent = std::round(100 * factor);
+  if (factor <= 0 || percent == 100) return {};
+  return (percent < 1 ? "less than 1" : number_text(percent)) + " % of the usual ";
+}
+
+// By how much a figure differs: ", 10 % of the usual 1,000".
+std::string difference(const TellingFigure& telling) {
+  const FigureWords words = words_for(telling.figure, telling.view);
+  if (!has_typical_value(telling)) return ", usually " + words.range;
+  const std::string factor = factor_words(telling.view);
+  return ", " + (factor.empty() ? "usually " + words.range : factor + words.usual);
 }
 
 std::string difference_and_range(const TellingFigure& telling) {
-  return difference(telling) +
-         (varies_a_lot(telling.view) ? "" : " (" + range_text(telling.figure, telling.view) + ")");
+  std::string text = difference(telling);
+  const std::string range = words_for(telling.figure, telling.view).range;
+  if (!text.ends_with(range)) text += " (" + range + ")";
+  return text;
 }
 
-// The two that are off the farthest.
+// The two that deviate most.
 std::vector<TellingFigure> telling_figures(const FigureViews& figures) {
   std::vector<TellingFigure> telling;
   for (const Figure figure : figures_by_deviation(figures)) {
@@ -68,21 +80,18 @@ std::string cause_phrase(const Finding& finding) {
 std::string first_line(const Anomaly& anomaly, const std::vector<TellingFigure>& telling) {
   const Finding& finding = anomaly.finding;
   std::string line = backup_words(finding.stream);
-  if (finding.time > 0) line += " of " + utc_text(finding.time);
-  if (finding.slow_change) {
-    return line + " differs from what is usual: " + in_words(*finding.slow_change) + ".\n";
-  }
+  if (finding.time > 0) line += " from " + utc_text(finding.time);
+  line += " is unusual";
+  if (finding.slow_change) return line + ": " + in_words(*finding.slow_change) + ".\n";
   if (!telling.empty()) {
-    line += " differs from what is usual: ";
     for (const TellingFigure& one : telling) {
-      if (&one != &telling.front()) line += "; ";
-      line += amount_in_words(one.figure, one.view.value) + difference_and_range(one);
+      line += &one == &telling.front() ? ": " : "; ";
+      line += value_in_words(one.figure, one.view) + difference_and_range(one);
     }
     return line + ".\n";
   }
-  line += " is unusual.";
-  if (!finding.summary.empty()) return line + " " + plain_text(finding.summary, kMostWords) + "\n";
-  return line + " The detection tells no more of it than the key " +
+  if (!finding.summary.empty()) return line + ". " + plain_text(finding.summary, kMostWords) + "\n";
+  return line + ". No details are available; the detection key is " +
          plain_text(anomaly.row.detection_key) + ".\n";
 }
 
@@ -98,25 +107,24 @@ Words words_for_anomaly(const Anomaly& anomaly, const Told& told) {
   } else if (telling.empty()) {
     words.subject += " is unusual";
   } else {
-    words.subject += ": " + amount_in_words(telling.front().figure, telling.front().view.value) +
+    words.subject += ": " + value_in_words(telling.front().figure, telling.front().view) +
                      difference(telling.front());
   }
   words.subject += cause_phrase(finding);
   words.body = first_line(anomaly, telling);
   if (!finding.causes.empty() && !finding.causes.front().words.empty()) {
-    words.body +=
-        "What it looks like: " + plain_text(finding.causes.front().words, kMostWords) + "\n";
+    words.body += "Likely cause: " + plain_text(finding.causes.front().words, kMostWords) + "\n";
   }
-  words.body += "It has been so since " + utc_text(told.since) + ". ";
+  words.body += "Unusual since " + utc_text(told.since) + ". ";
   words.body += finding.last_good.backup_id.empty()
                     ? std::string("No earlier good backup is known.\n")
                     : "The last good backup is " + plain_text(finding.last_good.backup_id) +
-                          " of " + utc_text(finding.last_good.time) + ".\n";
-  words.body += "If this is as it should be, give the anomaly " +
+                          " from " + utc_text(finding.last_good.time) + ".\n";
+  words.body += "If this backup is as expected, give anomaly " +
                 plain_text(told.anomaly_id, kMostWords) +
                 " the feedback FALSE_POSITIVE in the web interface of " +
                 (told.master.empty() ? std::string("the master server") : plain_text(told.master)) +
-                "; the like of it will then be taken for normal.\n";
+                ". Similar backups are then treated as normal.\n";
   return words;
 }
 
@@ -125,13 +133,11 @@ Words words_for_end(const Ending& ending) {
   const std::string until = utc_text(ending.until);
   Words words;
   words.subject = "Back to normal since " + until + ": the" + backup.substr(3);
-  words.body = backup + " is back to normal since " + until + ". It was unusual from " +
-               utc_text(ending.since) + " on, in " +
-               (ending.records == 1 ? std::string("one backup")
-                                    : counted(ending.records, "backup", "backups")) +
+  words.body = backup + " has been back to normal since " + until + ". It had been unusual since " +
+               utc_text(ending.since) + ", in " + counted(ending.records, "backup", "backups") +
                ".\n";
   if (ending.adopted) {
-    words.body += "The change has lasted: what was unusual counts as the new normal now.\n";
+    words.body += "The change has lasted and is now part of the baseline.\n";
   }
   return words;
 }

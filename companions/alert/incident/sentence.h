@@ -1,4 +1,4 @@
-// What people are told of an anomaly and of its end, in plain sentences.
+// The wording of an alert: of an anomaly, and of the end of an incident.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +16,8 @@ struct Told {
   std::string master;      // may be empty
 };
 
-// Which client, policy and schedule, what differs by how much from what is usual, what it looks
-// like, since when, the last good backup, how to mark it a false positive.
+// Which client, policy and schedule; which figures differ and by how much; the likely cause; since
+// when; the last good backup; how to mark it as a false positive.
 Words words_for_anomaly(const Anomaly& anomaly, const Told& told);
 
 struct Ending {
@@ -25,7 +25,7 @@ struct Ending {
   std::int64_t since = 0;
   std::int64_t until = 0;
   std::int64_t records = 0;
-  bool adopted = false;  // the change became the new normal
+  bool adopted = false;  // the change is part of the baseline now
 };
 Words words_for_end(const Ending& ending);
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <map>
 #include <memory>
 #include <stdexcept>
 
@@ -165,6 +166,35 @@ TEST_F(FormerFile, FeedbackFindsTheIncidentOfARecordThatWasDone) {
   EXPECT_EQ(state_count("record"), "0");
 }
 
+TEST_F(FormerFile, ARecordBelongsToTheLatestIncidentThatWasSentOfIt) {
+  for (const int incident : {3, 5, 4}) {
+    run("INSERT INTO message VALUES (NULL, " + std::to_string(incident) +
+        ", 'r', 2, 5, 's', 'b', '{}')");
+  }
+  run("INSERT INTO message VALUES (NULL, 9, 'other', 2, 5, 's', 'b', '{}')");
+  run("INSERT INTO record VALUES ('r', 1), ('without', 0)");
+  restart();
+  EXPECT_EQ(
+      test::query(state_->handle(), "SELECT anomaly_id, pending, incident, is_marked FROM record"),
+      (std::vector<test::SqlRow>{{"r", "1", "5", "0"}, {"without", "0", "0", "0"}}));
+}
+
+TEST_F(FormerFile, WhatEndedAtTheTimeOfItsLastRecordWasEndedByPeople) {
+  incident(1, "at", kFirst, false, kFirst + 700);
+  incident(2, "after", kFirst + 1, false, kFirst + 700);
+  restart();
+  EXPECT_EQ(found("at").end, IncidentEnd::kFalsePositive);
+  EXPECT_EQ(found("after").end, IncidentEnd::kUsualBackup);
+  EXPECT_EQ(state_->number_of("history"), 0);
+}
+
+TEST_F(FormerFile, ItsHistoryIsReadAgain) {
+  run("INSERT INTO meta VALUES ('history', 17), ('other', 18)");
+  restart();
+  EXPECT_EQ(state_->number_of("history"), 0);
+  EXPECT_EQ(state_->number_of("other"), 18);
+}
+
 TEST_F(FormerFile, IsBroughtUpToDateOnce) {
   incident(1, "people", kFirst + 500, false, kFirst + 500);
   restart();
@@ -193,28 +223,70 @@ TEST(StateDatabase, OfALaterVersionIsRefused) {
   }
 }
 
+// The statements that made the tables and indexes, by name.
+std::map<std::string, std::string> schema_of(const std::string& path) {
+  std::map<std::string, std::string> schema;
+  for (const test::SqlRow& row :
+       test::query(StateDatabase(path).handle(),
+                   "SELECT name, sql FROM sqlite_schema WHERE name NOT LIKE 'sqlite_%'")) {
+    schema[row[0]] = row[1];
+  }
+  return schema;
+}
+
 TEST(StateDatabase, NewAndUpgradedFilesHaveTheSameTables) {
   const test::ScratchDir directory;
   {
     Connection former(directory("former.db"), Connection::Access::kCreate);
     for (const char* statement : kFormerSchema) former.execute(statement);
   }
-  const auto schema_of = [](const std::string& path) {
-    const StateDatabase state(path);
-    std::vector<std::string> schema;
-    for (const test::SqlRow& row : test::query(
-             state.handle(),
-             "SELECT m.name, c.name, c.type FROM sqlite_schema m, pragma_table_info(m.name) c "
-             "UNION ALL SELECT m.tbl_name, m.name, 'index' FROM sqlite_schema m WHERE m.type = "
-             "'index' ORDER BY 1, 2")) {
-      schema.push_back(row[0] + "." + row[1] + " " + row[2]);
-    }
-    return schema;
-  };
-  const std::vector<std::string> fresh = schema_of(directory("new.db"));
-  EXPECT_THAT(fresh, ::testing::Contains("incident.ended_by INT"));
-  EXPECT_THAT(fresh, ::testing::Contains("record.incident_changed index").Times(0));
-  EXPECT_THAT(schema_of(directory("former.db")), ::testing::ElementsAreArray(fresh));
+  EXPECT_EQ(schema_of(directory("new.db")), schema_of(directory("former.db")));
+}
+
+TEST(StateDatabase, HasItsTablesAndIndexes) {
+  const test::ScratchDir directory;
+  std::map<std::string, std::string> expected;
+  for (const std::string statement : kFormerSchema) {
+    if (!statement.starts_with("CREATE ")) continue;
+    const std::size_t name = statement.find(' ', 7) + 1;
+    expected[statement.substr(name, statement.find(' ', name) - name)] = statement;
+  }
+  // What the upgrade has made of it.
+  expected.erase("incident_closed");
+  std::string& incident = expected["incident"];
+  incident.insert(incident.size() - 1, ", ended_by INT NOT NULL DEFAULT 0");
+  std::string& record = expected["record"];
+  record.insert(record.rfind(')'),
+                ", incident INT NOT NULL DEFAULT 0, is_marked INT NOT NULL DEFAULT 0");
+  expected["incident_changed"] = "CREATE INDEX incident_changed ON incident (changed)";
+  expected["incident_ended"] =
+      "CREATE INDEX incident_ended ON incident (ended_by) WHERE is_open = 0";
+  expected["record_done"] =
+      "CREATE INDEX record_done ON record (pending) WHERE pending <= 0 AND is_marked = 0";
+  expected["record_incident"] = "CREATE INDEX record_incident ON record (incident)";
+  EXPECT_EQ(schema_of(directory("s.db")), expected);
+}
+
+// After a power failure the last messages may be sent again, and nothing is damaged.
+TEST(StateDatabase, IsSyncedAtEachCheckpoint) {
+  const test::ScratchDir directory;
+  StateDatabase state(directory("s.db"));
+  EXPECT_EQ(state.number("PRAGMA synchronous"), 1) << "NORMAL";
+  EXPECT_EQ(test::query_one(state.handle(), "PRAGMA journal_mode"), "wal");
+  StateDatabase only_opened(directory("s.db"), false);
+  EXPECT_GE(only_opened.number("PRAGMA synchronous"), 1);
+}
+
+TEST(StateDatabase, LeavesNothingHalfMadeBehind) {
+  const test::ScratchDir directory;
+  {
+    Connection broken(directory("s.db"), Connection::Access::kCreate);
+    broken.execute("CREATE TABLE incident_changed (x)");
+  }
+  EXPECT_THROW(StateDatabase(directory("s.db")), QueryError);
+  Connection after(directory("s.db"), Connection::Access::kRead);
+  EXPECT_EQ(test::count(after.handle(), "sqlite_schema"), "1");
+  EXPECT_EQ(after.number("PRAGMA user_version"), 0);
 }
 
 TEST(StateDatabase, KeepsNumbersAndATagOfItsOwn) {
@@ -224,7 +296,8 @@ TEST(StateDatabase, KeepsNumbersAndATagOfItsOwn) {
   state.set_number("n", 5);
   state.set_number("n", 7);
   EXPECT_EQ(state.number_of("n"), 7);
-  EXPECT_EQ(state.tag().size(), 8U);
+  EXPECT_THAT(state.tag(), ::testing::MatchesRegex("[0-9a-f]{8}"));
+  EXPECT_EQ(state.number_of("m"), 0);
   EXPECT_EQ(StateDatabase(directory("s.db")).tag(), state.tag());
   EXPECT_NE(StateDatabase(directory("other.db")).tag(), state.tag());
 }

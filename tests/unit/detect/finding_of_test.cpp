@@ -52,8 +52,8 @@ TEST(FindingOf, ASlowChangeNamesTheRunsThatItTook) {
   ASSERT_EQ(verdict.outcome, Outcome::kAnomalous);
   const Finding finding = finding_of(third, verdict, model);
   EXPECT_EQ(finding.summary.substr(0, finding.summary.find(". Files may")),
-            "daily backup of client: each of 3 runs in a row stored 5.8 % of the data anew or "
-            "more, the most that so many accepted runs in a row did before was 1.2 %");
+            "daily backup of client: each of 3 backups in a row found at least 5.8 % of the data "
+            "new (previous maximum for 3 in a row: 1.2 %)");
   ASSERT_TRUE(finding.slow_change);
   EXPECT_EQ(finding.slow_change->runs, 3U);
   EXPECT_FALSE(finding.slow_change->of_files);
@@ -76,7 +76,7 @@ TEST(FindingOf, AnInfiniteRatioIsSaidInWords) {
   Backup backup = daily(40, 1000, 1e6, 9.5e5);
   backup.figures.ratio = 1.05;
   const Finding finding = finding_of(backup, model.judge(backup), model);
-  EXPECT_EQ(range_text(kRatio, finding.figures[kRatio]).substr(0, 9), "at least ");
+  EXPECT_EQ(words_for(kRatio, finding.figures[kRatio]).range.substr(0, 9), "at least ");
   EXPECT_EQ(finding.summary.find("1,000,000"), std::string::npos) << finding.summary;
 }
 

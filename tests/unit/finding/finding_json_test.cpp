@@ -37,6 +37,11 @@ Finding full() {
 
 std::string text(const Finding& finding) { return json_text(to_json(finding).get()); }
 
+// {"a":"xxx"} with so many x.
+std::string with_text(const std::string& name, std::size_t length) {
+  return "{\"" + name + "\":\"" + std::string(length, 'x') + "\"}";
+}
+
 Finding reread(const std::string& json) { return from_json(parse_details(json).get()); }
 
 TEST(FindingJson, TheWayThereAndBackChangesNothing) {
@@ -45,6 +50,9 @@ TEST(FindingJson, TheWayThereAndBackChangesNothing) {
   EXPECT_EQ(text(back), text(finding));
   EXPECT_EQ(back.severity, finding.severity);
   EXPECT_EQ(back.stream, finding.stream);
+  EXPECT_TRUE(back.has_stream);
+  EXPECT_EQ(back.causes.at(1).words, finding.causes.at(1).words);
+  EXPECT_EQ(back.usual_since, finding.usual_since);
   EXPECT_EQ(back.figures[kRatio].high, kInfinity);
   EXPECT_FALSE(back.figures[kDuration].has_usual);
   EXPECT_FALSE(back.figures[kSize].known);
@@ -111,9 +119,92 @@ TEST(FindingJson, RowsOfFormerVersionsHaveANumberForAnInfiniteRatio) {
 TEST(FindingJson, WhatIsTooLongOrNoObjectIsNotParsed) {
   EXPECT_EQ(parse_details("[1]"), nullptr);
   EXPECT_EQ(parse_details("no JSON"), nullptr);
-  EXPECT_EQ(parse_details("{\"summary\":\"" + std::string(300'000, 'x') + "\"}"), nullptr);
-  EXPECT_EQ(reread("{\"summary\":\"" + std::string(5'000, 'x') + "\"}").summary, "");
-  EXPECT_EQ(reread("{\"incident\":\"" + std::string(2'000, 'x') + "\"}").incident, "");
+  const std::string rest = R"({"a":""})";
+  const std::size_t most = std::size_t{256} << 10;
+  EXPECT_NE(parse_details(with_text("a", most - rest.size())), nullptr);
+  EXPECT_EQ(parse_details(with_text("a", most - rest.size() + 1)), nullptr);
+}
+
+TEST(FindingJson, TextsThatAreTooLongAreLeftOut) {
+  EXPECT_EQ(reread(with_text("summary", 4096)).summary.size(), 4096U);
+  EXPECT_EQ(reread(with_text("summary", 4097)).summary, "");
+  EXPECT_EQ(reread(with_text("incident", 1024)).incident.size(), 1024U);
+  EXPECT_EQ(reread(with_text("incident", 1025)).incident, "");
+}
+
+TEST(FindingJson, ListsThatAreTooLongAreCut) {
+  const auto listed = [](const std::string& name, const std::string& entry, int others,
+                         const std::string& last) {
+    std::string json = "{\"" + name + "\":[";
+    for (int i = 0; i < others; ++i) json += entry + ",";
+    return reread(json + last + "]}");
+  };
+  const std::string cause = R"({"id":"packed"})";
+  EXPECT_EQ(listed("causes", cause, 31, cause).causes.size(), 32U);
+  EXPECT_EQ(listed("causes", cause, 32, cause).causes.size(), 32U);
+  const std::string files = R"({"name":"files","value":1})";
+  EXPECT_TRUE(listed("features", "7", 31, files).figures[kFiles].known);
+  EXPECT_FALSE(listed("features", "7", 32, files).figures[kFiles].known);
+}
+
+TEST(FindingJson, AUsualNeedsAllOfItsNumbers) {
+  const auto has_usual = [](const std::string& members) {
+    const Finding finding = reread(R"({"features":[{"name":"files","value":5)" + members + "}]}");
+    EXPECT_TRUE(finding.figures[kFiles].known);
+    EXPECT_EQ(finding.figures[kFiles].value, 5);
+    return finding.figures[kFiles].has_usual;
+  };
+  EXPECT_TRUE(has_usual(R"(,"usual":1,"usual_low":2,"usual_high":3,"deviation":4)"));
+  EXPECT_FALSE(has_usual(R"(,"usual_low":2,"usual_high":3,"deviation":4)"));
+  EXPECT_FALSE(has_usual(R"(,"usual":1,"usual_high":3,"deviation":4)"));
+  EXPECT_FALSE(has_usual(R"(,"usual":1,"usual_low":2,"deviation":4)"));
+  EXPECT_FALSE(has_usual(R"(,"usual":1,"usual_low":2,"usual_high":3)"));
+  EXPECT_FALSE(has_usual(R"(,"usual":"1","usual_low":2,"usual_high":3,"deviation":4)"));
+}
+
+TEST(FindingJson, AFactorNeedsAUsualAboveZero) {
+  Finding finding;
+  finding.figures[kFiles] = {true, true, 6, 0, 0.5, 0, 1};
+  EXPECT_NE(text(finding).find(R"("factor":12,)"), std::string::npos);
+  finding.figures[kFiles].usual = 0;
+  EXPECT_EQ(text(finding).find("factor"), std::string::npos);
+}
+
+TEST(FindingJson, ASlowChangeThatCannotBeIsLeftOut) {
+  const auto change = [](const std::string& measure, int runs, const std::string& share,
+                         const std::string& before) {
+    return reread(R"({"slow_change":{"runs":)" + std::to_string(runs) + R"(,"measure":")" +
+                  measure + R"(","share":)" + share + R"(,"share_before":)" + before + "}}")
+        .slow_change;
+  };
+  ASSERT_TRUE(change("files", 2, "0.25", "0.125"));
+  EXPECT_TRUE(change("files", 2, "0.25", "0.125")->of_files);
+  EXPECT_EQ(change("files", 2, "0.25", "0.125")->share, 0.25);
+  EXPECT_EQ(change("files", 2, "0.25", "0.125")->share_before, 0.125);
+  ASSERT_TRUE(change("kb_transferred", 1000, "1", "0"));
+  EXPECT_FALSE(change("kb_transferred", 1000, "1", "0")->of_files);
+  EXPECT_EQ(change("kb_transferred", 1000, "1", "0")->runs, 1000U);
+  EXPECT_FALSE(change("moons", 2, "0.25", "0.125"));
+  EXPECT_FALSE(change("files", 1, "0.25", "0.125"));
+  EXPECT_FALSE(change("files", 1001, "0.25", "0.125"));
+  EXPECT_FALSE(change("files", 2, "0.25", "0.25")) << "no more than before";
+  EXPECT_FALSE(change("files", 2, "0.25", "-0.001"));
+  EXPECT_FALSE(change("files", 2, "1.001", "0.125"));
+  EXPECT_FALSE(change("files", 2, "\"0.25\"", "0.125"));
+  EXPECT_FALSE(change("files", 2, "0.25", "null"));
+}
+
+TEST(FindingJson, WhatIsNotKnownIsLeftOut) {
+  Finding finding;
+  finding.usual_since = 1;
+  EXPECT_NE(text(finding).find(R"("usual_since":1)"), std::string::npos);
+  finding.usual_since = 0;
+  EXPECT_EQ(text(finding),
+            R"({"schema":1,"summary":"","severity":0,"incident":"","stream":{"client":"",)"
+            R"("policy":"","policy_type":"","schedule_type":"","schedule_name":"",)"
+            R"("application_type":"","destination":""},"backup_id":"","job_id":0,"time":0,)"
+            R"("causes":[],"features":[],"judged_by":"own history","observations":0,"eps":0,)"
+            R"("last_good":null})");
 }
 
 TEST(FindingJson, SaysWhenAChangeWasAdopted) {

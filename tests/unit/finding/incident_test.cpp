@@ -76,6 +76,52 @@ TEST_F(IncidentsOf, GathersTheRecordsOfAName) {
   EXPECT_FALSE(incident.is_over());
 }
 
+TEST_F(IncidentsOf, TheLatestRecordIsTheOneOfTheLatestBackup) {
+  for (const char* key : {"b", "a", "c"}) {
+    Anomaly& anomaly = add(key, "incident_a", 1);
+    anomaly.finding.stream.client = key;
+    anomaly.row.detection_key = std::string("stream of ") + key;
+  }
+  add("d", "incident_a", 0);
+  const Incident incident = all().front();
+  EXPECT_EQ(incident.latest, "anomaly_a") << "of several at one time the first by id";
+  EXPECT_EQ(incident.summary, "of a");
+  EXPECT_EQ(incident.stream.client, "a");
+  EXPECT_EQ(incident.detection_key, "stream of a");
+  EXPECT_EQ(incident.records, 4);
+  EXPECT_EQ(incident.first, kFirst);
+  EXPECT_EQ(incident.last, kFirst + kNight);
+}
+
+TEST_F(IncidentsOf, ARecordBeforeTheEpochsFirstSecondIsStillTheFirst) {
+  add("a", "incident_a", 0).finding.time = 0;
+  anomalies_.back().row.detection_time = -5;
+  const Incident incident = all().front();
+  EXPECT_EQ(incident.first, -5);
+  EXPECT_EQ(incident.last, -5);
+  EXPECT_EQ(incident.latest, "anomaly_a");
+}
+
+TEST_F(IncidentsOf, AreSortedByTheLatestRecordAndThenByName) {
+  add("a", "incident_b", 1);
+  add("b", "incident_a", 1);
+  add("c", "incident_c", 2);
+  std::vector<std::string> names;
+  for (const Incident& incident : all()) names.push_back(incident.name);
+  EXPECT_EQ(names, (std::vector<std::string>{"incident_c", "incident_a", "incident_b"}));
+}
+
+TEST_F(IncidentsOf, TheLatestAcceptedBackupOfAllThatIsKnownCounts) {
+  add("a", "incident_a", 0).finding.usual_since = kFirst + kNight;
+  add("b", "incident_a", 2).finding.usual_since = kFirst + 3 * kNight;
+  add("c", "incident_a", 1);
+  EXPECT_EQ(all().front().facts.last_accepted, kFirst + 3 * kNight);
+  EXPECT_EQ(end(), IncidentEnd::kUsualBackup);
+  accepted_ = kFirst + 4 * kNight;
+  EXPECT_EQ(all().front().facts.last_accepted, accepted_);
+  EXPECT_EQ(all().front().facts.last, kFirst + 2 * kNight);
+}
+
 TEST_F(IncidentsOf, FeedbackOnAnyRecordIsFeedbackOnTheIncident) {
   for (const char* key : {"a", "b", "c"}) {
     anomalies_.clear();
@@ -94,6 +140,7 @@ TEST_F(IncidentsOf, FeedbackOnAPurgedFirstRecordCounts) {
   add("b", "incident_a", 1);
   false_positives_.insert("anomaly_a");
   EXPECT_EQ(end(), IncidentEnd::kFalsePositive);
+  EXPECT_TRUE(all().front().facts.has_false_positive);
 }
 
 TEST_F(IncidentsOf, AUsualBackupAfterTheLastRecordEndsIt) {
@@ -113,7 +160,9 @@ TEST_F(IncidentsOf, OneThatWasJudgedLateMayBeOverFromItsBegin) {
 TEST_F(IncidentsOf, AnAdoptedChangeIsOverAlsoWhenTheHistoryIsPurged) {
   add("a", "incident_a", 0).finding.adopted = BackupReference{"x", kFirst + kNight};
   add("b", "incident_a", 1);
+  EXPECT_TRUE(all().front().facts.is_adopted);
   EXPECT_EQ(end(), IncidentEnd::kAdopted);
+  EXPECT_TRUE(all().front().is_over());
 }
 
 TEST_F(IncidentsOf, TwoIncidentsOfOneStreamEndEachByItself) {

@@ -41,6 +41,38 @@ TEST(CountThatMatter, BeginsAnewAfterALongPause) {
   EXPECT_EQ(that_matter(times, settings), 4U);
 }
 
+TEST(CountThatMatter, APauseIsTooLongBeyondTheLastSecondOfItsDays) {
+  StreamSettings settings;
+  settings.days_to_ignore = 10;
+  const std::int64_t longest = 10 * kDay;
+  EXPECT_EQ(that_matter({kNow - longest}, settings), 1U);
+  EXPECT_EQ(that_matter({kNow - longest - 1}, settings), 0U);
+  EXPECT_EQ(that_matter({kNow - 1 - longest, kNow - 1}, settings), 2U);
+  EXPECT_EQ(that_matter({kNow - 2 - longest, kNow - 1}, settings), 1U);
+}
+
+TEST(CountThatMatter, WhatCameLaterIsNoPauseBeforeTheBackup) {
+  StreamSettings settings;
+  settings.days_to_ignore = 10;
+  EXPECT_EQ(that_matter({kNow - 5 * kDay, kNow + 8 * kDay}, settings), 2U);
+}
+
+TEST(CountThatMatter, TheOldestThatCountsIsOfTheSecondOfThePurge) {
+  StreamSettings settings;
+  settings.purge_months = 1;
+  const std::int64_t oldest = purge_cut_off(static_cast<int>(kNow), 1);
+  EXPECT_EQ(that_matter({oldest}, settings), 1U);
+  EXPECT_EQ(that_matter({oldest - 1}, settings), 0U);
+}
+
+TEST(CountThatMatter, AsksForTheTimeOfAnElement) {
+  struct Backup {
+    std::int64_t time;
+  };
+  const std::vector<Backup> backups{{kNow - 400 * kDay}, {kNow - kDay}};
+  EXPECT_EQ(count_that_matter(std::span<const Backup>(backups), kNow, {}, &Backup::time), 1U);
+}
+
 TEST(CountThatMatter, LeavesOutWhatIsPurgedSoonerOrLater) {
   StreamSettings settings;
   settings.purge_months = 1;
@@ -56,6 +88,16 @@ TEST(StateOf, IsByWhatMattersAndByTheLatest) {
   EXPECT_EQ(state_of(30, kNow - kDay, kNow, settings), StreamState::kJudged);
   EXPECT_EQ(state_of(30, kNow - 365 * kDay, kNow, settings), StreamState::kJudged);
   EXPECT_EQ(state_of(0, kNow - 365 * kDay - 1, kNow, settings), StreamState::kDormant);
+  EXPECT_EQ(state_of(0, 1, kNow, settings), StreamState::kDormant);
+  EXPECT_EQ(state_of(30, 0, kNow, settings), StreamState::kJudged);
+}
+
+TEST(StreamSettingsTest, HasTheDefaultsOfTheSettings) {
+  const StreamSettings settings;
+  EXPECT_EQ(settings.min_observations, 30U);
+  EXPECT_EQ(settings.days_to_ignore, 365);
+  EXPECT_EQ(settings.max_observations, std::size_t(default_number(setting::kMaxObservations)));
+  EXPECT_EQ(settings.purge_months, default_number(setting::kPurgeInterval));
 }
 
 TEST(WordsFor, CountWhatStreamsAreLearning) {

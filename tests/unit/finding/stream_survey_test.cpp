@@ -90,6 +90,80 @@ TEST_F(SurveyTest, StreamsThatNeverKnowMoreStandForThemselves) {
   EXPECT_EQ(found.streams[0].accepted, 2);
 }
 
+TEST_F(SurveyTest, AddsUpAllStreamsThatMatch) {
+  const auto fill = [&](const std::string& destination, int days_ago, int marked, int waiting,
+                        int anomalous) {
+    const std::int64_t time = kNow - days_ago * kDay;
+    for (int i = 0; i < marked; ++i) {
+      insert("HIST_DATA", {.time = time - i, .mark = 3, .destination = destination});
+    }
+    for (int i = 0; i < waiting; ++i) {
+      insert("DATA_TO_PROCESS", {.time = time - 100 - i, .mark = 0, .destination = destination});
+    }
+    for (int i = 0; i < anomalous; ++i) {
+      insert("DATA_TO_PROCESS", {.time = time - 200 - i, .mark = 2, .destination = destination});
+    }
+  };
+  fill("disk1", 3, 1, 2, 3);
+  fill("NA", 2, 10, 20, 30);
+  const StreamSurvey found = look();
+  ASSERT_EQ(found.streams.size(), 1U);
+  const StreamSummary& stream = found.streams[0];
+  EXPECT_EQ(stream.false_positives, 11);
+  EXPECT_EQ(stream.waiting, 22);
+  EXPECT_EQ(stream.anomalous, 33);
+  EXPECT_EQ(stream.newest, kNow - 2 * kDay);
+  EXPECT_EQ(stream.accepted, 0);
+  EXPECT_EQ(stream.first, 0);
+  EXPECT_EQ(stream.last, 0);
+  EXPECT_EQ(found.history_rows, 11);
+  EXPECT_EQ(found.process_rows, 55);
+  EXPECT_EQ(found.waiting_rows, 22);
+  EXPECT_EQ(found.oldest_waiting, kNow - 3 * kDay - 101);
+}
+
+// Each part of the key decides where those before it are alike.
+TEST_F(SurveyTest, StreamsAreInTheOrderOfTheirKeys) {
+  StreamScan scan;
+  const std::vector<StreamKey> sorted{
+      {"a", "p", "T", "1", "s", "x", "d"}, {"a", "p", "T", "1", "s", "x", "e"},
+      {"a", "p", "T", "1", "s", "y", "c"}, {"a", "p", "T", "2", "s", "w", "b"},
+      {"a", "p", "T", "0", "t", "v", "a"}, {"a", "q", "T", "0", "r", "u", "a"},
+      {"b", "o", "T", "0", "r", "u", "a"}};
+  for (const std::size_t i : {3, 5, 0, 6, 2, 4, 1}) {
+    ScannedStream& stream = scan.streams.emplace_back();
+    stream.key = sorted[i];
+    stream.accepted = {static_cast<std::int32_t>(kNow - 100 + static_cast<int>(i))};
+  }
+  const StreamSurvey found = survey(scan, settings_, kNow);
+  ASSERT_EQ(found.streams.size(), sorted.size());
+  for (std::size_t i = 0; i < sorted.size(); ++i) {
+    EXPECT_EQ(found.streams[i].key, sorted[i]) << i;
+    EXPECT_EQ(found.place_of(sorted[i].text()), i);
+    EXPECT_EQ(found.last_accepted(sorted[i].text()), kNow - 100 + static_cast<int>(i));
+  }
+}
+
+// One that knows only half belongs to the first of those that know it all, and to no half one.
+TEST_F(SurveyTest, OneThatKnowsLessIsHeldByOneThatKnowsMore) {
+  StreamScan scan;
+  const StreamKey none{"a", "p", "T", "0", "s", "NONE", "NA"};
+  const StreamKey half{"a", "p", "T", "0", "s", "x", "NA"};
+  const StreamKey other_half{"a", "p", "T", "0", "s", "NONE", "d"};
+  const StreamKey full{"a", "p", "T", "0", "s", "x", "d"};
+  for (const StreamKey& key : {none, half, other_half, full}) {
+    ScannedStream& stream = scan.streams.emplace_back();
+    stream.key = key;
+    stream.waiting = 1;
+  }
+  EXPECT_EQ(survey(scan, settings_, kNow).streams.size(), 1U);
+  EXPECT_EQ(survey(scan, settings_, kNow).streams[0].key, full);
+  scan.streams.pop_back();
+  const StreamSurvey halves = survey(scan, settings_, kNow);
+  ASSERT_EQ(halves.streams.size(), 2U) << "neither half knows more than the other";
+  EXPECT_EQ(halves.place_of(none.text()), halves.place_of(half.text()));
+}
+
 TEST_F(SurveyTest, StreamsAreInTheOrderOfTheirNames) {
   const std::string clients = "fcahbgdie";
   for (const char client : clients) insert("HIST_DATA", {.client = std::string(1, client)});

@@ -17,5 +17,10 @@ TEST(JsonText, TakesFlags) {
   EXPECT_EQ(json_text(text.get(), JSON_ENCODE_ANY | JSON_ENSURE_ASCII), R"("\u00E4")");
 }
 
+TEST(Json, LosesItsEscapedNulsOnly) {
+  EXPECT_EQ(without_nul(R"({"a":"x\u0000y","b":"\\u0000","c":"\\\u0000"})"),
+            R"({"a":"x\ufffdy","b":"\\u0000","c":"\\\ufffd"})");
+}
+
 }  // namespace
 }  // namespace corvane

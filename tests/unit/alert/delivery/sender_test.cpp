@@ -69,10 +69,55 @@ TEST_F(SenderTest, SaysAReasonOnceAndThatItIsOver) {
   fake.now += 100;
   EXPECT_EQ(sender.step(), Step::kFailed);
   EXPECT_EQ(fake::log_lines(),
-            (std::vector<Line>{{8, program, "Channel mail fails, trying again: no route"}}));
+            (std::vector<Line>{{8, program, "Channel mail failed, trying again: no route"}}));
   fake.now += 100;
   EXPECT_EQ(sender.step(), Step::kTaken);
   EXPECT_EQ(fake::log_lines().back(), (Line{4, program, "Channel mail works again"}));
+}
+
+TEST_F(SenderTest, SaysEachNewReason) {
+  for (const char* reason : {"no route", "refused", "no route", ""}) {
+    channel.answers.push_back(reason);
+    sender.step();
+    fake.now += 1000;
+  }
+  std::vector<std::string> said;
+  for (const Line& line : fake::log_lines()) said.push_back(line.text);
+  EXPECT_EQ(said, (std::vector<std::string>{"Channel mail failed, trying again: no route",
+                                            "Channel mail failed, trying again: refused",
+                                            "Channel mail failed, trying again: no route",
+                                            "Channel mail works again"}));
+}
+
+TEST_F(SenderTest, KnowsWhenThereIsSomethingToDo) {
+  EXPECT_EQ(sender.seconds_to_next(60), 0);
+  sender.step();
+  EXPECT_EQ(sender.seconds_to_next(60), 60);
+  EXPECT_EQ(sender.seconds_to_next(7), 7);
+}
+
+TEST_F(SenderTest, WritesAllThatIsOverdueAHundredAtATime) {
+  settings_.storm_limit = 1000;
+  Transaction transaction(*detection_);
+  for (int i = 0; i < 200; ++i) {
+    const std::string name = "more" + std::to_string(i);
+    anomaly(name, details_of(name, name, 3, kFirst));
+  }
+  transaction.commit();
+  pass();
+  channel.answers = {"refused", "refused"};
+  sender.step();
+  fake.now += kDay;
+  EXPECT_EQ(sender.step(), Step::kFailed);
+  std::vector<std::string> said;
+  for (const Line& line : fake::log_lines(16)) said.push_back(line.text);
+  const std::string now_in = " not delivered for a day, now in " + dead;
+  EXPECT_EQ(said, (std::vector<std::string>{"Channel mail: 100 messages" + now_in,
+                                            "Channel mail: 100 messages" + now_in,
+                                            "Channel mail: 1 message" + now_in}));
+  const std::string letters = test::read_file(dead);
+  EXPECT_EQ(std::count(letters.begin(), letters.end(), '\n'), 201);
+  EXPECT_THAT(letters, HasSubstr("\"given_up\":" + std::to_string(kFirst + kDay)));
 }
 
 TEST_F(SenderTest, AnExceptionOfTheChannelIsAFailure) {
@@ -93,7 +138,7 @@ TEST_F(SenderTest, WritesDeadLettersAfterADay) {
   EXPECT_THAT(letters, HasSubstr(R"("clientName":"c")"));
   ASSERT_EQ(fake::log_lines(16).size(), 1U);
   EXPECT_EQ(fake::log_lines(16).at(0).text,
-            "Given up after a day: 1 messages for channel mail, see " + dead);
+            "Channel mail: 1 message not delivered for a day, now in " + dead);
   fake.now += kDay;
   EXPECT_EQ(sender.step(), Step::kNothing);
   EXPECT_EQ(channel.got.size(), 2U);
@@ -110,11 +155,14 @@ TEST_F(SenderTest, AWeekOfStandstillIsNoFailureOfTheChannel) {
 
 TEST_F(SenderTest, NothingIsGivenUpThatCannotBeWritten) {
   std::filesystem::create_directory(dead);
-  channel.answers = {"refused", "refused"};
+  channel.answers = {"refused", "refused", "refused"};
   sender.step();
   fake.now += kDay;
   EXPECT_EQ(sender.step(), Step::kFailed);
-  EXPECT_THAT(fake::log_lines(16).at(0).text, HasSubstr("Cannot write the dead letters"));
+  fake.now += kDay;
+  EXPECT_EQ(sender.step(), Step::kFailed);
+  EXPECT_EQ(fake::log_lines(16).at(0).text,
+            "Cannot write the dead letters: " + dead + ": Is a directory");
   fake.now += kDay;
   EXPECT_EQ(sender.step(), Step::kTaken);
   EXPECT_EQ(fake::log_lines(16).size(), 1U);
@@ -134,6 +182,16 @@ TEST_F(SenderTest, WhatWasTakenWhileWeAreToEndIsNoted) {
   EXPECT_THAT(take(kMail), ::testing::IsEmpty());
 }
 
+TEST_F(SenderTest, AnOutcomeThatCannotBeNotedIsLeftWhenWeAreToEnd) {
+  test::query(state_->handle(),
+              "CREATE TRIGGER full BEFORE UPDATE ON delivery WHEN new.state = "
+              "2 BEGIN SELECT RAISE(ABORT, 'disk full'); END");
+  channel.on_send = [&] { stop.ask(); };
+  EXPECT_EQ(sender.step(), Step::kTaken);
+  EXPECT_EQ(channel.got.size(), 1U);
+  EXPECT_EQ(fake::log_lines(16).size(), 1U);
+}
+
 TEST_F(SenderTest, AnOutcomeIsNotedAsSoonAsItCanBe) {
   // Nobody else can write while this stands; it is taken back when the complaint is seen.
   channel.on_send = [&] {
@@ -149,7 +207,7 @@ TEST_F(SenderTest, AnOutcomeIsNotedAsSoonAsItCanBe) {
   EXPECT_EQ(sender.step(), Step::kTaken);
   repair.join();
   EXPECT_THAT(fake::log_lines(16).at(0).text,
-              HasSubstr("Cannot note what channel mail took, trying again: "));
+              HasSubstr("Cannot record the outcome for channel mail, trying again: "));
   EXPECT_EQ(channel.got.size(), 1U);
   EXPECT_EQ(sender.step(), Step::kNothing);
 }

@@ -36,8 +36,9 @@ TEST_F(Storm, OneMoreBecomesOneSummaryAndNothingIsDropped) {
   EXPECT_THAT(taken_.back().subject, HasSubstr("11 new incidents, 11 clients"));
   EXPECT_EQ(taken_.back().records, 11);
   EXPECT_THAT(taken_.back().body,
-              AllOf(HasSubstr("How severe: major (11).\n"), HasSubstr("encryption (11)"),
-                    HasSubstr("client c10 "), HasSubstr("At 2023-11-14 22:13 UTC there were")));
+              AllOf(HasSubstr("By severity: major (11).\n"), HasSubstr("encryption (11)"),
+                    HasSubstr("client c10 "),
+                    HasSubstr("At 2023-11-14 22:13 UTC: 11 new incidents, on 11 clients.\n")));
   EXPECT_THAT(taken_.back().details, HasSubstr("anomaly_c10"));
   EXPECT_EQ(take(kWeb).size(), 11U);
   EXPECT_EQ(pass().processed, 11U);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 namespace corvane::alert {
 namespace {
 
@@ -87,6 +89,14 @@ TEST(Endings, NeedTheHistorySinceTheEarliestLastRecord) {
   EXPECT_EQ(endings.since(), 200);
   endings.see(foreign.stream, 400);
   EXPECT_EQ(endings.until(2), 0);
+}
+
+TEST(Endings, ABackupAtTheTimeOfTheLastRecordIsNoEnd) {
+  const std::vector<KnownIncident> open{incident_of("a", 100)};
+  Endings endings(open);
+  endings.see(stream_of("a"), 101);
+  EXPECT_EQ(endings.until(0), 101);
+  EXPECT_THROW(endings.until(1), std::out_of_range);
 }
 
 }  // namespace

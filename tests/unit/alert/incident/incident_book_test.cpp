@@ -165,5 +165,114 @@ TEST_F(IncidentBookTest, KnowsWhoKnowsOfItAndHowSevere) {
   EXPECT_EQ(book.told(id, kSyslog), Severity::kNone);
 }
 
+TEST_F(IncidentBookTest, StoresEachThingInItsColumn) {
+  KnownIncident incident = added("i", 1000);
+  const auto row = [&] {
+    return test::query(state.handle(),
+                       "SELECT id, name, anomaly_id, last_anomaly, client, policy, policy_type, "
+                       "schedule_type, schedule_name, application_type, destination, has_stream, "
+                       "first_time, last_time, severity, cause, records, until, is_open, ended_by, "
+                       "changed FROM incident")
+        .at(0);
+  };
+  EXPECT_EQ(row(), (test::SqlRow{std::to_string(incident.id),
+                                 "i",
+                                 "first of i",
+                                 "last of i",
+                                 "client",
+                                 "policy",
+                                 "type",
+                                 "schedule",
+                                 "daily",
+                                 "app",
+                                 "disk",
+                                 "1",
+                                 "10",
+                                 "20",
+                                 "2",
+                                 "mass_deletion",
+                                 "3",
+                                 "0",
+                                 "1",
+                                 "0",
+                                 "1000"}));
+  incident = {.id = incident.id,
+              .name = "j",
+              .anomaly_id = "first",
+              .last_anomaly = "last",
+              .stream = {},
+              .has_stream = false,
+              .first_time = 11,
+              .last_time = 22,
+              .severity = Severity::kCritical,
+              .cause = std::nullopt,
+              .records = 4,
+              .until = 23,
+              .end = IncidentEnd::kAdopted};
+  book.put_incident(incident, 2000);
+  EXPECT_EQ(row(), (test::SqlRow{std::to_string(incident.id),
+                                 "j",
+                                 "first",
+                                 "last",
+                                 "",
+                                 "",
+                                 "",
+                                 "",
+                                 "",
+                                 "",
+                                 "",
+                                 "0",
+                                 "11",
+                                 "22",
+                                 "3",
+                                 "",
+                                 "4",
+                                 "23",
+                                 "0",
+                                 "2",
+                                 "2000"}));
+  book.set_end(incident.id, IncidentEnd::kFalsePositive, 24, 3000);
+  EXPECT_EQ(row()[17] + " " + row()[18] + " " + row()[19] + " " + row()[20], "24 0 3 3000");
+  book.set_end(incident.id, IncidentEnd::kNone, 0, 4000);
+  EXPECT_EQ(row()[17] + " " + row()[18] + " " + row()[19] + " " + row()[20], "0 1 0 4000");
+}
+
+TEST_F(IncidentBookTest, ChangesNoOtherIncident) {
+  KnownIncident first = added("first", 1000);
+  added("second", 1001);
+  first.records = 17;
+  book.put_incident(first, 2000);
+  book.set_end(first.id, IncidentEnd::kUsualBackup, 5, 3000);
+  EXPECT_EQ(book.find_incident("second")->records, 3);
+  EXPECT_TRUE(book.find_incident("second")->is_open());
+  EXPECT_THAT(names(book.unchanged_since(1002)), ElementsAre("second"));
+}
+
+TEST_F(IncidentBookTest, ListsIncidentsInTheOrderInWhichTheyBegan) {
+  for (const char* name : {"b", "a", "c"}) added(name);
+  EXPECT_THAT(names(book.open_incidents()), ElementsAre("b", "a", "c"));
+  EXPECT_THAT(names(book.unchanged_since(1001)), ElementsAre("b", "a", "c"));
+  for (std::int64_t id = 1; id <= 3; ++id) {
+    book.set_end(id, IncidentEnd::kUsualBackup, 50, 1000);
+  }
+  EXPECT_THAT(names(book.ended_by(IncidentEnd::kUsualBackup)), ElementsAre("b", "a", "c"));
+}
+
+TEST_F(IncidentBookTest, ARecordKnowsItsIncidentAndHowManyDeliveriesItNeeds) {
+  const std::int64_t first = added("first").id;
+  const std::int64_t second = added("second").id;
+  book.add_record("r", first, 2);
+  book.add_record("s", second, 0);
+  EXPECT_EQ(
+      test::query(state.handle(), "SELECT anomaly_id, incident, pending, is_marked FROM record"),
+      (std::vector<test::SqlRow>{{"r", std::to_string(first), "2", "0"},
+                                 {"s", std::to_string(second), "0", "0"}}));
+  EXPECT_EQ(book.incident_of_record("s"), "second");
+  test::query(state.handle(), "UPDATE record SET pending = -1 WHERE anomaly_id = 'r'");
+  EXPECT_THAT(book.done_records(10), ElementsAre("r", "s"));
+  book.set_marked("r", true);
+  EXPECT_THAT(book.done_records(10), ElementsAre("s")) << "the other one is not marked";
+}
+
 }  // namespace
 }  // namespace corvane::alert

@@ -43,7 +43,7 @@ TEST_P(OneOfThreeRecords, ClosesTheIncidentAndWithdrawnOpensItAgain) {
   EXPECT_EQ(pass(kFirst + 7).ended, 0U);
   EXPECT_EQ(incident().end, IncidentEnd::kFalsePositive);
   EXPECT_EQ(incident().until, kFirst + 7);
-  EXPECT_EQ(fake::log_lines(4).back().text, "People say that [anomaly_1] is a false positive");
+  EXPECT_EQ(fake::log_lines(4).back().text, "Anomaly [anomaly_1] was marked as a false positive");
   pass(kFirst + 8);
   EXPECT_EQ(incident().until, kFirst + 7);
   feedback(said_of_, 0);
@@ -51,7 +51,7 @@ TEST_P(OneOfThreeRecords, ClosesTheIncidentAndWithdrawnOpensItAgain) {
   EXPECT_TRUE(incident().is_open());
   EXPECT_EQ(incident().until, 0);
   EXPECT_EQ(fake::log_lines(4).back().text,
-            "People no longer say that [anomaly_1] is a false positive");
+            "Anomaly [anomaly_1] is no longer marked as a false positive");
   EXPECT_EQ(fake::log_lines(4).size(), 2U);
   EXPECT_THAT(take(kMail), IsEmpty());
   EXPECT_THAT(take(kWeb), IsEmpty());
@@ -204,7 +204,7 @@ TEST_F(IntakeFeedbackTest, AnAdoptedChangeIsOverWhateverCameLast) {
   EXPECT_EQ(incident().end, IncidentEnd::kAdopted);
   EXPECT_EQ(incident().until, kFirst + 5);
   EXPECT_THAT(take(kMail), ElementsAre("end c 2"));
-  EXPECT_THAT(taken_.back().body, HasSubstr("new normal"));
+  EXPECT_THAT(taken_.back().body, HasSubstr("now part of the baseline"));
 }
 
 TEST_F(IntakeFeedbackTest, AMarkThatWasLostIsMadeAgainAndNobodyIsTold) {
@@ -264,6 +264,60 @@ TEST_F(IntakeFeedbackTest, WhatWasNotTakenOutlivesItsRecords) {
   EXPECT_THAT(take(kMail), ElementsAre("begin c 2"));
   intake_->prune(kFirst + 400 * kDay);
   EXPECT_EQ(state_count("incident"), "0");
+}
+
+// To the day and the second.
+TEST_F(IntakeFeedbackTest, APurgedIncidentIsForgottenAfter90Days) {
+  three_records();
+  sql("DELETE FROM ANOMALY_DATA");
+  intake_->prune(kFirst + 9 * kDay);
+  intake_->prune(kFirst + 90 * kDay);
+  EXPECT_EQ(state_count("incident"), "1");
+  intake_->prune(kFirst + 90 * kDay + 1);
+  EXPECT_EQ(state_count("incident"), "0");
+}
+
+TEST_F(IntakeFeedbackTest, WhatIsKnownOfARecordThatWasDoneBeforeIsAskedOnce) {
+  record(1);
+  sql("UPDATE ANOMALY_DATA SET PROCESSED = 1");  // nothing in the book
+  feedback("anomaly_1", 1);
+  pass();
+  EXPECT_EQ(incident().id, 0);
+  EXPECT_TRUE(fake::log_lines(4).empty());
+  record(2);
+  pass(kFirst + 7);
+  EXPECT_EQ(incident().end, IncidentEnd::kFalsePositive);
+  EXPECT_EQ(incident().anomaly_id, "anomaly_1");
+  EXPECT_EQ(fake::log_lines(4).size(), 1U);
+}
+
+// The feedback is withdrawn on one record while it stays on another.
+TEST_F(IntakeFeedbackTest, OneFalsePositiveIsEnough) {
+  three_records();
+  feedback("anomaly_1", 1);
+  feedback("anomaly_2", 1);
+  pass(kFirst + 7);
+  feedback("anomaly_1", 0);
+  pass(kFirst + 8);
+  EXPECT_EQ(incident().end, IncidentEnd::kFalsePositive);
+  EXPECT_EQ(incident().until, kFirst + 7);
+  EXPECT_EQ(fake::log_lines(4).size(), 1U);
+}
+
+TEST_F(IntakeFeedbackTest, WithdrawalKeepsAUsualBackupOnlyWhenItIsLater) {
+  const std::int64_t last = kFirst + 2 * kDay;
+  for (const std::int64_t since : {last, last + 1}) {
+    sql("DELETE FROM ANOMALY_DATA_FEEDBACK");
+    record(1);
+    const std::string id = "anomaly_" + std::to_string(since);
+    std::string details = details_of("c", "incident_1", 2, last);
+    details.insert(details.size() - 1, ",\"usual_since\":" + std::to_string(since));
+    anomaly(id, details, kFirst + 9);
+    feedback("anomaly_1", 1);
+    pass();
+    feedback("anomaly_1", 0);
+    EXPECT_EQ(pass().ended, since > last ? 1U : 0U) << since - last;
+  }
 }
 
 }  // namespace

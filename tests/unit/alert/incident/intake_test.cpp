@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "companions/alert/incident/incident_book.h"
 #include "tests/unit/alert/alert_world.h"
 
 namespace corvane::alert {
@@ -209,7 +210,7 @@ TEST_F(IntakeTest, TheEndSaysWhetherTheChangeIsTheNewNormal) {
   pass();
   take(kMail);
   ASSERT_EQ(taken_.size(), 1U);
-  EXPECT_THAT(taken_.back().body, HasSubstr("new normal"));
+  EXPECT_THAT(taken_.back().body, HasSubstr("now part of the baseline"));
 }
 
 TEST_F(IntakeTest, AFalsePositiveIsClosedAndStaysSilent) {
@@ -219,7 +220,7 @@ TEST_F(IntakeTest, AFalsePositiveIsClosedAndStaysSilent) {
   feedback("anomaly_a", 1);
   usual_backup("c", kFirst + kDay);
   EXPECT_EQ(pass().ended, 0U);
-  EXPECT_EQ(fake::log_lines(4).at(0).text, "People say that [anomaly_a] is a false positive");
+  EXPECT_EQ(fake::log_lines(4).at(0).text, "Anomaly [anomaly_a] was marked as a false positive");
   anomaly("anomaly_b", details_of("c", "incident_a", 3, kFirst + 2 * kDay));
   pass();
   EXPECT_THAT(take(kMail), IsEmpty());
@@ -229,6 +230,125 @@ TEST_F(IntakeTest, AFalsePositiveIsClosedAndStaysSilent) {
   anomaly("anomaly_c", details_of("c", "incident_a", 3, kFirst + 3 * kDay));
   pass();
   EXPECT_THAT(take(kMail), ElementsAre("rise c 3"));  // they have heard of 1
+}
+
+TEST_F(IntakeTest, AnEndIsToldAtTheSeverityThatTheChannelKnows) {
+  settings_.syslog = settings_.syslog_severity = 1;
+  settings_.mail_severity = 2;
+  anomaly("a", details_of("c", "i", 1, kFirst));
+  anomaly("b", details_of("c", "i", 2, kFirst + 1));
+  pass();
+  take_all();
+  usual_backup("c", kFirst + kDay);
+  EXPECT_EQ(pass(kFirst + 77).ended, 1U);
+  EXPECT_THAT(take(kMail), ElementsAre("end c 2"));
+  EXPECT_THAT(take(kSyslog), ElementsAre("end c 2"));
+  EXPECT_EQ(taken_.back().created, kFirst + 77);
+  EXPECT_EQ(taken_.back().records, 2);
+  EXPECT_EQ(taken_.back().since, kFirst);
+  EXPECT_EQ(
+      taken_.back().body,
+      "The daily backup of client c (policy nightly) has been back to normal since 2023-11-15 "
+      "22:13 UTC. It had been unusual since 2023-11-14 22:13 UTC, in 2 backups.\n");
+  EXPECT_EQ(state_count("told"), "0");
+}
+
+TEST_F(IntakeTest, QuietHoursHoldBackTheEndOfAWarningOnly) {
+  setenv("TZ", "UTC", 1);
+  tzset();
+  ASSERT_TRUE(parse_quiet_hours("22:00-07:00", settings_.quiet));
+  anomaly("a", details_of("a", "a", 1, kFirst - 12 * 3600));
+  anomaly("b", details_of("b", "b", 2, kFirst - 12 * 3600));
+  pass(kFirst - 12 * 3600);
+  EXPECT_EQ(take(kMail).size(), 2U);
+  for (const char* client : {"a", "b"}) usual_backup(client, kFirst);
+  EXPECT_EQ(pass().ended, 2U);  // 22:13
+  EXPECT_THAT(take(kMail), ElementsAre("end b 2"));
+  EXPECT_THAT(take(kWeb), ElementsAre("report a 1", "report b 2", "end a 1", "end b 2"));
+  EXPECT_THAT(take(kMail, kFirst + 9 * 3600), ElementsAre("end a 1"));
+}
+
+TEST_F(IntakeTest, AnIncidentIsOfItsLatestRecord) {
+  anomaly("anomaly_a", details_of("c", "incident_a", 3, kFirst));
+  std::string later = details_of("d", "incident_a", 1, kFirst + kDay);
+  later.replace(later.find("encryption"), 10, "packed");
+  anomaly("anomaly_b", later);
+  anomaly("anomaly_0", details_of("e", "incident_a", 1, kFirst - kDay));
+  pass();
+  const KnownIncident incident = IncidentBook(*state_).find_incident("incident_a").value();
+  EXPECT_EQ(incident.stream.client, "d");
+  EXPECT_EQ(incident.cause, CauseKind::kPacked);
+  EXPECT_EQ(incident.last_anomaly, "anomaly_b");
+  EXPECT_TRUE(incident.has_stream);
+  EXPECT_EQ(incident.first_time, kFirst - kDay);
+  EXPECT_EQ(incident.last_time, kFirst + kDay);
+  EXPECT_EQ(incident.severity, Severity::kCritical);
+  EXPECT_EQ(incident.records, 3);
+}
+
+TEST_F(IntakeTest, OfTwoRecordsAtOneTimeTheSecondIsTheLatest) {
+  anomaly("anomaly_a", details_of("c", "incident_a", 3, kFirst));
+  anomaly("anomaly_b", details_of("d", "incident_a", 3, kFirst));
+  pass();
+  EXPECT_EQ(IncidentBook(*state_).find_incident("incident_a")->last_anomaly, "anomaly_b");
+}
+
+// The change was adopted with a backup whose time is not known.
+TEST_F(IntakeTest, AnAdoptionWithoutATimeEndsItNow) {
+  std::string adopted = details_of("c", "incident_a", 2, kFirst);
+  adopted.insert(adopted.size() - 1, R"(,"adopted":{"backup_id":"x","time":0})");
+  anomaly("anomaly_a", adopted);
+  EXPECT_EQ(pass(kFirst + 77).ended, 1U);
+  take(kMail);
+  EXPECT_EQ(taken_.back().until, kFirst + 77);
+}
+
+TEST_F(IntakeTest, AnAdoptionIsLookedForOnlyWithSomethingNew) {
+  anomaly("anomaly_a", details_of("c", "incident_a", 2, kFirst));
+  pass();
+  std::string adopted = details_of("c", "incident_a", 2, kFirst);
+  adopted.insert(adopted.size() - 1, R"(,"adopted":{"backup_id":"x","time":5})");
+  set_details(*detection_, "anomaly_a", adopted);
+  EXPECT_EQ(pass().ended, 0U);
+  usual_backup("x", kFirst);
+  EXPECT_EQ(pass().ended, 1U);
+}
+
+TEST_F(IntakeTest, MarksMoreRecordsThanOneTransactionTakes) {
+  settings_.mail_severity = 0;
+  settings_.mail_to.clear();
+  Transaction transaction(*detection_);
+  for (int i = 0; i < 501; ++i) {
+    anomaly("anomaly_" + std::to_string(i), details_of("c", "incident_a", 1, kFirst));
+  }
+  transaction.commit();
+  pass();
+  take(kWeb);
+  EXPECT_EQ(pass().processed, 501U);
+  EXPECT_EQ(unprocessed(), "0");
+  EXPECT_EQ(pass().processed, 0U);
+}
+
+TEST_F(IntakeTest, APassThatIsStoppedEndsNothing) {
+  anomaly("a", details_of("c", "i", 2, kFirst));
+  pass();
+  usual_backup("c", kFirst + kDay);
+  stop_ = [] { return true; };
+  EXPECT_EQ(pass().ended, 0U);
+  EXPECT_TRUE(intake_->has_news());
+  stop_ = nullptr;
+  EXPECT_EQ(pass().ended, 1U);
+}
+
+TEST_F(IntakeTest, ReadsTheHistoryOnlyFromWhereItStopped) {
+  for (int i = 0; i < 3; ++i) usual_backup("c", kFirst + i);
+  pass();
+  EXPECT_EQ(state_->number_of("history"), 3);
+  anomaly("a", details_of("c", "i", 2, kFirst - 1));
+  EXPECT_EQ(pass().ended, 0U) << "these were there before";
+  usual_backup("c", kFirst + 3);
+  EXPECT_EQ(pass().ended, 1U);
+  EXPECT_EQ(state_->number_of("history"), 4);
 }
 
 TEST_F(IntakeTest, ForeignDetailsAreAnIncidentOfTheirOwn) {
