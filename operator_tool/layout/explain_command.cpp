@@ -16,7 +16,8 @@ std::string anomaly_lines(const Terminal& terminal, const Finding& finding) {
   std::string text = line(terminal, "Summary", finding.summary) +
                      line(terminal, "Severity", severity.words, severity.style);
   for (const Cause& cause : finding.causes) {
-    text += line(terminal, &cause == &finding.causes.front() ? "Cause" : "or", cause.words);
+    text +=
+        line(terminal, &cause == &finding.causes.front() ? "Cause" : "Other cause", cause.words);
   }
   return text;
 }
@@ -30,14 +31,13 @@ std::string text_of(const Context& context, const detect::Explanation& judged) {
   text += line(terminal, "Backup", finding.backup_id + " of " + moment_text(finding.time, utc));
   text += stream_line(terminal, finding);
   text += line(terminal, "Verdict", judged.verdict, is_anomalous ? Style::kBad : Style::kPlain);
-  text += line(terminal, "Stream then", judged.stream);
-  text += line(terminal, "Judged by",
-               std::string(finding.by_other_stream ? "another stream" : "own history") + ", " +
-                   counted(static_cast<std::int64_t>(finding.observations), "record", "records") +
-                   ", " + std::to_string(std::lround(judged.noise_share * kPercent)) +
-                   " percent of them noise");
+  text += line(terminal, "Stream state", judged.stream);
+  text += line(terminal, "Baseline",
+               counted(static_cast<std::int64_t>(finding.observations), "backup", "backups") +
+                   (finding.by_other_stream ? " of another stream, " : " of its own stream, ") +
+                   std::to_string(std::lround(judged.noise_share * kPercent)) + " percent noise");
   if (finding.slow_change) {
-    text += line(terminal, "Sustained", "several runs in a row that together are too much");
+    text += line(terminal, "Sustained", "several runs in a row that are anomalous together");
   }
   if (is_anomalous) text += anomaly_lines(terminal, finding);
   text += last_good_line(terminal, finding, utc);
@@ -50,7 +50,8 @@ std::string run_explain(const Context& context) {
   const Options& options = context.options;
   const std::optional<detect::Explanation> judged = detect::explain(
       context.database.connection(), read_configuration(options.config).detect, options.id);
-  if (!judged) throw Trouble(ExitStatus::kNotFound, "No backup has the key " + options.id + ".");
+  if (!judged)
+    throw Trouble(ExitStatus::kNotFound, "No backup has the unique key " + options.id + ".");
   if (!options.json) return text_of(context, *judged);
   const JsonPtr root = document("explain");
   put(root.get(), "unique_key", options.id);

@@ -16,6 +16,8 @@ struct Found {
   Picture picture;
 };
 
+std::string number(std::int64_t value) { return number_text(static_cast<double>(value)); }
+
 const char* label_of(const Daemon& daemon) {
   if (daemon.name == kDetectionProgram) return "Detection";
   return daemon.name == kAlertProgram ? "Alerts" : "Service";
@@ -26,17 +28,17 @@ Style style_of(const Daemon& daemon) {
   return Style::kBad;
 }
 
-// "running since ..., process 4711", "switched off", "not running".
+// "running since ..., process 4711", "not running".
 std::string words_for(const Daemon& daemon, std::int64_t now, bool utc) {
   if (daemon.process == 0) {
-    return daemon.is_wanted ? "not running" : "not running, switched off in the configuration";
+    return daemon.is_wanted ? "not running" : "not running, disabled in the configuration";
   }
   std::string words = "running";
   if (daemon.since > 0) {
     words += " since " + time_text(daemon.since, utc) + " (" + span_text(now - daemon.since) + ")";
   }
   words += ", process " + std::to_string(daemon.process);
-  if (!daemon.is_wanted) words += ", although switched off in the configuration";
+  if (!daemon.is_wanted) words += ", although disabled in the configuration";
   return words;
 }
 
@@ -50,37 +52,35 @@ std::string last_gather_words(const Health& health, bool utc) {
 }
 
 std::string next_gather_words(const Health& health, bool utc) {
-  if (health.gather.next == 0) return "none while the service does not run";
+  if (health.gather.next == 0) return "none while the service is not running";
   if (health.gather.next < health.now) {
-    return "was due " + time_text(health.gather.next, utc) + ", or runs now";
+    return "was due at " + time_text(health.gather.next, utc) + ", or is running now";
   }
-  return "about " + time_text(health.gather.next, utc);
+  return "expected at " + time_text(health.gather.next, utc);
 }
 
 std::string gathers_words(const Health& health, bool utc) {
   const GatherLog& log = health.gather.log;
-  if (log.from == 0) return "the service's log tells nothing";
-  std::string words = counted(log.gathers, "gather", "gathers") + " in the log since " +
+  if (log.from == 0) return "unknown, the service's log has no records";
+  std::string words = counted(log.gathers, "gather", "gathers") + " since " +
                       time_text(std::max(log.from, health.now - kDay), utc) + ", " +
-                      number_text(static_cast<double>(log.failed)) + " with errors";
-  if (log.last_failed > 0) words += ", the last " + time_text(log.last_failed, utc);
+                      number(log.failed) + " with errors";
+  if (log.last_failed > 0) words += ", the last at " + time_text(log.last_failed, utc);
   return words;
 }
 
 std::string alerts_words(const AlertHealth& alerts, std::int64_t now) {
-  if (!alerts.is_known) return "nothing has been told yet";
+  if (!alerts.is_known) return "none yet";
   if (!alerts.trouble.empty()) return alerts.trouble;
-  std::string words = counted(alerts.waiting(), "message waits", "messages wait");
+  std::string words = number(alerts.waiting()) + " pending";
   if (alerts.oldest() > 0) words += ", the oldest for " + span_text(now - alerts.oldest());
-  words += "; " + number_text(static_cast<double>(alerts.given_up())) + " given up";
+  words += "; " + counted(alerts.given_up(), "dead letter", "dead letters");
   for (const alert::ChannelStatus& channel : alerts.channels) {
     if (channel.failures == 0) continue;
-    words += "; " + channel.name + " fails: " + channel.last_error;
+    words += "; channel " + channel.name + " fails: " + channel.last_error;
   }
   return words;
 }
-
-std::string number(std::int64_t value) { return number_text(static_cast<double>(value)); }
 
 std::string programs_text(const Context& context, const Health& health) {
   const Terminal& terminal = context.terminal;
@@ -95,12 +95,12 @@ std::string programs_text(const Context& context, const Health& health) {
                health.gather.log.failed > 0 ? Style::kWarning : Style::kPlain);
   return text + line(terminal, "Queue",
                      counted(health.gather.queued, "running job", "running jobs") +
-                         " to be looked at again");
+                         " for the next gather");
 }
 
 std::string streams_text(const Context& context, const StreamSurvey& survey) {
   std::string waiting =
-      counted(survey.waiting_rows, "backup waits", "backups wait") + " for the detection";
+      counted(survey.waiting_rows, "backup", "backups") + " waiting for the detection";
   if (survey.oldest_waiting > 0) {
     waiting += ", the oldest of " + time_text(survey.oldest_waiting, context.options.utc);
   }
@@ -117,15 +117,15 @@ std::string text_of(const Context& context, const Found& found) {
   const Health& health = found.health;
   const Picture& picture = found.picture;
   std::string text = programs_text(context, health) + streams_text(context, picture.streams);
-  const std::int64_t not_over = picture.incidents_not_over();
-  text += line(terminal, "Incidents", number(not_over) + " not over",
-               not_over > 0 ? Style::kWarning : Style::kPlain);
+  const std::int64_t ongoing = picture.incidents_not_over();
+  text += line(terminal, "Incidents", number(ongoing) + " ongoing",
+               ongoing > 0 ? Style::kWarning : Style::kPlain);
   text += line(
       terminal, "Anomalies",
       number(std::ssize(picture.anomalies)) + ": " + number(picture.count(Review::kNotReviewed)) +
           " not reviewed, " + number(picture.count(Review::kConfirmed)) + " confirmed, " +
           counted(picture.count(Review::kFalsePositive), "false positive", "false positives"));
-  text += line(terminal, "Undelivered", alerts_words(health.alerts, health.now),
+  text += line(terminal, "Messages", alerts_words(health.alerts, health.now),
                health.alerts.given_up() > 0 ? Style::kBad : Style::kPlain);
   return text +
          line(terminal, "Database",

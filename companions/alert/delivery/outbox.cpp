@@ -265,13 +265,13 @@ std::vector<ChannelStatus> Outbox::status() {
 const char* words_for(DeliveryState state) {
   switch (state) {
     case DeliveryState::kWaiting:
-      return "waiting";
+      return "pending";
     case DeliveryState::kFolded:
-      return "in a summary";
+      return "part of a summary";
     case DeliveryState::kDelivered:
-      return "taken";
+      return "delivered";
     case DeliveryState::kGivenUp:
-      return "given up";
+      return "dead letter";
     case DeliveryState::kReplaced:
       return "replaced";
   }

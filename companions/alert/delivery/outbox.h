@@ -46,7 +46,7 @@ struct ToldMessage {
   std::int64_t created = 0;
   std::string reason;  // of the last failure
 };
-// "waiting", "in a summary", "taken", "given up", "replaced".
+// "pending", "part of a summary", "delivered", "dead letter", "replaced".
 const char* words_for(DeliveryState state);
 
 // Everything throws QueryError. Messages of one incident go out in their order.
