@@ -1,6 +1,7 @@
+#include "operator_tool/layout/explain_command.h"
+
 #include <cmath>
 
-#include "companions/detect/replay.h"
 #include "operator_tool/commands.h"
 #include "operator_tool/layout/json.h"
 #include "operator_tool/terminal/words.h"
@@ -22,10 +23,10 @@ std::string anomaly_lines(const Terminal& terminal, const Finding& finding) {
   return text;
 }
 
-std::string text_of(const Context& context, const detect::Explanation& judged) {
-  const Terminal& terminal = context.terminal;
+}  // namespace
+
+std::string text_of(const detect::Explanation& judged, const Terminal& terminal, bool utc) {
   const Finding& finding = judged.finding;
-  const bool utc = context.options.utc;
   const bool is_anomalous = judged.outcome == detect::Outcome::kAnomalous;
   std::string text;
   text += line(terminal, "Backup", finding.backup_id + " of " + moment_text(finding.time, utc));
@@ -44,15 +45,13 @@ std::string text_of(const Context& context, const detect::Explanation& judged) {
   return text + "\n" + figures_table(terminal, finding.figures);
 }
 
-}  // namespace
-
 std::string run_explain(const Context& context) {
   const Options& options = context.options;
   const std::optional<detect::Explanation> judged = detect::explain(
       context.database.connection(), read_configuration(options.config).detect, options.id);
   if (!judged)
     throw Trouble(ExitStatus::kNotFound, "No backup has the unique key " + options.id + ".");
-  if (!options.json) return text_of(context, *judged);
+  if (!options.json) return text_of(*judged, context.terminal, options.utc);
   const JsonPtr root = document("explain");
   put(root.get(), "unique_key", options.id);
   put(root.get(), "judgement", to_json(*judged));

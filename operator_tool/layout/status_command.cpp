@@ -1,6 +1,9 @@
+#include "operator_tool/layout/status_command.h"
+
+#include <algorithm>
+
 #include "finding/words.h"
 #include "operator_tool/ask/anomalies.h"
-#include "operator_tool/ask/picture.h"
 #include "operator_tool/commands.h"
 #include "operator_tool/layout/health_json.h"
 #include "operator_tool/layout/json.h"
@@ -10,11 +13,6 @@
 namespace corvane::ctl {
 
 namespace {
-
-struct Found {
-  Health health;
-  Picture picture;
-};
 
 std::string number(std::int64_t value) { return number_text(static_cast<double>(value)); }
 
@@ -82,9 +80,7 @@ std::string alerts_words(const AlertHealth& alerts, std::int64_t now) {
   return words;
 }
 
-std::string programs_text(const Context& context, const Health& health) {
-  const Terminal& terminal = context.terminal;
-  const bool utc = context.options.utc;
+std::string programs_text(const Terminal& terminal, bool utc, const Health& health) {
   std::string text;
   for (const Daemon& daemon : health.daemons) {
     text += line(terminal, label_of(daemon), words_for(daemon, health.now, utc), style_of(daemon));
@@ -98,25 +94,41 @@ std::string programs_text(const Context& context, const Health& health) {
                          " for the next gather");
 }
 
-std::string streams_text(const Context& context, const StreamSurvey& survey) {
+std::string streams_text(const Terminal& terminal, bool utc, const StreamSurvey& survey) {
   std::string waiting =
       counted(survey.waiting_rows, "backup", "backups") + " waiting for the detection";
   if (survey.oldest_waiting > 0) {
-    waiting += ", the oldest of " + time_text(survey.oldest_waiting, context.options.utc);
+    waiting += ", the oldest of " + time_text(survey.oldest_waiting, utc);
   }
-  return line(context.terminal, "Waiting", waiting) +
-         line(context.terminal, "Streams",
+  return line(terminal, "Waiting", waiting) +
+         line(terminal, "Streams",
               number(static_cast<std::int64_t>(survey.streams.size())) + ": " +
                   number(survey.count(StreamState::kJudged)) + " judged, " +
                   number(survey.count(StreamState::kLearning)) + " learning, " +
                   number(survey.count(StreamState::kDormant)) + " dormant");
 }
 
-std::string text_of(const Context& context, const Found& found) {
-  const Terminal& terminal = context.terminal;
-  const Health& health = found.health;
-  const Picture& picture = found.picture;
-  std::string text = programs_text(context, health) + streams_text(context, picture.streams);
+std::string json_of(const Status& status) {
+  const JsonPtr root = document("status");
+  put_health(root.get(), status.health);
+  put_survey(root.get(), status.picture.streams);
+  put(root.get(), "open_incidents", status.picture.incidents_not_over());
+  JsonPtr anomalies(json_object());
+  put(anomalies.get(), "total", std::int64_t{std::ssize(status.picture.anomalies)});
+  for (const Review review : {Review::kNotReviewed, Review::kConfirmed, Review::kFalsePositive}) {
+    put(anomalies.get(), name_of(review), status.picture.count(review));
+  }
+  put(root.get(), "anomalies", std::move(anomalies));
+  return json_for_terminal(root.get());
+}
+
+}  // namespace
+
+std::string text_of(const Status& status, const Options& options, const Terminal& terminal) {
+  const Health& health = status.health;
+  const Picture& picture = status.picture;
+  std::string text = programs_text(terminal, options.utc, health) +
+                     streams_text(terminal, options.utc, picture.streams);
   const std::int64_t ongoing = picture.incidents_not_over();
   text += line(terminal, "Incidents", number(ongoing) + " ongoing",
                ongoing > 0 ? Style::kWarning : Style::kPlain);
@@ -132,31 +144,16 @@ std::string text_of(const Context& context, const Found& found) {
               size_text(static_cast<double>(health.database_bytes) / 1024) + ", " +
                   counted(picture.streams.history_rows, "record", "records") + " of history; " +
                   size_text(static_cast<double>(health.disk.available) / 1024) +
-                  " free on its disk; " + context.database.path());
+                  " free on its disk; " + options.database);
 }
-
-std::string json_of(const Found& found) {
-  const JsonPtr root = document("status");
-  put_health(root.get(), found.health);
-  put_survey(root.get(), found.picture.streams);
-  put(root.get(), "open_incidents", found.picture.incidents_not_over());
-  JsonPtr anomalies(json_object());
-  put(anomalies.get(), "total", std::int64_t{std::ssize(found.picture.anomalies)});
-  for (const Review review : {Review::kNotReviewed, Review::kConfirmed, Review::kFalsePositive}) {
-    put(anomalies.get(), name_of(review), found.picture.count(review));
-  }
-  put(root.get(), "anomalies", std::move(anomalies));
-  return json_for_terminal(root.get());
-}
-
-}  // namespace
 
 std::string run_status(const Context& context) {
-  Found found;
-  found.health = look(context.options, context.database);
-  found.picture = take_picture(context.database.connection(), found.health.configured.detect.stream,
-                               found.health.now);
-  return context.options.json ? json_of(found) : text_of(context, found);
+  Status status;
+  status.health = look(context.options, context.database);
+  status.picture = take_picture(context.database.connection(),
+                                status.health.configured.detect.stream, status.health.now);
+  return context.options.json ? json_of(status)
+                              : text_of(status, context.options, context.terminal);
 }
 
 }  // namespace corvane::ctl
