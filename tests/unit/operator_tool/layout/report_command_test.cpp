@@ -159,23 +159,6 @@ TEST_F(ReportCommand, LongTextsAreCut) {
   EXPECT_EQ(json_string_length(json_object_get(incident, "summary")), 2000U);
 }
 
-TEST_F(ReportCommand, SaysHowManyAnomaliesItLeavesOut) {
-  details("x", R"({"time":1700000000})");
-  const auto copy = [&](int from, int to) {
-    sql("WITH RECURSIVE n(i) AS (SELECT " + std::to_string(from) +
-        " UNION ALL SELECT i + 1 FROM n WHERE i < " + std::to_string(to) +
-        ") INSERT INTO ANOMALY_DATA SELECT 'n' || i, ANOMALY_DETAILS, PROCESSED, DETECTION_KEY, "
-        "CLIENT, DETECTION_TIME FROM ANOMALY_DATA, n WHERE ANOMALY_UNIQUE_ID = 'x'");
-  };
-  copy(2, 20000);
-  EXPECT_TRUE(says(report(), ": 0 clients, 20,000 anomalies, "));
-  EXPECT_EQ(part("anomalies_left_out"), "0");
-  copy(20001, 20003);
-  EXPECT_TRUE(says(report(), ": 0 clients, 20,003 anomalies, "));
-  EXPECT_EQ(part("anomalies_left_out"), "3");
-  EXPECT_EQ(json_array_size(json_object_get(data().get(), "anomalies")), 20000U);
-}
-
 TEST_F(ReportCommand, OngoingIncidentsThenResolvedOnesOfThePeriod) {
   const auto incident = [&](const std::string& client, int days, bool is_resolved) {
     const TestBackup first{.client = client, .time = kNow - (days + 1) * kDay};
