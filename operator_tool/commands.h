@@ -1,4 +1,4 @@
-// What cvanomalyctl can do, a source file each.
+// The commands of cvanomalyctl, one source file each.
 #pragma once
 
 #include <string>
@@ -14,8 +14,7 @@
 
 namespace corvane::ctl {
 
-// What every command is given. Each returns what is to be printed; sqlite_exception and Trouble
-// leave it.
+// What every command is given. Each returns the text to print, and throws QueryError and Trouble.
 struct Context {
   const Options& options;
   const Terminal& terminal;

@@ -1,10 +1,13 @@
 #include "operator_tool/options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <filesystem>
 #include <sstream>
+#include <string_view>
+#include <vector>
 
 #include "companions/alert/options.h"
 #include "platform/host_product.h"
@@ -16,14 +19,24 @@ namespace corvane::ctl {
 namespace {
 
 constexpr int kMostDays = 36500;
+constexpr int kMostMinutes = 1000000;
 
 constexpr char kAbout[] =
-    "The operator's tool of the anomaly detection: looks at what the service and its companions "
-    "do and have found. It changes nothing.";
+    "Shows the status of backup anomaly detection and the anomalies that it found. Changes "
+    "nothing.";
 constexpr char kFooter[] =
-    "\nExit status: 0 done, 1 not found, 2 wrong arguments, 3 no database, 4 database locked,\n"
-    "5 database of another version, 6 database damaged, 7 no right to read it, 8 another failure.\n"
+    "\nExit status: 0 success, 1 not found, 2 wrong arguments, 3 no database, 4 database locked,\n"
+    "5 database of another version, 6 database damaged, 7 permission denied, 8 other error.\n"
     "check: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.";
+
+struct FormerName {
+  std::string_view former;
+  const char* name;
+};
+// Scripts may still use them; help no longer shows them.
+constexpr std::array kFormerNames{
+    FormerName{"--open", "--not-reviewed"}, FormerName{"--judged", "--reviewed"},
+    FormerName{"--not-over", "--ongoing"}, FormerName{"--over", "--resolved"}};
 
 std::string install_directory() {
   std::array<char, PATH_MAX> buffer{};
@@ -32,69 +45,86 @@ std::string install_directory() {
 
 void add_global(CLI::App& app, Options& options) {
   app.add_flag("--json", options.json, "Print one JSON document, see docs/operator-tool.md");
-  app.add_flag("--utc", options.utc, "Times in UTC instead of the local zone");
-  app.add_flag("--no-color", options.no_colour, "No colour on a terminal; NO_COLOR does the same");
-  app.add_option("--database", options.database, "The anomaly database, a file")->type_name("FILE");
+  app.add_flag("--utc", options.utc, "Show times in UTC instead of local time");
+  app.add_flag("--no-color", options.no_colour,
+               "Use no colour on a terminal; NO_COLOR does the same");
+  app.add_option("--database", options.database,
+                 "The anomaly database (default: CV_Anomaly.db of the installed service)")
+      ->type_name("FILE");
   app.add_option("--config", options.config,
-                 "The configuration file (default: the one beside the database)")
+                 "The configuration file (default: anomaly_config.conf beside the database)")
       ->check(CLI::ExistingFile.description(""))
       ->type_name("FILE");
-  app.add_option("--logs", options.logs, "Directory of the programs' logs")->type_name("DIR");
+  app.add_option("--logs", options.logs,
+                 "The directory of the log files (default: that of the installed service)")
+      ->type_name("DIR");
+}
+
+CLI::Option* add_days(CLI::App& command, Options& options, const char* words,
+                      const char* name = "--days") {
+  return command.add_option(name, options.days, words)
+      ->check(CLI::Range(1, kMostDays).description(""))
+      ->type_name("N");
 }
 
 void add_lists(CLI::App& app, Options& options) {
-  CLI::App* status = app.add_subcommand("status", "How the service and its companions fare");
+  CLI::App* status = app.add_subcommand("status", "Status of the service and its companions");
   status->callback([&] { options.command = Command::kStatus; });
   status->footer(
-      "Durations and failures of gathers are what the last 4 MB of the service's log "
-      "tell of the last 24 hours.");
+      "Durations and failures of gathers come from the service's log: the last 24 hours, as far "
+      "as its last 4 MB reach back.");
 
   CLI::App* streams =
-      app.add_subcommand("streams", "The streams of backups, and which still learn");
+      app.add_subcommand("streams", "Streams of backups, and which of them are still learning");
   streams->callback([&] { options.command = Command::kStreams; });
   streams->add_option("--client", options.client, "Only this client")->type_name("NAME");
-  streams->add_option("--state", options.state, "Only these: learning, judged or dormant")
-      ->check(CLI::IsMember({"learning", "judged", "dormant"}));
+  streams
+      ->add_option("--state", options.state,
+                   "Only streams in this state: learning, judged or dormant")
+      ->check(CLI::IsMember({"learning", "judged", "dormant"}).description(""))
+      ->type_name("STATE");
 
-  CLI::App* anomalies = app.add_subcommand("anomalies", "The anomalies found, the newest first");
+  CLI::App* anomalies = app.add_subcommand("anomalies", "Anomalies, the newest first");
   anomalies->callback([&] { options.command = Command::kAnomalies; });
-  anomalies->add_option("--client", options.client, "Only of this client")->type_name("NAME");
-  anomalies->add_option("--severity", options.severity, "Only of this severity (1 to 3) or above")
-      ->check(CLI::Range(1, 3));
-  anomalies->add_option("--days", options.days, "Only of the last so many days")
-      ->check(CLI::Range(1, kMostDays));
-  // The former names, --open and --judged, stay for scripts.
+  anomalies->add_option("--client", options.client, "Only this client")->type_name("NAME");
+  anomalies
+      ->add_option("--severity", options.severity,
+                   "Only this severity and above: 1 warning, 2 major, 3 critical")
+      ->check(CLI::Range(1, 3).description(""))
+      ->type_name("N");
+  add_days(*anomalies, options, "Only the last N days");
   CLI::Option* not_reviewed = anomalies->add_flag_callback(
-      "--not-reviewed,--open", [&] { options.is_reviewed = false; },
-      "Only those that nobody has reviewed");
+      "--not-reviewed", [&] { options.is_reviewed = false; }, "Only anomalies without feedback");
   anomalies
       ->add_flag_callback(
-          "--reviewed,--judged", [&] { options.is_reviewed = true; },
-          "Only those that somebody has reviewed")
+          "--reviewed", [&] { options.is_reviewed = true; }, "Only anomalies with feedback")
       ->excludes(not_reviewed);
-  CLI::Option* not_over = anomalies->add_flag_callback(
-      "--not-over", [&] { options.is_over = false; }, "Only those whose incident is not over");
+  CLI::Option* ongoing = anomalies->add_flag_callback(
+      "--ongoing", [&] { options.is_resolved = false; }, "Only anomalies of ongoing incidents");
   anomalies
       ->add_flag_callback(
-          "--over", [&] { options.is_over = true; }, "Only those whose incident is over")
-      ->excludes(not_over);
+          "--resolved", [&] { options.is_resolved = true; }, "Only anomalies of resolved incidents")
+      ->excludes(ongoing);
 }
 
 void add_single(CLI::App& app, Options& options) {
-  CLI::App* show = app.add_subcommand("show", "One anomaly: figures, cause, history");
+  CLI::App* show = app.add_subcommand("show", "One anomaly: figures, cause, history of its stream");
   show->callback([&] { options.command = Command::kShow; });
-  show->add_option("ID", options.id, "ANOMALY_UNIQUE_ID, or the backup's id")->required();
+  show->add_option("ID", options.id, "ANOMALY_UNIQUE_ID, or UNIQUE_KEY or id of the backup")
+      ->required()
+      ->type_name("");
 
-  CLI::App* explain = app.add_subcommand("explain", "How a backup is judged by what came before");
+  CLI::App* explain =
+      app.add_subcommand("explain", "How a backup is judged by the backups before it");
   explain->callback([&] { options.command = Command::kExplain; });
-  explain->add_option("UNIQUE_KEY", options.id, "The backup's key in the database")->required();
+  explain->add_option("UNIQUE_KEY", options.id, "Key of the backup in the database")
+      ->required()
+      ->type_name("");
 
   CLI::App* backtest =
-      app.add_subcommand("backtest", "Judge the last days' backups again, in memory");
+      app.add_subcommand("backtest", "Judge the backups of the last days again, in memory");
   backtest->callback([&] { options.command = Command::kBacktest; });
-  backtest->add_option("DAYS", options.days, "How many days")
-      ->required()
-      ->check(CLI::Range(1, kMostDays));
+  add_days(*backtest, options, "Number of days", "DAYS")->required()->type_name("");
 }
 
 void add_check(CLI::App& app, Options& options) {
@@ -107,30 +137,38 @@ void add_check(CLI::App& app, Options& options) {
     if (value >= 0) option->capture_default_str();
   };
   add("--gather-warning", at.gather_warning,
-      "Minutes since the last gather (default: 3 gather intervals)", 1000000);
+      "WARNING N minutes after the last gather (default: 3 gather intervals)", kMostMinutes);
   add("--gather-critical", at.gather_critical,
-      "Minutes since the last gather (default: 12 gather intervals)", 1000000);
-  add("--alerts-warning", at.alerts_warning, "Minutes that a message has waited for a channel",
-      1000000);
-  add("--alerts-critical", at.alerts_critical, "Minutes that a message has waited for a channel",
-      1000000);
-  add("--disk-warning", at.disk_warning, "Percent of the database's disk that is free", 100);
-  add("--disk-critical", at.disk_critical, "Percent of the database's disk that is free", 100);
+      "CRITICAL N minutes after the last gather (default: 12 gather intervals)", kMostMinutes);
+  add("--alerts-warning", at.alerts_warning, "WARNING when a message is pending for N minutes",
+      kMostMinutes);
+  add("--alerts-critical", at.alerts_critical, "CRITICAL when a message is pending for N minutes",
+      kMostMinutes);
+  add("--disk-warning", at.disk_warning, "WARNING at N percent free on the database's disk", 100);
+  add("--disk-critical", at.disk_critical, "CRITICAL at N percent free on the database's disk",
+      100);
 }
 
 void add_documents(CLI::App& app, Options& options) {
-  CLI::App* metrics = app.add_subcommand("metrics", "The Prometheus text format");
+  CLI::App* metrics = app.add_subcommand("metrics", "Metrics in the Prometheus text format");
   metrics->callback([&] { options.command = Command::kMetrics; });
   metrics
-      ->add_option("--output", options.output,
-                   "Replace this file at one stroke instead of printing")
+      ->add_option("--output", options.output, "Replace this file atomically instead of printing")
       ->type_name("FILE");
 
-  CLI::App* report = app.add_subcommand("report", "A page with charts, in one file");
+  CLI::App* report = app.add_subcommand("report", "Report with charts, as one HTML file");
   report->callback([&] { options.command = Command::kReport; });
   report->add_option("--html", options.output, "The file to write")->type_name("FILE")->required();
-  report->add_option("--days", options.days, "The last so many days (default 30)")
-      ->check(CLI::Range(1, kMostDays));
+  add_days(*report, options, "The last N days (default: 30)");
+}
+
+std::vector<const char*> with_present_names(int count, const char* const* arguments) {
+  std::vector<const char*> present(arguments, arguments + count);
+  for (const char*& argument : present) {
+    const auto* const known = std::ranges::find(kFormerNames, argument, &FormerName::former);
+    if (known != kFormerNames.end()) argument = known->name;
+  }
+  return present;
 }
 
 void fill_in(Options& options) {
@@ -172,7 +210,8 @@ Parsed parse_options(int count, const char* const* arguments) {
   add_check(app, options);
   add_documents(app, options);
   try {
-    app.parse(count, arguments);
+    const std::vector<const char*> present = with_present_names(count, arguments);
+    app.parse(count, present.data());
     fill_in(options);
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;

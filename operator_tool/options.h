@@ -19,11 +19,11 @@ enum class Command {
   kReport
 };
 
-// When check warns, and when it is critical. Negative: by the gather interval.
+// When check is WARNING and when CRITICAL. Negative: depends on the gather interval.
 struct Thresholds {
   int gather_warning = -1;  // minutes since the last gather
   int gather_critical = -1;
-  int alerts_warning = 30;  // minutes that the oldest message has waited
+  int alerts_warning = 30;  // minutes that the oldest message has been pending
   int alerts_critical = 240;
   int disk_warning = 10;  // percent that is free
   int disk_critical = 3;
@@ -42,20 +42,21 @@ struct Options {
   int severity = 0;                 // the least; 0: all
   int days = 0;                     // 0: all
   std::optional<bool> is_reviewed;  // anomalies; absent: all
-  std::optional<bool> is_over;      // their incident; absent: all
+  std::optional<bool> is_resolved;  // their incident; absent: all
   std::string id;                   // of an anomaly, of a backup, or a unique key
   std::string output;
   Thresholds thresholds;
 
-  // The database in which cvanomalyalert keeps what it has told.
+  // The database of cvanomalyalert.
   std::string alert_database() const;
   std::string log_file(const std::string& program) const;
 };
 
 struct Parsed {
-  std::string help;  // was asked for; then nothing else counts
-  std::string
-      wrong;  // with the arguments; then `options` has the command, if one was named, and --json
+  std::string help;  // not empty: was asked for, nothing else counts
+  // What is wrong with the arguments, if anything is. Of `options` then only --json is set, and
+  // the command when it is check.
+  std::string wrong;
   Options options;
 };
 

@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kTries = 3;
 
-// A list that is cut short on a full disk must not look like a whole one.
+// A list that a full disk cuts short must not look complete.
 void print(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) {
     return;
@@ -50,7 +50,7 @@ std::string run_command(const Context& context) {
   return {};
 }
 
-// Again when a database that nobody used came into use meanwhile.
+// Tries again when a database that no program had open was opened meanwhile.
 template <typename Work>
 auto with_database(const Options& options, Work work) {
   for (int tries = kTries;; --tries) {
@@ -81,7 +81,7 @@ void complain(const std::string& why) {
   write_console_error(std::string(kOperatorProgram) + ": " + safe(why) + "\n");
 }
 
-// Whoever reads the line alone must not take none for a good one.
+// Monitoring must not take a missing line for OK.
 int tell(const CheckResult& result, bool json) {
   try {
     print(text_of(result, json));
@@ -112,7 +112,7 @@ int run_parsed(const Parsed& parsed) {
   }
   if (!parsed.wrong.empty()) {
     if (options.command == Command::kCheck) return tell(unknown(parsed.wrong), options.json);
-    throw Trouble(ExitStatus::kUsage, parsed.wrong + " (--help tells more)");
+    throw Trouble(ExitStatus::kUsage, parsed.wrong + " (see --help)");
   }
   if (options.command == Command::kCheck) return run_check(options);
   const Terminal terminal = terminal_of_output(options.no_colour);

@@ -3,8 +3,8 @@
 
 namespace corvane::ctl {
 
-// `arguments` with the program's name. What the command has to say goes to standard output once it
-// is complete, trouble to standard error, one sentence.
+// `arguments` with the program's name. The command's output goes to standard output once it is
+// complete, an error to standard error as one sentence. Returns the exit status, throws nothing.
 int run(int count, const char* const* arguments);
 
 }  // namespace corvane::ctl

@@ -1,8 +1,8 @@
 # bash completion for cvanomalyctl                        -*- shell-script -*-
 # shellcheck shell=bash
 
-# The anomalies of the database that the command line names. What holds more than letters, digits and a few
-# signs is left out: nothing that came from a backup's name may be run or expanded by the shell.
+# Ids of the anomalies in the database that the command line names. Only letters, digits and a few signs are
+# allowed: the shell must not run or expand anything that comes from the name of a backup.
 _cvanomalyctl_ids() {
   local program=$1 database=$2 name
   local arguments=(anomalies --json)
@@ -53,7 +53,7 @@ _cvanomalyctl() {
   case $command in
     "") options="$commands $options" ;;
     streams) options+=" --client --state" ;;
-    anomalies) options+=" --client --severity --days --not-reviewed --open --reviewed --judged --not-over --over" ;;
+    anomalies) options+=" --client --severity --days --not-reviewed --reviewed --ongoing --resolved" ;;
     check)
       options+=" --gather-warning --gather-critical --alerts-warning --alerts-critical"
       options+=" --disk-warning --disk-critical"

@@ -28,7 +28,7 @@ AnomalyFilter filter_of(const Options& options) {
 
 using IncidentsByName = std::unordered_map<std::string, Incident>;
 
-// An incident may be over by what was said of an anomaly that is not asked for. Reads the history.
+// Of all anomalies: feedback on one that is not listed may resolve an incident. Reads the history.
 IncidentsByName incidents_by_name(const Context& context, const std::vector<Anomaly>& anomalies) {
   const StreamSettings settings = read_configuration(context.options.config).detect.stream;
   Connection& database = context.database.connection();
@@ -60,7 +60,7 @@ std::string text_of(const Context& context, const std::vector<Anomaly>& anomalie
   for (const Anomaly& anomaly : anomalies) {
     const Finding& finding = anomaly.finding;
     const SeverityWords severity = severity_words(finding.severity);
-    const bool is_over = incidents.at(anomaly.incident).is_over();
+    const bool is_resolved = incidents.at(anomaly.incident).is_over();
     table.add({{time_text(anomaly.time(), context.options.utc)},
                {severity.words, severity.style},
                {finding.stream.client},
@@ -68,7 +68,7 @@ std::string text_of(const Context& context, const std::vector<Anomaly>& anomalie
                {finding.stream.schedule_name},
                {noun_for(finding.likeliest_cause())},
                {words_for(anomaly.review()), style_of(anomaly.review())},
-               {is_over ? "over" : "not over", is_over ? Style::kFaint : Style::kPlain},
+               {is_resolved ? "resolved" : "ongoing", is_resolved ? Style::kFaint : Style::kPlain},
                {anomaly.row.id}});
   }
   return table.text(context.terminal) + "\n" +
@@ -93,7 +93,7 @@ std::string run_anomalies(const Context& context) {
   const Options& options = context.options;
   const AnomalyFilter filter = filter_of(options);
   const auto is_asked_for = [&](const Anomaly& anomaly) { return filter.passes(anomaly); };
-  // Read once: what a list and its incidents tell must not be of two moments.
+  // Read once: the list and its incidents must be of the same moment.
   std::vector<Anomaly> anomalies =
       read_anomalies(context.database.connection(),
                      [&](const Anomaly& anomaly) { return options.json && is_asked_for(anomaly); });
@@ -103,7 +103,8 @@ std::string run_anomalies(const Context& context) {
   }
   std::erase_if(anomalies, [&](const Anomaly& anomaly) {
     return !is_asked_for(anomaly) ||
-           (options.is_over && incidents.at(anomaly.incident).is_over() != *options.is_over);
+           (options.is_resolved &&
+            incidents.at(anomaly.incident).is_over() != *options.is_resolved);
   });
   return options.json ? json_of(anomalies, incidents) : text_of(context, anomalies, incidents);
 }

@@ -1,5 +1,4 @@
-// An anomaly as a JSON object, the same in anomalies and in show. The page of report has a shorter
-// one, of what it draws.
+// An anomaly as a JSON object, the same in anomalies and show. The report has a shorter one.
 #pragma once
 
 #include "finding/anomaly.h"
@@ -7,7 +6,7 @@
 
 namespace corvane::ctl {
 
-// `details`: what stands in its row, parsed; null when it cannot be read.
+// `details`: ANOMALY_DETAILS of its row, parsed; null when they cannot be read.
 JsonPtr to_json(const Anomaly& anomaly, JsonPtr details);
 
 }  // namespace corvane::ctl

@@ -19,13 +19,13 @@ constexpr int kCriticalIntervals = 12;
 class Judge {
  public:
   void add(CheckStatus status, const std::string& problem) {
-    // Of equal weight in the order that they were found.
+    // The worst first; problems of one status in the order in which they are found.
     const auto place =
         std::ranges::find_if(found_, [&](const auto& other) { return other.first < status; });
     found_.insert(place, {status, problem});
   }
 
-  // Whatever is at least so high is a problem.
+  // A value that reaches a limit is a problem.
   void add_if_high(std::int64_t value, std::int64_t warning, std::int64_t critical,
                    const std::string& problem) {
     if (value >= critical) {
@@ -69,7 +69,7 @@ void judge_gather(const Health& health, const Limits& limits, Judge& judge) {
   // The first one gathers three months of history.
   const Daemon& service = health.service();
   if (service.process != 0 && health.now - service.since >= limits.critical) {
-    judge.add(CheckStatus::kWarning, "the history is still not gathered");
+    judge.add(CheckStatus::kWarning, "the history has not been gathered yet");
   }
 }
 
@@ -77,14 +77,13 @@ void judge_alerts(const Health& health, const Thresholds& at, Judge& judge) {
   const AlertHealth& alerts = health.alerts;
   if (!alerts.trouble.empty()) judge.add(CheckStatus::kWarning, alerts.trouble);
   if (const std::int64_t due = alerts.due(); due > 0 && due <= health.now) {
-    const std::int64_t waits = health.now - due;
-    judge.add_if_high(waits, kMinute * at.alerts_warning, kMinute * at.alerts_critical,
-                      counted(alerts.waiting(), "message waits", "messages wait") +
-                          " for delivery, the oldest for " + span_text(waits));
+    const std::int64_t pending = health.now - due;
+    judge.add_if_high(pending, kMinute * at.alerts_warning, kMinute * at.alerts_critical,
+                      counted(alerts.waiting(), "message", "messages") +
+                          " pending, the oldest for " + span_text(pending));
   }
   if (alerts.given_up() > 0) {
-    judge.add(CheckStatus::kWarning,
-              counted(alerts.given_up(), "message was", "messages were") + " given up");
+    judge.add(CheckStatus::kWarning, counted(alerts.given_up(), "dead letter", "dead letters"));
   }
 }
 
@@ -97,7 +96,7 @@ std::string percent_text(double percent) {
 void judge_disk(const Health& health, const Thresholds& at, Judge& judge) {
   if (health.disk.total == 0) return;
   const double free = health.disk.percent_free();
-  const std::string problem = percent_text(free) + " percent of the disk are free";
+  const std::string problem = percent_text(free) + " percent of the disk is free";
   if (free <= at.disk_critical) {
     judge.add(CheckStatus::kCritical, problem);
   } else if (free <= at.disk_warning) {
@@ -125,8 +124,8 @@ std::string figures_of(const Health& health, const Limits& gather, const Thresho
 }
 
 std::string summary_of(const Health& health) {
-  if (!health.configured.service) return "switched off in the configuration";
-  std::string summary = "all wanted programs run";
+  if (!health.configured.service) return "disabled in the configuration";
+  std::string summary = "all enabled programs are running";
   if (health.gather.last > 0) {
     summary += ", last gather " + span_text(health.now - health.gather.last) + " ago";
   } else {
@@ -146,7 +145,7 @@ CheckResult judge(const Health& health, const Thresholds& thresholds) {
   Judge judge;
   for (const Daemon& daemon : health.daemons) {
     if (daemon.is_wanted && daemon.process == 0) {
-      judge.add(CheckStatus::kCritical, daemon.name + " does not run");
+      judge.add(CheckStatus::kCritical, daemon.name + " is not running");
     }
   }
   const Limits limits = gather_limits(health, thresholds);
@@ -181,7 +180,7 @@ std::string text_of(const CheckResult& result, bool json) {
   }
   if (words.empty()) words = result.summary;
   words = safe(words);
-  std::ranges::replace(words, '|', '/');  // the figures begin with it
+  std::ranges::replace(words, '|', '/');  // begins the performance data
   std::string line = std::string("ANOMALY ") + name_of(result.status) + " - " + words;
   if (!result.figures.empty()) line += " | " + result.figures;
   return line + "\n";

@@ -1,4 +1,4 @@
-// One line for monitoring.
+// The line and exit status that monitoring reads.
 #pragma once
 
 #include <string>
@@ -19,7 +19,8 @@ struct CheckResult {
   std::string figures;                // performance data
 };
 
-// Gather late, a program down, alerts stuck or given up, disk nearly full.
+// Problems: a late gather, a program that is not running, pending messages, dead letters, a disk
+// that is nearly full.
 CheckResult judge(const Health& health, const Thresholds& thresholds);
 CheckResult unknown(const std::string& why);
 

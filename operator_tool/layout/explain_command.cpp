@@ -1,6 +1,7 @@
+#include "operator_tool/layout/explain_command.h"
+
 #include <cmath>
 
-#include "companions/detect/replay.h"
 #include "operator_tool/commands.h"
 #include "operator_tool/layout/json.h"
 #include "operator_tool/terminal/words.h"
@@ -16,42 +17,41 @@ std::string anomaly_lines(const Terminal& terminal, const Finding& finding) {
   std::string text = line(terminal, "Summary", finding.summary) +
                      line(terminal, "Severity", severity.words, severity.style);
   for (const Cause& cause : finding.causes) {
-    text += line(terminal, &cause == &finding.causes.front() ? "Cause" : "or", cause.words);
+    text +=
+        line(terminal, &cause == &finding.causes.front() ? "Cause" : "Other cause", cause.words);
   }
   return text;
 }
 
-std::string text_of(const Context& context, const detect::Explanation& judged) {
-  const Terminal& terminal = context.terminal;
+}  // namespace
+
+std::string text_of(const detect::Explanation& judged, const Terminal& terminal, bool utc) {
   const Finding& finding = judged.finding;
-  const bool utc = context.options.utc;
   const bool is_anomalous = judged.outcome == detect::Outcome::kAnomalous;
   std::string text;
   text += line(terminal, "Backup", finding.backup_id + " of " + moment_text(finding.time, utc));
   text += stream_line(terminal, finding);
   text += line(terminal, "Verdict", judged.verdict, is_anomalous ? Style::kBad : Style::kPlain);
-  text += line(terminal, "Stream then", judged.stream);
-  text += line(terminal, "Judged by",
-               std::string(finding.by_other_stream ? "another stream" : "own history") + ", " +
-                   counted(static_cast<std::int64_t>(finding.observations), "record", "records") +
-                   ", " + std::to_string(std::lround(judged.noise_share * kPercent)) +
-                   " percent of them noise");
+  text += line(terminal, "Stream state", judged.stream);
+  text += line(terminal, "Baseline",
+               counted(static_cast<std::int64_t>(finding.observations), "backup", "backups") +
+                   (finding.by_other_stream ? " of another stream, " : " of its own stream, ") +
+                   std::to_string(std::lround(judged.noise_share * kPercent)) + " percent noise");
   if (finding.slow_change) {
-    text += line(terminal, "Sustained", "several runs in a row that together are too much");
+    text += line(terminal, "Sustained", "several runs in a row that are anomalous together");
   }
   if (is_anomalous) text += anomaly_lines(terminal, finding);
   text += last_good_line(terminal, finding, utc);
   return text + "\n" + figures_table(terminal, finding.figures);
 }
 
-}  // namespace
-
 std::string run_explain(const Context& context) {
   const Options& options = context.options;
   const std::optional<detect::Explanation> judged = detect::explain(
       context.database.connection(), read_configuration(options.config).detect, options.id);
-  if (!judged) throw Trouble(ExitStatus::kNotFound, "No backup has the key " + options.id + ".");
-  if (!options.json) return text_of(context, *judged);
+  if (!judged)
+    throw Trouble(ExitStatus::kNotFound, "No backup has the unique key " + options.id + ".");
+  if (!options.json) return text_of(*judged, context.terminal, options.utc);
   const JsonPtr root = document("explain");
   put(root.get(), "unique_key", options.id);
   put(root.get(), "judgement", to_json(*judged));

@@ -1,4 +1,4 @@
-// Health and survey as members of a JSON document: in status and report the same.
+// Health and survey as members of a JSON document, the same in status and report.
 #pragma once
 
 #include <jansson.h>

@@ -46,36 +46,34 @@ class Families {
 void add_gathers(const Health& health, Families& to) {
   const GatherHealth& gather = health.gather;
   if (gather.last > 0) {
-    to.single("cvanomaly_last_gather_timestamp_seconds", "When the last gather began.",
-              gather.last);
-    to.single("cvanomaly_gather_lag_seconds", "How long ago the last gather began.",
+    to.single("cvanomaly_last_gather_timestamp_seconds",
+              "Start of the last gather, in seconds since the epoch.", gather.last);
+    to.single("cvanomaly_gather_lag_seconds", "Seconds since the last gather began.",
               health.now - gather.last);
   }
   if (gather.log.last_seconds >= 0) {
     to.single("cvanomaly_gather_duration_seconds",
-              "How long the last live gather took, as the service's log says.",
-              gather.log.last_seconds);
+              "Duration of the last live gather, from the service's log.", gather.log.last_seconds);
   }
   if (gather.log.from > 0) {
-    to.single(
-        "cvanomaly_gather_failures",
-        "Live gathers of the last 24 hours in whose course an error was logged, as far as the "
-        "last 4 MB of the service's log tell.",
-        gather.log.failed);
+    to.single("cvanomaly_gather_failures",
+              "Live gathers of the last 24 hours that logged an error, from the last 4 MB of the "
+              "service's log.",
+              gather.log.failed);
   }
-  to.single("cvanomaly_queued_jobs", "Running jobs that the next gather looks at again.",
+  to.single("cvanomaly_queued_jobs", "Running jobs that the next gather looks up again.",
             gather.queued);
 }
 
 void add_records(const Measured& measured, Families& to) {
-  to.begin("cvanomaly_records", "Rows of a table of the anomaly database.");
+  to.begin("cvanomaly_records", "Rows of each table of the anomaly database.");
   const StreamSurvey& survey = measured.picture.streams;
   to.add(survey.history_rows, {{"table", "HIST_DATA"}});
   to.add(survey.process_rows, {{"table", "DATA_TO_PROCESS"}});
   to.add(measured.picture.anomalies.size(), {{"table", "ANOMALY_DATA"}});
   to.add(measured.feedback_rows, {{"table", "ANOMALY_DATA_FEEDBACK"}});
-  to.single("cvanomaly_rows_waiting", "Backups that wait for the detection.", survey.waiting_rows);
-  to.begin("cvanomaly_streams", "Streams of backups by how the detection treats them.");
+  to.single("cvanomaly_rows_waiting", "Backups waiting for the detection.", survey.waiting_rows);
+  to.begin("cvanomaly_streams", "Streams of backups by state.");
   for (const StreamState state :
        {StreamState::kLearning, StreamState::kJudged, StreamState::kDormant}) {
     to.add(survey.count(state), {{"state", name_of(state)}});
@@ -90,7 +88,7 @@ void add_anomalies(const Measured& measured, Families& to) {
     ++counts[{anomaly.finding.severity, anomaly.review()}];
   }
   to.begin("cvanomaly_anomalies",
-           "Anomalies in the database by severity (3: critical) and by what people said of them.");
+           "Anomalies by severity (1 warning, 2 major, 3 critical) and review.");
   for (const Severity severity : kSeverities) {
     for (const Review review : kReviews) {
       to.add(counts[{severity, review}],
@@ -101,7 +99,7 @@ void add_anomalies(const Measured& measured, Families& to) {
   const std::int64_t judged = wrong + measured.picture.count(Review::kConfirmed);
   if (judged > 0) {
     to.single("cvanomaly_false_positive_ratio",
-              "Share of the reviewed anomalies that people called false positives.",
+              "Share of the reviewed anomalies that are false positives, 0 to 1.",
               static_cast<double>(wrong) / static_cast<double>(judged));
   }
 }
@@ -109,26 +107,28 @@ void add_anomalies(const Measured& measured, Families& to) {
 void add_alerts(const AlertHealth& alerts, Families& to) {
   if (!alerts.is_known || !alerts.trouble.empty()) return;
   if (!alerts.channels.empty()) {
-    to.begin("cvanomaly_alerts_waiting", "Messages that a channel has not taken yet.");
+    to.begin("cvanomaly_alerts_waiting", "Pending messages of a channel.");
     for (const alert::ChannelStatus& channel : alerts.channels) {
       to.add(channel.waiting, {{"channel", safe(channel.name)}});
     }
   }
-  to.single("cvanomaly_alerts_dead", "Messages that were given up.", alerts.given_up());
+  to.single("cvanomaly_alerts_dead", "Dead letters: messages that could not be delivered.",
+            alerts.given_up());
 }
 
 void add_machine(const Health& health, Families& to) {
-  to.begin("cvanomaly_process_up", "1 while the program runs.");
+  to.begin("cvanomaly_process_up", "1 if the program is running, otherwise 0.");
   for (const Daemon& daemon : health.daemons) {
     to.add(daemon.process != 0 ? 1 : 0, {{"process", daemon.name}});
   }
-  to.begin("cvanomaly_process_wanted", "1 while the configuration switches the program on.");
+  to.begin("cvanomaly_process_wanted",
+           "1 if the program is enabled in the configuration, otherwise 0.");
   for (const Daemon& daemon : health.daemons) {
     to.add(daemon.is_wanted ? 1 : 0, {{"process", daemon.name}});
   }
   to.single("cvanomaly_database_size_bytes",
             "Size of the anomaly database with its write-ahead log.", health.database_bytes);
-  to.begin("cvanomaly_log_size_bytes", "Size of a program's log.");
+  to.begin("cvanomaly_log_size_bytes", "Size of the program's log file.");
   for (const Daemon& daemon : health.daemons) to.add(daemon.log_bytes, {{"program", daemon.name}});
 }
 

@@ -1,4 +1,4 @@
-// The figures in the form that Prometheus reads.
+// The metrics for Prometheus.
 #pragma once
 
 #include <prometheus/metric_family.h>
@@ -18,7 +18,7 @@ struct Measured {
 };
 Measured measure(const Options& options, Database& database);
 
-// What is not known is left out.
+// Unknown values are left out.
 std::vector<prometheus::MetricFamily> metrics_of(const Measured& measured);
 
 // Prometheus' text format.

@@ -33,7 +33,7 @@ std::string run_metrics(const Context& context) {
   const auto families = metrics_of(measure(context.options, context.database));
   std::string text = context.options.json ? json_of(families) : prometheus_text(families);
   if (context.options.output.empty()) return text;
-  // What is in place must be of one state of the database.
+  // The file must show one state of the database.
   context.database.check_unchanged();
   replace_file(context.options.output, text);
   return {};

@@ -58,7 +58,7 @@ JsonPtr json_of(const StreamSummary& stream, const std::vector<SeriesPoint>& poi
   return object;
 }
 
-// The survey is in the order of clients.
+// The survey is sorted by client.
 JsonPtr clients_of(const StreamSurvey& survey, const AllSeries& series) {
   JsonPtr clients(json_array());
   json_t* streams = nullptr;
@@ -141,12 +141,12 @@ JsonPtr learning_of(const StreamSurvey& survey) {
   return array;
 }
 
-// Those that are not over, then those with a record since then.
+// The ongoing ones, then the resolved ones with a record since then.
 JsonPtr incidents_since(const std::vector<Incident>& incidents, std::int64_t since) {
   JsonPtr array(json_array());
-  for (const bool over : {false, true}) {
+  for (const bool is_resolved : {false, true}) {
     for (const Incident& incident : incidents) {
-      if (incident.is_over() != over || (over && incident.last < since)) continue;
+      if (incident.is_over() != is_resolved || (is_resolved && incident.last < since)) continue;
       append(array.get(), json_of(incident));
     }
   }

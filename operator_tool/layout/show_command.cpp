@@ -19,13 +19,13 @@ namespace {
 constexpr std::size_t kMostPoints = 200;
 constexpr std::size_t kChartHeight = 6;
 
-// The stream as the rows have it: names in the details have lost what is no UTF-8.
+// As its row has it: names in the details have lost bytes that are not UTF-8.
 StreamKey stream_of(Connection& database, const Anomaly& anomaly) {
   const auto backup = find_backup(database, unique_key_of(anomaly.row.id));
   return backup ? backup->stream : anomaly.finding.stream;
 }
 
-bool makes_a_chart(Figure figure) {
+bool is_charted(Figure figure) {
   return figure == kFiles || figure == kSize || figure == kTransferred;
 }
 
@@ -34,10 +34,10 @@ double value_of(Figure figure, const Figures& figures) {
   return figure == kSize ? figures.size_kb : figures.transferred_kb;
 }
 
-// What is off the most of what makes a chart.
+// Of the figures that are charted, the one that deviates most.
 Figure charted_of(const FigureViews& figures) {
   for (const Figure figure : figures_by_deviation(figures)) {
-    if (makes_a_chart(figure) && figures.at(figure).deviation != 0) return figure;
+    if (is_charted(figure) && figures.at(figure).deviation != 0) return figure;
   }
   return kSize;
 }
@@ -54,14 +54,31 @@ std::string chart_of(const Context& context, const Anomaly& anomaly,
                                          [&](double value) { return amount_text(charted, value); });
   if (chart.empty()) return {};
   return "\n" +
-         wrapped(context.terminal,
-                 std::string(names_of(charted).label) +
-                     " of the stream's last backups, anomalous ones marked",
-                 0) +
+         wrapped(
+             context.terminal,
+             std::string(names_of(charted).label) + ", latest backups of the stream (^ anomalous)",
+             0) +
          chart;
 }
 
-std::string told_words(const std::vector<alert::ToldMessage>& told, bool utc) {
+// In JSON documents. People read words_for().
+const char* name_of(alert::DeliveryState state) {
+  switch (state) {
+    case alert::DeliveryState::kWaiting:
+      return "waiting";
+    case alert::DeliveryState::kFolded:
+      return "in a summary";
+    case alert::DeliveryState::kDelivered:
+      return "taken";
+    case alert::DeliveryState::kGivenUp:
+      return "given up";
+    case alert::DeliveryState::kReplaced:
+      break;
+  }
+  return "replaced";
+}
+
+std::string delivery_words(const std::vector<alert::ToldMessage>& told, bool utc) {
   std::string words;
   for (const alert::ToldMessage& entry : told) {
     if (!words.empty()) words += "; ";
@@ -90,17 +107,18 @@ std::string head_of(const Context& context, const Anomaly& anomaly,
   std::string text;
   text += line(terminal, "Anomaly", anomaly.row.id);
   text += line(terminal, "Severity", severity.words, severity.style);
-  text += line(terminal, "Backup",
-               (finding.backup_id.empty() ? "unknown" : finding.backup_id) + " of " +
-                   moment_text(anomaly.time(), utc));
+  text +=
+      line(terminal, "Backup",
+           finding.backup_id.empty() ? "unknown"
+                                     : finding.backup_id + " of " + moment_text(finding.time, utc));
   text += stream_line(terminal, finding);
   text += line(terminal, "Summary", finding.summary);
-  text += line(terminal, "Cause", has_cause ? finding.causes.front().words : "not known");
+  text += line(terminal, "Cause", has_cause ? finding.causes.front().words : "unknown");
   text += line(terminal, "Incident", anomaly.incident);
   text += last_good_line(terminal, finding, utc);
   text += line(terminal, "Detected", moment_text(anomaly.row.detection_time, utc));
   text += line(terminal, "Review", review_text(anomaly, utc));
-  if (!told.empty()) text += line(terminal, "Told", told_words(told, utc));
+  if (!told.empty()) text += line(terminal, "Deliveries", delivery_words(told, utc));
   return text;
 }
 
@@ -125,7 +143,7 @@ std::string json_of(FoundAnomaly found, const std::vector<HistoryPoint>& history
     JsonPtr object(json_object());
     put(object.get(), "channel", entry.channel);
     put(object.get(), "kind", name_of(entry.kind));
-    put(object.get(), "state", words_for(entry.state));
+    put(object.get(), "state", name_of(entry.state));
     put_known(object.get(), "time", entry.created);
     append(deliveries.get(), std::move(object));
   }
@@ -139,8 +157,8 @@ std::string run_show(const Context& context) {
   Connection& database = context.database.connection();
   std::optional<FoundAnomaly> found = find_anomaly(database, context.options.id);
   if (!found) {
-    throw Trouble(ExitStatus::kNotFound,
-                  "No anomaly has the id, and none is of the backup, " + context.options.id + ".");
+    throw Trouble(ExitStatus::kNotFound, "No anomaly found with the id, unique key or backup id " +
+                                             context.options.id + ".");
   }
   const Anomaly& anomaly = found->anomaly;
   const std::vector<HistoryPoint> history =

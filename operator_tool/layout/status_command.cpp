@@ -1,6 +1,9 @@
+#include "operator_tool/layout/status_command.h"
+
+#include <algorithm>
+
 #include "finding/words.h"
 #include "operator_tool/ask/anomalies.h"
-#include "operator_tool/ask/picture.h"
 #include "operator_tool/commands.h"
 #include "operator_tool/layout/health_json.h"
 #include "operator_tool/layout/json.h"
@@ -11,10 +14,7 @@ namespace corvane::ctl {
 
 namespace {
 
-struct Found {
-  Health health;
-  Picture picture;
-};
+std::string number(std::int64_t value) { return number_text(static_cast<double>(value)); }
 
 const char* label_of(const Daemon& daemon) {
   if (daemon.name == kDetectionProgram) return "Detection";
@@ -26,17 +26,17 @@ Style style_of(const Daemon& daemon) {
   return Style::kBad;
 }
 
-// "running since ..., process 4711", "switched off", "not running".
+// "running since ..., process 4711", "not running".
 std::string words_for(const Daemon& daemon, std::int64_t now, bool utc) {
   if (daemon.process == 0) {
-    return daemon.is_wanted ? "not running" : "not running, switched off in the configuration";
+    return daemon.is_wanted ? "not running" : "not running, disabled in the configuration";
   }
   std::string words = "running";
   if (daemon.since > 0) {
     words += " since " + time_text(daemon.since, utc) + " (" + span_text(now - daemon.since) + ")";
   }
   words += ", process " + std::to_string(daemon.process);
-  if (!daemon.is_wanted) words += ", although switched off in the configuration";
+  if (!daemon.is_wanted) words += ", although disabled in the configuration";
   return words;
 }
 
@@ -50,41 +50,37 @@ std::string last_gather_words(const Health& health, bool utc) {
 }
 
 std::string next_gather_words(const Health& health, bool utc) {
-  if (health.gather.next == 0) return "none while the service does not run";
+  if (health.gather.next == 0) return "none while the service is not running";
   if (health.gather.next < health.now) {
-    return "was due " + time_text(health.gather.next, utc) + ", or runs now";
+    return "was due at " + time_text(health.gather.next, utc) + ", or is running now";
   }
-  return "about " + time_text(health.gather.next, utc);
+  return "expected at " + time_text(health.gather.next, utc);
 }
 
 std::string gathers_words(const Health& health, bool utc) {
   const GatherLog& log = health.gather.log;
-  if (log.from == 0) return "the service's log tells nothing";
-  std::string words = counted(log.gathers, "gather", "gathers") + " in the log since " +
+  if (log.from == 0) return "unknown, the service's log has no records";
+  std::string words = counted(log.gathers, "gather", "gathers") + " since " +
                       time_text(std::max(log.from, health.now - kDay), utc) + ", " +
-                      number_text(static_cast<double>(log.failed)) + " with errors";
-  if (log.last_failed > 0) words += ", the last " + time_text(log.last_failed, utc);
+                      number(log.failed) + " with errors";
+  if (log.last_failed > 0) words += ", the last at " + time_text(log.last_failed, utc);
   return words;
 }
 
 std::string alerts_words(const AlertHealth& alerts, std::int64_t now) {
-  if (!alerts.is_known) return "nothing has been told yet";
+  if (!alerts.is_known) return "none yet";
   if (!alerts.trouble.empty()) return alerts.trouble;
-  std::string words = counted(alerts.waiting(), "message waits", "messages wait");
+  std::string words = number(alerts.waiting()) + " pending";
   if (alerts.oldest() > 0) words += ", the oldest for " + span_text(now - alerts.oldest());
-  words += "; " + number_text(static_cast<double>(alerts.given_up())) + " given up";
+  words += "; " + counted(alerts.given_up(), "dead letter", "dead letters");
   for (const alert::ChannelStatus& channel : alerts.channels) {
     if (channel.failures == 0) continue;
-    words += "; " + channel.name + " fails: " + channel.last_error;
+    words += "; channel " + channel.name + " fails: " + channel.last_error;
   }
   return words;
 }
 
-std::string number(std::int64_t value) { return number_text(static_cast<double>(value)); }
-
-std::string programs_text(const Context& context, const Health& health) {
-  const Terminal& terminal = context.terminal;
-  const bool utc = context.options.utc;
+std::string programs_text(const Terminal& terminal, bool utc, const Health& health) {
   std::string text;
   for (const Daemon& daemon : health.daemons) {
     text += line(terminal, label_of(daemon), words_for(daemon, health.now, utc), style_of(daemon));
@@ -95,55 +91,32 @@ std::string programs_text(const Context& context, const Health& health) {
                health.gather.log.failed > 0 ? Style::kWarning : Style::kPlain);
   return text + line(terminal, "Queue",
                      counted(health.gather.queued, "running job", "running jobs") +
-                         " to be looked at again");
+                         " for the next gather");
 }
 
-std::string streams_text(const Context& context, const StreamSurvey& survey) {
+std::string streams_text(const Terminal& terminal, bool utc, const StreamSurvey& survey) {
   std::string waiting =
-      counted(survey.waiting_rows, "backup waits", "backups wait") + " for the detection";
+      counted(survey.waiting_rows, "backup", "backups") + " waiting for the detection";
   if (survey.oldest_waiting > 0) {
-    waiting += ", the oldest of " + time_text(survey.oldest_waiting, context.options.utc);
+    waiting += ", the oldest of " + time_text(survey.oldest_waiting, utc);
   }
-  return line(context.terminal, "Waiting", waiting) +
-         line(context.terminal, "Streams",
+  return line(terminal, "Waiting", waiting) +
+         line(terminal, "Streams",
               number(static_cast<std::int64_t>(survey.streams.size())) + ": " +
                   number(survey.count(StreamState::kJudged)) + " judged, " +
                   number(survey.count(StreamState::kLearning)) + " learning, " +
                   number(survey.count(StreamState::kDormant)) + " dormant");
 }
 
-std::string text_of(const Context& context, const Found& found) {
-  const Terminal& terminal = context.terminal;
-  const Health& health = found.health;
-  const Picture& picture = found.picture;
-  std::string text = programs_text(context, health) + streams_text(context, picture.streams);
-  const std::int64_t not_over = picture.incidents_not_over();
-  text += line(terminal, "Incidents", number(not_over) + " not over",
-               not_over > 0 ? Style::kWarning : Style::kPlain);
-  text += line(
-      terminal, "Anomalies",
-      number(std::ssize(picture.anomalies)) + ": " + number(picture.count(Review::kNotReviewed)) +
-          " not reviewed, " + number(picture.count(Review::kConfirmed)) + " confirmed, " +
-          counted(picture.count(Review::kFalsePositive), "false positive", "false positives"));
-  text += line(terminal, "Undelivered", alerts_words(health.alerts, health.now),
-               health.alerts.given_up() > 0 ? Style::kBad : Style::kPlain);
-  return text +
-         line(terminal, "Database",
-              size_text(static_cast<double>(health.database_bytes) / 1024) + ", " +
-                  counted(picture.streams.history_rows, "record", "records") + " of history; " +
-                  size_text(static_cast<double>(health.disk.available) / 1024) +
-                  " free on its disk; " + context.database.path());
-}
-
-std::string json_of(const Found& found) {
+std::string json_of(const Status& status) {
   const JsonPtr root = document("status");
-  put_health(root.get(), found.health);
-  put_survey(root.get(), found.picture.streams);
-  put(root.get(), "open_incidents", found.picture.incidents_not_over());
+  put_health(root.get(), status.health);
+  put_survey(root.get(), status.picture.streams);
+  put(root.get(), "open_incidents", status.picture.incidents_not_over());
   JsonPtr anomalies(json_object());
-  put(anomalies.get(), "total", std::int64_t{std::ssize(found.picture.anomalies)});
+  put(anomalies.get(), "total", std::int64_t{std::ssize(status.picture.anomalies)});
   for (const Review review : {Review::kNotReviewed, Review::kConfirmed, Review::kFalsePositive}) {
-    put(anomalies.get(), name_of(review), found.picture.count(review));
+    put(anomalies.get(), name_of(review), status.picture.count(review));
   }
   put(root.get(), "anomalies", std::move(anomalies));
   return json_for_terminal(root.get());
@@ -151,12 +124,36 @@ std::string json_of(const Found& found) {
 
 }  // namespace
 
+std::string text_of(const Status& status, const Options& options, const Terminal& terminal) {
+  const Health& health = status.health;
+  const Picture& picture = status.picture;
+  std::string text = programs_text(terminal, options.utc, health) +
+                     streams_text(terminal, options.utc, picture.streams);
+  const std::int64_t ongoing = picture.incidents_not_over();
+  text += line(terminal, "Incidents", number(ongoing) + " ongoing",
+               ongoing > 0 ? Style::kWarning : Style::kPlain);
+  text += line(
+      terminal, "Anomalies",
+      number(std::ssize(picture.anomalies)) + ": " + number(picture.count(Review::kNotReviewed)) +
+          " not reviewed, " + number(picture.count(Review::kConfirmed)) + " confirmed, " +
+          counted(picture.count(Review::kFalsePositive), "false positive", "false positives"));
+  text += line(terminal, "Messages", alerts_words(health.alerts, health.now),
+               health.alerts.given_up() > 0 ? Style::kBad : Style::kPlain);
+  return text +
+         line(terminal, "Database",
+              size_text(static_cast<double>(health.database_bytes) / 1024) + ", " +
+                  counted(picture.streams.history_rows, "record", "records") + " of history; " +
+                  size_text(static_cast<double>(health.disk.available) / 1024) +
+                  " free on its disk; " + options.database);
+}
+
 std::string run_status(const Context& context) {
-  Found found;
-  found.health = look(context.options, context.database);
-  found.picture = take_picture(context.database.connection(), found.health.configured.detect.stream,
-                               found.health.now);
-  return context.options.json ? json_of(found) : text_of(context, found);
+  Status status;
+  status.health = look(context.options, context.database);
+  status.picture = take_picture(context.database.connection(),
+                                status.health.configured.detect.stream, status.health.now);
+  return context.options.json ? json_of(status)
+                              : text_of(status, context.options, context.terminal);
 }
 
 }  // namespace corvane::ctl

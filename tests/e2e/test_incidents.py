@@ -92,7 +92,7 @@ class World:
         return over
 
     def of_the_filters(self):
-        return {anomaly["incident"]: over for over, option in ((False, "--not-over"), (True, "--over"))
+        return {anomaly["incident"]: over for over, option in ((False, "--ongoing"), (True, "--resolved"))
                 for anomaly in self.ctl("anomalies", option)["anomalies"]}
 
     def of_the_report(self):
@@ -236,7 +236,7 @@ def test_all_say_the_same_of_a_stream(world):
     def said(key):
         judgement = world.ctl("explain", key)["judgement"]
         [stream] = [one for one in world.ctl("streams")["streams"] if one["schedule_name"] == "daily"]
-        words = re.search(r"^Stream then +(.*)$", world.run("cvanomalyctl", "explain", key, "--database", world.path)
+        words = re.search(r"^Stream state +(.*)$", world.run("cvanomalyctl", "explain", key, "--database", world.path)
                           .stdout, re.M)[1]
         assert words == judgement["stream_state"]
         return stream["state"], stream["that_matter"], judgement["stream_state"]

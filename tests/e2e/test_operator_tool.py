@@ -74,13 +74,13 @@ def test_beside_the_running_service(make_machine):
     wait_until(lambda: not process_ids("cvanomalydetect"), 10, "the detection is dead")
     answer = ctl(machine, "check", *NO_DISK)
     assert (answer.returncode, answer.stderr) == (2, "")
-    assert answer.stdout.startswith("ANOMALY CRITICAL - cvanomalydetect does not run"), answer.stdout
+    assert answer.stdout.startswith("ANOMALY CRITICAL - cvanomalydetect is not running"), answer.stdout
     os.kill(process_ids(host.SERVICE)[0], signal.SIGKILL)
     wait_until(lambda: not process_ids(host.SERVICE), 10, "the service is dead")
     assert status(machine)["records"]["history"] == 2  # from the log that it left
     machine.clock.advance(DAY)
     answer = ctl(machine, "check", *NO_DISK)
-    assert re.match(r"ANOMALY CRITICAL - cvanomalymgmt does not run; .*last gather 24 h", answer.stdout)
+    assert re.match(r"ANOMALY CRITICAL - cvanomalymgmt is not running; .*last gather 24 h", answer.stdout)
 
 
 def test_a_fresh_machine_has_no_database(machine):
@@ -220,7 +220,8 @@ def completions(world, *words, setup=""):
 def test_completion_of_bash(world, tmp_path):
     assert completions(world, "st") == ["status", "streams"]
     assert completions(world, "anomalies", "--se") == ["--severity"]
-    assert completions(world, "anomalies", "--not") == ["--not-reviewed", "--not-over"]
+    assert completions(world, "anomalies", "--not") == ["--not-reviewed"]
+    assert completions(world, "anomalies", "--o") == ["--ongoing"]
     assert completions(world, "--utc", "check", "--disk") == ["--disk-warning", "--disk-critical"]
     assert completions(world, "anomalies", "--severity", "") == ["1", "2", "3"]
     assert completions(world, "streams", "--state", "l") == ["learning"]

@@ -210,7 +210,7 @@ TEST_F(AlertsChange, ACommandReadsAgain) {
   changes_ = 2;
   const Said said = say({"status"});
   EXPECT_EQ(said.status, 0) << said.error;
-  EXPECT_NE(said.out.find("Undelivered   0 messages wait"), std::string::npos) << said.out;
+  EXPECT_NE(said.out.find("Messages      0 pending"), std::string::npos) << said.out;
   EXPECT_EQ(opened_, 3);
 }
 

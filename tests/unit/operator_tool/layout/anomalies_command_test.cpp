@@ -20,14 +20,52 @@ class AnomaliesCommand : public Commands {
 
 TEST_F(AnomaliesCommand, TheNewestFirst) {
   three_anomalies();
-  const Said said = say({"anomalies"});
-  const std::size_t c = said.out.find("\n2023-11-14 22:13  major     c ");
-  const std::size_t b = said.out.find("\n2023-11-13 22:13  critical  b ");
-  const std::size_t a = said.out.find("warning   a ");
-  EXPECT_TRUE(says(said, "\n3 anomalies\n")) << said.out;
-  EXPECT_TRUE(says(said, "false positive  over "));
-  EXPECT_LT(c, b);
-  EXPECT_LT(b, a);
+  const std::string a = "anomaly_" + key_of({.client = "a", .time = kNow - 40 * kDay});
+  const std::string b = "anomaly_" + key_of({.client = "b", .time = kNow - kDay});
+  const std::string c = "anomaly_" + key_of({.client = "c"});
+  EXPECT_EQ(
+      say({"anomalies"}).out,
+      "Time              Severity  Client  Policy   Schedule  Looks like  Review          "
+      "Incident  ID\n"
+      "2023-11-14 22:13  major     c       nightly  daily     encryption  not reviewed    "
+      "ongoing   " +
+          c +
+          "\n"
+          "2023-11-13 22:13  critical  b       nightly  daily     encryption  false positive  "
+          "resolved  " +
+          b +
+          "\n"
+          "2023-10-05 22:13  warning   a       nightly  daily     encryption  not reviewed    "
+          "ongoing   " +
+          a +
+          "\n"
+          "\n3 anomalies\n");
+  EXPECT_TRUE(says(say({"anomalies", "--client", "a"}), "\n1 anomaly\n"));
+}
+
+TEST_F(AnomaliesCommand, DaysCountFromNow) {
+  for (const int ago : {0, 1})
+    anomaly({.client = ago == 0 ? "b" : "c", .time = kNow - kDay - ago}, 2, {});
+  EXPECT_EQ(clients({"--days", "1"}), "b");
+  EXPECT_EQ(clients({"--days", "2"}), "bc");
+}
+
+TEST_F(AnomaliesCommand, Colours) {
+  three_anomalies();
+  const std::string text = in_colour(run_anomalies);
+  for (const char* cell : {"  \x1B[33mmajor\x1B[0m     c ", "  \x1B[31mcritical\x1B[0m  b ",
+                           "  warning   a ", "  not reviewed    ongoing   ",
+                           "  \x1B[2mfalse positive\x1B[0m  \x1B[2mresolved\x1B[0m  "}) {
+    EXPECT_NE(text.find(cell), std::string::npos) << cell << "\n" << text;
+  }
+}
+
+TEST_F(AnomaliesCommand, FormerNamesOfTheFilters) {
+  three_anomalies();
+  EXPECT_EQ(clients({"--open"}), clients({"--not-reviewed"}));
+  EXPECT_EQ(clients({"--judged"}), clients({"--reviewed"}));
+  EXPECT_EQ(clients({"--over"}), clients({"--resolved"}));
+  EXPECT_EQ(clients({"--not-over"}), clients({"--ongoing"}));
 }
 
 TEST_F(AnomaliesCommand, WithFilters) {
@@ -36,16 +74,14 @@ TEST_F(AnomaliesCommand, WithFilters) {
   EXPECT_EQ(clients({"--client", "b"}), "b");
   EXPECT_EQ(clients({"--severity", "2"}), "cb");
   EXPECT_EQ(clients({"--days", "2"}), "cb");
-  EXPECT_EQ(clients({"--open"}), "ca");
-  EXPECT_EQ(clients({"--judged"}), "b");
   EXPECT_EQ(clients({"--not-reviewed"}), "ca");
   EXPECT_EQ(clients({"--reviewed"}), "b");
-  EXPECT_EQ(clients({"--judged", "--days", "2", "--severity", "3"}), "b");
-  EXPECT_EQ(say({"anomalies", "--open", "--judged"}).status, 2);
+  EXPECT_EQ(clients({"--reviewed", "--days", "2", "--severity", "3"}), "b");
+  EXPECT_EQ(say({"anomalies", "--open", "--reviewed"}).status, 2);
   EXPECT_EQ(say({"anomalies", "--severity", "4"}).status, 2);
 }
 
-// A review tells of a record, its incident may be over without one.
+// A review tells of a record, its incident may be resolved without one.
 TEST_F(AnomaliesCommand, ReviewAndIncidentAreTwoColumns) {
   const TestBackup first{.client = "a", .time = kNow - 3 * kDay};
   for (const int day : {3, 2, 1}) anomaly({.client = "a", .time = kNow - day * kDay}, 2, first);
@@ -58,33 +94,33 @@ TEST_F(AnomaliesCommand, ReviewAndIncidentAreTwoColumns) {
   const Said said = say({"anomalies"});
   EXPECT_TRUE(says(said, "Looks like  Review          Incident  ID")) << said.out;
   for (const char* row :
-       {"c       nightly  daily     encryption  confirmed       not over  anomaly_",
-        "a       nightly  daily     encryption  not reviewed    over      anomaly_",
-        "a       nightly  daily     encryption  false positive  over      anomaly_",
-        "b       nightly  daily     encryption  not reviewed    over      anomaly_"}) {
+       {"c       nightly  daily     encryption  confirmed       ongoing   anomaly_",
+        "a       nightly  daily     encryption  not reviewed    resolved  anomaly_",
+        "a       nightly  daily     encryption  false positive  resolved  anomaly_",
+        "b       nightly  daily     encryption  not reviewed    resolved  anomaly_"}) {
     EXPECT_TRUE(says(said, row)) << row << "\n" << said.out;
   }
   EXPECT_EQ(clients({}), "caaab");
-  EXPECT_EQ(clients({"--over"}), "aaab");
-  EXPECT_EQ(clients({"--not-over"}), "c");
-  EXPECT_EQ(clients({"--not-reviewed", "--over"}), "aab");
-  EXPECT_EQ(clients({"--not-reviewed", "--not-over"}), "");
-  EXPECT_EQ(clients({"--client", "b", "--over"}), "b");
-  EXPECT_EQ(say({"anomalies", "--over", "--not-over"}).status, 2);
+  EXPECT_EQ(clients({"--resolved"}), "aaab");
+  EXPECT_EQ(clients({"--ongoing"}), "c");
+  EXPECT_EQ(clients({"--not-reviewed", "--resolved"}), "aab");
+  EXPECT_EQ(clients({"--not-reviewed", "--ongoing"}), "");
+  EXPECT_EQ(clients({"--client", "b", "--resolved"}), "b");
+  EXPECT_EQ(say({"anomalies", "--resolved", "--ongoing"}).status, 2);
   EXPECT_EQ(say({"anomalies", "--reviewed", "--not-reviewed"}).status, 2);
 }
 
-// What ends the incident is not among what is asked for.
-TEST_F(AnomaliesCommand, AnIncidentIsOverByRecordsThatAreNotListed) {
+// What resolves the incident is not among what is asked for.
+TEST_F(AnomaliesCommand, AnIncidentIsResolvedByRecordsThatAreNotListed) {
   const TestBackup first{.time = kNow - 40 * kDay};
   anomaly(first, 1, first);
   anomaly({}, 3, first);
   feedback(first, 1);
-  EXPECT_EQ(clients({"--severity", "3", "--over"}), "web01");
-  EXPECT_EQ(clients({"--days", "2", "--not-over"}), "");
+  EXPECT_EQ(clients({"--severity", "3", "--resolved"}), "web01");
+  EXPECT_EQ(clients({"--days", "2", "--ongoing"}), "");
 }
 
-TEST_F(AnomaliesCommand, AsJsonHasDetailsAndWhetherTheIncidentIsOver) {
+TEST_F(AnomaliesCommand, AsJsonHasDetailsAndWhetherTheIncidentIsResolved) {
   three_anomalies();
   const JsonPtr root = json({"anomalies"});
   const json_t* array = json_object_get(root.get(), "anomalies");
@@ -94,6 +130,21 @@ TEST_F(AnomaliesCommand, AsJsonHasDetailsAndWhetherTheIncidentIsOver) {
   EXPECT_TRUE(json_is_true(json_object_get(b, "incident_over")));
   EXPECT_TRUE(json_is_false(json_object_get(json_array_get(array, 0), "incident_over")));
   EXPECT_TRUE(json_is_object(json_object_get(b, "details")));
+}
+
+TEST_F(AnomaliesCommand, WhatFitsTheTerminal) {
+  const std::string name(30, 'n');
+  const TestBackup long_one{.client = name, .policy = name, .schedule = name};
+  anomaly(long_one, 3, long_one);
+  sql("UPDATE ANOMALY_DATA SET ANOMALY_DETAILS = replace(ANOMALY_DETAILS, 'encryption', 'packed')");
+  EXPECT_EQ(titles_by_width(run_anomalies), R"(1: Time              Client      Looks like
+50: Time              Client      Looks like  Incident
+60: Time              Severity  Client      Looks like  Incident
+74: Time              Severity  Client      Looks like  Review        Incident
+84: Time              Severity  Client      Policy    Looks like  Review        Incident
+94: Time              Severity  Client      Policy    Schedule  Looks like  Review        Incident
+120: Time              Severity  Client      Policy    Schedule  Looks like  Review        Incident  ID
+)");
 }
 
 TEST_F(AnomaliesCommand, NoAnomalies) { EXPECT_EQ(say({"anomalies"}).out, "No anomalies.\n"); }

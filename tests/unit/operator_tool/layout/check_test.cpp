@@ -21,80 +21,215 @@ TEST(Check, AllIsWell) {
   const CheckResult result = judge(good(), {});
   EXPECT_EQ(result.status, CheckStatus::kOk);
   EXPECT_EQ(text_of(result, false),
-            "ANOMALY OK - all wanted programs run, last gather 10 min ago | "
+            "ANOMALY OK - all enabled programs are running, last gather 10 min ago | "
             "gather_lag=600s;2700;10800;0 alerts_waiting=0;;;0 alerts_oldest=0s;1800;14400;0 "
             "alerts_given_up=0;0;;0 disk_free=50.0%;10:;3:;0;100\n");
+}
+
+// "OK", or the status and the problems.
+std::string said_of(const Health& health, const Thresholds& thresholds = {}) {
+  const CheckResult result = judge(health, thresholds);
+  std::string said = name_of(result.status);
+  for (const std::string& problem : result.problems) said += "; " + problem;
+  return said;
 }
 
 TEST(Check, AProgramThatIsDown) {
   Health health = good();
   health.daemons[2].process = 0;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kCritical);
+  EXPECT_EQ(said_of(health), "CRITICAL; cvanomalyalert is not running");
   health.daemons[2].is_wanted = false;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
+  EXPECT_EQ(said_of(health), "OK");
+  health.daemons[2].process = 12;
+  EXPECT_EQ(said_of(health), "OK");
 }
 
 TEST(Check, ALateGather) {
   Health health = good();
-  health.gather.last = kNow - 45 * 60 + 1;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
-  health.gather.last = kNow - 45 * 60;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kWarning);
-  health.gather.last = kNow - 180 * 60;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kCritical);
-  health.configured.interval_minutes = 120;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
-  EXPECT_EQ(judge(health, {.gather_warning = 5, .gather_critical = 1000}).status,
-            CheckStatus::kWarning);
+  const auto said_after = [&](std::int64_t seconds, const Thresholds& thresholds = {}) {
+    health.gather.last = kNow - seconds;
+    return said_of(health, thresholds);
+  };
+  EXPECT_EQ(said_after(45 * 60 - 1), "OK");
+  EXPECT_EQ(said_after(45 * 60), "WARNING; last gather 45 min ago");
+  EXPECT_EQ(said_after(180 * 60 - 1), "WARNING; last gather 2 h 59 min ago");
+  EXPECT_EQ(said_after(180 * 60), "CRITICAL; last gather 3 h ago");
+  health.configured.interval_minutes = 60;
+  EXPECT_EQ(said_after(180 * 60 - 1), "OK");
+  EXPECT_EQ(said_after(180 * 60), "WARNING; last gather 3 h ago");
+  EXPECT_EQ(said_after(720 * 60 - 1), "WARNING; last gather 11 h 59 min ago");
+  EXPECT_EQ(said_after(720 * 60), "CRITICAL; last gather 12 h ago");
+  const Thresholds own{.gather_warning = 5, .gather_critical = 6};
+  EXPECT_EQ(said_after(299, own), "OK");
+  EXPECT_EQ(said_after(300, own), "WARNING; last gather 5 min ago");
+  EXPECT_EQ(said_after(359, own), "WARNING; last gather 5 min ago");
+  EXPECT_EQ(said_after(360, own), "CRITICAL; last gather 6 min ago");
+  EXPECT_EQ(said_after(0, {.gather_warning = 0}), "WARNING; last gather 0 s ago");
+  EXPECT_EQ(said_after(0, {.gather_critical = 0}), "CRITICAL; last gather 0 s ago");
+  EXPECT_EQ(said_after(60, {.gather_warning = 1, .gather_critical = 1}),
+            "CRITICAL; last gather 60 s ago");
 }
 
 TEST(Check, AHistoryThatIsNeverGathered) {
   Health health = good();
   health.gather.last = 0;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kWarning);
-  health.daemons[0].since = kNow - 3600;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
+  health.daemons[0].since = kNow - 180 * 60 + 1;
+  EXPECT_EQ(said_of(health), "OK");
+  EXPECT_EQ(judge(health, {}).summary,
+            "all enabled programs are running, the history is being gathered");
+  health.daemons[0].since = kNow - 180 * 60;
+  EXPECT_EQ(said_of(health), "WARNING; the history has not been gathered yet");
+  health.daemons[0].process = 0;
+  EXPECT_EQ(said_of(health), "CRITICAL; cvanomalymgmt is not running");
+  EXPECT_TRUE(judge(health, {}).figures.starts_with("alerts_waiting=0;")) << "no gather_lag";
+  health.gather.last = 1;  // the earliest that is one
+  EXPECT_TRUE(judge(health, {}).figures.starts_with("gather_lag=1699999999s;"));
+  EXPECT_TRUE(judge(health, {}).summary.starts_with("all enabled programs are running, last"));
 }
 
-TEST(Check, AlertsThatAreStuckOrGivenUp) {
-  Health health = good();
+alert::ChannelStatus pending(std::int64_t due) {
   alert::ChannelStatus channel;
   channel.name = "mail";
   channel.waiting = 2;
   channel.oldest = kNow - 8 * 3600;  // held back by quiet hours
-  channel.due = kNow - 29 * 60;
-  health.alerts.channels = {channel};
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
-  health.alerts.channels[0].due = kNow + 3600;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
-  health.alerts.channels[0].due = kNow - 30 * 60;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kWarning);
-  health.alerts.channels[0].due = kNow - 240 * 60;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kCritical);
-  health.alerts.channels[0].waiting = 0;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
+  channel.due = due;
+  return channel;
+}
+
+TEST(Check, MessagesThatStayPending) {
+  Health health = good();
+  const auto said_when_due = [&](std::int64_t due, const Thresholds& thresholds = {}) {
+    health.alerts.channels = {pending(due)};
+    return said_of(health, thresholds);
+  };
+  EXPECT_EQ(said_when_due(kNow - 30 * 60 + 1), "OK");
+  EXPECT_EQ(said_when_due(kNow + 3600), "OK");
+  EXPECT_EQ(said_when_due(kNow - 30 * 60), "WARNING; 2 messages pending, the oldest for 30 min");
+  EXPECT_EQ(said_when_due(kNow - 240 * 60 + 1),
+            "WARNING; 2 messages pending, the oldest for 3 h 59 min");
+  EXPECT_EQ(said_when_due(kNow - 240 * 60), "CRITICAL; 2 messages pending, the oldest for 4 h");
+  const Thresholds own{.alerts_warning = 3, .alerts_critical = 4};
+  EXPECT_EQ(said_when_due(kNow - 179, own), "OK");
+  EXPECT_EQ(said_when_due(kNow - 180, own), "WARNING; 2 messages pending, the oldest for 3 min");
+  EXPECT_EQ(said_when_due(kNow - 240, own), "CRITICAL; 2 messages pending, the oldest for 4 min");
+  const Thresholds none{.alerts_warning = 0};
+  EXPECT_EQ(said_when_due(kNow + 1, none), "OK");
+  EXPECT_EQ(said_when_due(kNow, none), "WARNING; 2 messages pending, the oldest for 0 s");
+  EXPECT_EQ(said_when_due(0, none), "OK");
+  EXPECT_EQ(said_when_due(1, none),
+            "CRITICAL; 2 messages pending, the oldest for " + span_text(kNow - 1));
+  health.alerts.channels[0].waiting = 1;
+  EXPECT_EQ(said_of(health, none),
+            "CRITICAL; 1 message pending, the oldest for " + span_text(kNow - 1));
+}
+
+TEST(Check, DeadLetters) {
+  Health health = good();
+  health.alerts.channels.resize(1);
   health.alerts.channels[0].given_up = 1;
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kWarning);
+  EXPECT_EQ(said_of(health), "WARNING; 1 dead letter");
+  health.alerts.channels[0].given_up = 3;
+  EXPECT_EQ(said_of(health), "WARNING; 3 dead letters");
+}
+
+TEST(Check, AnAlertDatabaseThatCannotBeRead) {
+  Health health = good();
+  health.alerts.trouble = "It is damaged.";
+  EXPECT_EQ(said_of(health), "WARNING; It is damaged.");
 }
 
 TEST(Check, ADiskThatIsNearlyFull) {
   Health health = good();
-  health.disk = {1000, 100};
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kWarning);
-  health.disk = {1000, 30};
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kCritical);
-  health.disk = {};
-  EXPECT_EQ(judge(health, {}).status, CheckStatus::kOk);
+  const auto said_with = [&](std::int64_t available, const Thresholds& thresholds = {}) {
+    health.disk = {1000, available};
+    return said_of(health, thresholds);
+  };
+  EXPECT_EQ(said_with(101), "OK");
+  EXPECT_EQ(said_with(100), "WARNING; 10.0 percent of the disk is free");
+  EXPECT_EQ(said_with(31), "WARNING; 3.1 percent of the disk is free");
+  EXPECT_EQ(said_with(30), "CRITICAL; 3.0 percent of the disk is free");
+  const Thresholds own{.disk_warning = 60, .disk_critical = 50};
+  EXPECT_EQ(said_with(601, own), "OK");
+  EXPECT_EQ(said_with(600, own), "WARNING; 60.0 percent of the disk is free");
+  EXPECT_EQ(said_with(500, own), "CRITICAL; 50.0 percent of the disk is free");
+  health.disk = {0, 0};
+  EXPECT_EQ(said_of(health, {.disk_warning = 100, .disk_critical = 100}), "OK");
+  EXPECT_EQ(judge(health, {}).figures.find("disk_free"), std::string::npos);
+  health.disk = {1, 0};
+  EXPECT_EQ(said_of(health), "CRITICAL; 0.0 percent of the disk is free");
+  EXPECT_TRUE(judge(health, {}).figures.ends_with(" disk_free=0.0%;10:;3:;0;100"));
 }
 
-TEST(Check, SwitchedOffIsNoProblem) {
+TEST(Check, DisabledIsNoProblem) {
   Health health = good();
   for (Daemon& daemon : health.daemons) daemon = {daemon.name, false, 0, 0};
   health.configured.service = false;
   health.gather.last = 1;
-  const CheckResult result = judge(health, {});
-  EXPECT_EQ(result.status, CheckStatus::kOk);
-  EXPECT_EQ(result.summary, "switched off in the configuration");
+  EXPECT_EQ(said_of(health), "OK");
+  EXPECT_EQ(judge(health, {}).summary, "disabled in the configuration");
+}
+
+TEST(Check, PerformanceData) {
+  Health health = good();
+  health.alerts.channels = {pending(kNow - 77)};
+  health.alerts.channels[0].given_up = 6;
+  const Thresholds own{.gather_warning = 21,
+                       .gather_critical = 22,
+                       .alerts_warning = 23,
+                       .alerts_critical = 24,
+                       .disk_warning = 25,
+                       .disk_critical = 26};
+  EXPECT_EQ(judge(health, own).figures,
+            "gather_lag=600s;1260;1320;0 alerts_waiting=2;;;0 alerts_oldest=77s;1380;1440;0 "
+            "alerts_given_up=6;0;;0 disk_free=50.0%;25:;26:;0;100");
+  health.gather.last = kNow + 5;  // another clock's
+  health.alerts.channels[0].due = kNow + 5;
+  EXPECT_EQ(judge(health, {}).figures,
+            "gather_lag=0s;2700;10800;0 alerts_waiting=2;;;0 alerts_oldest=0s;1800;14400;0 "
+            "alerts_given_up=6;0;;0 disk_free=50.0%;10:;3:;0;100");
+  health.alerts.channels[0].due = 1;
+  EXPECT_NE(judge(health, {}).figures.find("alerts_oldest=1699999999s;"), std::string::npos);
+}
+
+TEST(Check, TheWorstFirstAndEqualOnesInTheirOrder) {
+  Health health = good();
+  health.gather.last = kNow - 46 * 60;
+  health.daemons[0].process = 0;
+  health.daemons[1].process = 0;
+  health.alerts.trouble = "It is damaged.";
+  health.disk = {1000, 20};
+  EXPECT_EQ(said_of(health),
+            "CRITICAL; cvanomalymgmt is not running; cvanomalydetect is not running; 2.0 percent "
+            "of the disk is free; last gather 46 min ago; It is damaged.");
+}
+
+TEST(Check, Names) {
+  EXPECT_STREQ(name_of(CheckStatus::kOk), "OK");
+  EXPECT_STREQ(name_of(CheckStatus::kWarning), "WARNING");
+  EXPECT_STREQ(name_of(CheckStatus::kCritical), "CRITICAL");
+  EXPECT_STREQ(name_of(CheckStatus::kUnknown), "UNKNOWN");
+}
+
+TEST(Check, AsText) {
+  EXPECT_EQ(text_of({CheckStatus::kOk, {}, "fine", ""}, false), "ANOMALY OK - fine\n");
+  EXPECT_EQ(text_of({CheckStatus::kWarning, {"a\nb|c", "d|e"}, "fine", "x=1|2"}, false),
+            "ANOMALY WARNING - a b/c; d/e | x=1|2\n");
+  EXPECT_EQ(text_of(unknown("why"), false), "ANOMALY UNKNOWN - why\n");
+}
+
+TEST(Check, AsJson) {
+  EXPECT_EQ(text_of({CheckStatus::kWarning, {"a\x1B[2Jb", "c|d"}, "fine", "x=1"}, true), R"({
+ "schema": 1,
+ "command": "check",
+ "status": "WARNING",
+ "exit_status": 1,
+ "problems": [
+  "a [2Jb",
+  "c|d"
+ ],
+ "figures": "x=1"
+}
+)");
 }
 
 TEST(Check, TheWorstComesFirstOnOneLine) {
@@ -104,7 +239,7 @@ TEST(Check, TheWorstComesFirstOnOneLine) {
   health.alerts.trouble = "bad|\nthing";
   const std::string line = text_of(judge(health, {}), false);
   EXPECT_TRUE(
-      line.starts_with("ANOMALY CRITICAL - cvanomalydetect does not run; last gather 46 min "
+      line.starts_with("ANOMALY CRITICAL - cvanomalydetect is not running; last gather 46 min "
                        "ago; bad/ thing | gather_lag="))
       << line;
   EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
@@ -154,7 +289,7 @@ TEST_F(CheckCommand, GoesByConfigurationAndProcesses) {
   switch_everything_on();
   const Said said = say({"check", "--json"});
   EXPECT_EQ(said.status, 2);
-  EXPECT_NE(said.out.find("cvanomalydetect does not run"), std::string::npos);
+  EXPECT_NE(said.out.find("cvanomalydetect is not running"), std::string::npos);
   EXPECT_NE(said.out.find("\"exit_status\": 2"), std::string::npos);
 }
 

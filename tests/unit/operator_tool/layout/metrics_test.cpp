@@ -1,102 +1,173 @@
 #include "operator_tool/layout/metrics.h"
 
-#include <sys/stat.h>
-
+#include "tests/unit/operator_tool/layout/known_values.h"
 #include "tests/unit/operator_tool/operator_world.h"
 
 namespace corvane::ctl {
 namespace {
 
-class Metrics : public OperatorWorld {
- protected:
-  bool says(const std::string& text, const std::string& line) {
-    return text.find(line + "\n") != std::string::npos;
-  }
-};
+std::string text_of(const Measured& measured) { return prometheus_text(metrics_of(measured)); }
 
-TEST_F(Metrics, OfAFreshInstallationLeaveOutWhatIsNotKnown) {
-  const Said said = say({"metrics"});
-  EXPECT_EQ(said.status, 0) << said.error;
-  EXPECT_TRUE(says(said.out, "cvanomaly_rows_waiting 0"));
-  EXPECT_TRUE(says(said.out, "cvanomaly_process_up{process=\"cvanomalymgmt\"} 0"));
-  for (const char* name :
-       {"last_gather", "gather_lag", "gather_duration", "false_positive_ratio", "dead"}) {
-    EXPECT_EQ(said.out.find(name), std::string::npos) << name;
-  }
+Measured known() { return {known_health(), known_picture(), 89}; }
+
+constexpr char kGathers[] =
+    "# HELP cvanomaly_last_gather_timestamp_seconds Start of the last gather, in seconds since the "
+    "epoch.\n"
+    "# TYPE cvanomaly_last_gather_timestamp_seconds gauge\n"
+    "cvanomaly_last_gather_timestamp_seconds 1699999400\n"
+    "# HELP cvanomaly_gather_lag_seconds Seconds since the last gather began.\n"
+    "# TYPE cvanomaly_gather_lag_seconds gauge\n"
+    "cvanomaly_gather_lag_seconds 600\n"
+    "# HELP cvanomaly_gather_duration_seconds Duration of the last live gather, from the service's "
+    "log.\n"
+    "# TYPE cvanomaly_gather_duration_seconds gauge\n"
+    "cvanomaly_gather_duration_seconds 9\n"
+    "# HELP cvanomaly_gather_failures Live gathers of the last 24 hours that logged an error, from "
+    "the last 4 MB of the service's log.\n"
+    "# TYPE cvanomaly_gather_failures gauge\n"
+    "cvanomaly_gather_failures 4\n"
+    "# HELP cvanomaly_queued_jobs Running jobs that the next gather looks up again.\n"
+    "# TYPE cvanomaly_queued_jobs gauge\n"
+    "cvanomaly_queued_jobs 12\n";
+constexpr char kRecords[] =
+    "# HELP cvanomaly_records Rows of each table of the anomaly database.\n"
+    "# TYPE cvanomaly_records gauge\n"
+    "cvanomaly_records{table=\"HIST_DATA\"} 1234\n"
+    "cvanomaly_records{table=\"DATA_TO_PROCESS\"} 56\n"
+    "cvanomaly_records{table=\"ANOMALY_DATA\"} 9\n"
+    "cvanomaly_records{table=\"ANOMALY_DATA_FEEDBACK\"} 89\n"
+    "# HELP cvanomaly_rows_waiting Backups waiting for the detection.\n"
+    "# TYPE cvanomaly_rows_waiting gauge\n"
+    "cvanomaly_rows_waiting 7\n"
+    "# HELP cvanomaly_streams Streams of backups by state.\n"
+    "# TYPE cvanomaly_streams gauge\n"
+    "cvanomaly_streams{state=\"learning\"} 1\n"
+    "cvanomaly_streams{state=\"judged\"} 2\n"
+    "cvanomaly_streams{state=\"dormant\"} 3\n";
+constexpr char kAnomalies[] =
+    "# HELP cvanomaly_anomalies Anomalies by severity (1 warning, 2 major, 3 critical) and "
+    "review.\n"
+    "# TYPE cvanomaly_anomalies gauge\n"
+    "cvanomaly_anomalies{severity=\"1\",state=\"open\"} 0\n"
+    "cvanomaly_anomalies{severity=\"1\",state=\"confirmed\"} 0\n"
+    "cvanomaly_anomalies{severity=\"1\",state=\"false_positive\"} 1\n"
+    "cvanomaly_anomalies{severity=\"2\",state=\"open\"} 0\n"
+    "cvanomaly_anomalies{severity=\"2\",state=\"confirmed\"} 2\n"
+    "cvanomaly_anomalies{severity=\"2\",state=\"false_positive\"} 0\n"
+    "cvanomaly_anomalies{severity=\"3\",state=\"open\"} 4\n"
+    "cvanomaly_anomalies{severity=\"3\",state=\"confirmed\"} 0\n"
+    "cvanomaly_anomalies{severity=\"3\",state=\"false_positive\"} 2\n"
+    "# HELP cvanomaly_false_positive_ratio Share of the reviewed anomalies that are false "
+    "positives, 0 to 1.\n"
+    "# TYPE cvanomaly_false_positive_ratio gauge\n"
+    "cvanomaly_false_positive_ratio 0.6\n";
+constexpr char kAlerts[] =
+    "# HELP cvanomaly_alerts_waiting Pending messages of a channel.\n"
+    "# TYPE cvanomaly_alerts_waiting gauge\n"
+    "cvanomaly_alerts_waiting{channel=\"mail\"} 11\n"
+    "cvanomaly_alerts_waiting{channel=\"web\"} 31\n"
+    "# HELP cvanomaly_alerts_dead Dead letters: messages that could not be delivered.\n"
+    "# TYPE cvanomaly_alerts_dead gauge\n"
+    "cvanomaly_alerts_dead 46\n";
+constexpr char kMachine[] =
+    "# HELP cvanomaly_process_up 1 if the program is running, otherwise 0.\n"
+    "# TYPE cvanomaly_process_up gauge\n"
+    "cvanomaly_process_up{process=\"cvanomalymgmt\"} 1\n"
+    "cvanomaly_process_up{process=\"cvanomalydetect\"} 1\n"
+    "cvanomaly_process_up{process=\"cvanomalyalert\"} 0\n"
+    "# HELP cvanomaly_process_wanted 1 if the program is enabled in the configuration, otherwise "
+    "0.\n"
+    "# TYPE cvanomaly_process_wanted gauge\n"
+    "cvanomaly_process_wanted{process=\"cvanomalymgmt\"} 1\n"
+    "cvanomaly_process_wanted{process=\"cvanomalydetect\"} 0\n"
+    "cvanomaly_process_wanted{process=\"cvanomalyalert\"} 1\n"
+    "# HELP cvanomaly_database_size_bytes Size of the anomaly database with its write-ahead log.\n"
+    "# TYPE cvanomaly_database_size_bytes gauge\n"
+    "cvanomaly_database_size_bytes 5242880\n"
+    "# HELP cvanomaly_log_size_bytes Size of the program's log file.\n"
+    "# TYPE cvanomaly_log_size_bytes gauge\n"
+    "cvanomaly_log_size_bytes{program=\"cvanomalymgmt\"} 501\n"
+    "cvanomaly_log_size_bytes{program=\"cvanomalydetect\"} 502\n"
+    "cvanomaly_log_size_bytes{program=\"cvanomalyalert\"} 503\n";
+
+TEST(Metrics, Whole) {
+  EXPECT_EQ(text_of(known()), std::string(kGathers) + kRecords + kAnomalies + kAlerts + kMachine);
 }
 
-TEST_F(Metrics, TellWhatThereIs) {
-  run_everything();
+// Whether the metric has a value.
+bool has(const Measured& measured, const std::string& name) {
+  return text_of(measured).find("\ncvanomaly_" + name) != std::string::npos;
+}
+
+TEST(Metrics, LeaveOutWhatIsUnknown) {
+  Measured measured = known();
+  measured.health.gather.last = 1;
+  EXPECT_TRUE(has(measured, "gather_lag"));
+  measured.health.gather.last = 0;
+  EXPECT_FALSE(has(measured, "gather_lag"));
+  EXPECT_FALSE(has(measured, "last_gather"));
+  measured.health.gather.log.last_seconds = 0;
+  EXPECT_TRUE(has(measured, "gather_duration_seconds 0"));
+  measured.health.gather.log.last_seconds = -1;
+  EXPECT_FALSE(has(measured, "gather_duration"));
+  measured.health.gather.log.from = 1;
+  EXPECT_TRUE(has(measured, "gather_failures"));
+  measured.health.gather.log.from = 0;
+  EXPECT_FALSE(has(measured, "gather_failures"));
+  EXPECT_TRUE(has(measured, "queued_jobs 12"));
+}
+
+TEST(Metrics, OfAlertsThatCannotBeReadNothingIsKnown) {
+  Measured measured = known();
+  measured.health.alerts.trouble = "damaged";
+  EXPECT_FALSE(has(measured, "alerts"));
+  measured.health.alerts.trouble.clear();
+  measured.health.alerts.is_known = false;
+  EXPECT_FALSE(has(measured, "alerts"));
+  measured.health.alerts.is_known = true;
+  measured.health.alerts.channels.clear();
+  EXPECT_FALSE(has(measured, "alerts_waiting"));
+  EXPECT_TRUE(has(measured, "alerts_dead 0"));
+  measured.health.alerts.channels = {{.name = "a\x1B[2Jb", .last_error = ""}};
+  EXPECT_TRUE(has(measured, "alerts_waiting{channel=\"a [2Jb\"} 0"));
+}
+
+TEST(Metrics, ThereIsNoShareOfNothing) {
+  Measured measured = known();
+  std::vector<Anomaly>& anomalies = measured.picture.anomalies;
+  anomalies.resize(4);  // nobody has reviewed these
+  EXPECT_FALSE(has(measured, "false_positive_ratio"));
+  anomalies[0].row.feedback = Feedback::kNoFalsePositive;
+  EXPECT_TRUE(has(measured, "false_positive_ratio 0\n"));
+  anomalies[0].row.feedback = Feedback::kFalsePositive;
+  EXPECT_TRUE(has(measured, "false_positive_ratio 1\n"));
+}
+
+class Measure : public OperatorWorld {};
+
+TEST_F(Measure, LooksAtTheDatabaseAndTheConfiguration) {
+  configure("[ANOMALY_MODEL_SETTINGS]\nMIN_OBSERVATIONS_FOR_TRAINING=4\n");
   gathered(kNow - 600);
-  history({}, 40);
-  insert("DATA_TO_PROCESS", {.time = kNow - 50, .mark = 0});
-  sql("INSERT INTO QUEUED_TO_CAPTURE_DATA VALUES (5, 6)");
-  const TestBackup a{.client = "a"};
-  const TestBackup b{.client = "b"};
-  const TestBackup c{.client = "c"};
-  anomaly(a, 3, a);
-  anomaly(b, 2, b);
-  anomaly(c, 2, c);
-  feedback(b, 1);
-  feedback(c, 0);
-  test::write_file(directory_("cvanomalymgmt"),
-                   "2023-11-14T20:00:00.000Z 1 2 cvanomalymgmt: Capturing data between 1 & 2 \n"
-                   "2023-11-14T20:00:01.000Z 1 16 x: no\n"
-                   "2023-11-14T20:00:09.000Z 1 2 cvanomalymgmt: Total time taken for live gather "
-                   "9.\n");
-  {
-    alert::StateDatabase state(directory_("CV_Anomaly_Alerts.db"));
-    test::query(state.handle(),
-                "INSERT INTO delivery VALUES (1, 'mail', 1, 1, 2, 0, 1, 0, 0, 1, 1, "
-                "'x', 0), (2, 'mail', 1, 1, 2, 3, 1, 0, 0, 1, 1, 'x', 0)");
-  }
-  const std::string out = say({"metrics"}).out;
-  for (const char* line :
-       {"# TYPE cvanomaly_gather_lag_seconds gauge", "cvanomaly_gather_lag_seconds 600",
-        "cvanomaly_last_gather_timestamp_seconds 1699999400", "cvanomaly_gather_duration_seconds 9",
-        "cvanomaly_gather_failures 1", "cvanomaly_queued_jobs 1", "cvanomaly_rows_waiting 1",
-        "cvanomaly_records{table=\"HIST_DATA\"} 40",
-        "cvanomaly_records{table=\"ANOMALY_DATA_FEEDBACK\"} 2",
-        "cvanomaly_streams{state=\"judged\"} 1", "cvanomaly_streams{state=\"learning\"} 0",
-        "cvanomaly_anomalies{severity=\"3\",state=\"open\"} 1",
-        "cvanomaly_anomalies{severity=\"2\",state=\"false_positive\"} 1",
-        "cvanomaly_anomalies{severity=\"1\",state=\"open\"} 0",
-        "cvanomaly_false_positive_ratio 0.5", "cvanomaly_alerts_waiting{channel=\"mail\"} 1",
-        "cvanomaly_alerts_dead 1", "cvanomaly_process_up{process=\"cvanomalyalert\"} 1"}) {
-    EXPECT_TRUE(says(out, line)) << line << "\n" << out;
-  }
-}
-
-TEST_F(Metrics, TellWhatIsSwitchedOffFromWhatIsDown) {
-  configure(
-      "[ANOMALY_DETECTION_FUNCTIONALITY]\nDISABLE_DETECTION_SERVICE=0\nDISABLE_ALERT_SERVICE=1\n");
-  const std::string out = say({"metrics"}).out;
-  for (const char* line : {"cvanomaly_process_up{process=\"cvanomalydetect\"} 0",
-                           "cvanomaly_process_wanted{process=\"cvanomalydetect\"} 1",
-                           "cvanomaly_process_up{process=\"cvanomalyalert\"} 0",
-                           "cvanomaly_process_wanted{process=\"cvanomalyalert\"} 0"}) {
-    EXPECT_TRUE(says(out, line)) << line << "\n" << out;
-  }
-}
-
-TEST_F(Metrics, TheFileIsReplacedWholeOrLeftAsItWas) {
-  const std::string target = directory_("cvanomaly.prom");
-  test::write_file(target, "former");
-  EXPECT_EQ(say({"metrics", "--output", target}).out, "");
-  EXPECT_NE(test::read_file(target).find("cvanomaly_rows_waiting 0"), std::string::npos);
-  struct stat file {};
-  stat(target.c_str(), &file);
-  EXPECT_EQ(file.st_mode & 0777U, 0644U);
-  const std::string before = test::read_file(target);
-  sql("DROP TABLE HIST_DATA");
-  EXPECT_EQ(say({"metrics", "--output", target}).status, 5);
-  EXPECT_EQ(test::read_file(target), before);
-}
-
-TEST_F(Metrics, AFileThatCannotBeWrittenIsTrouble) {
-  const Said said = say({"metrics", "--output", directory_("none/x.prom")});
-  EXPECT_EQ(said.status, 8);
-  EXPECT_NE(said.error.find("No such file"), std::string::npos);
+  const TestBackup first;
+  history(first, 5);
+  history({.client = "db01"}, 3);
+  history({.client = "old", .time = kNow - 400 * kDay}, 1);
+  anomaly(first, 3, first);
+  feedback(first, 1);
+  feedback({.client = "purged"}, 0);
+  Options options;
+  options.database = database();
+  options.config = directory_("anomaly_config.conf");
+  options.logs = directory_();
+  Database opened(options.database);
+  const Measured measured = measure(options, opened);
+  EXPECT_EQ(measured.health.now, kNow);
+  EXPECT_EQ(measured.health.gather.last, kNow - 600);
+  EXPECT_EQ(measured.picture.streams.count(StreamState::kJudged), 1);
+  EXPECT_EQ(measured.picture.streams.count(StreamState::kLearning), 1);
+  EXPECT_EQ(measured.picture.streams.count(StreamState::kDormant), 1);
+  EXPECT_EQ(measured.picture.count(Review::kFalsePositive), 1);
+  EXPECT_EQ(measured.feedback_rows, 2);
 }
 
 }  // namespace

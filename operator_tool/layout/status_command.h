@@ -1,0 +1,21 @@
+// What status prints, of values that are known already.
+#pragma once
+
+#include <string>
+
+#include "operator_tool/ask/health.h"
+#include "operator_tool/ask/picture.h"
+#include "operator_tool/options.h"
+#include "operator_tool/terminal/terminal.h"
+
+namespace corvane::ctl {
+
+struct Status {
+  Health health;
+  Picture picture;
+};
+
+// One line for each subject. Of the options the time zone and the name of the database.
+std::string text_of(const Status& status, const Options& options, const Terminal& terminal);
+
+}  // namespace corvane::ctl

@@ -1,0 +1,227 @@
+#include "operator_tool/layout/status_command.h"
+
+#include "operator_tool/ask/machine.h"
+#include "operator_tool/terminal/words.h"
+#include "tests/unit/operator_tool/layout/commands_world.h"
+#include "tests/unit/operator_tool/layout/known_values.h"
+
+namespace corvane::ctl {
+namespace {
+
+class StatusText : public testing::Test {
+ protected:
+  StatusText() {
+    options_.utc = true;
+    options_.database = "/db/CV_Anomaly.db";
+  }
+  std::string text() const { return text_of(status_, options_, terminal_); }
+  // What follows the name at the beginning of a line.
+  std::string line(const std::string& name) const {
+    const std::string all = "\n" + text();
+    const std::string begin = "\n" + padded(name, 14, false);
+    const std::size_t at = all.find(begin);
+    if (at == std::string::npos) return "no line " + name;
+    return all.substr(at + begin.size(), all.find('\n', at + 1) - at - begin.size());
+  }
+
+  Status status_{known_health(), known_picture()};
+  Health& health_ = status_.health;
+  Options options_;
+  Terminal terminal_;
+};
+
+TEST_F(StatusText, Whole) {
+  EXPECT_EQ(
+      text(),
+      "Service       running since 2023-11-14 17:13 (5 h), process 4711\n"
+      "Detection     running since 2023-11-14 16:13 (6 h), process 4712, although disabled in "
+      "the configuration\n"
+      "Alerts        not running\n"
+      "Last gather   2023-11-14 22:03, 10 min ago; took 9 s\n"
+      "Next gather   expected at 2023-11-14 22:20\n"
+      "Gathers       13 gathers since 2023-11-14 20:13, 4 with errors, the last at 2023-11-14 "
+      "21:43\n"
+      "Queue         12 running jobs for the next gather\n"
+      "Waiting       7 backups waiting for the detection, the oldest of 2023-11-14 22:08\n"
+      "Streams       6: 2 judged, 1 learning, 3 dormant\n"
+      "Incidents     5 ongoing\n"
+      "Anomalies     9: 4 not reviewed, 2 confirmed, 3 false positives\n"
+      "Messages      42 pending, the oldest for 32 min; 46 dead letters; channel mail fails: "
+      "mail is down; channel web fails: web is down\n"
+      "Database      5.0 MB, 1,234 records of history; 70 GB free on its disk; "
+      "/db/CV_Anomaly.db\n");
+}
+
+TEST_F(StatusText, OfNothing) {
+  health_ = {};
+  health_.now = kNow;
+  health_.daemons = {{kManagementProgram, false, 0, 0}, {kDetectionProgram, true, 9, 0}};
+  status_.picture = {};
+  EXPECT_EQ(text(),
+            "Service       not running, disabled in the configuration\n"
+            "Detection     running, process 9\n"
+            "Last gather   none yet: the history has not been gathered\n"
+            "Next gather   none while the service is not running\n"
+            "Gathers       unknown, the service's log has no records\n"
+            "Queue         0 running jobs for the next gather\n"
+            "Waiting       0 backups waiting for the detection\n"
+            "Streams       0: 0 judged, 0 learning, 0 dormant\n"
+            "Incidents     0 ongoing\n"
+            "Anomalies     0: 0 not reviewed, 0 confirmed, 0 false positives\n"
+            "Messages      none yet\n"
+            "Database      0 KB, 0 records of history; 0 KB free on its disk; /db/CV_Anomaly.db\n");
+}
+
+TEST_F(StatusText, OneOfEach) {
+  health_.gather.queued = 1;
+  health_.gather.log.gathers = 1;
+  status_.picture.streams.waiting_rows = 1;
+  status_.picture.streams.history_rows = 1;
+  status_.picture.anomalies.resize(7);
+  health_.alerts.channels = {{.name = "mail", .waiting = 1, .given_up = 1, .last_error = ""}};
+  EXPECT_EQ(line("Queue"), "1 running job for the next gather");
+  EXPECT_TRUE(line("Gathers").starts_with("1 gather since "));
+  EXPECT_EQ(line("Waiting"), "1 backup waiting for the detection, the oldest of 2023-11-14 22:08");
+  EXPECT_EQ(line("Anomalies"), "7: 4 not reviewed, 2 confirmed, 1 false positive");
+  EXPECT_EQ(line("Messages"), "1 pending; 1 dead letter");
+  EXPECT_TRUE(line("Database").starts_with("5.0 MB, 1 record of history; "));
+}
+
+TEST_F(StatusText, TheNextGatherIsDueWhenItsTimeIsPast) {
+  health_.gather.next = kNow;
+  EXPECT_EQ(line("Next gather"), "expected at 2023-11-14 22:13");
+  health_.gather.next = kNow - 60;
+  EXPECT_EQ(line("Next gather"), "was due at 2023-11-14 22:12, or is running now");
+}
+
+TEST_F(StatusText, AGatherMayTakeNoTimeOrAnUnknownOne) {
+  health_.gather.log.last_seconds = 0;
+  EXPECT_EQ(line("Last gather"), "2023-11-14 22:03, 10 min ago; took 0 s");
+  health_.gather.log.last_seconds = -1;
+  EXPECT_EQ(line("Last gather"), "2023-11-14 22:03, 10 min ago");
+}
+
+TEST_F(StatusText, TheLogIsLookedAtForADay) {
+  health_.gather.log.from = kNow - 2 * kDay;
+  health_.gather.log.last_failed = 0;
+  EXPECT_EQ(line("Gathers"), "13 gathers since 2023-11-13 22:13, 4 with errors");
+}
+
+TEST_F(StatusText, AlertsThatCannotBeRead) {
+  health_.alerts.trouble = "It is damaged.";
+  EXPECT_EQ(line("Messages"), "It is damaged.");
+  health_.alerts.is_known = false;
+  EXPECT_EQ(line("Messages"), "none yet");
+}
+
+TEST_F(StatusText, ChannelsThatWorkAreNotNamed) {
+  health_.alerts.channels[0].failures = 0;
+  EXPECT_EQ(line("Messages"),
+            "42 pending, the oldest for 32 min; 46 dead letters; channel web fails: web is down");
+}
+
+TEST_F(StatusText, LocalTime) {
+  options_.utc = false;
+  setenv("TZ", "UTC-9", 1);
+  tzset();
+  const std::string local = text();
+  unsetenv("TZ");
+  tzset();
+  for (const char* words :
+       {"since 2023-11-15 02:13", "since 2023-11-15 01:13", "2023-11-15 07:03, 10 min ago",
+        "expected at 2023-11-15 07:20", "since 2023-11-15 05:13", "the last at 2023-11-15 06:43",
+        "the oldest of 2023-11-15 07:08"}) {
+    EXPECT_NE(local.find(words), std::string::npos) << words << "\n" << local;
+  }
+}
+
+// What needs somebody is red, what may need somebody yellow.
+TEST_F(StatusText, Colours) {
+  terminal_.colour = true;
+  const std::string red = "\x1B[31m";
+  const std::string yellow = "\x1B[33m";
+  const auto colour_of = [&](const std::string& name) {
+    const std::string all = "\n" + text();
+    const std::string title = "\n\x1B[1m" + name + "\x1B[0m";
+    std::size_t at = all.find(title);
+    if (at == std::string::npos) return "no line " + name;
+    at = all.find_first_not_of(' ', at + title.size());
+    return all[at] == '\x1B' ? all.substr(at, 5) : std::string();
+  };
+  EXPECT_EQ(colour_of("Service"), "");
+  EXPECT_EQ(colour_of("Detection"), red);
+  EXPECT_EQ(colour_of("Alerts"), red);
+  health_.daemons[2].is_wanted = false;
+  EXPECT_EQ(colour_of("Alerts"), "");
+  EXPECT_EQ(colour_of("Gathers"), yellow);
+  health_.gather.log.failed = 1;
+  EXPECT_EQ(colour_of("Gathers"), yellow);
+  health_.gather.log.failed = 0;
+  EXPECT_EQ(colour_of("Gathers"), "");
+  EXPECT_EQ(colour_of("Incidents"), yellow);
+  status_.picture.incidents.resize(1);
+  EXPECT_EQ(colour_of("Incidents"), yellow);
+  status_.picture.incidents.clear();
+  EXPECT_EQ(colour_of("Incidents"), "");
+  EXPECT_EQ(colour_of("Messages"), red);
+  health_.alerts.channels = {{.name = "mail", .given_up = 1, .last_error = ""}};
+  EXPECT_EQ(colour_of("Messages"), red);
+  health_.alerts.channels[0].given_up = 0;
+  EXPECT_EQ(colour_of("Messages"), "");
+}
+
+class StatusCommand : public Commands {};
+
+TEST_F(StatusCommand, TellsWhatIsInTheDatabase) {
+  switch_everything_on();
+  run_everything();
+  gathered(kNow - 600);
+  history({}, 40);
+  history({.client = "db01"}, 3);
+  insert("DATA_TO_PROCESS", {.time = kNow - 50, .mark = 0});
+  sql("INSERT INTO QUEUED_TO_CAPTURE_DATA VALUES (5, 6)");
+  three_anomalies();
+  const std::string process = ", process " + std::to_string(getpid());
+  const std::string begun = "running since " + time_text(started_at(getpid()), true) + " (0 s)";
+  const Said said = say({"status"});
+  EXPECT_EQ(said.status, 0) << said.error;
+  const std::size_t database_line = said.out.find("Database ");
+  EXPECT_EQ(said.out.substr(0, database_line),
+            "Service       " + begun + process + "\nDetection     " + begun + process +
+                "\nAlerts        " + begun + process +
+                "\nLast gather   2023-11-14 22:03, 10 min ago\nNext gather   expected at " +
+                time_text(started_at(getpid()) + 15 * 60, true) +
+                "\nGathers       unknown, the service's log has no records\n"
+                "Queue         1 running job for the next gather\n"
+                "Waiting       1 backup waiting for the detection, the oldest of 2023-11-14 22:12\n"
+                "Streams       2: 1 judged, 1 learning, 0 dormant\n"
+                "Incidents     2 ongoing\n"
+                "Anomalies     3: 2 not reviewed, 0 confirmed, 1 false positive\n"
+                "Messages      none yet\n");
+  EXPECT_TRUE(says(said, " free on its disk; " + database() + "\n")) << said.out;
+}
+
+TEST_F(StatusCommand, AsJson) {
+  gathered(kNow - 600);
+  history({}, 40);
+  three_anomalies();
+  feedback({.client = "c"}, 0);
+  const JsonPtr root = json({"status"});
+  EXPECT_EQ(number(root.get(), {"time"}), kNow);
+  EXPECT_EQ(number(root.get(), {"gather", "last"}), kNow - 600);
+  EXPECT_EQ(compact(json_object_get(root.get(), "streams")),
+            R"({"total":1,"learning":0,"judged":1,"dormant":0})");
+  EXPECT_EQ(compact(json_object_get(root.get(), "anomalies")),
+            R"({"total":3,"open":1,"confirmed":1,"false_positive":1})");
+  EXPECT_EQ(number(root.get(), {"open_incidents"}), 2);
+}
+
+// The streams' states are those of the configuration.
+TEST_F(StatusCommand, GoesByTheConfiguration) {
+  configure("[ANOMALY_MODEL_SETTINGS]\nMIN_OBSERVATIONS_FOR_TRAINING=41\n");
+  history({}, 40);
+  EXPECT_TRUE(says(say({"status"}), "Streams       1: 0 judged, 1 learning, 0 dormant\n"));
+}
+
+}  // namespace
+}  // namespace corvane::ctl
