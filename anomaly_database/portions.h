@@ -1,4 +1,4 @@
-// Reading a whole table of backups without holding the service up: in portions, each a short
+// Reading a whole table of backups without delaying the service: in portions, each a short
 // transaction of its own.
 #pragma once
 

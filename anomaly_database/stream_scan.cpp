@@ -23,7 +23,7 @@ class Scanner {
 
   ScannedStream& stream_of(const Query& row) {
     spell_stream(row, spelling_);
-    // Night after night the streams come in much the same order.
+    // Every night the streams come in much the same order.
     const std::size_t guess =
         former_ < spellings_.size() ? spellings_[former_].follower : spellings_.size();
     if (guess < spellings_.size() && *spellings_[guess].text == spelling_) {
@@ -78,7 +78,7 @@ void scan_history(Connection& database, Scanner& scanner, StreamScan& result) {
   });
 }
 
-// Those that were found normal are in the history too.
+// Normal ones are in the history too.
 void scan_rows_to_process(Connection& database, Scanner& scanner, StreamScan& result) {
   read_portions(database, kToProcess, [&](const Query& row) {
     ++result.process_rows;

@@ -29,7 +29,8 @@ std::optional<std::int64_t> take_time(std::string_view& line) {
   int year = 0;
   unsigned parts[5]{};
   constexpr char kBefore[] = {'-', '-', 'T', ':', ':'};
-  if (!take_number(line, year)) return std::nullopt;
+  // A line whose begin is cut off may begin with a shorter year.
+  if (line.find('-') != 4 || !take_number(line, year)) return std::nullopt;
   for (std::size_t i = 0; i < 5; ++i) {
     if (!line.starts_with(kBefore[i])) return std::nullopt;
     line.remove_prefix(1);

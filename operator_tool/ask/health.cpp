@@ -23,8 +23,8 @@ namespace {
 
 constexpr int kMostInterval = 1000000;  // minutes; so that sums of intervals do not overflow
 
-// A value that is neither 0 nor 1 switches nothing off: the service does not start with it, and
-// that has to be told.
+// A value that is neither 0 nor 1 disables nothing: the service does not start with it, and people
+// have to see that.
 bool is_set(Configuration& file, const Setting& flag) {
   return switch_value(flag, value_of(file, flag)) == 1;
 }
@@ -71,10 +71,8 @@ std::int64_t next_gather(const Health& health) {
 }  // namespace
 
 Configured read_configuration(const std::string& path) {
-  // Defaults in its place would have check content with a companion that does not run.
-  if (access(path.c_str(), R_OK) != 0 && errno == EACCES) {
-    throw Trouble(ExitStatus::kUnreadable, "No right to read " + path + ".");
-  }
+  // With defaults in its place check would not miss a companion that is not running.
+  if (access(path.c_str(), R_OK) != 0 && errno == EACCES) throw permission_denied(path);
   Configured configured;
   Configuration file(path, 1);
   configured.service = !is_set(file, setting::kDisableAnomalyDetection);

@@ -87,8 +87,11 @@ std::string Table::text(const Terminal& terminal) const {
       const std::string text = fitted(cell.text, widths[i]);
       const std::string full = padded(text, widths[i], columns_[i].right);
       const std::size_t end = full.find_last_not_of(' ') + 1;
-      line += blanks + styled(terminal, cell.style, full.substr(0, end));
-      blanks = full.substr(end) + std::string(kGap, ' ');
+      if (end > 0) {
+        line += blanks + styled(terminal, cell.style, full.substr(0, end));
+        blanks.clear();
+      }
+      blanks += full.substr(end) + std::string(kGap, ' ');
     }
     lines += line + '\n';
   };

@@ -118,7 +118,7 @@ TEST_F(Commands, ShowByAnyOfItsNames) {
     EXPECT_TRUE(says(said, "Stream        b, policy nightly, schedule daily (FULL)\n"));
     EXPECT_TRUE(says(said, "Last good     good of 2023-11-13 18:26 UTC\n"));
     EXPECT_TRUE(says(said, "Review        false positive, since 2023-11-13 23:13\n"));
-    EXPECT_TRUE(says(said, "Files        100  1,000  990 to 1,010           -9\n"));
+    EXPECT_TRUE(says(said, "Files        100  1,000  990 to 1,010         -9\n"));
     EXPECT_TRUE(says(said, "Files of the stream's last backups"));
     EXPECT_TRUE(says(said, "^\n"));
   }
