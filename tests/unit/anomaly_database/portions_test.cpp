@@ -14,9 +14,9 @@ class Portions : public test::AnomalyTables {
  protected:
   // Of the client's rows, the rowids in the order in which they are read.
   Rowids read(const std::string& client) {
-    static constexpr char kSql[] = "SELECT " PORTION_COLUMNS
-                                   "NUM_FILES FROM HIST_DATA WHERE rowid > ? AND CLIENT = ? AND "
-                                   "POLICY = ?" BY_PORTIONS;
+    static constexpr char kSql[] =
+        "SELECT " PORTION_COLUMNS "NUM_FILES FROM HIST_DATA" AFTER_FORMER_PORTION
+        " AND CLIENT = ? AND POLICY = ?" BY_PORTIONS;
     Rowids rowids;
     read_portions(
         database, kSql, [&](const Query& row) { rowids.push_back(row.integer(0)); }, client,
@@ -25,7 +25,7 @@ class Portions : public test::AnomalyTables {
   }
   // The rowids of a table of its own with so many rows.
   Rowids read_of(std::int64_t count, const std::function<void()>& after_first = {}) {
-    static constexpr char kSql[] = "SELECT rowid FROM numbers WHERE rowid > ?" BY_PORTIONS;
+    static constexpr char kSql[] = "SELECT rowid FROM numbers" AFTER_FORMER_PORTION BY_PORTIONS;
     sql("PRAGMA journal_mode = WAL");
     sql("CREATE TABLE IF NOT EXISTS numbers (x)");
     sql("DELETE FROM numbers");

@@ -40,6 +40,12 @@ TEST_F(SeriesTest, FromAMomentOnByTime) {
   EXPECT_EQ(read(kNow - 4 * kDay + 1, 1000).streams[0].size(), 4U);
 }
 
+TEST_F(SeriesTest, AnomalousOnesFromTheMomentItself) {
+  insert("DATA_TO_PROCESS", {.time = kNow, .mark = 2});
+  EXPECT_EQ(read(kNow, 1000).streams[0].size(), 1U);
+  EXPECT_EQ(read(kNow + 1, 1000).streams[0].size(), 0U);
+}
+
 TEST_F(SeriesTest, TheNewestAreKeptWhenThereAreTooMany) {
   history({.client = "a"}, 100);
   history({.client = "b"}, 15);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -131,6 +132,7 @@ TEST_F(DatabaseTest, MissingOne) {
                            ". Has the service ever run here? Use --database to name another file.");
   EXPECT_FALSE(has_file("CV_Anomaly.db"));
   std::filesystem::create_directory(database());
+  errno = EACCES;  // of a former call
   EXPECT_EQ(status_of_opening(), ExitStatus::kMissing);
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -68,6 +69,16 @@ TEST_F(OutputFile, IsMadeOrReplacedWithTheModeOfTheUmask) {
   EXPECT_EQ(names(), std::set<std::string>{"file"});
   replace_file(directory_("empty"), "");
   EXPECT_EQ(test::read_file(directory_("empty")), "");
+}
+
+TEST_F(OutputFile, IsWrittenWhereStandardInputIsClosed) {
+  EXPECT_EQ(test::in_child([&] {
+              close(STDIN_FILENO);  // so that the file gets its number
+              replace_file(directory_("file"), "new");
+              return 0;
+            }),
+            0);
+  EXPECT_EQ(test::read_file(directory_("file")), "new");
 }
 
 TEST_F(OutputFile, IsNotWrittenWhereTheDirectoryIsMissing) {

@@ -56,12 +56,12 @@ TEST(FiguresTable, ComparesWhatIsKnown) {
   FigureViews figures{};
   EXPECT_EQ(figures_table(kPlainTerminal, figures), "");
   figures.at(kFiles) = view_of(16278, 0, 11, 2048, 20.04);
-  figures.at(kSize) = {true, false, 2048, 1, 2, 3, 4};
+  figures.at(kSize) = {true, false, 2560, 1, 2, 3, 4};
   figures.at(kRatio) = view_of(1.5, 3.84, 10, std::numeric_limits<double>::infinity(), -2.46);
   EXPECT_EQ(figures_table(kPlainTerminal, figures),
             "Figure               Observed  Usual    Usual range  Deviation\n"
             "Files                  16,278     11     0 to 2,048         20\n"
-            "Size                   2.0 MB      -              -          -\n"
+            "Size                   2.5 MB      -              -          -\n"
             "Deduplication ratio       1.5     10  at least 3.84       -2.5\n");
 }
 
