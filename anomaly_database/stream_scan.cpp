@@ -93,7 +93,8 @@ void scan_rows_to_process(Connection& database, Scanner& scanner, StreamScan& re
     }
     ++stream.waiting;
     ++result.waiting_rows;
-    if (result.oldest_waiting == 0 || time < result.oldest_waiting) result.oldest_waiting = time;
+    result.oldest_waiting =
+        result.oldest_waiting == 0 ? time : std::min(result.oldest_waiting, time);
   });
 }
 

@@ -58,7 +58,7 @@ void replace_file(const std::string& path, std::string_view text) {
   const bool written = write_all(descriptor, text) && fchmod(descriptor, creation_mode()) == 0 &&
                        fsync(descriptor) == 0;
   int error = written ? 0 : errno;
-  if (close(descriptor) != 0 && error == 0) error = errno;
+  close(descriptor);  // fsync() has reported what could fail
   if (error == 0 && std::rename(scratch.c_str(), path.c_str()) != 0) error = errno;
   if (error == 0) return;
   unlink(scratch.c_str());

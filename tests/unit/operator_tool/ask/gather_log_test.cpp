@@ -81,6 +81,11 @@ TEST(GatherLogText, OnlyErrorsInsideAGatherCount) {
   EXPECT_EQ(failed(gather("10:00:00", "10:00:07") + record("10:01:00", 16, "x") +
                    record("10:02:00", 2, "cvanomalymgmt: Total time taken for live gather 7.")),
             0);
+  // An end without a begin.
+  EXPECT_EQ(failed(record("10:00:00", 2, "cvanomalymgmt: Total time taken for live gather 7.")), 0);
+  EXPECT_EQ(failed(record("09:00:00", 16, "x") +
+                   record("10:00:00", 2, "cvanomalymgmt: Total time taken for live gather 7.")),
+            0);
   // A gather that did not end, and one after it.
   EXPECT_EQ(failed(record("09:00:00", 2, "cvanomalymgmt: Capturing data between 1 & 2 ") +
                    record("09:00:01", 16, "x") + gather("10:00:00", "10:00:07")),

@@ -67,7 +67,12 @@ TEST_F(OutputFile, IsMadeOrReplacedWithTheModeOfTheUmask) {
   EXPECT_EQ(mode(027), 0640U);
   EXPECT_EQ(mode(0777), 0U);
   EXPECT_EQ(names(), std::set<std::string>{"file"});
+  const int free = dup(STDERR_FILENO);
+  close(free);
   replace_file(directory_("empty"), "");
+  const int still_free = dup(STDERR_FILENO);
+  close(still_free);
+  EXPECT_EQ(free, still_free);  // no descriptor stays open
   EXPECT_EQ(test::read_file(directory_("empty")), "");
 }
 

@@ -37,6 +37,12 @@ TEST(ColumnChart, DrawsEighthsOfALine) {
             "80 " + kAxis + blocks + block(1) + "\n");
 }
 
+TEST(ColumnChart, LeavesGapsWhereThereIsNoBar) {
+  EXPECT_EQ(column_chart({40, false, true},
+                         {{8, false}, {0, false}, {8, false}, {8, false}, {0, false}}, 1, label_of),
+            "8 " + kAxis + block(8) + " " + block(8) + block(8) + "\n");
+}
+
 TEST(ColumnChart, GoesOnInTheLineAbove) {
   const auto drawn = [](double value) {
     return column_chart({40, false, true}, {{24, false}, {value, false}}, 3, label_of);

@@ -17,6 +17,7 @@ namespace {
 TEST(DisplayWidth, CountsColumnsNotBytes) {
   EXPECT_EQ(display_width(""), 0U);
   EXPECT_EQ(display_width("abc"), 3U);
+  EXPECT_EQ(display_width(std::string_view("a\0b", 3)), 3U);
   EXPECT_EQ(display_width("\xFF\xFE"), 2U);  // no characters
   EXPECT_EQ(display_width("a\xC2\x9B"
                           "b"),
