@@ -1,4 +1,4 @@
-// What the detection has reported (ANOMALY_DATA) and what people said of it
+// What the detection has reported (ANOMALY_DATA) and what people said about it
 // (ANOMALY_DATA_FEEDBACK). Everything throws QueryError.
 #pragma once
 
@@ -22,7 +22,7 @@ struct AnomalyRow {
   std::string detection_key;
   std::string client;
   std::int64_t detection_time = 0;   // seconds since the epoch
-  std::optional<Feedback> feedback;  // absent: nobody has said anything
+  std::optional<Feedback> feedback;  // absent: not reviewed
   std::int64_t feedback_time = 0;    // when it was fetched, seconds since the epoch; 0: none
 };
 
@@ -31,14 +31,14 @@ struct AnomalyRow {
 std::optional<AnomalyRow> find_anomaly_row(Connection& database, const std::string& id);
 bool has_anomaly(Connection& database, const std::string& id);
 
-// Those that may be of the backup: whose ids end with its id, which reads no details of others; or
-// in whose details it stands as a text.
+// Candidates for the anomaly of a backup. The first finds those whose ids end with the backup's id,
+// without reading the details of others; the second those whose details hold it as a text.
 std::vector<AnomalyRow> find_anomalies_named_after(Connection& database,
                                                    const std::string& backup_id);
 std::vector<AnomalyRow> find_anomalies_that_name(Connection& database,
                                                  const std::string& backup_id);
 
-// All of them, in the order of rowids.
+// All anomalies, by rowid.
 void read_anomaly_rows(Connection& database, const std::function<void(AnomalyRow&&)>& visit);
 
 // Ids of the anomalies that not every channel has taken, the oldest detection first.
@@ -52,7 +52,7 @@ std::int64_t count_feedback(Connection& database);
 
 // --- What the companions write, inside their transactions ---
 
-// Does nothing when there is one of this id.
+// Does nothing when there is an anomaly of this id.
 void add_anomaly(Connection& database, const AnomalyRow& row);
 void set_details(Connection& database, const std::string& id, const std::string& details);
 void mark_processed(Connection& database, const std::string& id);

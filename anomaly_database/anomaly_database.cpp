@@ -6,7 +6,7 @@ Connection open_for_reading(const std::string& name) { return {name, Connection:
 
 Connection open_for_companion(const std::string& path) {
   Connection connection(path, Connection::Access::kWrite, std::chrono::milliseconds(500));
-  // What a power failure takes back is judged, or marked, again; it need not be waited for.
+  // A commit that a power failure undoes is made again: no need to wait for the disk.
   connection.execute("PRAGMA synchronous=NORMAL");
   return connection;
 }

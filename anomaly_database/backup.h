@@ -1,4 +1,4 @@
-// One backup as its readers see it, and the columns that it is read from.
+// One backup as its readers see it, and the columns it is read from.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +34,8 @@ struct Backup {
   "KB_TRANSFERRED, DEDUP_RATE, TOTAL_TIME, " STREAM_KEY_COLUMNS
 inline constexpr int kBackupColumns = 9 + kStreamKeyColumns;
 
-// `first` is the column where they begin. Of many rows the texts use the memory of the former ones.
+// `first` is the column where they begin. `into` may be used for many rows: its texts keep their
+// memory.
 void read_backup(const Query& row, int first, Backup& into);
 
 }  // namespace corvane

@@ -11,7 +11,7 @@ namespace corvane {
 std::string fold_policy_type(std::string_view text);
 std::string fold_schedule_type(std::string_view text);
 
-// The historical gather knows neither: then they are "NONE" and "NA", or empty.
+// The historical gather knows neither: "NONE" and "NA", or empty, stand for unknown.
 bool is_known_application(std::string_view type);
 bool is_known_destination(std::string_view name);
 

@@ -1,5 +1,5 @@
 // The tables that hold backups: the history (HIST_DATA) and what was or is to be judged
-// (DATA_TO_PROCESS). Their rowids grow with every insert and replacement, so that what is new is
+// (DATA_TO_PROCESS). Their rowids grow with every insert and replacement, so that new rows are
 // found without an index. Everything throws QueryError.
 #pragma once
 
@@ -21,8 +21,8 @@ struct RowToProcess {
 
 // --- Scans ---
 
-// Rows of the history behind the rowid `after`, in the order of rowids; gives the last rowid that
-// was read. Ends early when `visit` returns false.
+// Rows of the history with a rowid above `after`, by rowid. Returns the last rowid that was read.
+// Ends early when `visit` returns false.
 std::int64_t read_history(Connection& database, std::int64_t after,
                           const std::function<bool(const Backup&, int cluster)>& visit);
 std::int64_t last_history_rowid(Connection& database);
@@ -46,11 +46,11 @@ bool is_in_history(Connection& database, const std::string& unique_key);
 
 // --- What the detection writes, inside its transactions ---
 
-// False when the row no longer waits, or was gathered again since it was read.
+// False when the row is no longer waiting, or was gathered again since it was read.
 bool mark_processed(Connection& database, std::int64_t rowid, ProcessedStatus status);
 // Copies the row of DATA_TO_PROCESS.
 void add_to_history(Connection& database, const std::string& unique_key, int cluster);
-// Of a backup that is there as a false positive; an accepted one stays.
+// Removes a backup that is there as a false positive; an accepted one stays.
 void remove_false_positive(Connection& database, const std::string& unique_key);
 
 }  // namespace corvane

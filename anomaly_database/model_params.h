@@ -1,4 +1,5 @@
-// The radius that the detection uses for each stream (DBSCAN_MODEL_PARAMS), for people to look at.
+// The radius that the detection uses for each stream (DBSCAN_MODEL_PARAMS), kept for people to
+// read.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Reading a whole table of backups without holding the service up: in portions, each a short
+// Reading a whole table of backups without delaying the service: in portions, each a short
 // transaction of its own.
 #pragma once
 
@@ -10,9 +10,10 @@
 
 namespace corvane {
 
-// A query for read_portions() selects these columns and then its own, has "rowid > ?" as its first
-// condition, and ends with BY_PORTIONS.
+// A query for read_portions() selects these columns and then its own, has its conditions after
+// AFTER_FORMER_PORTION, and ends with BY_PORTIONS.
 #define PORTION_COLUMNS "rowid, " STREAM_KEY_COLUMNS ", BACKUP_TIME, "
+#define AFTER_FORMER_PORTION " WHERE rowid > ?"
 #define BY_PORTIONS " ORDER BY rowid LIMIT ?"
 inline constexpr int kPortionKeyColumn = 1;
 inline constexpr int kPortionTimeColumn = kPortionKeyColumn + kStreamKeyColumns;

@@ -1,6 +1,6 @@
 // The tables of the anomaly database. The service creates them; while it runs nobody else creates,
-// alters or drops anything there, since a statement that another process has prepared before would
-// fail once, and a record with it.
+// alters or drops anything there: a statement that another process has prepared before would fail
+// once, and a record would be lost with it.
 #pragma once
 
 #include <array>
@@ -45,11 +45,11 @@ inline constexpr std::array<Column, 23> kHistoryColumns{{{"BACKUP_ID", "INT"},
                                                          {"ASSET_ID", "TEXT"},
                                                          {"UNIQUE_KEY", "TEXT"}}};
 
-// "BACKUP_ID, BACKUP_TIME, ...", with `nineteenth` in the place of USER_IDENTIFIED_CLUSTER.
+// "BACKUP_ID, BACKUP_TIME, ...", with `nineteenth` in place of USER_IDENTIFIED_CLUSTER.
 std::string backup_columns(const std::string& nineteenth);
 
-// What the database lacks of this schema: "table X", "column X in table Y"; empty when it is whole.
-// More than the schema is no matter. Throws QueryError.
+// The first part of this schema that the database lacks: "table X", "column X in table Y"; empty
+// when it is complete. It may hold more. Throws QueryError.
 std::string missing_part(Connection& database);
 
 }  // namespace corvane

@@ -14,10 +14,12 @@ namespace {
 constexpr std::size_t kLeastPoints = 10;  // of a series
 
 #define SERIES_COLUMNS "SELECT " PORTION_COLUMNS "NUM_FILES, IMAGE_SIZE, KB_TRANSFERRED FROM "
-constexpr char kAccepted[] = SERIES_COLUMNS
-    "HIST_DATA WHERE rowid > ? AND BACKUP_TIME >= ? AND USER_IDENTIFIED_CLUSTER = ?" BY_PORTIONS;
-constexpr char kAnomalous[] = SERIES_COLUMNS
-    "DATA_TO_PROCESS WHERE rowid > ? AND BACKUP_TIME >= ? AND PROCESSED_STATUS = ?" BY_PORTIONS;
+constexpr char kAccepted[] =
+    SERIES_COLUMNS "HIST_DATA" AFTER_FORMER_PORTION
+                   " AND BACKUP_TIME >= ? AND USER_IDENTIFIED_CLUSTER = ?" BY_PORTIONS;
+constexpr char kAnomalous[] =
+    SERIES_COLUMNS "DATA_TO_PROCESS" AFTER_FORMER_PORTION
+                   " AND BACKUP_TIME >= ? AND PROCESSED_STATUS = ?" BY_PORTIONS;
 
 class Reader {
  public:
@@ -54,8 +56,8 @@ class Reader {
 void keep_newest(AllSeries& series, std::size_t most) {
   std::size_t points = 0;
   for (const auto& stream : series.streams) points += stream.size();
-  const std::size_t streams = std::max<std::size_t>(series.streams.size(), 1);
-  const std::size_t limit = points <= most ? points : std::max(kLeastPoints, most / streams);
+  const std::size_t limit =
+      points <= most ? points : std::max(kLeastPoints, most / series.streams.size());
   for (auto& stream : series.streams) {
     std::ranges::stable_sort(stream, {}, &SeriesPoint::time);
     if (stream.size() <= limit) continue;

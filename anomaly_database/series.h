@@ -1,4 +1,4 @@
-// The figures of every stream's backups since some day, for charts.
+// The figures of every stream's backups since some moment, for charts.
 #pragma once
 
 #include <cstddef>
@@ -28,8 +28,8 @@ struct AllSeries {
 // Which of `count` series a stream belongs to; absent: none.
 using SeriesOf = std::function<std::optional<std::size_t>(const StreamKey&)>;
 
-// The backups since a time, accepted or anomalous; of each series so many of the newest that about
-// `most` are kept in all. Throws QueryError.
+// The backups since a time, accepted or anomalous. When there are more than `most` in all, only the
+// newest of each series are kept, so that about `most` are left. Throws QueryError.
 AllSeries read_series(Connection& database, std::size_t count, const SeriesOf& series_of,
                       std::int64_t since, std::size_t most);
 

@@ -1,6 +1,7 @@
 #include "anomaly_database/stream_history.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 
 #include "anomaly_database/statuses.h"
@@ -36,8 +37,8 @@ std::vector<HistoryPoint> read_stream_history(Connection& database, const Stream
   read(kHistory, false);
   read(kAnomalous, true);
   std::vector<HistoryPoint> sorted;
-  sorted.reserve(points.size());
-  for (auto& [key, point] : points) sorted.push_back(std::move(point));
+  std::ranges::transform(points, std::back_inserter(sorted),
+                         [](auto& entry) { return std::move(entry.second); });
   std::ranges::stable_sort(sorted, {}, &HistoryPoint::time);
   if (sorted.size() > most) {
     sorted.erase(sorted.begin(), sorted.end() - static_cast<std::ptrdiff_t>(most));

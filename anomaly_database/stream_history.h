@@ -1,4 +1,4 @@
-// What one stream's backups were like, one after the other.
+// One stream's backups and their figures over time.
 #pragma once
 
 #include <cstdint>

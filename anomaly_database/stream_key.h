@@ -1,4 +1,4 @@
-// Whose backups are judged, and told of, together.
+// The key of a stream: backups that are compared with each other.
 #pragma once
 
 #include <array>
@@ -8,7 +8,7 @@
 
 namespace corvane {
 
-// Records that are judged against each other. Types are folded.
+// Types are folded.
 struct StreamKey {
   std::string client;
   std::string policy;
@@ -18,7 +18,7 @@ struct StreamKey {
   std::string app_type;     // "NONE" and empty: unknown
   std::string destination;  // "NA" and empty: unknown
 
-  // An incremental holds what changed; anything else is taken for a whole copy of the source.
+  // An incremental holds what changed; anything else counts as a full backup.
   bool is_incremental() const;
   // Streams of one family differ at most in what the historical gather does not know.
   std::string family() const;
@@ -45,7 +45,7 @@ inline constexpr int kStreamKeyColumns = kStreamKeyParts.size();
 
 // `first` is the column where they begin.
 StreamKey read_stream_key(const Query& row, int first);
-// The same; of many rows the texts then use the memory of the former ones.
+// The same; `into` may be used for many rows: its texts keep their memory.
 void read_stream_key(const Query& row, int first, StreamKey& into);
 // Its parts as the next parameters, in the order of the columns.
 void bind_stream_key(Query& query, const StreamKey& stream);

@@ -12,9 +12,11 @@ namespace corvane {
 namespace {
 
 constexpr char kHistory[] =
-    "SELECT " PORTION_COLUMNS "USER_IDENTIFIED_CLUSTER FROM HIST_DATA WHERE rowid > ?" BY_PORTIONS;
+    "SELECT " PORTION_COLUMNS
+    "USER_IDENTIFIED_CLUSTER FROM HIST_DATA" AFTER_FORMER_PORTION BY_PORTIONS;
 constexpr char kToProcess[] =
-    "SELECT " PORTION_COLUMNS "PROCESSED_STATUS FROM DATA_TO_PROCESS WHERE rowid > ?" BY_PORTIONS;
+    "SELECT " PORTION_COLUMNS
+    "PROCESSED_STATUS FROM DATA_TO_PROCESS" AFTER_FORMER_PORTION BY_PORTIONS;
 
 // The streams of the rows, with their spellings of types folded.
 class Scanner {
@@ -23,25 +25,22 @@ class Scanner {
 
   ScannedStream& stream_of(const Query& row) {
     spell_stream(row, spelling_);
-    // Night after night the streams come in much the same order.
-    const std::size_t guess =
-        former_ < spellings_.size() ? spellings_[former_].follower : spellings_.size();
-    if (guess < spellings_.size() && *spellings_[guess].text == spelling_) {
-      former_ = guess;
-      return streams_[spellings_[guess].stream];
+    // Every night the streams come in much the same order.
+    std::size_t place = spellings_[former_].follower;
+    if (*spellings_[place].text != spelling_) {
+      const auto known = by_spelling_.find(spelling_);
+      place = known == by_spelling_.end() ? add(row) : known->second;
+      spellings_[former_].follower = place;
     }
-    const auto known = by_spelling_.find(spelling_);
-    const std::size_t place = known == by_spelling_.end() ? add(row) : known->second;
-    if (former_ < spellings_.size()) spellings_[former_].follower = place;
     former_ = place;
     return streams_[spellings_[place].stream];
   }
 
  private:
   struct Spelling {
-    const std::string* text;  // in by_spelling_
-    std::size_t stream;
-    std::size_t follower;  // the one that came after it last time
+    const std::string* text;   // in by_spelling_
+    std::size_t stream;        // in streams_
+    std::size_t follower = 0;  // the one that came after it last time
   };
 
   std::size_t add(const Query& row) {
@@ -52,14 +51,15 @@ class Scanner {
       streams_.back().key = key;
     }
     const auto spelling = by_spelling_.emplace(spelling_, spellings_.size()).first;
-    spellings_.push_back({&spelling->first, place->second, SIZE_MAX});
+    spellings_.push_back({&spelling->first, place->second});
     return spellings_.size() - 1;
   }
 
   std::vector<ScannedStream>& streams_;
+  const std::string before_;  // the first row: no row is spelled like this
   std::string spelling_;
-  std::size_t former_ = SIZE_MAX;
-  std::vector<Spelling> spellings_;
+  std::size_t former_ = 0;
+  std::vector<Spelling> spellings_{{&before_, 0}};
   std::unordered_map<std::string, std::size_t> by_spelling_;
   std::unordered_map<std::string, std::size_t> by_text_;
 };
@@ -78,7 +78,7 @@ void scan_history(Connection& database, Scanner& scanner, StreamScan& result) {
   });
 }
 
-// Those that were found normal are in the history too.
+// Normal ones are in the history too.
 void scan_rows_to_process(Connection& database, Scanner& scanner, StreamScan& result) {
   read_portions(database, kToProcess, [&](const Query& row) {
     ++result.process_rows;
@@ -93,7 +93,8 @@ void scan_rows_to_process(Connection& database, Scanner& scanner, StreamScan& re
     }
     ++stream.waiting;
     ++result.waiting_rows;
-    if (result.oldest_waiting == 0 || time < result.oldest_waiting) result.oldest_waiting = time;
+    result.oldest_waiting =
+        result.oldest_waiting == 0 ? time : std::min(result.oldest_waiting, time);
   });
 }
 

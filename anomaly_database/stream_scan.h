@@ -13,18 +13,18 @@ namespace corvane {
 struct ScannedStream {
   StreamKey key;
   std::vector<std::int32_t> accepted;  // of the accepted ones in the history, ascending
-  std::int64_t false_positives = 0;    // in the history since people called them so
+  std::int64_t false_positives = 0;    // in the history because people called them so
   std::int64_t waiting = 0;            // for the detection
-  std::int64_t anomalous = 0;          // found by the detection
+  std::int64_t anomalous = 0;          // reported by the detection
   std::int64_t newest = 0;             // of all
 };
 
 struct StreamScan {
-  std::vector<ScannedStream> streams;  // in the order in which they were met
+  std::vector<ScannedStream> streams;  // in the order they were found
   std::int64_t history_rows = 0;       // of HIST_DATA
   std::int64_t process_rows = 0;       // of DATA_TO_PROCESS
   std::int64_t waiting_rows = 0;
-  std::int64_t oldest_waiting = 0;  // 0: none waits
+  std::int64_t oldest_waiting = 0;  // backup time; 0: none is waiting
 };
 
 // Throws QueryError.

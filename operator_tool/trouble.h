@@ -1,4 +1,4 @@
-// Why a command cannot do its work: one sentence for people, an exit status for scripts.
+// Why a command cannot do its work: a line for people, an exit status for scripts.
 #pragma once
 
 #include <stdexcept>
@@ -12,14 +12,14 @@ enum class ExitStatus {
   kNotFound = 1,    // what was asked for is not there
   kUsage = 2,       // the command line
   kMissing = 3,     // no database
-  kLocked = 4,      // another program keeps it locked
+  kLocked = 4,      // another program has locked it
   kOlder = 5,       // a table or a column is missing
-  kDamaged = 6,     // no SQLite database, or a broken one
-  kUnreadable = 7,  // no right to read it, or the configuration
+  kDamaged = 6,     // not an SQLite database, or a damaged one
+  kUnreadable = 7,  // permission denied: the database or the configuration
   kFailed = 8,      // anything else
 };
 
-// what() is one sentence, without a line end.
+// what() is full sentences on one line, without a line end.
 class Trouble : public std::runtime_error {
  public:
   Trouble(ExitStatus status, const std::string& sentence)

@@ -43,15 +43,12 @@ std::string escaped(const std::string& path) {
 ReadOnlySource::ReadOnlySource(const std::string& path) : path_(path) {
   errno = 0;
   if (stat(path.c_str(), &seen_) != 0 || !S_ISREG(seen_.st_mode)) {
-    const bool forbidden = errno == EACCES;
-    throw Trouble(forbidden ? ExitStatus::kUnreadable : ExitStatus::kMissing,
-                  forbidden ? "No right to look at " + path + "."
-                            : "There is no anomaly database at " + path +
-                                  ": has the service ever run here? --database names another.");
+    if (errno == EACCES) throw permission_denied(path);
+    throw Trouble(ExitStatus::kMissing, "Database not found: " + path +
+                                            ". Has the service ever run here? Use --database to "
+                                            "name another file.");
   }
-  if (!std::ifstream(path)) {
-    throw Trouble(ExitStatus::kUnreadable, "No right to read " + path + ".");
-  }
+  if (!std::ifstream(path)) throw permission_denied(path);
   is_still_ = is_unused_log_database();
   std::error_code error;
   const std::string absolute = std::filesystem::absolute(path, error).string();
@@ -84,9 +81,9 @@ Database::Database(const std::string& path) : source_(path) {
       throw Trouble(ExitStatus::kOlder,
                     path + " has no " + missing +
                         (missing.starts_with("table")
-                             ? ": it is no anomaly database, or one that the service of this "
-                               "version has not opened yet."
-                             : ": it is of another version than this tool."));
+                             ? ". It is not an anomaly database, or this version of the service "
+                               "has not opened it yet."
+                             : ". It is from another version of the service."));
     }
   } catch (const Trouble&) {
     check_unchanged();
@@ -101,31 +98,35 @@ void Database::check_unchanged() const {
   if (source_.has_changed()) throw ChangedMeanwhile();
 }
 
+Trouble permission_denied(const std::string& path) {
+  return {ExitStatus::kUnreadable, "Cannot read " + path + ": permission denied."};
+}
+
 Trouble trouble_of(const std::string& path, const std::exception& error) {
   const auto* refused = dynamic_cast<const QueryError*>(&error);
   switch (refused == nullptr ? SQLITE_OK : refused->code()) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
       return {ExitStatus::kLocked,
-              path + " is locked by another program, and stayed so for 5 seconds; try again."};
+              path + " has been locked by another program for 5 seconds. Try again later."};
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
-      return {ExitStatus::kDamaged, path + " is damaged or no database at all."};
+      return {ExitStatus::kDamaged, path + " is damaged or is not a database."};
     case SQLITE_CANTOPEN:
     case SQLITE_READONLY:
     case SQLITE_PERM:
       return {ExitStatus::kUnreadable,
-              path +
-                  " or its write-ahead log cannot be read by this user; try it "
-                  "as root or as the service's account."};
+              "Cannot read " + path +
+                  " or its write-ahead log: permission denied. Try again as root or as the "
+                  "service's account."};
     default:
       break;
   }
   const std::string reason = reason_of(error);
   if (reason.find("no such ") != std::string::npos) {
-    return {ExitStatus::kOlder, path + " is of another version than this tool: " + reason + "."};
+    return {ExitStatus::kOlder, path + " is from another version of the service: " + reason + "."};
   }
-  return {ExitStatus::kFailed, path + " cannot be read: " + reason + "."};
+  return {ExitStatus::kFailed, "Cannot read " + path + ": " + reason + "."};
 }
 
 }  // namespace corvane::ctl

@@ -14,7 +14,7 @@
 namespace corvane::ctl {
 
 // How to open a database for reading alone. Usually with a share in its write-ahead log. One that
-// nobody has open has no such log; making one would take the right to write, so it is then read as
+// nobody has open has no such log. Making one would take permission to write, so it is then read as
 // a file that does not change, and has_changed() tells when that did not hold.
 class ReadOnlySource {
  public:
@@ -39,7 +39,7 @@ class ReadOnlySource {
 class ChangedMeanwhile : public std::exception {
  public:
   const char* what() const noexcept override {
-    return "the database was changed while it was read";
+    return "the database changed while it was being read";
   }
 };
 
@@ -61,7 +61,10 @@ class Database {
   std::unique_ptr<Connection> connection_;
 };
 
-// What an error of SQLite while reading the database at `path` is to people.
+// The file at `path` may not be read.
+Trouble permission_denied(const std::string& path);
+
+// What an error of SQLite while reading the database at `path` means to people.
 Trouble trouble_of(const std::string& path, const std::exception& error);
 
 }  // namespace corvane::ctl

@@ -1,10 +1,11 @@
 #include "operator_tool/ask/gather_log.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <chrono>
 #include <fstream>
 #include <optional>
-#include <vector>
 
 #include "platform/debug_log.h"
 
@@ -17,51 +18,56 @@ constexpr std::string_view kBegins = "cvanomalymgmt: Capturing data between ";
 constexpr std::string_view kEnds = "cvanomalymgmt: Total time taken for live gather ";
 
 template <typename Number>
-bool take_number(std::string_view& text, Number& number) {
+std::optional<Number> take_number(std::string_view& text) {
+  Number number{};
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{}) return false;
+  if (error != std::errc{}) return std::nullopt;
   text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  return number;
+}
+
+bool take(std::string_view& text, std::string_view begin) {
+  if (!text.starts_with(begin)) return false;
+  text.remove_prefix(begin.size());
   return true;
 }
 
-// "2026-01-31T04:05:06.789Z"; the milliseconds are left out.
+// "2026-01-31T04:05:06.789Z "; the milliseconds are left out.
 std::optional<std::int64_t> take_time(std::string_view& line) {
-  int year = 0;
-  unsigned parts[5]{};
-  constexpr char kBefore[] = {'-', '-', 'T', ':', ':'};
-  if (!take_number(line, year)) return std::nullopt;
-  for (std::size_t i = 0; i < 5; ++i) {
-    if (!line.starts_with(kBefore[i])) return std::nullopt;
-    line.remove_prefix(1);
-    if (!take_number(line, parts[i])) return std::nullopt;
+  constexpr std::array kBefore{"", "-", "-", "T", ":", ":"};
+  std::array<unsigned, kBefore.size()> parts{};
+  // A line whose begin is cut off may begin with a shorter year.
+  if (line.find('-') != 4) return std::nullopt;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    if (!take(line, kBefore.at(i))) return std::nullopt;
+    const std::optional<unsigned> part = take_number<unsigned>(line);
+    if (!part) return std::nullopt;
+    parts.at(i) = *part;
   }
-  const std::chrono::year_month_day date{std::chrono::year{year}, std::chrono::month{parts[0]},
-                                         std::chrono::day{parts[1]}};
+  const auto [year, month, day, hour, minute, second] = parts;
+  const std::chrono::year_month_day date{std::chrono::year{static_cast<int>(year)},
+                                         std::chrono::month{month}, std::chrono::day{day}};
   const std::size_t end = line.find("Z ");
   if (!date.ok() || end == std::string_view::npos) return std::nullopt;
   line.remove_prefix(end + 2);
-  const std::int64_t day = std::chrono::sys_days{date}.time_since_epoch().count();
-  return ((day * 24 + parts[2]) * 60 + parts[3]) * 60 + parts[4];
+  const std::int64_t days = std::chrono::sys_days{date}.time_since_epoch().count();
+  return ((days * 24 + hour) * 60 + minute) * 60 + second;
 }
 
-// Takes process id and level as well; the rest is tag and text.
+// Process id and level are taken off; the rest is tag and text.
 struct Record {
-  std::int64_t time = 0;
-  int level = 0;
+  std::int64_t time;
+  int level;
   std::string_view rest;
 };
 std::optional<Record> record_of(std::string_view line) {
-  Record record;
   const std::optional<std::int64_t> time = take_time(line);
-  int process = 0;
-  if (!time || !take_number(line, process)) return std::nullopt;
-  if (line.starts_with('d')) line.remove_prefix(1);
-  if (!line.starts_with(' ')) return std::nullopt;
-  line.remove_prefix(1);
-  if (!take_number(line, record.level) || !line.starts_with(' ')) return std::nullopt;
-  record.time = *time;
-  record.rest = line.substr(1);
-  return record;
+  if (!time || !take_number<int>(line)) return std::nullopt;
+  take(line, "d");
+  if (!take(line, " ")) return std::nullopt;
+  const std::optional<int> level = take_number<int>(line);
+  if (!level || !take(line, " ")) return std::nullopt;
+  return Record{*time, *level, line};
 }
 
 }  // namespace
@@ -84,7 +90,7 @@ GatherLog parse_gather_log(std::string_view text, std::int64_t since) {
     if (!record->rest.starts_with(kEnds)) continue;
     std::string_view seconds = record->rest.substr(kEnds.size());
     log.last_end = record->time;
-    if (!take_number(seconds, log.last_seconds)) log.last_seconds = -1;
+    log.last_seconds = take_number<std::int64_t>(seconds).value_or(-1);
     if (record->time >= since) {
       ++log.gathers;
       if (failed) ++log.failed;
@@ -97,10 +103,8 @@ GatherLog parse_gather_log(std::string_view text, std::int64_t since) {
 
 GatherLog read_gather_log(const std::string& path, std::int64_t since) {
   std::ifstream file(path, std::ios::binary | std::ios::ate);
-  if (!file) return {};
-  const std::int64_t size = file.tellg();
-  if (size <= 0) return {};
-  const std::int64_t from = size > kMostBytes ? size - kMostBytes : 0;
+  const auto size = std::max<std::int64_t>(file.tellg(), 0);
+  const auto from = std::max<std::int64_t>(size - kMostBytes, 0);
   file.seekg(from);
   std::string text(static_cast<std::size_t>(size - from), '\0');
   file.read(text.data(), static_cast<std::streamsize>(text.size()));

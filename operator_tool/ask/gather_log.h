@@ -1,4 +1,4 @@
-// What the service's debug log tells of its gathers.
+// What the service's debug log says about its gathers.
 #pragma once
 
 #include <cstdint>
@@ -17,10 +17,10 @@ struct GatherLog {
   std::int64_t last_seconds = -1;  // that it took; -1: unknown
 };
 
-// Reads the last 4 MB of the log at most. A log that is not there says nothing.
+// Reads at most the last 4 MB of the log. Of a log that does not exist nothing is known.
 GatherLog read_gather_log(const std::string& path, std::int64_t since);
 
-// The same of a log's text. A first line that is not whole is passed over.
+// The same for a log's text. An incomplete first line is skipped.
 GatherLog parse_gather_log(std::string_view text, std::int64_t since);
 
 }  // namespace corvane::ctl

@@ -23,8 +23,8 @@ namespace {
 
 constexpr int kMostInterval = 1000000;  // minutes; so that sums of intervals do not overflow
 
-// A value that is neither 0 nor 1 switches nothing off: the service does not start with it, and
-// that has to be told.
+// A value that is neither 0 nor 1 disables nothing: the service does not start with it, and people
+// have to see that.
 bool is_set(Configuration& file, const Setting& flag) {
   return switch_value(flag, value_of(file, flag)) == 1;
 }
@@ -57,6 +57,24 @@ AlertHealth look_at_alerts(const Options& options) {
   return health;
 }
 
+using ChannelNumber = std::int64_t alert::ChannelStatus::*;
+
+std::int64_t sum(const std::vector<alert::ChannelStatus>& channels, ChannelNumber number) {
+  std::int64_t all = 0;
+  for (const alert::ChannelStatus& channel : channels) all += channel.*number;
+  return all;
+}
+
+// Of the channels with pending messages whose time is known; 0: none.
+std::int64_t earliest(const std::vector<alert::ChannelStatus>& channels, ChannelNumber time) {
+  std::int64_t first = 0;
+  for (const alert::ChannelStatus& channel : channels) {
+    if (channel.waiting == 0 || channel.*time == 0) continue;
+    first = first == 0 ? channel.*time : std::min(first, channel.*time);
+  }
+  return first;
+}
+
 // The interval counts from the end of a gather, or from the service's start.
 std::int64_t next_gather(const Health& health) {
   const Daemon& service = health.service();
@@ -71,10 +89,8 @@ std::int64_t next_gather(const Health& health) {
 }  // namespace
 
 Configured read_configuration(const std::string& path) {
-  // Defaults in its place would have check content with a companion that does not run.
-  if (access(path.c_str(), R_OK) != 0 && errno == EACCES) {
-    throw Trouble(ExitStatus::kUnreadable, "No right to read " + path + ".");
-  }
+  // With defaults in its place check would not miss a companion that is not running.
+  if (access(path.c_str(), R_OK) != 0 && errno == EACCES) throw permission_denied(path);
   Configured configured;
   Configuration file(path, 1);
   configured.service = !is_set(file, setting::kDisableAnomalyDetection);
@@ -87,35 +103,17 @@ Configured read_configuration(const std::string& path) {
   return configured;
 }
 
-std::int64_t AlertHealth::waiting() const {
-  std::int64_t sum = 0;
-  for (const alert::ChannelStatus& channel : channels) sum += channel.waiting;
-  return sum;
-}
+std::int64_t AlertHealth::waiting() const { return sum(channels, &alert::ChannelStatus::waiting); }
 
 std::int64_t AlertHealth::given_up() const {
-  std::int64_t sum = 0;
-  for (const alert::ChannelStatus& channel : channels) sum += channel.given_up;
-  return sum;
+  return sum(channels, &alert::ChannelStatus::given_up);
 }
 
 std::int64_t AlertHealth::oldest() const {
-  std::int64_t oldest = 0;
-  for (const alert::ChannelStatus& channel : channels) {
-    if (channel.waiting == 0 || channel.oldest == 0) continue;
-    if (oldest == 0 || channel.oldest < oldest) oldest = channel.oldest;
-  }
-  return oldest;
+  return earliest(channels, &alert::ChannelStatus::oldest);
 }
 
-std::int64_t AlertHealth::due() const {
-  std::int64_t due = 0;
-  for (const alert::ChannelStatus& channel : channels) {
-    if (channel.waiting == 0 || channel.due == 0) continue;
-    if (due == 0 || channel.due < due) due = channel.due;
-  }
-  return due;
-}
+std::int64_t AlertHealth::due() const { return earliest(channels, &alert::ChannelStatus::due); }
 
 Health look(const Options& options, Database& database) {
   Health health;

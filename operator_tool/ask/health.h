@@ -1,4 +1,4 @@
-// How the service, its companions and its database fare, for status, check, metrics and report.
+// Health of the service, its companions and its database, for status, check, metrics and report.
 #pragma once
 
 #include <sys/types.h>
@@ -19,7 +19,7 @@ namespace corvane::ctl {
 struct Daemon {
   std::string name;
   bool is_wanted = true;  // by the configuration
-  pid_t process = 0;      // the one that began first; 0: none runs
+  pid_t process = 0;      // the one that began first; 0: it is not running
   std::int64_t since = 0;
   std::int64_t log_bytes = 0;
 };
@@ -37,7 +37,7 @@ Configured read_configuration(const std::string& path);
 
 struct GatherHealth {
   std::int64_t last = 0;  // when the last gather began; 0: the history is not gathered yet
-  std::int64_t next = 0;  // expected; 0: none, since the service does not run
+  std::int64_t next = 0;  // expected; 0: none, the service is not running
   std::int64_t queued = 0;
   GatherLog log;
 };
@@ -50,7 +50,7 @@ struct AlertHealth {
   std::int64_t waiting() const;
   std::int64_t given_up() const;
   std::int64_t oldest() const;  // since when a message has waited; 0: none does
-  std::int64_t due() const;     // the same, where quiet hours do not count; may lie ahead
+  std::int64_t due() const;     // the same without quiet hours; may lie ahead
 };
 
 struct Health {

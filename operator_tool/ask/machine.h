@@ -1,4 +1,4 @@
-// What the machine says of the programs and of the disk.
+// What the machine knows of processes, disks and files.
 #pragma once
 
 #include <sys/types.h>

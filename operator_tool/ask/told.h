@@ -1,4 +1,4 @@
-// What the alerts have told whom of an incident.
+// Which messages about an incident went to which channel.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace corvane::ctl {
 
-// In the order they were made. The alerts forget messages that everybody took after two days.
+// In the order they were made. The alerts delete messages two days after every channel took them.
 // Empty when they have no database, or one that cannot be read.
 std::vector<alert::ToldMessage> read_told(const Options& options, const std::string& incident);
 

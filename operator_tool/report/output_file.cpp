@@ -37,12 +37,12 @@ mode_t creation_mode() {
 }
 
 // A pipe or a device would be gone afterwards, with a file in its place. A link may lead out of
-// its directory to a file that whoever made the link has no right to change.
+// its directory to a file that whoever made the link may not change.
 void check_replaceable(const std::string& path) {
   struct stat former {};
   if (lstat(path.c_str(), &former) != 0 || S_ISREG(former.st_mode)) return;
-  if (S_ISLNK(former.st_mode)) fail(path, "it is a link; name the file itself");
-  fail(path, S_ISDIR(former.st_mode) ? "it is a directory" : "it is no regular file");
+  if (S_ISLNK(former.st_mode)) fail(path, "it is a symbolic link; name the file itself");
+  fail(path, S_ISDIR(former.st_mode) ? "it is a directory" : "it is not a regular file");
 }
 
 }  // namespace
@@ -50,7 +50,7 @@ void check_replaceable(const std::string& path) {
 void replace_file(const std::string& path, std::string_view text) {
   check_replaceable(path);
   const std::filesystem::path target(path);
-  // Hidden, and with another ending: who collects what lies there passes it over.
+  // Hidden, and with another ending: programs that collect the files of a directory skip it.
   std::string scratch =
       (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
   const int descriptor = mkostemp(scratch.data(), O_CLOEXEC);
@@ -58,7 +58,7 @@ void replace_file(const std::string& path, std::string_view text) {
   const bool written = write_all(descriptor, text) && fchmod(descriptor, creation_mode()) == 0 &&
                        fsync(descriptor) == 0;
   int error = written ? 0 : errno;
-  if (close(descriptor) != 0 && error == 0) error = errno;
+  close(descriptor);  // fsync() has reported what could fail
   if (error == 0 && std::rename(scratch.c_str(), path.c_str()) != 0) error = errno;
   if (error == 0) return;
   unlink(scratch.c_str());

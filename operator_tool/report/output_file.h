@@ -1,4 +1,4 @@
-// Files that are there whole or not at all.
+// Files that are replaced atomically.
 #pragma once
 
 #include <string>
@@ -6,9 +6,9 @@
 
 namespace corvane::ctl {
 
-// Puts `text` in the place of the file, or leaves the former one: readers never see a part of it,
-// nor does a power failure leave one. Mode 0644 less the umask. Throws Trouble, also for what is
-// there and no regular file.
+// Replaces the file by `text`, or leaves the former one: readers never see a part of it, not even
+// after a power failure. Mode 0644 less the umask. Throws Trouble, also when something is there
+// that is not a regular file.
 void replace_file(const std::string& path, std::string_view text);
 
 }  // namespace corvane::ctl

@@ -1,5 +1,5 @@
 "use strict";
-// Everything that comes from the data is shown as text: no markup is ever made of it.
+// Everything from the data is shown as text: it never becomes markup.
 (() => {
   const data = JSON.parse(document.getElementById("data").textContent);
   const byId = (id) => document.getElementById(id);
@@ -15,36 +15,18 @@
 
   // --- Words ---
 
+  const {number, counted, size, span, axis} = words;
   const zone = data.utc ? "UTC" : undefined;
   const timeFormat = new Intl.DateTimeFormat("sv-SE", {timeZone: zone, year: "numeric", month: "2-digit",
     day: "2-digit", hour: "2-digit", minute: "2-digit"});
   const dayFormat = new Intl.DateTimeFormat("en-GB", {timeZone: zone, day: "numeric", month: "short"});
-  const numberFormat = new Intl.NumberFormat("en", {maximumFractionDigits: 2});
-  const time = (seconds) => seconds ? timeFormat.format(new Date(seconds * 1000)) : "–";
+  const time = (seconds) => seconds ? timeFormat.format(new Date(seconds * 1000)) : "-";
   const day = (seconds) => dayFormat.format(new Date(seconds * 1000));
-  const number = (value) => value === null || value === undefined ? "–" : numberFormat.format(value);
-  const size = (kilobytes) => {
-    if (kilobytes === null || kilobytes === undefined || kilobytes < 0) return "–";
-    const units = ["KB", "MB", "GB", "TB", "PB"];
-    let unit = 0;
-    while (kilobytes >= 1024 && unit + 1 < units.length) {
-      kilobytes /= 1024;
-      unit += 1;
-    }
-    return (kilobytes < 10 && unit ? kilobytes.toFixed(1) : numberFormat.format(Math.round(kilobytes))) + " " + units[unit];
-  };
-  const span = (seconds) => {
-    if (seconds < 120) return Math.max(0, seconds) + " s";
-    if (seconds < 7200) return Math.floor(seconds / 60) + " min";
-    const parts = (whole, unit, rest, restUnit) => whole + " " + unit + (rest ? " " + rest + " " + restUnit : "");
-    if (seconds < 172800) return parts(Math.floor(seconds / 3600), "h", Math.floor(seconds % 3600 / 60), "min");
-    return parts(Math.floor(seconds / 86400), "d", Math.floor(seconds % 86400 / 3600), "h");
-  };
-  const counted = (count, one, many) => number(count) + " " + (count === 1 ? one : many);
+  const moreText = (left) => "Show more (" + number(left) + " left)";
   const severityClass = ["", "", "warn", "bad"];
   const severityNode = (of) => node("span", "tag " + severityClass[of.severity], of.severity_words);
 
-  // --- Tables that show more when asked ---
+  // --- Tables, a part at a time ---
 
   const table = (place, columns, rows, limit, empty) => {
     const draw = (shown) => {
@@ -59,7 +41,7 @@
         for (const column of columns) {
           const cell = node("td", column.className);
           const content = column.of(row);
-          cell.append(content instanceof Node ? content : String(content ?? "–"));
+          cell.append(content instanceof Node ? content : String(content ?? "-"));
           line.append(cell);
         }
         body.append(line);
@@ -73,7 +55,7 @@
       scroll.append(whole);
       place.append(scroll);
       if (rows.length > shown) {
-        const more = node("button", "", "Show more, " + number(rows.length - shown) + " are left");
+        const more = node("button", "", moreText(rows.length - shown));
         more.type = "button";
         more.addEventListener("click", () => draw(shown + limit));
         place.append(more);
@@ -82,21 +64,25 @@
     draw(limit);
   };
 
-  // --- Charts, drawn while they are to be seen ---
+  // --- Charts, drawn only while they are in view ---
 
   const style = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
   const CHARTS = [["Size", "size", size], ["Files", "files", number], ["Transferred", "moved", size]];
   const charts = new Map();
 
+  const valuesOf = (client, figure) => client.streams.flatMap((stream) => stream[figure]).filter((value) => value !== null);
+
   const chartOf = (canvas) => {
-    const {client, figure, words} = canvas.report;
+    const {client, figure, amount} = canvas.report;
+    const largest = valuesOf(client, figure).reduce((most, value) => Math.max(most, value), 0);
+    const y = axis(largest, amount === size);
     const bad = style("--bad");
     const datasets = client.streams.map((stream, index) => {
       const marked = new Set(stream.reported);
       const colour = style("--s" + index % 6);
       const at = (plain, special) => stream.time.map((_, i) => marked.has(i) ? special : plain);
       const known = (i) => stream[figure][i] !== null && stream[figure][i] !== undefined;
-      // Without a neighbour there is no line to see.
+      // A point without a neighbour has no line to show it.
       const radius = stream.time.map((_, i) => marked.has(i) ? 6 : stream.time.length <= 60 || (!known(i - 1) && !known(i + 1)) ? 1.5 : 0);
       return {
         label: stream.policy + ", " + stream.schedule,
@@ -116,23 +102,22 @@
         scales: {
           x: {type: "linear", min: data.from, max: data.time, grid: {display: false},
             ticks: {color: style("--faint"), maxTicksLimit: 5, maxRotation: 0, callback: (value) => day(value)}},
-          y: {beginAtZero: true, grid: {color: style("--line")},
-            ticks: {color: style("--faint"), maxTicksLimit: 5, callback: (value) => words(value)}},
+          y: {min: 0, max: y.top, grid: {color: style("--line")},
+            ticks: {color: style("--faint"), stepSize: y.step, callback: y.label}},
         },
         plugins: {
           legend: {display: false},
           tooltip: {callbacks: {
             title: (items) => items.length ? time(items[0].parsed.x) : "",
-            label: (item) => item.dataset.label + ": " + words(item.parsed.y),
+            label: (item) => item.dataset.label + ": " + amount(item.parsed.y),
           }},
         },
       },
     });
   };
-  const isKnown = ({client, figure}) => client.streams.some((stream) => stream[figure].some((value) => value !== null));
   const drawn = (canvas, visible) => {
-    if (visible && !isKnown(canvas.report)) {
-      canvas.replaceWith(node("p", "faint", "Not known in this period."));
+    if (visible && !valuesOf(canvas.report.client, canvas.report.figure).length) {
+      canvas.replaceWith(node("p", "faint", "No data in this period."));
     } else if (visible && !charts.has(canvas)) {
       charts.set(canvas, chartOf(canvas));
     } else if (!visible && charts.has(canvas)) {
@@ -156,7 +141,7 @@
 
   // --- Clients ---
 
-  const figureWords = (figure) => figure.label + " " + figure.value + ", usually " + figure.usual;
+  const figureWords = (figure) => figure.label + ": " + figure.value + " (usually " + figure.usual + ")";
 
   const markOf = (anomaly) => {
     const item = node("li", anomaly.state === "false_positive" ? "over" : "");
@@ -173,15 +158,15 @@
     const head = node("div", "head");
     head.append(node("h3", "", client.name));
     const count = client.anomalies.length;
-    if (count) head.append(node("span", client.ongoing ? "bad" : "faint", counted(count, "anomaly", "anomalies") + (client.ongoing ? ", an incident is not over" : "")));
+    if (count) head.append(node("span", client.ongoing ? "bad" : "faint", counted(count, "anomaly", "anomalies") + (client.ongoing ? ", incident ongoing" : "")));
     head.append(node("span", "faint", counted(client.streams.length, "stream", "streams")));
     card.append(head);
     const rows = node("div", "charts");
-    for (const [title, figure, words] of CHARTS) {
+    for (const [title, figure, amount] of CHARTS) {
       const box = node("div");
       const frame = node("div", "chart");
       const canvas = node("canvas");
-      canvas.report = {client, figure, words};
+      canvas.report = {client, figure, amount};
       canvas.setAttribute("role", "img");
       canvas.setAttribute("aria-label", title + " of the backups of " + client.name);
       frame.append(canvas);
@@ -202,7 +187,7 @@
     if (count) {
       const marks = node("ul", "marks");
       for (const anomaly of client.anomalies.slice(0, PAGE)) marks.append(markOf(anomaly));
-      if (count > PAGE) marks.append(node("li", "over", "and " + number(count - PAGE) + " older ones"));
+      if (count > PAGE) marks.append(node("li", "over", "and " + counted(count - PAGE, "older anomaly", "older anomalies")));
       card.append(marks);
     }
     return card;
@@ -213,7 +198,7 @@
     for (const canvas of [...charts.keys()]) drawn(canvas, false);
     watcher.disconnect();
     place.textContent = "";
-    if (!clients.length) place.append(node("p", "faint", "None."));
+    if (!clients.length) place.append(node("p", "faint", data.clients.length ? "No client matches the search." : "No backups in this period."));
     let shown = 0;
     const more = node("button");
     more.type = "button";
@@ -223,7 +208,7 @@
       more.remove();
       place.append(...cards);
       if (shown < clients.length) {
-        more.textContent = "Show more, " + number(clients.length - shown) + " are left";
+        more.textContent = moreText(clients.length - shown);
         place.append(more);
       }
     };
@@ -254,20 +239,21 @@
     byId("tiles").append(box);
   };
   byId("period").textContent = time(data.from) + " to " + time(data.time) + (data.utc ? " UTC" : "");
-  tile(number(ongoing.length), ongoing.length === 1 ? "incident not over" : "incidents not over", ongoing.length ? "bad" : "good");
+  tile(number(ongoing.length), ongoing.length === 1 ? "ongoing incident" : "ongoing incidents", ongoing.length ? "bad" : "good");
   const inPeriod = data.anomalies.length + data.anomalies_left_out;
-  tile(number(inPeriod), inPeriod === 1 ? "anomaly in the period" : "anomalies in the period");
+  tile(number(inPeriod), inPeriod === 1 ? "anomaly in this period" : "anomalies in this period");
   tile(number(data.clients.length), data.clients.length === 1 ? "client" : "clients");
-  tile(number(data.streams.total), "streams, " + number(data.streams.learning) + " learning");
-  tile(data.gather.last ? span(data.time - data.gather.last) : "never", "since the last gather");
+  tile(number(data.streams.total), (data.streams.total === 1 ? "stream, " : "streams, ") + number(data.streams.learning) + " learning");
+  tile(data.gather.last ? span(data.time - data.gather.last) : "-", data.gather.last ? "since the last gather" : "history not gathered yet");
   if (data.alerts.trouble) {
-    tile("unknown", "how many alerts wait: " + data.alerts.trouble, "bad");
+    tile("unknown", "pending messages: " + data.alerts.trouble, "bad");
   } else {
-    tile(number(data.alerts.waiting), "alerts wait, " + number(data.alerts.given_up) + " given up", data.alerts.given_up ? "bad" : "");
+    tile(number(data.alerts.waiting), (data.alerts.waiting === 1 ? "pending message, " : "pending messages, ") +
+      counted(data.alerts.given_up, "dead letter", "dead letters"), data.alerts.given_up ? "bad" : "");
   }
   const notices = [];
-  if (data.shortened) notices.push("So many backups fell into the period that the charts show only the newest of each stream.");
-  if (data.anomalies_left_out) notices.push("Of the anomalies, only the newest " + number(data.anomalies.length) + " are shown.");
+  if (data.shortened) notices.push("This period has too many backups to draw. The charts show only the newest of each stream.");
+  if (data.anomalies_left_out) notices.push("Only the newest " + number(data.anomalies.length) + " anomalies are shown.");
   byId("notice").hidden = !notices.length;
   byId("notice").textContent = notices.join(" ");
 
@@ -276,21 +262,21 @@
     const words = byId("search").value.trim().toLowerCase().split(/\s+/).filter(Boolean);
     const matches = (text) => words.every((word) => text.includes(word));
     table(byId("incidents"), [
-      {title: "Last", className: "time", of: (incident) => time(incident.last)},
+      {title: "Last anomaly", className: "time", of: (incident) => time(incident.last)},
       {title: "Severity", className: "short", of: (incident) => severityNode(incident)},
       {title: "Client", className: "name", of: (incident) => incident.client},
-      {title: "What", className: "wide", of: (incident) => incident.summary || incident.name},
-      {title: "Records", className: "number", of: (incident) => number(incident.records)},
-      {title: "Incident", className: "short", of: (incident) => node("span", incident.over ? "faint" : "bad", incident.over ? "over" : "not over")},
+      {title: "Summary", className: "wide", of: (incident) => incident.summary || incident.name},
+      {title: "Anomalies", className: "number", of: (incident) => number(incident.records)},
+      {title: "State", className: "short", of: (incident) => node("span", incident.over ? "faint" : "bad", incident.over ? "resolved" : "ongoing")},
     ], data.incidents.filter((incident) => matches((incident.client + "\n" + incident.summary + "\n" + incident.cause).toLowerCase())),
-    ROWS, "None in this period.");
+    ROWS, data.incidents.length ? "No incident matches the search." : "No incidents in this period.");
     table(byId("learning"), [
       {title: "Client", className: "name", of: (stream) => stream.client},
       {title: "Policy", className: "name", of: (stream) => stream.policy},
       {title: "Schedule", className: "name", of: (stream) => stream.schedule},
-      {title: "Records", className: "number", of: (stream) => number(stream.records) + " of " + number(data.records_wanted)},
+      {title: "Accepted backups", className: "number", of: (stream) => number(stream.records) + " of " + number(data.records_wanted)},
     ], learning.filter((stream) => matches((stream.client + "\n" + stream.policy + "\n" + stream.schedule).toLowerCase())), ROWS,
-    "No stream is learning.");
+    learning.length ? "No stream matches the search." : "No stream is learning.");
     showClients(data.clients.filter((client) => matches(client.words)));
   };
 
@@ -298,20 +284,20 @@
     const place = byId("health");
     const {gather, alerts} = data;
     const facts = data.processes.map((process) => [process.name,
-      process.running ? "running" + (process.since ? " since " + time(process.since) : "") : process.wanted ? "not running" : "switched off"]);
-    facts.push(["Last gather", gather.last ? time(gather.last) + (gather.log.last_seconds === null ? "" : ", took " + span(gather.log.last_seconds)) : "none yet"],
-      ["Next gather", gather.next ? time(gather.next) : "none while the service does not run"],
-      ["Gathers in the service's log, last 24 hours", number(gather.log.gathers) + ", " + number(gather.log.failed) + " with errors"],
-      ["Running jobs to be looked at again", number(gather.queued_jobs)],
+      process.running ? "running" + (process.since ? " since " + time(process.since) : "") : process.wanted ? "not running" : "disabled"]);
+    facts.push(["Last gather", gather.last ? time(gather.last) + (gather.log.last_seconds === null ? "" : ", took " + span(gather.log.last_seconds)) : "history not gathered yet"],
+      ["Next gather", gather.next ? time(gather.next) : "none while the service is not running"],
+      ["Gathers in the last 24 hours, by the log", number(gather.log.gathers) + ", " + number(gather.log.failed) + " with errors"],
+      ["Running jobs for the next gather", number(gather.queued_jobs)],
       ["Backups waiting for the detection", number(data.records.waiting)],
-      ["Records of history", number(data.records.history)],
-      ["Database", size(data.database_bytes / 1024) + ", " + size(data.disk_free_bytes / 1024) + " free on its disk"]);
+      ["Records in the history", number(data.records.history)],
+      ["Database", size(data.database_bytes / 1024) + "; " + size(data.disk_free_bytes / 1024) + " free on its disk"]);
     if (alerts.trouble) facts.push(["Alerts", "unknown: " + alerts.trouble]);
     for (const channel of alerts.channels) {
-      facts.push(["Alerts by " + channel.name, number(channel.taken) + " taken, " + number(channel.waiting) + " waiting, " +
-        number(channel.given_up) + " given up" + (channel.failures ? "; fails: " + channel.last_error : "")]);
+      facts.push(["Alerts by " + channel.name, number(channel.taken) + " delivered, " + number(channel.waiting) + " pending, " +
+        counted(channel.given_up, "dead letter", "dead letters") + (channel.failures ? "; failing: " + channel.last_error : "")]);
     }
-    table(place, [{title: "What", className: "name", of: (fact) => fact[0]}, {title: "", of: (fact) => fact[1]}], facts, ROWS, "");
+    table(place, [{title: "Item", className: "name", of: (fact) => fact[0]}, {title: "State", of: (fact) => fact[1]}], facts, ROWS, "");
   };
 
   let pending = 0;
@@ -319,7 +305,7 @@
     clearTimeout(pending);
     pending = setTimeout(show, 120);
   });
-  // A link to the page may end with what to search for: report.html#web01
+  // A link to the page may end with a search text: report.html#web01
   try {
     byId("search").value = decodeURIComponent(location.hash.slice(1));
   } catch {

@@ -18,7 +18,7 @@ std::string source_hash(std::string_view text) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned size = 0;
   if (EVP_Digest(text.data(), text.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) {
-    throw Trouble(ExitStatus::kFailed, "No SHA-256 on this machine.");
+    throw Trouble(ExitStatus::kFailed, "SHA-256 is not available on this machine.");
   }
   std::array<unsigned char, std::size_t{2} * EVP_MAX_MD_SIZE> base64{};
   const int length = EVP_EncodeBlock(base64.data(), digest.data(), static_cast<int>(size));
@@ -31,13 +31,12 @@ std::string source_hash(std::string_view text) {
 std::string policy() {
   return "default-src 'none'; base-uri 'none'; form-action 'none'; style-src " +
          source_hash(kReportStyle) + "; script-src " + source_hash(kChartLibrary) + " " +
-         source_hash(kReportScript);
+         source_hash(kReportWords) + " " + source_hash(kReportScript);
 }
 
 // A JSON document without "<" means the same.
 std::string without_markup(std::string_view json) {
   std::string text;
-  text.reserve(json.size() + json.size() / 64);
   for (const char letter : json) {
     if (letter == '<') {
       text += "\\u003c";
@@ -56,6 +55,7 @@ std::string report_page(std::string_view json) {
       {"{{style}}", std::string(kReportStyle)},
       {"{{data}}", without_markup(json)},
       {"{{chart}}", std::string(kChartLibrary)},
+      {"{{words}}", std::string(kReportWords)},
       {"{{script}}", std::string(kReportScript)}};
   std::string page;
   std::string_view rest = kReportPage;

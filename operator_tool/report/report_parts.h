@@ -7,6 +7,7 @@ namespace corvane::ctl {
 
 extern const std::string_view kReportPage;
 extern const std::string_view kReportStyle;
+extern const std::string_view kReportWords;
 extern const std::string_view kReportScript;
 extern const std::string_view kChartLibrary;
 

@@ -42,7 +42,7 @@ std::string column_chart(const Terminal& terminal, std::vector<Bar> bars, std::s
   const std::string top = label_of(highest);
   const std::size_t margin = display_width(top);
   const std::size_t width = terminal.width == 0 ? kUsualWidth : terminal.width;
-  const std::size_t room = width > margin + 3 ? width - margin - 2 : 1;
+  const std::size_t room = std::max(width, margin + 3) - margin - 2;
   if (bars.size() > room) {
     bars.erase(bars.begin(), bars.end() - static_cast<std::ptrdiff_t>(room));
   }

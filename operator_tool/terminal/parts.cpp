@@ -52,7 +52,7 @@ std::string figures_table(const Terminal& terminal, const FigureViews& figures) 
                {"Observed", true},
                {"Usual", true},
                {"Usual range", true, 0, 1},
-               {"Spreads off", true}});
+               {"Deviation", true}});
   for (std::size_t i = 0; i < kFigures; ++i) {
     const Figure figure{i};
     const FigureView& view = figures.at(i);

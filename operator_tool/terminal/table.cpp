@@ -60,9 +60,8 @@ void Table::add(std::vector<Cell> row) {
 }
 
 std::vector<std::size_t> Table::natural_widths() const {
-  std::vector<std::size_t> widths;
-  widths.reserve(columns_.size());
-  for (const Column& column : columns_) widths.push_back(display_width(column.title));
+  std::vector<std::size_t> widths(columns_.size());
+  std::ranges::transform(columns_, widths.begin(), display_width, &Column::title);
   for (const auto& row : rows_) {
     for (std::size_t i = 0; i < row.size(); ++i) {
       widths[i] = std::max(widths[i], display_width(row[i].text));
@@ -87,15 +86,15 @@ std::string Table::text(const Terminal& terminal) const {
       const std::string text = fitted(cell.text, widths[i]);
       const std::string full = padded(text, widths[i], columns_[i].right);
       const std::size_t end = full.find_last_not_of(' ') + 1;
-      line += blanks + styled(terminal, cell.style, full.substr(0, end));
-      blanks = full.substr(end) + std::string(kGap, ' ');
+      if (end > 0) {
+        line += blanks + styled(terminal, cell.style, full.substr(0, end));
+        blanks.clear();
+      }
+      blanks += full.substr(end) + std::string(kGap, ' ');
     }
     lines += line + '\n';
   };
-  std::vector<Cell> titles;
-  titles.reserve(columns_.size());
-  for (const Column& column : columns_) titles.push_back({column.title, Style::kBold});
-  add_line([&](std::size_t i) -> const Cell& { return titles[i]; });
+  add_line([&](std::size_t i) { return Cell{columns_[i].title, Style::kBold}; });
   for (const auto& row : rows_) add_line([&](std::size_t i) -> const Cell& { return row[i]; });
   return lines;
 }

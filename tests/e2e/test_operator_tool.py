@@ -128,8 +128,8 @@ def test_a_locked_database(world):
         answer = world.run("status")
         assert 4 < time.monotonic() - begin < 30
         assert (answer.returncode, answer.stdout) == (4, "")
-        assert answer.stderr == (f"cvanomalyctl: {world.path} is locked by another program, and stayed so for 5 "
-                                 "seconds; try again.\n")
+        assert answer.stderr == (f"cvanomalyctl: {world.path} has been locked by another program for 5 seconds. "
+                                 "Try again later.\n")
         assert world.run("check").returncode == 3
     assert world.run("status").returncode == 0
 
@@ -380,5 +380,5 @@ def test_a_normal_backup_is_explained_as_documented(world):
 def test_an_unreadable_alert_database_is_told_as_documented(world):
     (world.directory / "CV_Anomaly_Alerts.db").write_bytes(b"x" * 100000)
     document = json.loads(world.run("status", "--json").stdout)
-    assert document["alerts"]["trouble"].endswith("CV_Anomaly_Alerts.db is damaged or no database at all.")
+    assert document["alerts"]["trouble"].endswith("CV_Anomaly_Alerts.db is damaged or is not a database.")
     expect_documented(document, "status")

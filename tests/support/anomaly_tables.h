@@ -45,9 +45,14 @@ class AnomalyTables : public ::testing::Test {
   }
 
   test::ScratchDir directory_;
-  Connection database{path(), Connection::Access::kCreate};
+  Connection database = made();
 
  private:
+  Connection made() const {
+    open_databases_without_syncing();
+    return {path(), Connection::Access::kCreate};
+  }
+
   Altamir::Corvane::UsageReporting::SQLiteDatabase::DBAccess service_{
       path(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX};
 };

@@ -12,8 +12,13 @@ TEST(BackupTypes, FoldsTheSpellingsOfBothGathers) {
   EXPECT_EQ(fold_schedule_type("0"), "FULL");
   EXPECT_EQ(fold_schedule_type("1"), "DIFFERENTIAL_INCREMENTAL");
   EXPECT_EQ(fold_schedule_type("4"), fold_schedule_type("Cumulative-Incremental"));
-  EXPECT_EQ(fold_schedule_type("5"), "5");
-  EXPECT_EQ(fold_schedule_type(""), "");
+  EXPECT_EQ(fold_schedule_type("2"), "USER_BACKUP");
+  EXPECT_EQ(fold_schedule_type("3"), "USER_ARCHIVE");
+  EXPECT_EQ(fold_schedule_type("4"), "CUMULATIVE_INCREMENTAL");
+  for (const char* none : {"5", "/", ":", "", "00", "10"}) {
+    EXPECT_EQ(fold_schedule_type(none), none);
+  }
+  EXPECT_EQ(fold_policy_type("@AZ[`az{-_ 09"), "@AZ[`AZ{___09");
 }
 
 TEST(BackupTypes, SomeNamesStandForNoName) {

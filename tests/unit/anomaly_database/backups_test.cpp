@@ -1,8 +1,6 @@
 #include "anomaly_database/backups.h"
 
 #include "anomaly_database/backup_types.h"
-#include "anomaly_database/gather_marks.h"
-#include "anomaly_database/model_params.h"
 #include "anomaly_database/schema.h"
 #include "tests/support/anomaly_tables.h"
 
@@ -41,6 +39,7 @@ TEST_F(Backups, AreReadWithAllThatTheDetectionGoesBy) {
   EXPECT_EQ(found->figures.transferred_kb, 9);
   EXPECT_EQ(found->figures.ratio, 20);
   EXPECT_EQ(found->figures.seconds, 60);
+  EXPECT_EQ(found->unique_key, key_of({.client = "it's"}));
   EXPECT_EQ(found->stream, (StreamKey{"it's", "nightly", fold_policy_type("NAS-Data-Protection"),
                                       "FULL", "daily", "FS", "disk"}));
 }
@@ -48,11 +47,18 @@ TEST_F(Backups, AreReadWithAllThatTheDetectionGoesBy) {
 TEST_F(Backups, AreFoundInEitherTable) {
   insert("HIST_DATA", {.client = "a"});
   insert("DATA_TO_PROCESS", {.client = "b", .mark = 0});
-  EXPECT_TRUE(find_backup(database, key_of({.client = "a"})));
-  EXPECT_TRUE(find_backup(database, key_of({.client = "b"})));
+  EXPECT_EQ(find_backup(database, key_of({.client = "a"}))->stream.client, "a");
+  EXPECT_EQ(find_backup(database, key_of({.client = "b"}))->stream.client, "b");
   EXPECT_FALSE(find_backup(database, "none"));
   EXPECT_TRUE(is_in_history(database, key_of({.client = "a"})));
   EXPECT_FALSE(is_in_history(database, key_of({.client = "b"})));
+}
+
+TEST_F(Backups, ThatAreInBothTablesAreReadAsTheyWereGatheredLast) {
+  insert("HIST_DATA", {.files = 7});
+  insert("DATA_TO_PROCESS", {.files = 8});
+  EXPECT_EQ(find_backup(database, key_of({}))->figures.files, 8);
+  database.execute("DROP TABLE DATA_TO_PROCESS");  // no reader was left behind
 }
 
 TEST_F(Backups, OfTheHistoryAreReadFromARowOn) {
@@ -71,6 +77,7 @@ TEST_F(Backups, OfTheHistoryAreReadFromARowOn) {
   EXPECT_EQ(read, "c-1");
   EXPECT_EQ(read_history(database, 3, visit), 3);  // nothing new
   EXPECT_EQ(last_history_rowid(database), 3);
+  EXPECT_EQ(last_rowid_to_process(database), 0);
   int seen = 0;
   EXPECT_EQ(read_history(database, 0, [&](const Backup&, int) { return ++seen < 2; }), 2);
   database.execute("DROP TABLE HIST_DATA");  // no reader was left behind
@@ -81,15 +88,24 @@ TEST_F(Backups, ToProcessAreReadFromARowOn) {
   insert("DATA_TO_PROCESS", {.client = "b", .mark = 2});
   std::vector<std::int64_t> rows;
   std::vector<ProcessedStatus> statuses;
+  std::string clients;
   const auto visit = [&](const RowToProcess& row, ProcessedStatus status) {
     rows.push_back(row.rowid);
     statuses.push_back(status);
+    clients += row.backup.stream.client;
     return true;
   };
   EXPECT_EQ(read_rows_to_process(database, 0, visit), 2);
   EXPECT_EQ(rows, (std::vector<std::int64_t>{1, 2}));
   EXPECT_EQ(statuses, (std::vector{ProcessedStatus::kWaiting, ProcessedStatus::kAnomalous}));
+  EXPECT_EQ(read_rows_to_process(database, 1, visit), 2);
+  EXPECT_EQ(rows, (std::vector<std::int64_t>{1, 2, 2}));
+  EXPECT_EQ(clients, "abb");
+  EXPECT_EQ(read_rows_to_process(database, 2, visit), 2);  // nothing new
   EXPECT_EQ(last_rowid_to_process(database), 2);
+  EXPECT_EQ(last_history_rowid(database), 0);
+  EXPECT_EQ(read_rows_to_process(database, 0, [](const RowToProcess&, auto) { return false; }), 1);
+  database.execute("DROP TABLE DATA_TO_PROCESS");  // no reader was left behind
 }
 
 TEST_F(Backups, ThatWereAcceptedAreReadOfSomeTimeOn) {
@@ -97,27 +113,39 @@ TEST_F(Backups, ThatWereAcceptedAreReadOfSomeTimeOn) {
   insert("HIST_DATA", {.client = "new"});
   insert("HIST_DATA", {.client = "false positive", .mark = 1});
   std::string read;
-  read_accepted(database, 0, kNow - kDay, [&](const StreamKey& stream, std::int64_t time) {
-    read += stream.client + std::to_string(time);
-  });
-  EXPECT_EQ(read, "new1700000000");
+  const auto visit = [&](const StreamKey& stream, std::int64_t time) {
+    read += stream.client + std::to_string(time) + " ";
+  };
+  read_accepted(database, 0, kNow - kDay, visit);
+  EXPECT_EQ(read, "new1700000000 ");
+  read.clear();
+  read_accepted(database, 0, kNow - kDay - 1, visit);
+  EXPECT_EQ(read, "old1699913600 new1700000000 ");
+  read.clear();
+  read_accepted(database, 1, 0, visit);
+  EXPECT_EQ(read, "new1700000000 ");
 }
 
 TEST_F(Backups, AreMarkedOnlyWhileTheyWait) {
   insert("DATA_TO_PROCESS", {.mark = 0});
+  insert("DATA_TO_PROCESS", {.client = "other", .mark = 0});
   EXPECT_TRUE(mark_processed(database, 1, ProcessedStatus::kAnomalous));
+  EXPECT_EQ(mark_of("DATA_TO_PROCESS", "PROCESSED_STATUS", {.client = "other"}), "0");
   EXPECT_EQ(mark_of("DATA_TO_PROCESS", "PROCESSED_STATUS", {}), "2");
   EXPECT_FALSE(mark_processed(database, 1, ProcessedStatus::kNormal));
   EXPECT_EQ(mark_of("DATA_TO_PROCESS", "PROCESSED_STATUS", {}), "2");
-  EXPECT_FALSE(mark_processed(database, 2, ProcessedStatus::kNormal));
+  EXPECT_TRUE(mark_processed(database, 2, ProcessedStatus::kNormal));
+  EXPECT_FALSE(mark_processed(database, 3, ProcessedStatus::kNormal));
 }
 
 TEST_F(Backups, AreAddedToTheHistoryColumnByColumn) {
   insert("DATA_TO_PROCESS", {.mark = 2, .files = 7});
+  insert("DATA_TO_PROCESS", {.client = "other", .mark = 2});
+  insert("HIST_DATA", {.files = 6});  // is replaced
   add_to_history(database, key_of({}), 4);
-  const std::string others = backup_columns("'mark'");
-  EXPECT_EQ(test::query(database.handle(), "SELECT " + others + " FROM HIST_DATA"),
-            test::query(database.handle(), "SELECT " + others + " FROM DATA_TO_PROCESS"));
+  const std::string others = "SELECT " + backup_columns("'mark'") + " FROM ";
+  EXPECT_EQ(test::query(database.handle(), others + "HIST_DATA"),
+            test::query(database.handle(), others + "DATA_TO_PROCESS WHERE CLIENT <> 'other'"));
   EXPECT_EQ(mark_of("HIST_DATA", "USER_IDENTIFIED_CLUSTER", {}), "4");
 }
 
@@ -128,25 +156,6 @@ TEST_F(Backups, OfPeopleAloneAreRemovedFromTheHistory) {
   remove_false_positive(database, key_of({.client = "b"}));
   EXPECT_FALSE(is_in_history(database, key_of({.client = "a"})));
   EXPECT_TRUE(is_in_history(database, key_of({.client = "b"})));
-}
-
-TEST_F(Backups, AreGatheredUpToAMark) {
-  EXPECT_EQ(last_gather(database), 0);
-  EXPECT_EQ(count_queued_jobs(database), 0);
-  sql("INSERT INTO LAST_BACKUP_DATA_CAPTURE VALUES (5), (7)");
-  sql("INSERT INTO QUEUED_TO_CAPTURE_DATA VALUES (1, 1), (2, 2)");
-  EXPECT_EQ(last_gather(database), 7);
-  EXPECT_EQ(count_queued_jobs(database), 2);
-}
-
-TEST_F(Backups, OfAStreamHaveARadius) {
-  const StreamKey stream{"it's", "p", "STANDARD", "FULL", "daily", "FS", "disk"};
-  store_eps(database, stream, 0.5, kNow);
-  store_eps(database, stream, 0.75, kNow);
-  std::string read;
-  read_eps(database,
-           [&](const std::string& text, double eps) { read += text + " " + std::to_string(eps); });
-  EXPECT_EQ(read, "it's/p/STANDARD/FULL/daily/FS/disk 0.750000");
 }
 
 }  // namespace

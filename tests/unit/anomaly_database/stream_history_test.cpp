@@ -31,6 +31,12 @@ TEST_F(StreamHistoryTest, AcceptedAndAnomalousBackupsByTime) {
   EXPECT_EQ(points[2].figures.files, 7);
   EXPECT_EQ(points[3].time, kNow - kDay);
   EXPECT_EQ(points[3].figures.seconds, 60);
+  EXPECT_FALSE(points[3].is_anomalous);
+  EXPECT_EQ(points[3].unique_key, key_of({.time = kNow - kDay}));
+  EXPECT_EQ(read(kNow - kDay).size(), 4U);  // up to the moment itself
+  EXPECT_EQ(read(kNow - kDay - 1).size(), 3U);
+  EXPECT_EQ(read(kNow, 4).size(), 4U);
+  EXPECT_EQ(read(kNow, 3).size(), 3U);
 }
 
 TEST_F(StreamHistoryTest, AFalsePositiveIsOneAnomalousBackup) {

@@ -8,6 +8,7 @@ namespace corvane {
 namespace {
 
 using test::kNow;
+using test::TestBackup;
 
 class StreamScanTest : public test::AnomalyTables {
  protected:
@@ -34,6 +35,42 @@ TEST_F(StreamScanTest, CountsAStreamsBackups) {
   EXPECT_EQ(found.process_rows, 3);
   EXPECT_EQ(found.waiting_rows, 1);
   EXPECT_EQ(found.oldest_waiting, kNow - 20);
+}
+
+TEST_F(StreamScanTest, TheNewestIsOfAnyKind) {
+  for (const TestBackup& newest :
+       {TestBackup{.time = kNow, .mark = -1}, TestBackup{.time = kNow, .mark = 3}}) {
+    sql("DELETE FROM HIST_DATA");
+    insert("HIST_DATA", newest);
+    insert("HIST_DATA", {.time = kNow - 1});
+    EXPECT_EQ(scan().streams.at(0).newest, kNow);
+  }
+  for (const int status : {0, 2}) {
+    sql("DELETE FROM DATA_TO_PROCESS");
+    insert("DATA_TO_PROCESS", {.time = kNow + 2, .mark = status});
+    insert("DATA_TO_PROCESS", {.time = kNow + 1, .mark = status});
+    EXPECT_EQ(scan().streams.at(0).newest, kNow + 2) << status;
+  }
+}
+
+TEST_F(StreamScanTest, OfThoseThatWaitTheOldestIsTold) {
+  for (const int ago : {20, 30, 10}) insert("DATA_TO_PROCESS", {.time = kNow - ago, .mark = 0});
+  insert("DATA_TO_PROCESS", {.client = "b", .time = kNow - 25, .mark = 0});
+  insert("DATA_TO_PROCESS", {.time = kNow - 40, .mark = 7});  // of another version
+  const StreamScan found = scan();
+  EXPECT_EQ(found.oldest_waiting, kNow - 30);
+  EXPECT_EQ(found.waiting_rows, 4);
+  EXPECT_EQ(found.process_rows, 5);
+  ASSERT_EQ(found.streams.size(), 2U);
+  EXPECT_EQ(found.streams[0].waiting, 3);
+  EXPECT_EQ(found.streams[1].waiting, 1);
+  EXPECT_EQ(found.streams[1].key.client, "b");
+}
+
+TEST_F(StreamScanTest, AcceptedOnesAreInOrder) {
+  for (const int ago : {20, 30, 10}) insert("HIST_DATA", {.time = kNow - ago});
+  EXPECT_EQ(scan().streams.at(0).accepted,
+            (std::vector<std::int32_t>{kNow - 30, kNow - 20, kNow - 10}));
 }
 
 TEST_F(StreamScanTest, SpellingsOfTypesAreOneStream) {

@@ -89,6 +89,22 @@ TEST_F(FindAnomaly, TheNewestOfABackup) {
   row("anomaly_data_8_web01_5", "web01_5", 9);
   row("anomaly_data_9_web01_5", "web01_5", 7);
   EXPECT_EQ(found("web01_5"), "anomaly_data_8_web01_5");
+  row("anomaly_data_70_web01_5", "web01_5", 9);  // of two that are as new, the first id
+  EXPECT_EQ(found("web01_5"), "anomaly_data_70_web01_5");
+}
+
+TEST_F(FindAnomaly, WithItsDetails) {
+  row("anomaly_data_7_web01_5", "web01_5", 5);
+  sql("INSERT INTO ANOMALY_DATA VALUES ('broken', '{broken', 0, 'key', 'client', 5)");
+  Database opened(database());
+  for (const char* name : {"anomaly_data_7_web01_5", "data_7_web01_5", "web01_5"}) {
+    const auto anomaly = find_anomaly(opened.connection(), name);
+    ASSERT_TRUE(anomaly) << name;
+    EXPECT_STREQ(json_string_value(json_object_get(anomaly->details.get(), "backup_id")),
+                 "web01_5");
+    EXPECT_EQ(anomaly->anomaly.finding.time, 5);
+  }
+  EXPECT_EQ(find_anomaly(opened.connection(), "broken")->details, nullptr);
 }
 
 // JSON documents are made of memory, so that none is parsed where none is taken.
@@ -118,7 +134,55 @@ TEST_F(FindAnomaly, ParsesNoDetailsOfOthers) {
   for (std::size_t i = 0; i < names.size(); ++i) EXPECT_EQ(taken_for(names[i]), alone[i]);
 }
 
+TEST(AnomalyFilterTest, PassesWhatItAsksForAlone) {
+  Anomaly anomaly;
+  anomaly.finding.stream.client = "web01";
+  anomaly.finding.severity = Severity::kMajor;
+  anomaly.finding.time = 100;
+  anomaly.row.detection_time = 200;
+  const auto passes = [&](const AnomalyFilter& filter) { return filter.passes(anomaly); };
+  EXPECT_TRUE(passes({}));
+  EXPECT_TRUE(passes({.client = "web01", .severity = 0, .since = 0, .is_reviewed = {}}));
+  EXPECT_FALSE(passes({.client = "web0", .severity = 0, .since = 0, .is_reviewed = {}}));
+  EXPECT_TRUE(passes({.client = "", .severity = 2, .since = 0, .is_reviewed = {}}));
+  EXPECT_FALSE(passes({.client = "", .severity = 3, .since = 0, .is_reviewed = {}}));
+  EXPECT_TRUE(passes({.client = "", .severity = 0, .since = 100, .is_reviewed = {}}));
+  EXPECT_FALSE(passes({.client = "", .severity = 0, .since = 101, .is_reviewed = {}}));
+  anomaly.finding.time = 0;  // then the detection's counts
+  EXPECT_TRUE(passes({.client = "", .severity = 0, .since = 200, .is_reviewed = {}}));
+  EXPECT_FALSE(passes({.client = "", .severity = 0, .since = 201, .is_reviewed = {}}));
+  for (const auto feedback : {Feedback::kFalsePositive, Feedback::kNoFalsePositive}) {
+    anomaly.row.feedback = {};
+    EXPECT_TRUE(passes({.client = "", .severity = 0, .since = 0, .is_reviewed = false}));
+    EXPECT_FALSE(passes({.client = "", .severity = 0, .since = 0, .is_reviewed = true}));
+    anomaly.row.feedback = feedback;
+    EXPECT_FALSE(passes({.client = "", .severity = 0, .since = 0, .is_reviewed = false}));
+    EXPECT_TRUE(passes({.client = "", .severity = 0, .since = 0, .is_reviewed = true}));
+  }
+}
+
+TEST(Reviews, HaveNamesAndWords) {
+  EXPECT_STREQ(name_of(Review::kNotReviewed), "open");
+  EXPECT_STREQ(name_of(Review::kConfirmed), "confirmed");
+  EXPECT_STREQ(name_of(Review::kFalsePositive), "false_positive");
+  EXPECT_STREQ(words_for(Review::kNotReviewed), "not reviewed");
+  EXPECT_STREQ(words_for(Review::kConfirmed), "confirmed");
+  EXPECT_STREQ(words_for(Review::kFalsePositive), "false positive");
+}
+
 class ReadAnomalies : public OperatorWorld {};
+
+TEST_F(ReadAnomalies, TheNewestFirstThenById) {
+  for (const char* client : {"b", "c", "a"}) anomaly({.client = client}, 1, {.client = client});
+  anomaly({.client = "old", .time = kNow - 1}, 1, {.client = "old"});
+  anomaly({.client = "new", .time = kNow + 1}, 1, {.client = "new"});
+  Database opened(database());
+  std::string clients;
+  for (const Anomaly& one : read_anomalies(opened.connection())) {
+    clients += one.finding.stream.client + " ";
+  }
+  EXPECT_EQ(clients, "new a b c old ");
+}
 
 TEST_F(ReadAnomalies, KeepTheDetailsThatAreWantedAlone) {
   anomaly({.client = "a", .time = kNow - kDay}, 1, {.client = "a"});

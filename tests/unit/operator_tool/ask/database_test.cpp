@@ -1,13 +1,14 @@
 #include "operator_tool/ask/database.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <functional>
 
 #include "anomaly_database/gather_marks.h"
-#include "operator_tool/ask/alert_database.h"
 #include "tests/support/in_child.h"
 #include "tests/unit/operator_tool/operator_world.h"
 
@@ -94,13 +95,20 @@ TEST_F(DatabaseTest, AUserWithoutRightsToWriteReadsIt) {
 
 TEST_F(DatabaseTest, OneThatMayNotBeRead) {
   if (getuid() != 0) GTEST_SKIP() << "takes root";
-  std::filesystem::permissions(database(), std::filesystem::perms(0600));
-  std::filesystem::permissions(directory_(), std::filesystem::perms(0755));
-  EXPECT_EQ(test::in_child([&] {
-              if (setuid(65534) != 0) return 99;
-              return static_cast<int>(status_of_opening());
-            }),
-            static_cast<int>(ExitStatus::kUnreadable));
+  const auto sentence = [&](std::filesystem::perms of_file, std::filesystem::perms of_directory) {
+    std::filesystem::permissions(database(), of_file);
+    std::filesystem::permissions(directory_(), of_directory);
+    const int status = test::in_child([&] {
+      if (setuid(65534) != 0) return 99;
+      const ExitStatus found = status_of_opening();
+      EXPECT_EQ(sentence_, "Cannot read " + database() + ": permission denied.");
+      return static_cast<int>(found);
+    });
+    std::filesystem::permissions(directory_(), std::filesystem::perms(0755));
+    return status;
+  };
+  EXPECT_EQ(sentence(std::filesystem::perms(0600), std::filesystem::perms(0755)), 7);
+  EXPECT_EQ(sentence(std::filesystem::perms(0644), std::filesystem::perms(0700)), 7);
 }
 
 TEST_F(DatabaseTest, AConfigurationThatMayNotBeReadIsNoDefault) {
@@ -120,8 +128,12 @@ TEST_F(DatabaseTest, MissingOne) {
   close_database();
   std::filesystem::remove(database());
   EXPECT_EQ(status_of_opening(), ExitStatus::kMissing);
-  EXPECT_NE(sentence_.find("There is no anomaly database at " + database()), std::string::npos);
+  EXPECT_EQ(sentence_, "Database not found: " + database() +
+                           ". Has the service ever run here? Use --database to name another file.");
   EXPECT_FALSE(has_file("CV_Anomaly.db"));
+  std::filesystem::create_directory(database());
+  errno = EACCES;  // of a former call
+  EXPECT_EQ(status_of_opening(), ExitStatus::kMissing);
 }
 
 TEST_F(DatabaseTest, DamagedOnes) {
@@ -138,18 +150,22 @@ TEST_F(DatabaseTest, OneThatIsDamagedInTheMiddle) {
   test::write_file(database(), content);
   const Said said = say({"status"});
   EXPECT_EQ(said.status, static_cast<int>(ExitStatus::kDamaged));
-  EXPECT_EQ(said.error, "cvanomalyctl: " + database() + " is damaged or no database at all.\n");
+  EXPECT_EQ(said.error, "cvanomalyctl: " + database() + " is damaged or is not a database.\n");
   EXPECT_EQ(said.out, "");
 }
 
 TEST_F(DatabaseTest, EmptyAndOlderOnes) {
   sql("DROP TABLE QUEUED_TO_CAPTURE_DATA");
   EXPECT_EQ(status_of_opening(), ExitStatus::kOlder);
-  EXPECT_NE(sentence_.find("has no table QUEUED_TO_CAPTURE_DATA"), std::string::npos);
+  EXPECT_EQ(sentence_,
+            database() +
+                " has no table QUEUED_TO_CAPTURE_DATA. It is not an anomaly database, or "
+                "this version of the service has not opened it yet.");
   sql("CREATE TABLE QUEUED_TO_CAPTURE_DATA (JOB_ID INT)");
   EXPECT_EQ(status_of_opening(), ExitStatus::kOlder);
-  EXPECT_NE(sentence_.find("has no column START_TIME in table QUEUED_TO_CAPTURE_DATA"),
-            std::string::npos);
+  EXPECT_EQ(sentence_, database() +
+                           " has no column START_TIME in table QUEUED_TO_CAPTURE_DATA. It is from "
+                           "another version of the service.");
   close_database();
   test::write_file(database(), "");
   EXPECT_EQ(status_of_opening(), ExitStatus::kOlder);
@@ -157,26 +173,119 @@ TEST_F(DatabaseTest, EmptyAndOlderOnes) {
 
 TEST_F(DatabaseTest, NamesMayHoldAnything) {
   close_database();
-  const std::string odd = directory_("a ?#%41&mode=rwc.db");
+  const std::string odd = directory_("a ?#%41&mode=rwc\xC3\xBF\x01.db");
   std::filesystem::rename(database(), odd);
   const Database opened(odd);
   EXPECT_EQ(opened.path(), odd);
+  EXPECT_EQ(
+      ReadOnlySource(odd).uri(),
+      "file:" + directory_() + "/a%20%3F%23%2541%26mode%3Drwc%C3%BF%01.db?mode=ro&immutable=1");
 }
 
-TEST_F(DatabaseTest, AlertsThatComeIntoUseMeanwhileAreNoticed) {
-  Options options;
-  options.database = database();
-  const std::string path = options.alert_database();
-  { const alert::StateDatabase closed(path); }
-  bool asked = false;
-  with_alert_database(options, [&](alert::StateDatabase&) { asked = true; });
-  EXPECT_TRUE(asked);
-  std::unique_ptr<alert::StateDatabase> used;
-  const auto come_into_use = [&](alert::StateDatabase&) {
-    used = std::make_unique<alert::StateDatabase>(path);
-    used->set_number("x", 1);
+TEST_F(DatabaseTest, PlainNamesStandInTheUriAsTheyAre) {
+  close_database();
+  const std::string plain = directory_("09AZaz._-~");
+  std::filesystem::rename(database(), plain);
+  EXPECT_EQ(ReadOnlySource(plain).uri(), "file:" + plain + "?mode=ro&immutable=1");
+  const std::string bounds = directory_("@[`{:");
+  std::filesystem::rename(plain, bounds);
+  EXPECT_EQ(ReadOnlySource(bounds).uri(),
+            "file:" + directory_() + "/%40%5B%60%7B%3A?mode=ro&immutable=1");
+}
+
+TEST_F(DatabaseTest, ARelativeNameIsMadeAbsolute) {
+  close_database();
+  EXPECT_EQ(test::in_child([&] {
+              std::filesystem::current_path(directory_());
+              const ReadOnlySource source("CV_Anomaly.db");
+              EXPECT_EQ(source.path(), "CV_Anomaly.db");
+              EXPECT_EQ(source.uri(), "file:" + std::filesystem::current_path().string() +
+                                          "/CV_Anomaly.db?mode=ro&immutable=1");
+              return 0;
+            }),
+            0);
+}
+
+// Without a write-ahead log SQLite's own locks keep readers and writers apart.
+TEST_F(DatabaseTest, OneWithoutAWriteAheadLogIsNeverTakenForUnused) {
+  close_database();
+  { Connection(database(), Connection::Access::kWrite).execute("PRAGMA journal_mode = DELETE"); }
+  EXPECT_TRUE(ReadOnlySource(database()).uri().ends_with("?mode=ro"));
+  for (const std::size_t size : {0U, 18U, 19U}) {
+    test::write_file(directory_("short"), std::string(size, '\x02'));
+    EXPECT_TRUE(ReadOnlySource(directory_("short")).uri().ends_with("?mode=ro")) << size;
+  }
+}
+
+class HasChanged : public DatabaseTest {
+ protected:
+  // Of a database that nobody used, after this was done to it.
+  bool after(const std::function<void(const std::string& path)>& change) {
+    const std::string path = directory_("still.db");
+    test::write_file(path, std::string(100, '\x02'));
+    std::filesystem::remove(path + "-wal");
+    const ReadOnlySource source(path);
+    EXPECT_FALSE(source.has_changed());
+    change(path);
+    return source.has_changed();
+  }
+  static void set_time(const std::string& path, timespec modified) {
+    const timespec times[]{modified, modified};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  }
+};
+
+TEST_F(HasChanged, ByWhateverHappensToTheFile) {
+  EXPECT_TRUE(after([](const std::string& path) { std::filesystem::remove(path); }));
+  EXPECT_TRUE(after([](const std::string& path) { test::write_file(path + "-wal", ""); }));
+  // The same in all but the size, the time or the file itself.
+  const auto keeping_time = [](const std::string& path, const std::function<void()>& change) {
+    struct stat former {};
+    ASSERT_EQ(stat(path.c_str(), &former), 0);
+    change();
+    set_time(path, former.st_mtim);
   };
-  EXPECT_THROW(with_alert_database(options, come_into_use), ChangedMeanwhile);
+  EXPECT_FALSE(after([&](const std::string& path) { keeping_time(path, [] {}); }));
+  EXPECT_TRUE(after([&](const std::string& path) {
+    keeping_time(path, [&] { std::filesystem::resize_file(path, 101); });
+  }));
+  EXPECT_TRUE(after([&](const std::string& path) {
+    keeping_time(path, [&] {
+      std::filesystem::rename(path, path + ".former");
+      test::write_file(path, std::string(100, '\x02'));
+    });
+  }));
+  for (const auto& [seconds, nanoseconds] : {std::pair(1, 0), std::pair(0, 1)}) {
+    EXPECT_TRUE(after([s = seconds, n = nanoseconds](const std::string& path) {
+      struct stat former {};
+      ASSERT_EQ(stat(path.c_str(), &former), 0);
+      set_time(path, {former.st_mtim.tv_sec + s, (former.st_mtim.tv_nsec + n) % 1000000000});
+    }));
+  }
+}
+
+TEST_F(HasChanged, NothingIsAskedOfOneInUse) {
+  const ReadOnlySource source(database());
+  gathered(500);
+  EXPECT_FALSE(source.has_changed());
+}
+
+// Of a file that was changed meanwhile nobody knows what a refusal means.
+TEST_F(HasChanged, ThatIsSaidRatherThanWhatIsWrong) {
+  sql("DROP TABLE QUEUED_TO_CAPTURE_DATA");
+  close_database();
+  static std::string changing;
+  changing = database();
+  constexpr auto kChange = +[](sqlite3* db, const char**, const sqlite3_api_routines*) -> int {
+    if (sqlite3_db_filename(db, "main") == changing) set_time(changing, {5, 0});
+    return SQLITE_OK;
+  };
+  sqlite3_auto_extension(reinterpret_cast<void (*)()>(kChange));
+  EXPECT_THROW(status_of_opening(), ChangedMeanwhile);
+  test::write_file(database(), std::string(100000, '\x02'));
+  EXPECT_THROW(status_of_opening(), ChangedMeanwhile);
+  sqlite3_cancel_auto_extension(reinterpret_cast<void (*)()>(kChange));
+  EXPECT_EQ(status_of_opening(), ExitStatus::kDamaged);
 }
 
 // Just after the alerts' database was opened, somebody writes to it; so many times.
@@ -219,20 +328,8 @@ TEST_F(AlertsChange, ItGivesUpAfterThreeTimes) {
   const Said said = say({"status"});
   EXPECT_EQ(said.status, static_cast<int>(ExitStatus::kLocked));
   EXPECT_EQ(said.error, "cvanomalyctl: " + database() +
-                            ": the database was changed while it was read; try again.\n");
+                            ": the database changed while it was being read; try again.\n");
   EXPECT_EQ(opened_, 3);
-}
-
-TEST_F(DatabaseTest, DamagedAlertsAreTrouble) {
-  Options options;
-  options.database = database();
-  test::write_file(options.alert_database(), std::string(100000, 'x'));
-  try {
-    with_alert_database(options, [](alert::StateDatabase& state) { state.tag(); });
-    FAIL();
-  } catch (const Trouble& trouble) {
-    EXPECT_EQ(trouble.status(), ExitStatus::kDamaged);
-  }
 }
 
 class TroubleOf : public testing::Test {
@@ -257,15 +354,23 @@ class TroubleOf : public testing::Test {
 TEST_F(TroubleOf, SaysWhatItIs) {
   Connection writer = open();
   writer.execute("CREATE TABLE t (x)");
-  EXPECT_EQ(trouble([&] { open().execute("SELECT no FROM t"); }).status(), ExitStatus::kOlder);
+  const auto expect = [](const Trouble& found, ExitStatus status, const std::string& words) {
+    EXPECT_EQ(found.status(), status);
+    EXPECT_EQ(found.what(), words);
+  };
+  const std::string denied =
+      "Cannot read x.db or its write-ahead log: permission denied. Try again as root or as the "
+      "service's account.";
+  expect(trouble([&] { open().query("SELECT no FROM t"); }), ExitStatus::kOlder,
+         "x.db is from another version of the service: Query failed: no such column: no.");
   EXPECT_EQ(trouble([&] { open().execute("SELECT 1 FROM none"); }).status(), ExitStatus::kOlder);
-  EXPECT_EQ(trouble([&] { open(Connection::Access::kRead).execute("DELETE FROM t"); }).status(),
-            ExitStatus::kUnreadable);
-  EXPECT_EQ(
-      trouble([&] { Connection(directory_("none/x.db"), Connection::Access::kRead); }).status(),
-      ExitStatus::kUnreadable);
+  expect(trouble([&] { open(Connection::Access::kRead).execute("DELETE FROM t"); }),
+         ExitStatus::kUnreadable, denied);
+  expect(trouble([&] { Connection(directory_("none/x.db"), Connection::Access::kRead); }),
+         ExitStatus::kUnreadable, denied);
   EXPECT_EQ(trouble([&] { open().execute("syntax"); }).status(), ExitStatus::kFailed);
-  EXPECT_EQ(trouble_of("x.db", std::runtime_error("no file")).status(), ExitStatus::kFailed);
+  expect(trouble_of("x.db", std::runtime_error("no file")), ExitStatus::kFailed,
+         "Cannot read x.db: no file.");
 }
 
 TEST_F(TroubleOf, ALock) {
@@ -276,7 +381,7 @@ TEST_F(TroubleOf, ALock) {
   const Trouble locked = trouble([&] { reader.number(kRead); });
   EXPECT_EQ(locked.status(), ExitStatus::kLocked);
   EXPECT_STREQ(locked.what(),
-               "x.db is locked by another program, and stayed so for 5 seconds; try again.");
+               "x.db has been locked by another program for 5 seconds. Try again later.");
 }
 
 TEST_F(TroubleOf, Damage) {

@@ -24,13 +24,22 @@ class HealthTest : public OperatorWorld {
     return configured("[DATA_GATHER_SETTINGS]\nLIVE_DATA_GATHER_FREQUENCY_IN_MIN=" + value + "\n")
         .interval_minutes;
   }
-  Daemon service() {
+  Health health() {
     Options options;
     options.database = database();
     options.config = directory_("anomaly_config.conf");
     options.logs = directory_();
     Database opened(options.database);
-    return look(options, opened).service();
+    return look(options, opened);
+  }
+  Daemon service() { return health().service(); }
+  // Later than this process began, and so than any gather of it ended.
+  static std::int64_t later() { return started_at(getpid()) + 10 * kDay; }
+  // A log whose only gather ended then and took 7 seconds.
+  void log_of(const char* program, std::int64_t end) const {
+    test::write_file(directory_(program),
+                     formatted_time(end, true, "%Y-%m-%dT%H:%M:%S.000Z") +
+                         " 1 2 cvanomalymgmt: Total time taken for live gather 7.\n");
   }
 };
 
@@ -113,6 +122,135 @@ TEST_F(HealthTest, OfSeveralTheOldestIsTold) {
   ASSERT_GT(first, 0);
   EXPECT_EQ(service().process, first < own ? 1 : getpid());
   EXPECT_EQ(service().since, std::min(first, own));
+}
+
+TEST_F(HealthTest, EachProgramIsLookedForByItsOwnNameAndLog) {
+  switch_everything_on();
+  int bytes = 10;
+  for (const char* program : {kManagementProgram, kDetectionProgram, kAlertProgram}) {
+    test::write_file(directory_(program), std::string(static_cast<std::size_t>(++bytes), 'x'));
+    fake.processes.clear();
+    running(program);
+    const Health found = health();
+    ASSERT_EQ(found.daemons.size(), 3U);
+    for (const Daemon& daemon : found.daemons) {
+      EXPECT_EQ(daemon.process, daemon.name == program ? getpid() : 0);
+      EXPECT_TRUE(daemon.is_wanted);
+      if (daemon.name == program) {
+        EXPECT_EQ(daemon.since, started_at(getpid()));
+        EXPECT_EQ(daemon.log_bytes, bytes);
+      }
+    }
+  }
+  EXPECT_EQ(health().daemons[0].name, kManagementProgram);
+  EXPECT_EQ(health().daemons[1].name, kDetectionProgram);
+  EXPECT_EQ(health().daemons[2].name, kAlertProgram);
+  with_switches("0", "1", "0");
+  EXPECT_TRUE(health().daemons[0].is_wanted);
+  EXPECT_FALSE(health().daemons[1].is_wanted);
+  with_switches("0", "0", "1");
+  EXPECT_TRUE(health().daemons[1].is_wanted);
+  EXPECT_FALSE(health().daemons[2].is_wanted);
+  with_switches("1", "0", "0");
+  EXPECT_FALSE(health().daemons[0].is_wanted);
+}
+
+TEST_F(HealthTest, SizesAndMarksAreThoseOfTheDatabase) {
+  gathered(500);
+  sql("INSERT INTO QUEUED_TO_CAPTURE_DATA VALUES (5, 6), (7, 8)");
+  sql("PRAGMA wal_checkpoint(TRUNCATE)");
+  const Health before = health();
+  EXPECT_EQ(before.now, kNow);
+  EXPECT_EQ(before.gather.last, 500);
+  EXPECT_EQ(before.gather.queued, 2);
+  EXPECT_EQ(before.database_bytes, file_bytes(database()));
+  EXPECT_EQ(before.disk.total, disk_space(database()).total);
+  sql("INSERT INTO QUEUED_TO_CAPTURE_DATA VALUES (9, 9)");
+  EXPECT_GT(file_bytes(database() + "-wal"), 0);
+  EXPECT_EQ(health().database_bytes, file_bytes(database()) + file_bytes(database() + "-wal"));
+}
+
+TEST_F(HealthTest, TheLogIsReadForADay) {
+  log_of(kManagementProgram, kNow - kDay);
+  EXPECT_EQ(health().gather.log.gathers, 1);
+  log_of(kManagementProgram, kNow - kDay - 1);
+  EXPECT_EQ(health().gather.log.gathers, 0);
+  EXPECT_EQ(health().gather.log.last_end, kNow - kDay - 1);
+}
+
+TEST_F(HealthTest, TheNextGatherIsAnIntervalAfterTheEndOfTheLast) {
+  interval("20");
+  EXPECT_EQ(health().gather.next, 0);  // the service is not running
+  running(kManagementProgram);
+  EXPECT_EQ(health().gather.next, started_at(getpid()) + 20 * 60);  // none since it began
+  gathered(later());
+  EXPECT_EQ(health().gather.next, later() + 20 * 60);
+  log_of(kManagementProgram, later());
+  EXPECT_EQ(health().gather.next, later() + 7 + 20 * 60);
+  gathered(0);
+  EXPECT_EQ(health().gather.next, started_at(getpid()) + 20 * 60);
+}
+
+TEST_F(HealthTest, OfAGatherThatTookUnknownTimeTheNextIsExpectedFromItsBegin) {
+  running(kManagementProgram);
+  gathered(later());
+  EXPECT_EQ(health().gather.log.last_seconds, -1);
+  EXPECT_EQ(health().gather.next, later() + 15 * 60);
+}
+
+TEST_F(HealthTest, SettingsOfTheDetectionAreRead) {
+  EXPECT_EQ(configured("[ANOMALY_MODEL_SETTINGS]\nMIN_OBSERVATIONS_FOR_TRAINING=17\n")
+                .detect.stream.min_observations,
+            17U);
+}
+
+TEST_F(HealthTest, AlertsWithoutADatabaseAreUnknown) {
+  const AlertHealth alerts = health().alerts;
+  EXPECT_FALSE(alerts.is_known);
+  EXPECT_EQ(alerts.trouble, "");
+  EXPECT_TRUE(alerts.channels.empty());
+}
+
+TEST_F(HealthTest, AlertsHaveChannels) {
+  {
+    alert::StateDatabase state(directory_("CV_Anomaly_Alerts.db"));
+    state.execute("INSERT INTO channel VALUES ('mail', 2, 3, 4, 'refused', 5, 6)");
+  }
+  const AlertHealth alerts = health().alerts;
+  EXPECT_TRUE(alerts.is_known);
+  EXPECT_EQ(alerts.trouble, "");
+  ASSERT_EQ(alerts.channels.size(), 1U);
+  EXPECT_EQ(alerts.channels[0].name, "mail");
+  EXPECT_EQ(alerts.channels[0].taken, 6);
+}
+
+TEST_F(HealthTest, AlertsThatCannotBeReadSayWhy) {
+  const std::string path = directory_("CV_Anomaly_Alerts.db");
+  test::write_file(path, std::string(100000, 'x'));
+  const AlertHealth alerts = health().alerts;
+  EXPECT_TRUE(alerts.is_known);
+  EXPECT_EQ(alerts.trouble, path + " is damaged or is not a database.");
+}
+
+TEST(AlertHealthOf, SumsItsChannels) {
+  const auto channel = [](std::int64_t waiting, std::int64_t oldest, std::int64_t given_up,
+                          std::int64_t due) {
+    alert::ChannelStatus status;
+    status.waiting = waiting;
+    status.oldest = oldest;
+    status.given_up = given_up;
+    status.due = due;
+    return status;
+  };
+  AlertHealth health;
+  EXPECT_EQ(health.waiting() + health.given_up() + health.oldest() + health.due(), 0);
+  // The second has nothing pending, of the last nobody knows since when.
+  health.channels = {channel(3, 50, 1, 90), channel(0, 10, 4, 20), channel(2, 40, 0, 95),
+                     channel(1, 60, 0, 80), channel(5, 0, 0, 0)};
+  EXPECT_EQ(health.waiting(), 11);
+  EXPECT_EQ(health.given_up(), 5);
+  EXPECT_EQ(health.oldest(), 40);
+  EXPECT_EQ(health.due(), 80);
 }
 
 }  // namespace

@@ -60,6 +60,8 @@ TEST_F(PictureTest, AFalsePositiveAndAnAdoptedChangeAreOver) {
     EXPECT_EQ(incident.stream.client, "c");
   }
   EXPECT_EQ(not_over, 1);
+  EXPECT_EQ(picture().count(Review::kConfirmed), 1);
+  EXPECT_EQ(picture().incidents_not_over(), 1);
 }
 
 TEST_F(PictureTest, AFalsePositiveAmongItsRecordsEndsAnIncident) {
@@ -99,6 +101,20 @@ TEST_F(PictureTest, TwoIncidentsOfAStreamAreTwo) {
   EXPECT_EQ(found.incidents[0].last, second.time);
   EXPECT_FALSE(found.incidents[0].is_over());
   EXPECT_TRUE(found.incidents[1].is_over());
+}
+
+TEST_F(PictureTest, StreamsAreJudgedByTheSettingsAndTheMoment) {
+  history({}, 40);
+  Database opened(database());
+  StreamSettings settings;
+  settings.min_observations = 40;
+  const auto state = [&](std::int64_t now) {
+    return take_picture(opened.connection(), settings, now).streams.streams.at(0).state;
+  };
+  EXPECT_EQ(state(kNow), StreamState::kJudged);
+  EXPECT_EQ(state(kNow + 1000 * kDay), StreamState::kDormant);
+  settings.min_observations = 41;
+  EXPECT_EQ(state(kNow), StreamState::kLearning);
 }
 
 TEST_F(PictureTest, DetailsThatAreNoJsonAreNotInTheWay) {

@@ -253,7 +253,7 @@ TEST_F(CheckCommand, SaysUnknownWithoutADatabase) {
   std::filesystem::remove(database());
   const Said said = say({"check"});
   EXPECT_EQ(said.status, 3);
-  EXPECT_TRUE(said.out.starts_with("ANOMALY UNKNOWN - There is no anomaly database")) << said.out;
+  EXPECT_TRUE(said.out.starts_with("ANOMALY UNKNOWN - Database not found: ")) << said.out;
 }
 
 TEST_F(CheckCommand, WrongArgumentsAreUnknownToo) {

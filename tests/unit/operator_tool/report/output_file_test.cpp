@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -44,12 +45,50 @@ TEST_F(OutputFile, TakesThePlaceOfARegularFileOnly) {
   std::filesystem::create_symlink("file", directory_("link"));
   std::filesystem::create_symlink("none", directory_("dangling"));
   expect_refused("directory", "it is a directory");
-  expect_refused("pipe", "it is no regular file");
-  expect_refused("link", "it is a link; name the file itself");
-  expect_refused("dangling", "it is a link; name the file itself");
+  expect_refused("pipe", "it is not a regular file");
+  expect_refused("link", "it is a symbolic link; name the file itself");
+  expect_refused("dangling", "it is a symbolic link; name the file itself");
   EXPECT_TRUE(std::filesystem::is_fifo(directory_("pipe")));
   EXPECT_EQ(test::read_file(directory_("file")), "former");
   EXPECT_EQ(names(), (std::set<std::string>{"dangling", "directory", "file", "link", "pipe"}));
+}
+
+TEST_F(OutputFile, IsMadeOrReplacedWithTheModeOfTheUmask) {
+  const auto mode = [&](mode_t mask) {
+    struct stat made {};
+    const mode_t former = umask(mask);
+    replace_file(directory_("file"), "new");
+    EXPECT_EQ(umask(former), mask);  // as it was
+    EXPECT_EQ(stat(directory_("file").c_str(), &made), 0);
+    return made.st_mode & 07777;
+  };
+  EXPECT_EQ(mode(0), 0644U);
+  EXPECT_EQ(test::read_file(directory_("file")), "new");
+  EXPECT_EQ(mode(027), 0640U);
+  EXPECT_EQ(mode(0777), 0U);
+  EXPECT_EQ(names(), std::set<std::string>{"file"});
+  const int free = dup(STDERR_FILENO);
+  close(free);
+  replace_file(directory_("empty"), "");
+  const int still_free = dup(STDERR_FILENO);
+  close(still_free);
+  EXPECT_EQ(free, still_free);  // no descriptor stays open
+  EXPECT_EQ(test::read_file(directory_("empty")), "");
+}
+
+TEST_F(OutputFile, IsWrittenWhereStandardInputIsClosed) {
+  EXPECT_EQ(test::in_child([&] {
+              close(STDIN_FILENO);  // so that the file gets its number
+              replace_file(directory_("file"), "new");
+              return 0;
+            }),
+            0);
+  EXPECT_EQ(test::read_file(directory_("file")), "new");
+}
+
+TEST_F(OutputFile, IsNotWrittenWhereTheDirectoryIsMissing) {
+  expect_refused("none/file", "No such file or directory");
+  EXPECT_TRUE(names().empty());
 }
 
 TEST_F(OutputFile, LeavesNothingBehindWhenItFails) {
@@ -65,6 +104,7 @@ TEST_F(OutputFile, LeavesNothingBehindWhenItFails) {
       replace_file(directory_("target"), "too much");
     } catch (const Trouble& trouble) {
       found = static_cast<int>(trouble.status());
+      EXPECT_EQ(trouble.what(), "Cannot write " + directory_("target") + ": File too large.");
     }
     setrlimit(RLIMIT_FSIZE, &limit);
     return found;

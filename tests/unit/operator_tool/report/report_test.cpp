@@ -38,7 +38,7 @@ TEST(ReportPage, TheDataCannotLeaveItsElement) {
   const std::string page = report_page(kHostile);
   EXPECT_EQ(page.find("<img"), std::string::npos);
   EXPECT_EQ(page.find("<SCRIPT"), std::string::npos);
-  EXPECT_EQ(count(page, "</script>"), 3U);
+  EXPECT_EQ(count(page, "</script>"), 4U);
   const std::string data =
       between(page, R"(<script type="application/json" id="data">)", "</script>");
   EXPECT_EQ(data.find('<'), std::string::npos);
@@ -59,14 +59,36 @@ TEST(ReportPage, OnlyItsOwnScriptsMayRun) {
     EXPECT_NE(policy.find("'sha256-" + base64_sha256(script) + "'"), std::string::npos);
     ++scripts;
   }
-  EXPECT_EQ(scripts, 2U);
+  EXPECT_EQ(scripts, 3U);
   EXPECT_NE(policy.find("'sha256-" + base64_sha256(between(page, "<style>", "</style>")) + "'"),
             std::string::npos);
 }
 
+TEST(ReportPage, IsMadeOfItsParts) {
+  const std::string page = report_page(R"({"a":"<"})");
+  EXPECT_TRUE(page.starts_with("<!DOCTYPE html>"));
+  EXPECT_TRUE(page.ends_with("</html>\n"));
+  EXPECT_EQ(page.find("{{"), std::string::npos);
+  EXPECT_EQ(between(page, "<style>", "</style>"), kReportStyle);
+  EXPECT_EQ(between(page, R"(id="data">)", "</script>"), R"({"a":"\u003c"})");
+  std::vector<std::string> scripts;
+  for (std::size_t at = page.find("<script>"); at != std::string::npos;
+       at = page.find("<script>", at + 1)) {
+    scripts.push_back(between(page.substr(at), "<script>", "</script>"));
+  }
+  EXPECT_EQ(scripts,
+            (std::vector<std::string>{std::string(kChartLibrary), std::string(kReportWords),
+                                      std::string(kReportScript)}));
+  EXPECT_EQ(between(page, "content=\"", "\""),
+            "default-src 'none'; base-uri 'none'; form-action 'none'; style-src 'sha256-" +
+                base64_sha256(std::string(kReportStyle)) + "'; script-src 'sha256-" +
+                base64_sha256(scripts[0]) + "' 'sha256-" + base64_sha256(scripts[1]) +
+                "' 'sha256-" + base64_sha256(scripts[2]) + "'");
+}
+
 TEST(ReportPage, LoadsNothingFromElsewhere) {
-  const std::string own =
-      std::string(kReportPage) + std::string(kReportStyle) + std::string(kReportScript);
+  const std::string own = std::string(kReportPage) + std::string(kReportStyle) +
+                          std::string(kReportWords) + std::string(kReportScript);
   for (const char* what :
        {"http:", "https:", "src=", "href=", "@import", "url(", "fetch(", "XMLHttpRequest",
         "innerHTML", "outerHTML", "insertAdjacent", "document.write", "eval("}) {
@@ -132,7 +154,7 @@ TEST_F(Report, HostileNamesStayText) {
   EXPECT_EQ(say({"report", "--html", target()}).status, 0);
   const std::string page = test::read_file(target());
   EXPECT_EQ(page.find("<img"), std::string::npos);
-  EXPECT_EQ(count(page, "</script>"), 3U);
+  EXPECT_EQ(count(page, "</script>"), 4U);
   EXPECT_NE(data(), nullptr);
 }
 

@@ -49,6 +49,62 @@ TEST(TableText, ColourOnlyWhenThereIsColour) {
   EXPECT_NE(table_of(0).text({0, true, true}).find("\x1B[31m"), std::string::npos);
 }
 
+TEST(TableText, CutsTheWidestFirst) {
+  Table table({{"A", false, 1}, {"B", false, 1}});
+  table.add({{"12345678"}, {"123456"}});
+  EXPECT_EQ(table.text({16, false, true}), "A         B\n12345678  123456\n");
+  EXPECT_EQ(table.text({15, false, true}), "A        B\n123456\xE2\x80\xA6  123456\n");
+  EXPECT_EQ(table.text({14, false, true}), "A       B\n12345\xE2\x80\xA6  123456\n");
+  EXPECT_EQ(table.text({13, false, true}), "A      B\n1234\xE2\x80\xA6  123456\n");
+  EXPECT_EQ(table.text({12, false, true}), "A      B\n1234\xE2\x80\xA6  1234\xE2\x80\xA6\n");
+}
+
+TEST(TableText, CutsNoColumnBelowItsLeastNorItsTitle) {
+  Table table({{"Title", false, 1}, {"B", false, 4}, {"C", true}});
+  table.add({{"12345678"}, {"12345678"}, {"12345678"}});
+  EXPECT_EQ(table.text({1, false, true}),
+            "Title  B            C\n"
+            "1234\xE2\x80\xA6  123\xE2\x80\xA6  12345678\n");
+}
+
+TEST(TableText, LeavesOutTheMostDispensableFirst) {
+  Table table(
+      {{"A", false, 0, 1}, {"B", false, 0, 3}, {"C", false, 0, 2}, {"D"}, {"E", false, 0, 3}});
+  table.add({{"1111"}, {"2222"}, {"3333"}, {"4444"}, {"5555"}});
+  const auto row = [&](std::size_t width) {
+    const std::string text = table.text({width, false, true});
+    return text.substr(text.find('\n') + 1);
+  };
+  EXPECT_EQ(row(28), "1111  2222  3333  4444  5555\n");
+  EXPECT_EQ(row(27), "1111  3333  4444  5555\n");
+  EXPECT_EQ(row(22), "1111  3333  4444  5555\n");
+  EXPECT_EQ(row(21), "1111  3333  4444\n");
+  EXPECT_EQ(row(15), "1111  4444\n");
+  EXPECT_EQ(row(9), "4444\n");
+  EXPECT_EQ(row(1), "4444\n");
+}
+
+// A column that is dispensable is not left out while cutting another makes room enough.
+TEST(TableText, CutsBeforeItLeavesOut) {
+  Table table({{"A", false, 2}, {"B", false, 0, 1}});
+  table.add({{"12345678"}, {"1234"}});
+  EXPECT_EQ(table.text({8, false, true}), "A   B\n1\xE2\x80\xA6  1234\n");
+  EXPECT_EQ(table.text({7, false, true}), "A\n123456\xE2\x80\xA6\n");
+}
+
+TEST(TableText, MissingCellsAreEmpty) {
+  Table table({{"A"}, {"B", true}});
+  table.add({{"1"}});
+  table.add({{""}, {"2"}});
+  EXPECT_EQ(table.text({}), "A  B\n1\n   2\n");
+}
+
+TEST(TableText, TitlesAreBold) {
+  Table table({{"A"}});
+  table.add({{"1", Style::kWarning}});
+  EXPECT_EQ(table.text({0, true, true}), "\x1B[1mA\x1B[0m\n\x1B[33m1\x1B[0m\n");
+}
+
 TEST(TableText, HostileCellsAreMadeSafe) {
   Table table({{"A"}});
   table.add({{"x\x1B[2Jy\nz"}});

@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
+
+#include "tests/support/in_child.h"
+
 namespace corvane::ctl {
 namespace {
 
@@ -27,6 +32,19 @@ TEST(Words, Times) {
   EXPECT_EQ(moment_text(1700000000, true), "2023-11-14 22:13 UTC");
   EXPECT_EQ(time_text(0, true), "-");
   EXPECT_EQ(time_text(INT64_MAX, true), "-");
+  EXPECT_EQ(moment_text(0, true), "-");
+}
+
+TEST(Words, LocalTimes) {
+  EXPECT_EQ(test::in_child([] {
+              setenv("TZ", "XYZ-3:30", 1);
+              tzset();
+              EXPECT_EQ(time_text(1700000000, false), "2023-11-15 01:43");
+              EXPECT_EQ(moment_text(1700000000, false), "2023-11-15 01:43 XYZ");
+              EXPECT_EQ(moment_text(1700000000, true), "2023-11-14 22:13 UTC");
+              return 0;
+            }),
+            0);
 }
 
 }  // namespace
