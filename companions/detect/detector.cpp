@@ -111,7 +111,6 @@ void Detector::read_new_rows() {
                                        reported.push_back(row.backup);
                                      return ++count % 4096 != 0 || !stop_();
                                    });
-  std::sort(reported.begin(), reported.end(), judged_before);
   for (const Backup& backup : reported) {
     if (!is_in_history(database_, backup.unique_key)) model_.hold(backup, {});
   }

@@ -38,15 +38,15 @@ enum class Outcome {
   kAnomalous,
 };
 
-// Everything that a verdict depends on. Spans are by time.
+// Everything that a verdict depends on.
 struct Question {
   Observation record;
   bool incremental = false;
-  std::span<const Observation> history;    // accepted backups of the stream
+  std::span<const Observation> history;    // accepted backups of the stream, by time
   std::span<const Observation> by_people;  // false positives of the stream
-  // Anomalous ones, of all the source's full backups when the record is one; newest last.
+  // Anomalous ones; when the record is a full backup, of all full backups of the source.
   std::span<const Observation> held;
-  std::span<const Observation> full_backups;  // of the same source, by another stream
+  std::span<const Observation> full_backups;  // of the same source, by another stream; by time
   // The latest full backup of the same source in the 12 hours before the record, anomalous or not.
   const Observation* same_night = nullptr;
   // It was judged normal, by a stream that can recognise encrypted content.

@@ -126,24 +126,17 @@ void Model::collect(const StreamKey& key, std::int32_t time, std::vector<Observa
   history.clear();
   by_people.clear();
   held.clear();
-  std::size_t parts = 0;
   for (const Stream* stream : sources_[key.client_and_policy()].streams) {
     const bool same_kind = !key.is_incremental() && !stream->key.is_incremental();
     if (same_kind || stream->key.matches(key)) {
       for (const Held& other : stream->held) held.push_back(other.observation);
     }
     if (!stream->key.matches(key)) continue;
-    const bool merge = !history.empty() && !stream->history.empty();
-    history.insert(history.end(), stream->history.begin(), stream->history.end());
-    if (merge)
-      std::inplace_merge(history.begin(),
-                         history.end() - static_cast<std::ptrdiff_t>(stream->history.size()),
-                         history.end());
+    const auto middle =
+        history.insert(history.end(), stream->history.begin(), stream->history.end());
+    std::inplace_merge(history.begin(), middle, history.end());
     by_people.insert(by_people.end(), stream->by_people.begin(), stream->by_people.end());
-    ++parts;
   }
-  if (parts > 1) std::sort(by_people.begin(), by_people.end());
-  std::sort(held.begin(), held.end());
   keep_newest(history, time);
 }
 

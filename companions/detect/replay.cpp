@@ -30,7 +30,6 @@ void read_all(Connection& database, const std::function<void(const Backup&, int 
   });
   std::erase_if(anomalous,
                 [&](const Backup& backup) { return is_in_history(database, backup.unique_key); });
-  std::sort(anomalous.begin(), anomalous.end(), judged_before);
   for (const Backup& backup : anomalous) visit_anomalous(backup);
 }
 
