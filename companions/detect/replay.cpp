@@ -157,9 +157,8 @@ std::string totals_of(const Backtest& backtest) {
 std::string text_of(const Backtest& backtest) {
   std::string text;
   for (const auto& [key, finding] : backtest.findings) {
-    text += formatted_time(finding.time, true, "%Y-%m-%dT%H:%M:%SZ") + "  severity " +
-            std::to_string(number_of(finding.severity)) + "  " + valid_utf8(key) + "  " +
-            finding.summary + "\n";
+    text += formatted_time(finding.time, true, "%Y-%m-%dT%H:%M:%SZ") + "  " +
+            words_for(finding.severity) + "  " + valid_utf8(key) + "  " + finding.summary + "\n";
   }
   return text + totals_of(backtest);
 }

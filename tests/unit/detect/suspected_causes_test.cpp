@@ -50,6 +50,7 @@ TEST(SuspectedCauses, OfAFullBackupWithFewerFiles) {
   EXPECT_EQ(of_full(0.05, 0.04), kDeleted);
   EXPECT_EQ(of_full(0.04, -1), kEmpty) << "the files stand for an unknown size";
   EXPECT_EQ(of_full(0.06, -1), kDeleted);
+  EXPECT_EQ(of_full(0, 0.2), kDeleted);
   EXPECT_EQ(of_full(0.74, 3), kDeleted);
   EXPECT_EQ(of_full(0.75, 1), kUnclear);
   EXPECT_EQ(of_full(0.75, -1), kUnclear);
