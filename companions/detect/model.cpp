@@ -104,10 +104,8 @@ void Model::settle() {
       *kept++ = *at;
     }
     history.erase(kept, history.end());
-    if (history.size() > settings_.stream.max_observations) {
-      history.erase(history.begin(),
-                    history.end() - static_cast<std::ptrdiff_t>(settings_.stream.max_observations));
-    }
+    const std::size_t most = std::min(history.size(), settings_.stream.max_observations);
+    history.erase(history.begin(), history.end() - static_cast<std::ptrdiff_t>(most));
   }
   settled_ = true;
 }
