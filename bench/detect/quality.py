@@ -200,7 +200,7 @@ def main():
     records = [json.loads(line) for line in open(options.backups, encoding="utf-8")]
     if options.clients:
         records = [r for r in records if r["client"].split(".")[0] in options.clients.split(",")]
-    # As the detection takes them: by time, whole copies first.
+    # As the detection takes them: by time, full backups first.
     records.sort(key=lambda r: (r["time"], r["schedule"] == "incremental", r["client"]))
     flagged = replay(options.program, records, options.gathered_days)
     print(HEAD)

@@ -3,19 +3,18 @@
 #include <chrono>
 #include <csignal>
 #include <exception>
-#include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "anomaly_database/anomaly_database.h"
 #include "companions/common/error_text.h"
 #include "companions/common/stop_signals.h"
-#include "companions/detect/detector.h"
 #include "companions/detect/replay.h"
 #include "companions/detect/settings_file.h"
 #include "platform/console.h"
 #include "platform/debug_log.h"
 #include "platform/program_names.h"
-#include "util/file_watch.h"
 #include "util/json.h"
 
 namespace corvane::detect {
@@ -37,84 +36,68 @@ Settings settings_of(const Options& options) {
   return settings;
 }
 
-// One reason is said once, until the database can be used again.
-class Daemon {
- public:
-  Daemon(const Options& options, StopSignals& signals)
-      : options_(options),
-        signals_(signals),
-        config_(options.config_file),
-        settings_(settings_of(options)) {
-    config_.changed();
-  }
-
-  // Gives the seconds until the next step.
-  int step() {
-    try {
-      follow_files();
-      if (detector_ == nullptr) open();
-      if (detector_->has_news()) pass();
-      if (!trouble_.empty()) logmsg(kLogEvent, kDetectionProgram, "The database can be used again");
-      trouble_.clear();
-      return kLookEverySeconds;
-    } catch (const std::exception& error) {
-      complain(reason_of(error));
-      detector_.reset();
-      return kTryAgainAfterSeconds;
-    }
-  }
-
- private:
-  void follow_files() {
-    if (config_.changed()) {
-      settings_ = settings_of(options_);
-      logmsg(kLogEvent, kDetectionProgram, "Configuration read again");
-      if (detector_ != nullptr) detector_->set_settings(settings_);
-    }
-    if (detector_ != nullptr && !database_.is_same()) detector_.reset();
-  }
-
-  void open() {
-    database_.remember(options_.database_path());
-    detector_ = std::make_unique<Detector>(options_.database_path(), settings_,
-                                           [this] { return signals_.arrived(); });
-  }
-
-  void pass() {
-    const auto begin = std::chrono::steady_clock::now();
-    const PassCounts counts = detector_->pass();
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
-    if (counts.normal + counts.learning + counts.anomalous == 0) return;
-    logmsgf(kLogDetail, kDetectionProgram,
-            "Judged %zu normal, %zu learning, %zu anomalous in %.3f s", counts.normal,
-            counts.learning, counts.anomalous, took.count());
-  }
-
-  void complain(const std::string& reason) {
-    if (reason == trouble_) return;
-    logmsgf(kLogError, kDetectionProgram, "Cannot use the database, trying again: %s",
-            reason.c_str());
-    trouble_ = reason;
-  }
-
-  Options options_;
-  StopSignals& signals_;
-  FileWatch config_;
-  Settings settings_;
-  FileIdentity database_;
-  std::unique_ptr<Detector> detector_;
-  std::string trouble_;
-};
-
 }  // namespace
+
+Daemon::Daemon(const Options& options, std::function<bool()> stop)
+    : options_(options),
+      stop_(std::move(stop)),
+      config_(options.config_file),
+      settings_(settings_of(options)) {
+  config_.changed();
+}
+
+int Daemon::step() {
+  try {
+    follow_files();
+    if (detector_ == nullptr) open();
+    if (detector_->has_news()) pass();
+    if (!problem_.empty()) logmsg(kLogEvent, kDetectionProgram, "The database can be used again");
+    problem_.clear();
+    return kLookEverySeconds;
+  } catch (const std::exception& error) {
+    complain(reason_of(error));
+    detector_.reset();
+    return kTryAgainAfterSeconds;
+  }
+}
+
+void Daemon::follow_files() {
+  if (config_.changed()) {
+    settings_ = settings_of(options_);
+    logmsg(kLogEvent, kDetectionProgram, "Configuration read again");
+    if (detector_ != nullptr) detector_->set_settings(settings_);
+  }
+  if (detector_ != nullptr && !database_.is_same()) detector_.reset();
+}
+
+void Daemon::open() {
+  database_.remember(options_.database_path());
+  detector_ = std::make_unique<Detector>(options_.database_path(), settings_, stop_);
+}
+
+void Daemon::pass() {
+  const auto begin = std::chrono::steady_clock::now();
+  const PassCounts counts = detector_->pass();
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+  if (counts.normal + counts.learning + counts.anomalous == 0) return;
+  logmsgf(kLogDetail, kDetectionProgram, "Judged %zu normal, %zu learning, %zu anomalous in %.3f s",
+          counts.normal, counts.learning, counts.anomalous, took.count());
+}
+
+void Daemon::complain(const std::string& reason) {
+  if (reason == problem_) return;
+  logmsgf(kLogError, kDetectionProgram, "Cannot use the database, trying again: %s",
+          reason.c_str());
+  problem_ = reason;
+}
 
 int run_daemon(const Options& options) {
   StopSignals signals;
   logmsg(kLogEvent, kDetectionProgram, "Started");
-  Daemon daemon(options, signals);
+  Daemon daemon(options, [&] { return signals.arrived(); });
   int seconds = 0;
   while (!signals.wait(seconds)) seconds = daemon.step();
-  logmsg(kLogEvent, kDetectionProgram, "Ending, as asked by a signal");
+  logmsg(kLogEvent, kDetectionProgram, "Stopping, a signal has arrived");
   return 0;
 }
 

@@ -1,15 +1,48 @@
-// The process: signals, waiting, and what is said when the database cannot be used.
+// The program's modes: the daemon, and what people call by hand.
 #pragma once
 
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "companions/detect/detector.h"
 #include "companions/detect/options.h"
+#include "util/file_watch.h"
 
 namespace corvane::detect {
 
-// Judges what waits, then exits. 0: done; 1: the database could not be used.
-int run_once(const Options& options);
+// What the daemon does again and again, one step at a time. Logs under the program's tag.
+class Daemon {
+ public:
+  // Reads the configuration; logs each invalid value. `stop`: as Detector takes it.
+  Daemon(const Options& options, std::function<bool()> stop);
+
+  // Reads a changed configuration, opens a replaced database anew, and judges what is new. Returns
+  // the seconds until the next step. When the database cannot be used, that is logged once for each
+  // reason; nothing is thrown.
+  int step();
+
+ private:
+  void follow_files();
+  void open();
+  void pass();
+  void complain(const std::string& reason);
+
+  Options options_;
+  std::function<bool()> stop_;
+  FileWatch config_;
+  Settings settings_;
+  FileIdentity database_;
+  std::unique_ptr<Detector> detector_;
+  std::string problem_;  // the reason logged last; empty while the database can be used
+};
 
 // Runs until SIGTERM or SIGINT, then returns 0.
 int run_daemon(const Options& options);
+
+// Judges the waiting records and prints the counts. 0: done; 1: the database cannot be used, the
+// reason is on standard error and in the log.
+int run_once(const Options& options);
 
 // Print to standard output. 0: done; 1: nothing to print, the reason is on standard error.
 int run_backtest(const Options& options);

@@ -12,9 +12,9 @@ namespace corvane::detect {
 namespace {
 
 constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
-// Room for rounding in what is concluded from cells alone; every other pair is measured.
+// Room for rounding where cells alone decide; every other pair is measured.
 constexpr double kSlack = 1e-9;
-// Above this many cells in one dimension their numbers could not be told apart safely.
+// With more cells than this in one dimension, rounding could mix up their numbers.
 constexpr double kMaxCells = 1e6;
 
 }  // namespace
@@ -27,7 +27,7 @@ void Dbscan::run(std::span<const double> points, std::size_t dimensions, double 
   eps_ = eps;
   eps2_ = eps * eps;
   if (dimensions == 0 || dimensions > kMaxDimensions || points.size() % dimensions != 0) {
-    throw std::invalid_argument("The points are not whole rows of 1 to 5 numbers.");
+    throw std::invalid_argument("The points are not complete rows of 1 to 5 numbers.");
   }
   const std::size_t count = points.size() / dimensions;
   check(count);
@@ -72,7 +72,7 @@ bool Dbscan::lay_grid() {
   }
   for (std::size_t d = 0; d < dimensions_ && count > 0; ++d) {
     if (!((high[d] - low[d]) / side_ < kMaxCells)) return false;
-    // The difference must not lose what the cell's side is measured in.
+    // The difference must stay exact to a small part of a cell.
     if (std::max(std::abs(low[d]), std::abs(high[d])) / side_ > 1 / kSlack) return false;
   }
   cells_.clear();
@@ -113,7 +113,7 @@ Dbscan::Index Dbscan::find_or_add_cell(const std::int32_t* at) {
   }
 }
 
-// By their first coordinate, so that the near ones of a cell lie in one stretch.
+// By their first coordinate, so that all cells near one cell are in one stretch.
 void Dbscan::sort_cells() {
   const auto count = static_cast<Index>(cells_.size());
   queue_.resize(count);
@@ -196,7 +196,7 @@ void Dbscan::join_cells() {
   }
 }
 
-// What a cluster has reached leaves the list, so that a big one is searched for once.
+// A cell that belongs to a cluster leaves the list, so that a big cluster is searched once.
 void Dbscan::collect_cluster(Index first) {
   queue_.assign(1, first);
   while (!queue_.empty()) {

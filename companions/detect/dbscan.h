@@ -1,4 +1,4 @@
-// Exact DBSCAN for the sizes of a backup history: some ten to some thousand points.
+// Exact DBSCAN for backup histories of ten to some thousand points.
 #pragma once
 
 #include <cstddef>
@@ -13,19 +13,19 @@ inline constexpr std::size_t kMaxDimensions = 5;
 inline constexpr int kNoise = -1;
 
 // Works on a grid whose cells are so small that all points of one cell are neighbours: a cell with
-// `min_samples` points needs no distance at all. The buffers are kept from run to run, so keep the
+// `min_samples` points needs no distances. The buffers are kept from run to run, so reuse the
 // object; one thread at a time.
 //
 // Two points are neighbours when their Euclidean distance is at most `eps`; a point with
 // `min_samples` neighbours, itself included, is a core point. Clusters are numbered from 0 in the
-// order of their first core point. A border point joins the cluster of its nearest core point (of
-// equally near ones the smallest by its coordinates), so that nothing but the cluster numbers
-// depends on the order of the points.
+// order of their first core point. A border point joins the cluster of its nearest core point (at
+// equal distances, of the one with the smallest coordinates), so that only the cluster numbers
+// depend on the order of the points.
 class Dbscan {
  public:
-  // `points`: row after row, `dimensions` numbers each. Throws std::invalid_argument when the
-  // numbers do not make whole rows, one is not finite, dimensions is not 1 to kMaxDimensions, eps
-  // is not above 0 or min_samples is 0.
+  // `points`: row after row, `dimensions` numbers each. Throws std::invalid_argument when the last
+  // row is incomplete, a number is not finite, dimensions is not 1 to kMaxDimensions, eps is not
+  // above 0, or min_samples is 0.
   void run(std::span<const double> points, std::size_t dimensions, double eps,
            std::size_t min_samples);
 

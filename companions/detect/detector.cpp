@@ -22,7 +22,7 @@ namespace corvane::detect {
 
 namespace {
 
-// Some milliseconds of work, so that the service never waits long for its turn to write.
+// A few milliseconds of work, so that the service never waits long for its turn to write.
 constexpr std::size_t kRowsPerTransaction = 64;
 
 std::string day_of(std::int32_t time) {
@@ -62,13 +62,13 @@ bool Detector::has_news() {
 PassCounts Detector::pass() {
   PassCounts counts;
   if (!loaded_) load();
-  // Rowids only grow; when the last one is gone and lower ones come, the tables were emptied.
+  // Rowids only grow: when the last one is lower than before, the table was emptied.
   if (last_history_rowid(database_) < last_history_ || last_rowid_to_process(database_) < last_row_)
     start_over();
   read_new_history();
   read_new_rows();
   if (stop_()) {
-    loaded_ = false;  // may have been read in part only
+    loaded_ = false;  // possibly read in part only
     return counts;
   }
   model_.settle();
@@ -111,7 +111,6 @@ void Detector::read_new_rows() {
                                        reported.push_back(row.backup);
                                      return ++count % 4096 != 0 || !stop_();
                                    });
-  std::sort(reported.begin(), reported.end(), judged_before);
   for (const Backup& backup : reported) {
     if (!is_in_history(database_, backup.unique_key)) model_.hold(backup, {});
   }
@@ -140,7 +139,7 @@ void Detector::judge_some(std::size_t begin, std::size_t end, PassCounts& counts
 
 void Detector::judge(const RowToProcess& row, PassCounts& counts) {
   const Backup& backup = row.backup;
-  // Gathered again after it was judged: what was said of it stands.
+  // Gathered again after it was judged: the first verdict stands.
   if (has_anomaly(database_, anomaly_id(backup.unique_key))) {
     mark_processed(database_, row.rowid, ProcessedStatus::kAnomalous);
     return;
@@ -189,14 +188,15 @@ void Detector::report(const RowToProcess& row, const Verdict& verdict) {
       "Anomaly [" + anomaly.id + "] in [" + anomaly.detection_key + "]: " + finding.summary);
 }
 
-// In the incident that the change began with; what people and the alerts have done with it stays.
+// Notes it in the first record of the incident; the rest of that record stays as it is.
 void Detector::say_adopted(const Backup& backup) {
   const std::string first = first_record_of(model_.incident_of(backup));
   if (const std::optional<AnomalyRow> row = find_anomaly_row(database_, first)) {
     set_details(database_, first, with_adoption(row->details, {backup.backup_id, backup.time}));
   }
   say(kLogEvent, "The change in [" + backup.stream.text() +
-                     "] lasts and is the new normal from backup [" + backup.backup_id + "] on");
+                     "] has lasted and is part of the baseline from backup [" + backup.backup_id +
+                     "] on");
 }
 
 void Detector::say_inconclusive(const Backup& backup, const Verdict& verdict) {
@@ -247,12 +247,12 @@ void Detector::apply_feedback(const std::string& id, Feedback feedback) {
     remove_false_positive(database_, key);
     model_.forget_false_positive(*backup);
     model_.hold(*backup, {});
-    // The number of a row that is gone may be given again.
+    // The rowid of a deleted row may be used again.
     last_history_ = std::min(last_history_, last_history_rowid(database_));
   }
   transaction.commit();
-  logmsgf(kLogEvent, kDetectionProgram, "People say that [%s] is %s", id.c_str(),
-          false_positive ? "a false positive" : "no false positive");
+  logmsgf(kLogEvent, kDetectionProgram, "Feedback: [%s] is %s", id.c_str(),
+          false_positive ? "a false positive" : "not a false positive");
 }
 
 }  // namespace corvane::detect

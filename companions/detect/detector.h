@@ -13,10 +13,10 @@
 
 namespace corvane::detect {
 
-// By time of backup; of equal times whole copies first, since they know more about a night.
+// By time of backup; at equal times full backups first, since they tell more about the source.
 bool judged_before(const Backup& a, const Backup& b);
 
-// The name of the incident that the backup was reported in; empty when it was not, or is purged.
+// The name of the incident of an anomalous backup; empty when the backup is not in ANOMALY_DATA.
 std::string reported_incident(Connection& database, const std::string& unique_key);
 
 struct PassCounts {
@@ -25,20 +25,21 @@ struct PassCounts {
   std::size_t anomalous = 0;
 };
 
-// What a pass writes it writes in short transactions of some rows each, which hold all that belongs
-// to a row: a process that dies anywhere leaves each row either judged or waiting. After an
-// exception (sqlite_exception) the object is of no use; make a new one.
+// A pass writes in short transactions of a few rows. Everything that belongs to a row is in one
+// transaction: whenever the process dies, each row is either judged or waiting. After an exception
+// (sqlite_exception) the object must not be used again; make a new one. Logs under the program's
+// tag.
 class Detector {
  public:
-  // `stop` is asked between rows; when it gives true a pass ends early.
+  // `stop` is asked between rows; when it returns true the pass ends early.
   Detector(const std::string& database, const Settings& settings, std::function<bool()> stop);
   Detector(const Detector&) = delete;
   Detector& operator=(const Detector&) = delete;
 
-  // Whether anybody has written since the last pass, or the first pass is still to come.
+  // Whether somebody has written since the last pass, or no pass has read everything yet.
   bool has_news();
 
-  // Judges what waits and follows the feedback. Throws sqlite_exception.
+  // Judges the waiting records and follows the feedback. Throws sqlite_exception.
   PassCounts pass();
 
   void set_settings(const Settings& settings) { model_.set_settings(settings); }
@@ -70,8 +71,8 @@ class Detector {
   std::int64_t last_row_ = 0;
   std::vector<RowToProcess> waiting_;
   std::vector<std::pair<int, std::string>>
-      lines_;                                 // level and text; logged once what they say is stored
-  std::map<std::string, Feedback> feedback_;  // as followed so far
+      lines_;  // level and text; logged when the transaction is committed
+  std::map<std::string, Feedback> feedback_;            // as followed so far
   std::unordered_map<std::string, double> stored_eps_;  // by stream
 };
 

@@ -9,17 +9,17 @@ namespace corvane::detect {
 namespace {
 
 constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
-// So many files or KB more or less are never a matter of octaves.
+// Added to both sides of a ratio, so that a few files or KB in a small backup are not octaves.
 constexpr double kFewFiles = 8;
 constexpr double kFewKb = 64;
-// Below this size a ratio says nothing.
+// The ratio of a smaller backup means nothing.
 constexpr double kLeastKbForRatio = 64;
 constexpr double kLargestInverseRatio = 16;
 constexpr double kMadToSigma = 1.4826;
 constexpr double kFarthest = 1000;  // spreads
 
 constexpr double kLeastSpreadOfShare = 0.1;
-// A stream that never changes would otherwise make an alarm of one file more.
+// Without a least spread, a stream that never changes would raise an alarm for one more file.
 constexpr std::array<double, kFigures> kLeastSpread{0.2, 0.2, 1, kLeastSpreadOfShare, 2};
 
 double median(std::vector<double>& values) {
@@ -35,15 +35,15 @@ bool is_two_sided(Figure feature, bool incremental) {
 
 bool is_share(Figure feature, const Frame& frame) {
   if (!frame.incremental) return feature == kTransferred;
-  return !frame.whole.empty() && (feature == kFiles || feature == kSize);
+  return !frame.full_backups.empty() && (feature == kFiles || feature == kSize);
 }
 
 double octaves_above(double value, double before, double few) {
   return value < 0 || before < 0 ? kUnknown : std::log2((value + few) / (before + few));
 }
 
-double share_of(double value, double whole, double few) {
-  return value < 0 || whole < 0 ? kUnknown : value / (whole + few);
+double share_of(double value, double all, double few) {
+  return value < 0 || all < 0 ? kUnknown : value / (all + few);
 }
 
 double octaves(double value) { return value < 0 ? kUnknown : std::log2(value + 1); }
@@ -59,7 +59,7 @@ Scale scale_of(const std::vector<Raw>& raw, Figure feature, const Frame& frame,
   scale.used = values.size() >= enough && !values.empty();
   if (!scale.used) return scale;
   scale.centre = median(values);
-  // Usually nothing to do: how much the other runs differ says what is much.
+  // Most runs had nothing to do: the others tell how much is a lot.
   if (frame.incremental && scale.centre == 0) {
     std::erase(values, 0.0);
     if (values.empty()) values.push_back(0);
@@ -73,12 +73,12 @@ Scale scale_of(const std::vector<Raw>& raw, Figure feature, const Frame& frame,
 
 }  // namespace
 
-const Observation* whole_copy_at(std::span<const Observation> whole, std::int32_t time) {
-  if (whole.empty()) return nullptr;
+const Observation* full_backup_at(std::span<const Observation> full_backups, std::int32_t time) {
+  if (full_backups.empty()) return nullptr;
   const auto after = std::upper_bound(
-      whole.begin(), whole.end(), time,
+      full_backups.begin(), full_backups.end(), time,
       [](std::int32_t value, const Observation& other) { return value < other.time(); });
-  return after == whole.begin() ? &whole.front() : &*(after - 1);
+  return after == full_backups.begin() ? &full_backups.front() : &*(after - 1);
 }
 
 Raw raw_features(const Observation& backup, const Observation* before, const Frame& frame) {
@@ -94,8 +94,8 @@ Raw raw_features(const Observation& backup, const Observation* before, const Fra
     if (own.transferred_kb >= 0 && own.size_kb >= 0) {
       raw[kTransferred] = own.transferred_kb / (own.size_kb + kFewKb);
     }
-  } else if (const Observation* whole = whole_copy_at(frame.whole, backup.time())) {
-    const Figures all = whole->figures();
+  } else if (const Observation* full = full_backup_at(frame.full_backups, backup.time())) {
+    const Figures all = full->figures();
     raw[kFiles] = share_of(own.files, all.files, kFewFiles);
     raw[kSize] = share_of(own.size_kb, all.size_kb, kFewKb);
     raw[kTransferred] = octaves(own.transferred_kb);
@@ -149,7 +149,7 @@ void append_point(const std::array<double, kFigures>& deviations,
 
 double natural(Figure feature, double raw, const Observation& backup, const Observation* before,
                const Frame& frame) {
-  if (feature == kRatio) return raw > 0 ? 1 / raw : std::numeric_limits<double>::infinity();
+  if (feature == kRatio) return 1 / std::max(0.0, raw);
   const Figures own = backup.figures();
   if (feature == kTransferred && !frame.incremental) {
     return std::max(0.0, raw * (own.size_kb + kFewKb));
@@ -161,9 +161,9 @@ double natural(Figure feature, double raw, const Observation& backup, const Obse
     return std::max(0.0,
                     std::exp2(raw) * ((feature == kFiles ? last.files : last.size_kb) + few) - few);
   }
-  const Observation* whole = whole_copy_at(frame.whole, backup.time());
-  if (whole == nullptr) return std::max(0.0, std::exp2(raw) - 1);
-  const Figures all = whole->figures();
+  const Observation* full = full_backup_at(frame.full_backups, backup.time());
+  if (full == nullptr) return std::max(0.0, std::exp2(raw) - 1);
+  const Figures all = full->figures();
   return std::max(0.0, raw * ((feature == kFiles ? all.files : all.size_kb) + few));
 }
 

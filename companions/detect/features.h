@@ -1,4 +1,4 @@
-// What a stream's backups are compared by, in units of the stream's own spread.
+// The features by which the backups of a stream are compared, in units of the stream's spread.
 #pragma once
 
 #include <array>
@@ -11,25 +11,25 @@
 
 namespace corvane::detect {
 
-// What a stream's backup is measured against besides its own kind.
+// What a backup is measured against besides its own stream.
 struct Frame {
   bool incremental = false;
-  // The whole copies of the same source, by time; empty: none known.
-  std::span<const Observation> whole;
+  // Full backups of the same source, by time; empty when none is known.
+  std::span<const Observation> full_backups;
 };
 
 // A feature before scaling. Unknown ones are NaN.
 //
-// Whole copy: files and size as octaves above `before` (the backup accepted last, so that slow
-// growth is no alarm), transferred as its share of the size.
-// Incremental: files and size as shares of the last whole copy, or octaves where none is known;
+// Full backup: files and size in octaves above `before` (the backup accepted last, so that slow
+// growth raises no alarm); transferred as a share of the size.
+// Incremental: files and size as shares of the last full backup, or in octaves when none is known;
 // transferred in octaves.
-// Both: one by the deduplication ratio; duration in octaves.
+// Both: 1 / deduplication ratio; duration in octaves.
 using Raw = std::array<double, kFigures>;
 Raw raw_features(const Observation& backup, const Observation* before, const Frame& frame);
 
-// The newest of `whole` that is not after `time`, or the first one; null when there is none.
-const Observation* whole_copy_at(std::span<const Observation> whole, std::int32_t time);
+// The newest one that is not after `time`, else the first one; null when there are none.
+const Observation* full_backup_at(std::span<const Observation> full_backups, std::int32_t time);
 
 struct Scale {
   bool used = false;
@@ -37,8 +37,8 @@ struct Scale {
   double spread = 1;
 };
 
-// A history in units of its spread; what is unknown, and what deviates to the harmless side, counts
-// as usual.
+// A history in units of its spread. Unknown values, and deviations to the harmless side, count as
+// usual.
 struct ScaledHistory {
   std::vector<Raw> raw;
   std::array<Scale, kFigures> scales;
@@ -46,20 +46,20 @@ struct ScaledHistory {
   std::vector<double> points;  // rows of `dimensions` numbers, as raw
 };
 
-// A feature counts when at least `enough` of the history knows it. Refills `scaled`.
+// A feature is used when at least `enough` backups of the history know it. Refills `scaled`.
 void scale_history(std::span<const Observation> history, const Frame& frame, std::size_t enough,
                    ScaledHistory& scaled);
 
-// Deviations of one backup in units of the spread, 0 for what is not used or unknown.
+// Deviations of one backup in units of the spread; 0 for a feature that is not used or not known.
 std::array<double, kFigures> deviations(const Raw& raw, const Frame& frame,
                                         const std::array<Scale, kFigures>& scales);
 
-// The used ones of `deviations`, appended to `point`.
+// Appends the deviations of the used features to `point`.
 void append_point(const std::array<double, kFigures>& deviations,
                   const std::array<Scale, kFigures>& scales, std::vector<double>& point);
 
-// What the feature would be in its own unit (files, KB, KB, ratio, seconds) at `raw`, for people.
-// The ratio of a backup of which nothing is new is infinite.
+// The feature's value `raw` in its own unit (files, KB, KB, ratio, seconds), for people. The ratio
+// of a backup that stores nothing new is infinite.
 double natural(Figure feature, double raw, const Observation& backup, const Observation* before,
                const Frame& frame);
 

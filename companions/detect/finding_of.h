@@ -1,4 +1,4 @@
-// From a verdict to what is said of the backup.
+// Makes the finding out of a verdict.
 #pragma once
 
 #include <string>
@@ -8,13 +8,13 @@
 
 namespace corvane::detect {
 
-// Asks the model for the incident, the last good backup, and whether a later one was accepted.
+// Asks the model for the incident, the last good backup, and the first accepted backup after it.
 Finding finding_of(const Backup& backup, const Verdict& verdict, Model& model);
 
 // "learning", "inconclusive", "normal", "adopted", "anomalous".
 const char* name_of(Outcome outcome);
 
-// "learning 12 of 30" for a backup that is not judged yet, else the outcome's name.
+// "learning 12 of 30" for a stream that is still learning, else the outcome's name.
 std::string words_for(const Verdict& verdict, const Settings& settings);
 
 }  // namespace corvane::detect

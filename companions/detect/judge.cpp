@@ -8,19 +8,19 @@ namespace corvane::detect {
 namespace {
 
 constexpr double kMostNoise = 1.0 / 3;
-// What a backup must come to before it can be an incident, as a share of the whole source.
+// The least share of the source that an incident touches or stores anew.
 constexpr double kMaterialStored = 0.3;
 constexpr double kMaterialTouchedFiles = 0.3;
 constexpr double kMaterialTouchedSize = 0.5;
-// Slow changes: so many runs in a row, each of at least such a share, and of so many times the
-// share that the history's most sustained effort came to.
+// A slow change: kSustainedRuns runs in a row, each of at least this share of the source, and of at
+// least kSustainedFactor times what as many runs in a row came to before.
 constexpr std::size_t kSustainedRuns = 3;
 constexpr double kSustainedTouchedFiles = 0.045;
 constexpr double kSustainedStored = 0.03;
 constexpr double kSustainedFactor = 2;
-// A change of the source's extent is adopted with the run of this number that agrees.
+// A change of the source's size is adopted when this many runs agree.
 constexpr std::size_t kAdoptedWithRun = 3;
-// Whether another stream backs up the same is seen from so many of a stream's own records.
+// This many of a stream's own records show whether another stream backs up the same data.
 constexpr std::size_t kRecordsToAgree = 3;
 
 double distance2(std::span<const double> a, std::span<const double> b) {
@@ -61,14 +61,14 @@ Verdict Judge::judge(const Question& question, const Settings& settings) {
   question_ = &question;
   settings_ = &settings;
   frame_ = {question.incremental,
-            question.incremental ? question.whole : std::span<const Observation>{}};
+            question.incremental ? question.full_backups : std::span<const Observation>{}};
   Verdict verdict;
   verdict.observations = question.history.size();
   verdict.eps = settings.effective_eps();
   verdict.change = change_of();
   if (question.history.size() >= settings.stream.min_observations) {
     judge_by_history(verdict);
-  } else if (!judge_by_whole_copies(verdict)) {
+  } else if (!judge_by_full_backups(verdict)) {
     verdict.outcome = Outcome::kLearning;
   }
   if (verdict.outcome == Outcome::kAnomalous) {
@@ -79,41 +79,41 @@ Verdict Judge::judge(const Question& question, const Settings& settings) {
   return verdict;
 }
 
-// A whole copy whose stream has too little history of its own: another stream of the same source
-// knows what number and size to expect, once the two have been seen to agree. False when there is
-// none.
-bool Judge::judge_by_whole_copies(Verdict& verdict) {
-  const auto& whole = question_->whole;
+// For a full backup whose stream has too little history: another stream of the same source knows
+// the usual files and size, provided that the two streams have agreed so far. False when there is
+// no such stream.
+bool Judge::judge_by_full_backups(Verdict& verdict) {
+  const auto& full_backups = question_->full_backups;
   const auto& history = question_->history;
-  if (question_->incremental || whole.size() < settings_->stream.min_observations ||
+  if (question_->incremental || full_backups.size() < settings_->stream.min_observations ||
       history.size() < kRecordsToAgree) {
     return false;
   }
-  scale_history(whole, frame_, settings_->stream.min_observations / 2, scaled_);
+  scale_history(full_backups, frame_, settings_->stream.min_observations / 2, scaled_);
   for (const Figure feature : {kTransferred, kRatio, kDuration})
     scaled_.scales[feature].used = false;
-  const auto away_from_whole = [&](const Observation& backup) {
-    return deviations(raw_features(backup, whole_copy_at(whole, backup.time()), frame_), frame_,
-                      scaled_.scales);
+  const auto away_from_full_backups = [&](const Observation& backup) {
+    return deviations(raw_features(backup, full_backup_at(full_backups, backup.time()), frame_),
+                      frame_, scaled_.scales);
   };
   const auto is_far = [&](const Deviations& away) {
     return std::hypot(away[kFiles], away[kSize]) > verdict.eps;
   };
   for (const Observation& own : history.last(kRecordsToAgree)) {
-    if (is_far(away_from_whole(own))) return false;
+    if (is_far(away_from_full_backups(own))) return false;
   }
-  const Observation* before = whole_copy_at(whole, question_->record.time());
+  const Observation* before = full_backup_at(full_backups, question_->record.time());
   const Raw raw = raw_features(question_->record, before, frame_);
   const Deviations away = deviations(raw, frame_, scaled_.scales);
   view_figures(raw, before, away, verdict);
   verdict.by_other_stream = true;
   bool accepted = !is_far(away);
   for (const Observation& other : question_->by_people) {
-    const Deviations there = away_from_whole(other);
+    const Deviations there = away_from_full_backups(other);
     accepted = accepted || distance2(there, away) <= verdict.eps * verdict.eps;
   }
   if (accepted) return true;
-  const bool adopted = is_lasting_change(whole, raw, away, verdict.eps);
+  const bool adopted = is_lasting_change(full_backups, raw, away, verdict.eps);
   verdict.outcome = adopted ? Outcome::kAdopted : Outcome::kAnomalous;
   return true;
 }
@@ -123,7 +123,7 @@ void Judge::judge_by_history(Verdict& verdict) {
   if (scaled_.dimensions == 0) return;
   const Observation* before = question_->incremental
                                   ? nullptr
-                                  : whole_copy_at(question_->history, question_->record.time());
+                                  : full_backup_at(question_->history, question_->record.time());
   const Raw raw = raw_features(question_->record, before, frame_);
   const Deviations away = deviations(raw, frame_, scaled_.scales);
   view_figures(raw, before, away, verdict);
@@ -159,7 +159,7 @@ bool Judge::is_noise(std::span<const double> point, double& noise_share) {
   return noise;
 }
 
-// Noise may be a matter of many small deviations; an incident takes one that matters by itself.
+// Many small deviations can add up to noise; an incident needs one that matters by itself.
 bool Judge::is_material(const Raw& raw, const Deviations& away, double eps) const {
   if (!question_->incremental) {
     if (std::abs(away[kFiles]) >= eps || std::abs(away[kSize]) >= eps) return true;
@@ -167,11 +167,11 @@ bool Judge::is_material(const Raw& raw, const Deviations& away, double eps) cons
            (away[kTransferred] >= eps || away[kRatio] >= eps);
   }
   if (question_->same_night_is_normal) return false;
-  if (frame_.whole.empty()) return away[kFiles] >= eps || away[kSize] >= eps;
+  if (frame_.full_backups.empty()) return away[kFiles] >= eps || away[kSize] >= eps;
   return raw[kFiles] >= kMaterialTouchedFiles || raw[kSize] >= kMaterialTouchedSize;
 }
 
-// How much of the source a run found changed, 0 when that is unknown.
+// The share of the source that a run found changed; 0 when unknown.
 double Judge::effort(const Observation& backup) const {
   const Raw raw = raw_features(backup, nullptr, frame_);
   const double share = question_->incremental ? raw[kFiles] : raw[kTransferred];
@@ -179,12 +179,12 @@ double Judge::effort(const Observation& backup) const {
 }
 
 std::optional<SlowChange> Judge::slow_change() {
-  if (question_->incremental && frame_.whole.empty()) return std::nullopt;
-  // A history that knows little of it cannot tell what is usual.
+  if (question_->incremental && frame_.full_backups.empty()) return std::nullopt;
+  // A history that rarely knows the figure cannot tell what is usual.
   if (!scaled_.scales[question_->incremental ? kFiles : kTransferred].used) return std::nullopt;
   const auto& history = question_->history;
   if (history.size() < kSustainedRuns) return std::nullopt;
-  // The runs just before the record, reported ones included.
+  // The runs just before the record, anomalous ones included.
   std::vector<Observation> runs(history.end() - static_cast<std::ptrdiff_t>(kSustainedRuns),
                                 history.end());
   runs.insert(runs.end(), question_->held.begin(), question_->held.end());
@@ -192,7 +192,7 @@ std::optional<SlowChange> Judge::slow_change() {
   double least = effort(question_->record);
   for (std::size_t i = 1; i < kSustainedRuns; ++i) {
     const double before = effort(runs[runs.size() - i]);
-    if (before >= kMaterialStored) return std::nullopt;  // that was an incident of its own
+    if (before >= kMaterialStored) return std::nullopt;  // an incident of its own
     least = std::min(least, before);
   }
   if (least < (question_->incremental ? kSustainedTouchedFiles : kSustainedStored))
@@ -217,15 +217,15 @@ bool Judge::people_accepted(const Deviations& away, double eps) const {
       [&](const Observation& other) { return distance2(deviations_of(other), away) <= eps * eps; });
 }
 
-// A source that stays as it is now has changed for good. Only its extent is adopted: content that
-// cannot be deduplicated run after run is what an ongoing encryption looks like.
+// A source that stays as it is now has changed for good. Only its files and size are adopted:
+// content that is new to the store run after run is what an ongoing encryption looks like.
 bool Judge::is_lasting_change(std::span<const Observation> accepted, const Raw& raw,
                               const Deviations& away, double eps) const {
   if (question_->incremental || stores_much(raw)) return false;
   std::size_t agreeing = 1;
   for (const Observation& run : question_->held) {
     if (run.time() < accepted.back().time()) continue;
-    const Raw there_raw = raw_features(run, whole_copy_at(accepted, run.time()), frame_);
+    const Raw there_raw = raw_features(run, full_backup_at(accepted, run.time()), frame_);
     const Deviations there = deviations(there_raw, frame_, scaled_.scales);
     if (std::hypot(there[kFiles] - away[kFiles], there[kSize] - away[kSize]) <= eps) ++agreeing;
   }
@@ -236,7 +236,7 @@ bool Judge::stores_much(const Raw& raw) const { return raw[kTransferred] >= kMat
 
 Judge::Deviations Judge::deviations_of(const Observation& backup) const {
   const Observation* before =
-      question_->incremental ? nullptr : whole_copy_at(question_->history, backup.time());
+      question_->incremental ? nullptr : full_backup_at(question_->history, backup.time());
   return deviations(raw_features(backup, before, frame_), frame_, scaled_.scales);
 }
 
@@ -262,22 +262,23 @@ void Judge::view_figures(const Raw& raw, const Observation* before, const Deviat
   }
 }
 
-// Of the whole copy: the record itself, or for an incremental that of the same night.
+// Looks at the full backup: the record itself, or that of the same night as an incremental.
 Change Judge::change_of() const {
   Change change;
   const Question& q = *question_;
   const Observation* now = q.incremental ? q.same_night : &q.record;
-  const auto& copies =
-      q.incremental || q.history.size() < settings_->stream.min_observations ? q.whole : q.history;
+  const auto& copies = q.incremental || q.history.size() < settings_->stream.min_observations
+                           ? q.full_backups
+                           : q.history;
   if (now != nullptr && !copies.empty()) {
     const Figures after = now->figures();
-    const Figures before = whole_copy_at(copies, now->time())->figures();
+    const Figures before = full_backup_at(copies, now->time())->figures();
     change.files = ratio(after.files, before.files, 1);
     change.size = ratio(after.size_kb, before.size_kb, 1);
     if (!q.incremental) change.stored = ratio(after.transferred_kb, after.size_kb, 1);
   }
-  if (q.incremental && !q.whole.empty()) {
-    const Figures all = whole_copy_at(q.whole, q.record.time())->figures();
+  if (q.incremental && !q.full_backups.empty()) {
+    const Figures all = full_backup_at(q.full_backups, q.record.time())->figures();
     const Figures own = q.record.figures();
     if (own.files >= 0 && all.files >= 0) change.touched_files = own.files / (all.files + 1);
     if (own.size_kb >= 0 && all.size_kb >= 0) change.touched_size = own.size_kb / (all.size_kb + 1);

@@ -1,5 +1,5 @@
-// Whether a backup is anomalous, judged against what its stream and its source did before. Works on
-// memory alone; the same inputs give the same verdict.
+// Decides whether a backup is anomalous, by the earlier backups of its stream and source. Works in
+// memory only; the same inputs give the same verdict.
 #pragma once
 
 #include <array>
@@ -23,7 +23,7 @@ namespace corvane::detect {
 struct Settings {
   double eps = 2.5;  // in units of a stream's spread, before the sensitivity
   std::size_t min_samples = 3;
-  // Percent, -100 to 100; the more, the smaller eps.
+  // Percent, -100 to 100; a higher sensitivity makes eps smaller.
   double sensitivity = default_number(setting::kSensitivity);
   StreamSettings stream;
 
@@ -31,24 +31,25 @@ struct Settings {
 };
 
 enum class Outcome {
-  kLearning,      // too little history, and no other stream that could tell
-  kInconclusive,  // more than a third of the history is noise itself
+  kLearning,      // too little history, and no other stream to compare with
+  kInconclusive,  // more than a third of the history is noise
   kNormal,
-  kAdopted,  // the last of several runs that agree with each other: the new normal
+  kAdopted,  // the last of several changed runs that agree: the change joins the baseline
   kAnomalous,
 };
 
-// Everything that a verdict depends on. Spans are by time.
+// Everything that a verdict depends on.
 struct Question {
   Observation record;
   bool incremental = false;
-  std::span<const Observation> history;    // accepted backups of the stream
-  std::span<const Observation> by_people;  // reported ones that were false positives
-  std::span<const Observation> held;       // reported ones, newest last
-  std::span<const Observation> whole;      // whole copies of the same source by another stream
-  // The latest whole copy of the same source within half a day before the record, reported or not.
+  std::span<const Observation> history;    // accepted backups of the stream, by time
+  std::span<const Observation> by_people;  // false positives of the stream
+  // Anomalous ones; when the record is a full backup, of all full backups of the source.
+  std::span<const Observation> held;
+  std::span<const Observation> full_backups;  // of the same source, by another stream; by time
+  // The latest full backup of the same source in the 12 hours before the record, anomalous or not.
   const Observation* same_night = nullptr;
-  // It was judged normal, by a stream that can tell encrypted content.
+  // It was judged normal, by a stream that can recognise encrypted content.
   bool same_night_is_normal = false;
 };
 
@@ -57,7 +58,7 @@ struct Verdict {
   std::size_t observations = 0;  // of history
   double eps = 0;
   double noise_share = 0;                 // of the history
-  bool by_other_stream = false;           // judged by what another stream of the source knows
+  bool by_other_stream = false;           // judged by another stream of the source
   std::optional<SlowChange> slow_change;  // several runs in a row that together are too much
   FigureViews figures;
   Change change;
@@ -72,7 +73,7 @@ class Judge {
  private:
   using Deviations = std::array<double, kFigures>;
 
-  bool judge_by_whole_copies(Verdict& verdict);
+  bool judge_by_full_backups(Verdict& verdict);
   void judge_by_history(Verdict& verdict);
   bool is_noise(std::span<const double> point, double& noise_share);
   bool is_material(const Raw& raw, const Deviations& away, double eps) const;

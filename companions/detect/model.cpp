@@ -33,7 +33,7 @@ std::deque<Observation>::const_iterator first_after(const std::deque<Observation
       [](std::int32_t value, const Observation& other) { return value < other.time(); });
 }
 
-// The newest that is not after `time`, or the first one; null when there is none.
+// The newest one that is not after `time`, else the first one; null when there are none.
 const Observation* newest_at(const std::deque<Observation>& history, std::int32_t time) {
   const auto after = first_after(history, time);
   if (history.empty()) return nullptr;
@@ -104,10 +104,8 @@ void Model::settle() {
       *kept++ = *at;
     }
     history.erase(kept, history.end());
-    if (history.size() > settings_.stream.max_observations) {
-      history.erase(history.begin(),
-                    history.end() - static_cast<std::ptrdiff_t>(settings_.stream.max_observations));
-    }
+    const std::size_t most = std::min(history.size(), settings_.stream.max_observations);
+    history.erase(history.begin(), history.end() - static_cast<std::ptrdiff_t>(most));
   }
   settled_ = true;
 }
@@ -119,44 +117,37 @@ void Model::clear() {
   settled_ = false;
 }
 
-// Merges what matches: rows that do not know their application type or destination belong to
-// every stream of the family.
+// Merges the streams that match: a record without a known application type or destination belongs
+// to every stream of its family.
 void Model::collect(const StreamKey& key, std::int32_t time, std::vector<Observation>& history,
                     std::vector<Observation>& by_people, std::vector<Observation>& held) {
   history.clear();
   by_people.clear();
   held.clear();
-  std::size_t parts = 0;
   for (const Stream* stream : sources_[key.client_and_policy()].streams) {
     const bool same_kind = !key.is_incremental() && !stream->key.is_incremental();
     if (same_kind || stream->key.matches(key)) {
       for (const Held& other : stream->held) held.push_back(other.observation);
     }
     if (!stream->key.matches(key)) continue;
-    const bool merge = !history.empty() && !stream->history.empty();
-    history.insert(history.end(), stream->history.begin(), stream->history.end());
-    if (merge)
-      std::inplace_merge(history.begin(),
-                         history.end() - static_cast<std::ptrdiff_t>(stream->history.size()),
-                         history.end());
+    const auto middle =
+        history.insert(history.end(), stream->history.begin(), stream->history.end());
+    std::inplace_merge(history.begin(), middle, history.end());
     by_people.insert(by_people.end(), stream->by_people.begin(), stream->by_people.end());
-    ++parts;
   }
-  if (parts > 1) std::sort(by_people.begin(), by_people.end());
-  std::sort(held.begin(), held.end());
   keep_newest(history, time);
 }
 
-// What matters for a verdict at `time`.
+// Keeps what counts for a verdict at `time`.
 void Model::keep_newest(std::vector<Observation>& history, std::int32_t time) const {
   const std::size_t kept = count_that_matter(std::span<const Observation>(history), time,
                                              settings_.stream, &Observation::time);
   history.erase(history.begin(), history.end() - static_cast<std::ptrdiff_t>(kept));
 }
 
-// Of the streams that copy this source whole, the one that has done so most often.
-void Model::find_whole_copies(const Backup& backup, Question& question) {
-  whole_.clear();
+// Chooses the stream that has made the most full backups of the source.
+void Model::find_full_backups(const Backup& backup, Question& question) {
+  full_backups_.clear();
   const Stream* best = nullptr;
   const Stream* night_stream = nullptr;
   bool night_is_held = false;
@@ -177,8 +168,8 @@ void Model::find_whole_copies(const Backup& backup, Question& question) {
   }
   if (best == nullptr) return;
   std::vector<Observation> held;
-  collect(best->key, backup.time, whole_, unused_, held);
-  question.whole = whole_;
+  collect(best->key, backup.time, full_backups_, unused_, held);
+  question.full_backups = full_backups_;
   if (night_stream == nullptr) return;
   question.same_night = &same_night_;
   question.same_night_is_normal =
@@ -195,7 +186,7 @@ Verdict Model::judge(const Backup& backup) {
   question.history = history_;
   question.by_people = by_people_;
   question.held = held_;
-  find_whole_copies(backup, question);
+  find_full_backups(backup, question);
   return judge_.judge(question, settings_);
 }
 

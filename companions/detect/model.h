@@ -18,32 +18,32 @@
 
 namespace corvane::detect {
 
-// A reported backup, as its stream remembers it.
+// An anomalous backup, as its stream remembers it.
 struct Held {
   Observation observation;
   std::string unique_key;
   std::string incident;  // its name; empty: not looked up yet
 };
 
-// One that people called a false positive.
+// An anomalous backup that people called a false positive.
 struct FalsePositive {
   std::string unique_key;
-  std::optional<std::string> incident;  // that it was reported in; absent: not looked up yet
+  std::optional<std::string> incident;  // its name; absent: not looked up yet
 };
 
 struct Stream {
   StreamKey key;
-  // Accepted, by time once settled. A deque, since vectors that grow side by side leave holes.
+  // Accepted, by time once settled. A deque: vectors that grow side by side fragment memory.
   std::deque<Observation> history;
   std::vector<Observation> by_people;  // false positives, by time
-  std::vector<Held> held;              // the latest reported ones, by time
+  std::vector<Held> held;              // the latest anomalous ones, by time
   std::vector<FalsePositive> false_positives;
   BackupReference last_good;
-  int last_cluster = 0;           // of people's; each false positive has its own
-  std::string said_inconclusive;  // the day that this was last said for
+  int last_cluster = 0;           // the highest; each false positive has a cluster of its own
+  std::string said_inconclusive;  // the day for which this was last logged
 };
 
-// The name of the incident that a backup, by its unique key, was reported in; empty: not known.
+// The name of the incident of an anomalous backup; empty when it is not known.
 using IncidentLookup = std::function<std::string(const std::string& unique_key)>;
 
 class Model {
@@ -53,26 +53,26 @@ class Model {
   void set_settings(const Settings& settings) { settings_ = settings; }
   const Settings& settings() const { return settings_; }
 
-  // A row of the history: accepted (cluster -1), or a false positive by people. A row with the same
-  // key takes the place of its former self. During the first load call settle() at the end.
+  // A row of the history: accepted (cluster -1) or a false positive. A row with the same key
+  // replaces the former one. Call settle() at the end of the first load.
   void learn(const Backup& backup, int cluster);
-  // A row that was reported and is not in the history; without a name of its incident, that is
-  // looked up when it is needed.
+  // An anomalous row that is not in the history. An empty name of its incident is looked up when it
+  // is needed.
   void hold(const Backup& backup, const std::string& incident);
   // Undoes a false positive.
   void forget_false_positive(const Backup& backup);
-  // Sorts what learn() has only appended so far; afterwards learn() keeps the order itself.
+  // Sorts what learn() has appended so far; from then on learn() keeps the order.
   void settle();
   void clear();
 
-  // Changes nothing.
+  // Leaves the histories as they are.
   Verdict judge(const Backup& backup);
 
-  // The name of the incident that an anomalous backup belongs to: see continues_incident().
+  // The name of the incident of an anomalous backup: see continues_incident().
   std::string incident_of(const Backup& backup);
 
-  // Of the stream itself and those that it matches: the latest accepted backup; the time of the
-  // latest accepted backup up to `time`, or none; the time of the first one after it, or 0.
+  // Of the stream and those that match it: the latest accepted backup; the time of the latest one
+  // up to `time`, if any; the time of the first one after `time`, or 0.
   BackupReference last_good_of(const StreamKey& key);
   std::optional<std::int64_t> last_accepted_at(const StreamKey& key, std::int32_t time);
   std::int64_t first_accepted_after(const StreamKey& key, std::int32_t time);
@@ -92,7 +92,7 @@ class Model {
   void collect(const StreamKey& key, std::int32_t time, std::vector<Observation>& history,
                std::vector<Observation>& by_people, std::vector<Observation>& held);
   void keep_newest(std::vector<Observation>& history, std::int32_t time) const;
-  void find_whole_copies(const Backup& backup, Question& question);
+  void find_full_backups(const Backup& backup, Question& question);
   std::vector<const Stream*> matching(const StreamKey& key);
   bool is_false_positive(Stream& stream, const std::string& incident);
 
@@ -106,7 +106,7 @@ class Model {
   std::vector<Observation> history_;
   std::vector<Observation> by_people_;
   std::vector<Observation> held_;
-  std::vector<Observation> whole_;
+  std::vector<Observation> full_backups_;
   std::vector<Observation> unused_;
   Observation same_night_;
 };

@@ -9,7 +9,7 @@ namespace corvane::detect {
 namespace {
 
 constexpr double kPackedPerOctave = 1024;
-constexpr double kPackedZero = 20;  // octaves below 1 that can still be told from 0
+constexpr double kPackedZero = 20;  // octaves below 1 that still differ from 0
 
 // 0: unknown.
 std::uint16_t pack(double number) {
@@ -30,7 +30,7 @@ std::uint32_t hash(std::string_view text) {
   return sum;
 }
 
-// What is no amount is unknown. Nobody backs up more than kMost files or KB.
+// Anything that is not an amount is unknown. Nobody backs up more than kMost files or KB.
 float amount(double number) {
   constexpr double kMost = 1e15;
   return number >= 0 ? static_cast<float>(std::min(number, kMost)) : -1.0F;

@@ -15,12 +15,12 @@ class Observation {
 
   std::int32_t time() const { return time_; }
   Figures figures() const;  // ratio and seconds to a tenth of a percent
-  // Of the unique key: a row gathered again replaces its former self.
+  // Of the unique key: a record that is gathered again replaces the former one.
   std::uint32_t key_hash() const { return key_hash_; }
   bool is_same_row(const Observation& other) const {
     return time_ == other.time_ && key_hash_ == other.key_hash_;
   }
-  // By time; equal times in an order that does not depend on how they were read.
+  // By time, then by key, so that the order of reading does not matter.
   bool operator<(const Observation& other) const {
     return time_ != other.time_ ? time_ < other.time_ : key_hash_ < other.key_hash_;
   }

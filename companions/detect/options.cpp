@@ -18,7 +18,7 @@ bool read_number(std::string_view text, Number& number) {
   return error == std::errc{} && end == text.data() + text.size();
 }
 
-// False: not an option that takes a value. Sets `error` when the value is not acceptable.
+// False when this option does not take a value. Sets `error` when the value is not acceptable.
 bool take_value(std::string_view name, std::string_view value, Options& options,
                 std::string& error) {
   bool good = !value.empty();
@@ -81,8 +81,9 @@ std::string parse_options(int count, const char* const* arguments, Options& opti
       if (name == "-backtest" || name == "-explain") ++modes;
     }
   }
-  if (modes > 1) return "Only one of -once, -backtest and -explain";
-  if (options.json && options.mode != Options::Mode::kBacktest) return "-json goes with -backtest";
+  if (modes > 1) return "-once, -backtest and -explain cannot be combined";
+  if (options.json && options.mode != Options::Mode::kBacktest)
+    return "-json is only valid with -backtest";
   return {};
 }
 
@@ -91,18 +92,21 @@ const char* usage() {
          "cvanomalydetect [-database_location DIRECTORY] [-database_file_name NAME]\n"
          "                [-eps NUMBER] [-min_samples NUMBER] [-config_file FILE]\n"
          "                [-once | -backtest DAYS [-json] | -explain UNIQUE_KEY | -help]\n"
-         "\nWithout one of the last four it runs as a daemon until SIGTERM.\n"
+         "\nWithout -once, -backtest, -explain or -help it runs as a daemon until SIGTERM.\n"
          "\nWhere:"
          "\n  -database_location  : Directory of the anomaly database."
-         "\n  -database_file_name : Its name in there."
-         "\n  -eps                : Radius of a neighbourhood, in units of a stream's own spread."
-         "\n  -min_samples        : Neighbours that make a core point, itself included."
-         "\n  -config_file        : Configuration file."
-         "\n  -once               : Judge what is waiting, then exit."
-         "\n  -backtest           : Judge the last days of the stored history again, in memory;"
-         "\n                        print what would have been reported; change nothing."
-         "\n  -explain            : Say how one backup is judged, and why."
-         "\n  -help               : Print command line help."
+         "\n  -database_file_name : File name of the anomaly database."
+         "\n  -eps                : Radius of a neighbourhood, in units of the stream's spread "
+         "(2.5)."
+         "\n  -min_samples        : Least number of neighbours of a core point, itself included "
+         "(3)."
+         "\n  -config_file        : Path of the configuration file."
+         "\n  -once               : Judge the waiting backups, print the counts, then exit."
+         "\n  -backtest           : Judge the stored backups of the last DAYS days again and print "
+         "the"
+         "\n                        anomalies, with -json as JSON. Nothing is changed."
+         "\n  -explain            : Print as JSON how one backup is judged, and why."
+         "\n  -help               : Print this help."
          "\n\n";
 }
 

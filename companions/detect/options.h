@@ -22,7 +22,7 @@ struct Options {
   std::string database_path() const;
 };
 
-// Empty when the arguments (without the program's name) are understood, else what is wrong.
+// The arguments without the program's name. Returns an empty text, or what is wrong with them.
 std::string parse_options(int count, const char* const* arguments, Options& options);
 
 const char* usage();

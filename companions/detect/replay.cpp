@@ -16,7 +16,7 @@ namespace corvane::detect {
 
 namespace {
 
-// Every stored backup: the history, and the anomalous ones that are not in it.
+// Visits every stored backup: the history, then the anomalous ones that are not in it.
 void read_all(Connection& database, const std::function<void(const Backup&, int cluster)>& visit,
               const std::function<void(const Backup&)>& visit_anomalous) {
   read_history(database, 0, [&](const Backup& backup, int cluster) {
@@ -30,7 +30,6 @@ void read_all(Connection& database, const std::function<void(const Backup&, int 
   });
   std::erase_if(anomalous,
                 [&](const Backup& backup) { return is_in_history(database, backup.unique_key); });
-  std::sort(anomalous.begin(), anomalous.end(), judged_before);
   for (const Backup& backup : anomalous) visit_anomalous(backup);
 }
 
@@ -39,7 +38,7 @@ Model model_over(Connection& database, const Settings& settings) {
           [&database](const std::string& key) { return reported_incident(database, key); }};
 }
 
-// Loads what came before the period; gives what is to be judged again, in its order.
+// Loads what came before the last `days` days; returns what is to be judged again, in order.
 std::vector<Backup> load(Connection& database, int days, Model& model) {
   std::int32_t newest = 0;
   read_all(
@@ -100,7 +99,7 @@ std::optional<Explanation> explain(Connection& database, const Settings& setting
   const std::optional<Backup> backup = find_backup(database, unique_key);
   if (!backup) return std::nullopt;
   Model model = model_over(database, settings);
-  // Other sources have no say, nor has what came later.
+  // Other sources do not count, and nothing that came later.
   const auto counts = [&](const Backup& other) {
     return other.stream.client_and_policy() == backup->stream.client_and_policy() &&
            judged_before(other, *backup);
@@ -158,9 +157,8 @@ std::string totals_of(const Backtest& backtest) {
 std::string text_of(const Backtest& backtest) {
   std::string text;
   for (const auto& [key, finding] : backtest.findings) {
-    text += formatted_time(finding.time, true, "%Y-%m-%dT%H:%M:%SZ") + "  severity " +
-            std::to_string(number_of(finding.severity)) + "  " + valid_utf8(key) + "  " +
-            finding.summary + "\n";
+    text += formatted_time(finding.time, true, "%Y-%m-%dT%H:%M:%SZ") + "  " +
+            words_for(finding.severity) + "  " + valid_utf8(key) + "  " + finding.summary + "\n";
   }
   return text + totals_of(backtest);
 }

@@ -1,4 +1,4 @@
-// What the detection would say, from the stored backups, without changing anything.
+// Judges stored backups again, in memory, without changing the database.
 #pragma once
 
 #include <jansson.h>
@@ -22,15 +22,15 @@ struct BacktestFinding {
 
 struct Backtest {
   std::size_t judged = 0;
-  std::size_t learning = 0;  // of these: of streams that were still learning
+  std::size_t learning = 0;  // how many of them belong to streams that were still learning
   std::vector<BacktestFinding> findings;
 };
 
-// Judges the backups of the last `days` days of the stored ones again, in their order, on a history
-// of what came before. Throws QueryError.
+// Judges the backups of the last `days` days before the newest stored one again, in their order.
+// The older ones are the history. Throws QueryError.
 Backtest backtest(Connection& database, const Settings& settings, int days);
 
-// How one backup is judged by what came before it.
+// How one backup is judged by the backups before it.
 struct Explanation {
   std::string unique_key;
   Finding finding;
@@ -40,15 +40,15 @@ struct Explanation {
   double noise_share = 0;  // of the history
 };
 
-// Absent when no backup has the key. Throws QueryError.
+// Absent when there is no backup with this key. Throws QueryError.
 std::optional<Explanation> explain(Connection& database, const Settings& settings,
                                    const std::string& unique_key);
 
-// As the programs print them with -json and --json.
+// What the programs print with -json and --json.
 JsonPtr to_json(const Backtest& backtest);
 JsonPtr to_json(const Explanation& explanation);
 
-// A line for each finding, and the totals.
+// One line for each finding, then the totals.
 std::string text_of(const Backtest& backtest);
 // "12 backups judged again, 1 would have been reported, ..."
 std::string totals_of(const Backtest& backtest);

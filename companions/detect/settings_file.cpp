@@ -7,7 +7,7 @@ namespace corvane::detect {
 
 namespace {
 
-// As the service takes it, which deletes what is older. It says nothing of nonsense.
+// As the service reads it, since the service deletes what is older. It logs no invalid value.
 int read_purge_months(const std::string& text, std::vector<std::string>& complaints) {
   const int months = purge_interval_months(text);
   if (!number_within(setting::kPurgeInterval, text)) {

@@ -1,4 +1,4 @@
-// The configuration file as far as the detection goes by it.
+// The detection's settings in the configuration file.
 #pragma once
 
 #include <string>
@@ -8,9 +8,9 @@
 
 namespace corvane::detect {
 
-// Reads the settings of the file at `path` into `settings`, whose eps and min_samples stay. What is
-// no valid number counts as the default, or, of the purge interval, as what the service makes of
-// it; `complaints` gets a line for each.
+// Reads the file at `path` into `settings`; eps and min_samples stay. A value that is not a valid
+// number counts as the default; an invalid purge interval counts as what the service makes of it.
+// `complaints` gets a line for each.
 void read_settings(const std::string& path, Settings& settings,
                    std::vector<std::string>& complaints);
 

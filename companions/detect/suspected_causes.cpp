@@ -6,7 +6,7 @@ namespace {
 
 using enum CauseKind;
 
-std::vector<CauseKind> from_whole_copy(const Change& change) {
+std::vector<CauseKind> from_full_backup(const Change& change) {
   const double size = change.size < 0 ? change.files : change.size;
   if (change.files >= 0 && change.files < 0.1 && size >= 0.4) return {kPacked, kMassDeletion};
   if (change.files >= 0 && change.files < 0.05 && size < 0.05) return {kSourceEmpty, kMassDeletion};
@@ -34,7 +34,7 @@ std::vector<CauseKind> from_incremental(const Change& change) {
 
 std::vector<CauseKind> kinds_of(const Change& change) {
   if (change.files >= 0 || change.size >= 0) {
-    std::vector<CauseKind> kinds = from_whole_copy(change);
+    std::vector<CauseKind> kinds = from_full_backup(change);
     if (kinds.front() != kUnclear || change.touched_files < 0) return kinds;
   }
   if (change.touched_files >= 0 && change.touched_size >= 0) return from_incremental(change);

@@ -7,13 +7,13 @@
 
 namespace corvane::detect {
 
-// How a source changed; ratios to what was there before. Negative: unknown.
+// How a source changed, as ratios to what was there before. Negative: unknown.
 struct Change {
-  double files = -1;          // of the whole copy
-  double size = -1;           // of the whole copy
-  double stored = -1;         // part of the whole copy that was new to the store
-  double touched_files = -1;  // of an incremental, as a share of the whole copy's files
-  double touched_size = -1;   // the same of its size
+  double files = -1;          // of the full backup
+  double size = -1;           // of the full backup
+  double stored = -1;         // share of the full backup that was new to the store
+  double touched_files = -1;  // of an incremental, as a share of the full backup's files
+  double touched_size = -1;   // the same for the size
   bool sustained = false;     // several runs in a row
 };
 

@@ -6,6 +6,7 @@
 
 #include "sqlite/connection.h"
 #include "sqlite/sqlite_exception.h"
+#include "tests/fakes/platform_fake_test.h"
 
 namespace corvane {
 namespace {
@@ -28,6 +29,18 @@ TEST(ReasonOf, AFailedQuerySaysWhatSqliteSaysOnce) {
   } catch (const QueryError& error) {
     EXPECT_EQ(reason_of(error), "Query failed: no such column: missing");
   }
+}
+
+using ComplainOnConsole = PlatformFake;
+
+TEST_F(ComplainOnConsole, SaysTheReasonOnScreenAndInTheLog) {
+  testing::internal::CaptureStderr();
+  complain_on_console("companion", sqlite_exception("cannot begin", "database is locked"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "companion: cannot begin (database is locked)\n");
+  EXPECT_EQ(fake::log_lines(),
+            (std::vector<fake::LogLine>{
+                {16, "companion", "companion: cannot begin (database is locked)"}}));
 }
 
 }  // namespace

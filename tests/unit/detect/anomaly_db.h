@@ -26,7 +26,7 @@ class AnomalyDb {
   void run(const std::string& sql) { test::query(db(), sql); }
   std::string one(const std::string& sql) { return test::query_one(db(), sql); }
 
-  // `mark`: USER_IDENTIFIED_CLUSTER or PROCESSED_STATUS.
+  // Each column has another value. `mark`: USER_IDENTIFIED_CLUSTER or PROCESSED_STATUS.
   void insert(const std::string& table, const Backup& backup, int mark) {
     BackupRow row;
     row.backup_id = backup.backup_id;
@@ -42,14 +42,14 @@ class AnomalyDb {
     row.job_id = static_cast<int>(backup.job_id);
     row.parent_job_id = 7;
     row.kb_transferred = static_cast<int>(backup.figures.transferred_kb);
-    row.start_time = 1;
-    row.end_time = 2;
+    row.start_time = 11;
+    row.end_time = 12;
     row.total_time = static_cast<int>(backup.figures.seconds);
     row.dedup_rate = backup.figures.ratio;
     row.mode = 1;
     row.cluster_or_status = mark;
     row.destination = backup.stream.destination;
-    row.stream_number = 1;
+    row.stream_number = 5;
     row.asset_id = "asset";
     row.unique_key = backup.unique_key;
     insert_row(database_, table == "HIST_DATA" ? kInsertHistData : kInsertDataToProcess, row);

@@ -207,5 +207,98 @@ TEST(Dbscan, RefusesWhatIsNoSetOfPoints) {
   EXPECT_THROW(dbscan.run(std::vector<double>{1, nan, 2}, 1, 1, 3), std::invalid_argument);
 }
 
+// By the definition, every pair measured.
+struct Naive {
+  std::vector<std::uint8_t> core;
+  std::vector<int> labels;
+};
+
+Naive naive(const Case& shape) {
+  const std::size_t count = shape.points.size() / shape.dimensions;
+  Naive made{std::vector<std::uint8_t>(count, 0), std::vector<int>(count, kNoise)};
+  for (std::size_t i = 0; i < count; ++i) {
+    std::size_t neighbours = 0;
+    for (std::size_t j = 0; j < count; ++j) neighbours += shape.within_eps(i, j) ? 1 : 0;
+    made.core[i] = neighbours >= shape.min_samples ? 1 : 0;
+  }
+  int clusters = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (made.core[i] == 0 || made.labels[i] != kNoise) continue;
+    std::vector<std::size_t> queue{i};
+    made.labels[i] = clusters++;
+    while (!queue.empty()) {
+      const std::size_t at = queue.back();
+      queue.pop_back();
+      for (std::size_t j = 0; j < count; ++j) {
+        if (made.core[j] == 0 || made.labels[j] != kNoise || !shape.within_eps(at, j)) continue;
+        made.labels[j] = made.labels[i];
+        queue.push_back(j);
+      }
+    }
+  }
+  return made;
+}
+
+// Whole numbers, many of them exactly eps apart: which core points are there, and which belong
+// together and under which number, in each dimension.
+TEST(Dbscan, IsExactAtEps) {
+  std::mt19937 random(3);
+  Dbscan dbscan;
+  for (int round = 0; round < 300; ++round) {
+    Case shape;
+    shape.dimensions = 1 + random() % kMaxDimensions;
+    shape.min_samples = 1 + random() % 4;
+    shape.eps = 1 + static_cast<double>(random() % 3);
+    const unsigned width = 4 + random() % 8;
+    for (std::size_t i = 0; i < 40 * shape.dimensions; ++i) {
+      shape.points.push_back(static_cast<double>(random() % width));
+    }
+    dbscan.run(shape.points, shape.dimensions, shape.eps, shape.min_samples);
+    const Naive expected = naive(shape);
+    ASSERT_EQ(dbscan.core(), expected.core) << round;
+    for (std::size_t i = 0; i < expected.core.size(); ++i) {
+      if (expected.core[i] != 0) {
+        ASSERT_EQ(dbscan.labels()[i], expected.labels[i]) << round;
+      }
+    }
+    EXPECT_EQ(dbscan.clusters(),
+              1 + *std::max_element(expected.labels.begin(), expected.labels.end()));
+  }
+}
+
+// Of equally near core points the one with the smaller coordinates, first the first.
+TEST(Dbscan, GivesABorderPointBetweenTwoToTheSmallerOne) {
+  Dbscan dbscan;
+  const std::vector<double> along{-6, -6, -6, -6, -5, 0, 5, 6, 6, 6, 6};
+  dbscan.run(along, 1, 5, 6);
+  ASSERT_EQ(dbscan.core()[5], 0);
+  EXPECT_EQ(dbscan.labels()[5], dbscan.labels()[4]);
+  std::vector<double> flat;
+  for (auto at = along.rbegin(); at != along.rend(); ++at) flat.insert(flat.end(), {1, *at});
+  dbscan.run(flat, 2, 5, 6);
+  ASSERT_EQ(dbscan.core()[5], 0);
+  EXPECT_EQ(dbscan.labels()[5], dbscan.labels()[6]);
+  EXPECT_NE(dbscan.labels()[4], dbscan.labels()[6]);
+}
+
+TEST(Dbscan, SaysWhatIsWrong) {
+  const auto reason = [](std::vector<double> points, std::size_t dimensions, double eps,
+                         std::size_t min_samples) -> std::string {
+    try {
+      Dbscan().run(points, dimensions, eps, min_samples);
+    } catch (const std::invalid_argument& error) {
+      return error.what();
+    }
+    return "";
+  };
+  const double infinity = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(reason({1, 2, 3}, 2, 1, 1), "The points are not complete rows of 1 to 5 numbers.");
+  EXPECT_EQ(reason({1}, 1, infinity, 1), "eps is not above 0.");
+  EXPECT_EQ(reason({1}, 1, 1, 0), "min_samples is 0.");
+  EXPECT_EQ(reason({infinity}, 1, 1, 1), "A coordinate is not finite.");
+  EXPECT_EQ(reason(std::vector<double>(5), 5, 1, 1), "");
+  EXPECT_EQ(reason({1}, 1, 1e-300, 1), "");
+}
+
 }  // namespace
 }  // namespace corvane::detect

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "anomaly_database/backup.h"
+#include "companions/detect/observation.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/sql.h"
 
@@ -13,7 +14,7 @@ namespace corvane::detect {
 inline constexpr std::int32_t kDay = 86400;
 inline constexpr std::int32_t kFirstDay = 1700000000;
 
-// The nightly whole copy of a source of about 1000 files and 1,000,000 KB.
+// The nightly full backup of a source of about 1000 files and 1,000,000 KB.
 inline Backup daily(int day, double files = 1000, double size_kb = 1e6,
                     double transferred_kb = 2e4) {
   Backup backup;
@@ -47,6 +48,13 @@ inline Backup weekly(int day, double files = 1000, double size_kb = 1e6) {
   backup.unique_key = "data_" + std::to_string(backup.job_id) + "_" + backup.backup_id;
   backup.stream.schedule_name = "weekly-full";
   return backup;
+}
+
+// A backup of that day as histories keep it.
+inline Observation observed(int day, const Figures& figures) {
+  Backup backup = daily(day);
+  backup.figures = figures;
+  return Observation(backup);
 }
 
 }  // namespace corvane::detect

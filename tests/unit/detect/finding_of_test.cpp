@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "anomaly_database/statuses.h"
 #include "companions/detect/model.h"
 #include "tests/unit/detect/detect_world.h"
@@ -78,6 +80,60 @@ TEST(FindingOf, AnInfiniteRatioIsSaidInWords) {
   const Finding finding = finding_of(backup, model.judge(backup), model);
   EXPECT_EQ(words_for(kRatio, finding.figures[kRatio]).range.substr(0, 9), "at least ");
   EXPECT_EQ(finding.summary.find("1,000,000"), std::string::npos) << finding.summary;
+}
+
+TEST(FindingOf, SaysAllThatTheVerdictDoes) {
+  Model model{Settings{}, [](const std::string&) { return std::string("incident_first"); }};
+  model.learn(daily(2), kNoCluster);
+  model.hold(daily(4), {});
+  model.learn(daily(6), kNoCluster);
+  model.learn(daily(7), kNoCluster);
+  Verdict verdict;
+  verdict.outcome = Outcome::kAnomalous;
+  verdict.observations = 17;
+  verdict.eps = 1.5;
+  verdict.by_other_stream = true;
+  verdict.slow_change = SlowChange{3, true, 0.2, 0.1};
+  verdict.figures[kSize] = {true, true, 5, 1, 2, 3, 4};
+  verdict.causes = {cause(CauseKind::kPacked), cause(CauseKind::kMassDeletion)};
+  verdict.severity = Severity::kMajor;
+  const Finding finding = finding_of(daily(5), verdict, model);
+  EXPECT_EQ(finding.severity, Severity::kMajor);
+  EXPECT_EQ(finding.incident, "incident_first");
+  EXPECT_EQ(finding.stream, daily(5).stream);
+  EXPECT_TRUE(finding.has_stream);
+  EXPECT_EQ(finding.backup_id, daily(5).backup_id);
+  EXPECT_EQ(finding.job_id, 1005);
+  EXPECT_EQ(finding.time, daily(5).time);
+  ASSERT_EQ(finding.causes.size(), 2U);
+  EXPECT_EQ(finding.causes[1].kind, CauseKind::kMassDeletion);
+  ASSERT_TRUE(finding.slow_change);
+  EXPECT_EQ(finding.slow_change->share, 0.2);
+  EXPECT_EQ(finding.figures[kSize].deviation, 4);
+  EXPECT_TRUE(finding.by_other_stream);
+  EXPECT_EQ(finding.observations, 17U);
+  EXPECT_EQ(finding.eps, 1.5);
+  EXPECT_EQ(finding.last_good.backup_id, daily(7).backup_id);
+  EXPECT_EQ(finding.usual_since, daily(6).time);
+  EXPECT_EQ(finding.summary, summary_of(finding));
+  EXPECT_FALSE(finding.adopted);
+}
+
+TEST(WordsFor, AreOfTheOutcomeOrOfWhatIsStillMissing) {
+  Settings settings;
+  settings.stream.min_observations = 9;
+  for (const auto& [outcome, name, words] :
+       {std::tuple(Outcome::kLearning, "learning", "learning 4 of 9"),
+        {Outcome::kInconclusive, "inconclusive", "inconclusive"},
+        {Outcome::kNormal, "normal", "normal"},
+        {Outcome::kAdopted, "adopted", "adopted"},
+        {Outcome::kAnomalous, "anomalous", "anomalous"}}) {
+    EXPECT_STREQ(name_of(outcome), name);
+    Verdict verdict;
+    verdict.outcome = outcome;
+    verdict.observations = 4;
+    EXPECT_EQ(words_for(verdict, settings), words);
+  }
 }
 
 }  // namespace
