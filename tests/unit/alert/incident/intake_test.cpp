@@ -14,7 +14,20 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-class IntakeTest : public AlertWorld {};
+class IntakeTest : public AlertWorld {
+ protected:
+  // What quiet hours hold back: channel, incident and for how many seconds from kFirst on.
+  std::string held_back() {
+    std::string text;
+    for (const test::SqlRow& row :
+         test::query(state_->handle(),
+                     "SELECT d.channel, i.name, held - 1700000000 FROM delivery d JOIN incident i "
+                     "ON i.id = d.incident WHERE held <> 0")) {
+      for (const std::string& value : row) text += value + " ";
+    }
+    return text;
+  }
+};
 
 TEST_F(IntakeTest, TellsEachConfiguredChannelAndTheWebService) {
   settings_.syslog = settings_.syslog_severity = 1;
@@ -263,6 +276,7 @@ TEST_F(IntakeTest, QuietHoursHoldBackTheEndOfAWarningOnly) {
   EXPECT_EQ(take(kMail).size(), 2U);
   for (const char* client : {"a", "b"}) usual_backup(client, kFirst);
   EXPECT_EQ(pass().ended, 2U);  // 22:13
+  EXPECT_EQ(held_back(), "mail a 31600 ") << "until 07:00";
   EXPECT_THAT(take(kMail), ElementsAre("end b 2"));
   EXPECT_THAT(take(kWeb), ElementsAre("report a 1", "report b 2", "end a 1", "end b 2"));
   EXPECT_THAT(take(kMail, kFirst + 9 * 3600), ElementsAre("end a 1"));
@@ -377,6 +391,7 @@ TEST_F(IntakeTest, QuietHoursHoldBackWhatIsNotUrgent) {
   anomaly("a", details_of("a", "a", 1, kFirst));
   anomaly("b", details_of("b", "b", 2, kFirst));
   pass();  // 22:13
+  EXPECT_EQ(held_back(), "mail a 31600 ") << "until 07:00";
   EXPECT_THAT(take(kMail), ElementsAre("begin b 2"));
   EXPECT_THAT(take(kWeb), ElementsAre("report a 1", "report b 2"));
   EXPECT_THAT(take(kMail, kFirst + 8 * 3600), IsEmpty());
