@@ -87,6 +87,19 @@ TEST_F(DetectorFeedback, ThatIsWithdrawnHidesNoRowOfTheHistory) {
   EXPECT_TRUE(knows(detector, good_));
 }
 
+TEST_F(DetectorFeedback, IsFollowedOnce) {
+  gather(bad_);
+  Detector detector = make();
+  detector.pass();
+  feedback(bad_, 1);
+  detector.pass();
+  world_.insert("HIST_DATA", good_, -1);
+  detector.pass();
+  world_.run("DELETE FROM HIST_DATA WHERE USER_IDENTIFIED_CLUSTER = 1");
+  detector.pass();
+  EXPECT_EQ(cluster(bad_), "");
+}
+
 TEST_F(DetectorFeedback, OnWhatTheDetectionDoesNotKnowIsIgnored) {
   gather(bad_);
   Detector detector = make();

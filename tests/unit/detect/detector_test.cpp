@@ -465,5 +465,20 @@ TEST_F(DetectorTest, FollowsEitherTableThatWasEmptied) {
   EXPECT_EQ(detector.model().all().front()->key.client, "renamed") << "read anew";
 }
 
+TEST_F(DetectorTest, ReadsEachRowOnceAndKeepsTheHistoryByTime) {
+  world_.insert("HIST_DATA", daily(50), -1);
+  world_.insert("HIST_DATA", daily(45), -1);
+  Detector detector = make();
+  detector.pass();
+  const auto& history = detector.model().all().front()->history;
+  EXPECT_TRUE(std::is_sorted(history.begin(), history.end()));
+  gather(bad_);
+  detector.pass();
+  world_.run("UPDATE HIST_DATA SET CLIENT = 'renamed'");
+  detector.pass();
+  EXPECT_EQ(detector.model().streams(), 1U);
+  EXPECT_EQ(detector.model().all().front()->key.client, "client");
+}
+
 }  // namespace
 }  // namespace corvane::detect

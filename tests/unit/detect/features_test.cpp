@@ -171,6 +171,7 @@ TEST(ScaleHistory, UsesAFeatureThatEnoughBackupsKnow) {
 TEST(ScaleHistory, HasALeastSpreadForEachFeature) {
   const std::vector<Observation> full{observed(0, {992, 936, 5, 5, 5})};
   std::vector<Observation> history;
+  history.reserve(3);
   for (int day = 1; day < 4; ++day) history.push_back(observed(day, {100, 100, 100, 4, 100}));
   const auto spreads = [&](const Frame& frame) {
     ScaledHistory scaled;

@@ -120,8 +120,8 @@ TEST_F(JudgeFullBackup, IsInconclusiveWhenMoreThanAThirdOfTheHistoryIsNoise) {
   for (const auto& [noisy, expected] :
        {std::pair(3, Outcome::kAnomalous), {4, Outcome::kInconclusive}}) {
     history_.clear();
-    fill(history_, 9 - noisy, {24, 936, 0, -1, -1});
     for (int i = 0; i < noisy; ++i) fill(history_, 1, {24, 936, 1000. * (i + 1), -1, -1});
+    fill(history_, 9 - noisy, {24, 936, 0, -1, -1});
     const Verdict verdict = judge({24, 100'000, 0, -1, -1});
     EXPECT_EQ(verdict.outcome, expected);
     EXPECT_DOUBLE_EQ(verdict.noise_share, noisy / 9.0);

@@ -90,7 +90,7 @@ TEST_F(BacktestTest, OfTheAnomaliesBeforeItKnowsTheIncident) {
   make().pass();
   const Backup deleted = daily(42, 300, 3e5);
   store(deleted, true);
-  world_.run("UPDATE ANOMALY_DATA SET ANOMALY_DETAILS = '{\"incident\":\"incident_earlier\"}'");
+  world_.run(R"(UPDATE ANOMALY_DATA SET ANOMALY_DETAILS = '{"incident":"incident_earlier"}')");
   const Backtest result = replay(1);
   ASSERT_EQ(keys(result), std::vector{deleted.unique_key});
   EXPECT_EQ(result.findings[0].finding.incident, "incident_earlier");
@@ -206,10 +206,10 @@ TEST_F(ExplainTest, IsADocument) {
 }
 
 TEST_F(ExplainTest, TellsTheNoiseOfTheHistory) {
-  for (int day = 0; day < 40; ++day) {
-    if (day % 10 == 9) {
-      world_.insert("HIST_DATA", daily(day, 1000, 1e6, 1e5 * (3 * (day / 10) + 4)), -1);
-    }
+  double transferred = 4e5;
+  for (const int day : {9, 19, 29, 39}) {
+    world_.insert("HIST_DATA", daily(day, 1000, 1e6, transferred), -1);
+    transferred += 3e5;
   }
   gather(bad_);
   EXPECT_DOUBLE_EQ(explained(bad_).noise_share, 0.1);
