@@ -89,7 +89,7 @@ std::int64_t next_gather(const Health& health) {
 }  // namespace
 
 Configured read_configuration(const std::string& path) {
-  // With defaults in its place check would not miss a companion that is not running.
+  // With defaults in its place, check would not notice that a companion is not running.
   if (access(path.c_str(), R_OK) != 0 && errno == EACCES) throw permission_denied(path);
   Configured configured;
   Configuration file(path, 1);

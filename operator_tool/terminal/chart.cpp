@@ -21,8 +21,7 @@ constexpr std::array kBlocks{" ",
                              "\xE2\x96\x88"};
 constexpr char kAxis[] = "\xE2\x94\xA4";
 
-// Of a bar's height, what falls into the line so many above the last one; a value above 0 is at
-// least to be seen.
+// How many eighths of a bar fall into one line; the last line is 0. A value above 0 always shows.
 std::size_t eighths_of(double value, double highest, std::size_t line, std::size_t height) {
   if (!(value >= 0) || highest <= 0) return 0;
   const double all = value / highest * static_cast<double>(height * kEighths);

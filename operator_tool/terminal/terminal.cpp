@@ -68,7 +68,7 @@ std::string_view first_character(std::string_view text) {
   return text.substr(0, std::max<std::size_t>(utf8_length(text), 1));
 }
 
-// Blocks and lines of charts have their likes in ASCII.
+// Blocks and lines of charts have equivalents in ASCII.
 std::string in_ascii(std::string_view character) {
   if (character.size() == 1) return std::string(character);
   const char32_t code = code_point(character);
