@@ -44,44 +44,56 @@ TEST(Check, AProgramThatIsDown) {
   EXPECT_EQ(said_of(health), "OK");
 }
 
+// After so many seconds of something, with these thresholds and this interval of gathers.
+struct Case {
+  std::int64_t seconds = 0;
+  std::string said;
+  Thresholds thresholds;
+  int interval_minutes = 15;
+};
+
 TEST(Check, ALateGather) {
-  Health health = good();
-  const auto said_after = [&](std::int64_t seconds, const Thresholds& thresholds = {}) {
-    health.gather.last = kNow - seconds;
-    return said_of(health, thresholds);
-  };
-  EXPECT_EQ(said_after(45 * 60 - 1), "OK");
-  EXPECT_EQ(said_after(45 * 60), "WARNING; last gather 45 min ago");
-  EXPECT_EQ(said_after(180 * 60 - 1), "WARNING; last gather 2 h 59 min ago");
-  EXPECT_EQ(said_after(180 * 60), "CRITICAL; last gather 3 h ago");
-  health.configured.interval_minutes = 60;
-  EXPECT_EQ(said_after(180 * 60 - 1), "OK");
-  EXPECT_EQ(said_after(180 * 60), "WARNING; last gather 3 h ago");
-  EXPECT_EQ(said_after(720 * 60 - 1), "WARNING; last gather 11 h 59 min ago");
-  EXPECT_EQ(said_after(720 * 60), "CRITICAL; last gather 12 h ago");
   const Thresholds own{.gather_warning = 5, .gather_critical = 6};
-  EXPECT_EQ(said_after(299, own), "OK");
-  EXPECT_EQ(said_after(300, own), "WARNING; last gather 5 min ago");
-  EXPECT_EQ(said_after(359, own), "WARNING; last gather 5 min ago");
-  EXPECT_EQ(said_after(360, own), "CRITICAL; last gather 6 min ago");
-  EXPECT_EQ(said_after(0, {.gather_warning = 0}), "WARNING; last gather 0 s ago");
-  EXPECT_EQ(said_after(0, {.gather_critical = 0}), "CRITICAL; last gather 0 s ago");
-  EXPECT_EQ(said_after(60, {.gather_warning = 1, .gather_critical = 1}),
-            "CRITICAL; last gather 60 s ago");
+  for (const Case& one : std::vector<Case>{
+           {45 * kMinute - 1, "OK", {}},
+           {45 * kMinute, "WARNING; last gather 45 min ago", {}},
+           {180 * kMinute - 1, "WARNING; last gather 2 h 59 min ago", {}},
+           {180 * kMinute, "CRITICAL; last gather 3 h ago", {}},
+           {180 * kMinute - 1, "OK", {}, 60},
+           {180 * kMinute, "WARNING; last gather 3 h ago", {}, 60},
+           {720 * kMinute - 1, "WARNING; last gather 11 h 59 min ago", {}, 60},
+           {720 * kMinute, "CRITICAL; last gather 12 h ago", {}, 60},
+           {299, "OK", own},
+           {300, "WARNING; last gather 5 min ago", own},
+           {359, "WARNING; last gather 5 min ago", own},
+           {360, "CRITICAL; last gather 6 min ago", own},
+           {0, "WARNING; last gather 0 s ago", {.gather_warning = 0}},
+           {0, "CRITICAL; last gather 0 s ago", {.gather_critical = 0}},
+           {60, "CRITICAL; last gather 60 s ago", {.gather_warning = 1, .gather_critical = 1}}}) {
+    Health health = good();
+    health.gather.last = kNow - one.seconds;
+    health.configured.interval_minutes = one.interval_minutes;
+    EXPECT_EQ(said_of(health, one.thresholds), one.said) << one.seconds;
+  }
 }
 
 TEST(Check, AHistoryThatIsNeverGathered) {
   Health health = good();
   health.gather.last = 0;
-  health.daemons[0].since = kNow - 180 * 60 + 1;
+  health.daemons[0].since = kNow - 180 * kMinute + 1;
   EXPECT_EQ(said_of(health), "OK");
   EXPECT_EQ(judge(health, {}).summary,
             "all enabled programs are running, the history is being gathered");
-  health.daemons[0].since = kNow - 180 * 60;
+  health.daemons[0].since = kNow - 180 * kMinute;
   EXPECT_EQ(said_of(health), "WARNING; the history has not been gathered yet");
   health.daemons[0].process = 0;
   EXPECT_EQ(said_of(health), "CRITICAL; cvanomalymgmt is not running");
-  EXPECT_TRUE(judge(health, {}).figures.starts_with("alerts_waiting=0;")) << "no gather_lag";
+}
+
+TEST(Check, TheLagIsKnownOnceSomethingWasGathered) {
+  Health health = good();
+  health.gather.last = 0;
+  EXPECT_TRUE(judge(health, {}).figures.starts_with("alerts_waiting=0;"));
   health.gather.last = 1;  // the earliest that is one
   EXPECT_TRUE(judge(health, {}).figures.starts_with("gather_lag=1699999999s;"));
   EXPECT_TRUE(judge(health, {}).summary.starts_with("all enabled programs are running, last"));
@@ -91,36 +103,37 @@ alert::ChannelStatus pending(std::int64_t due) {
   alert::ChannelStatus channel;
   channel.name = "mail";
   channel.waiting = 2;
-  channel.oldest = kNow - 8 * 3600;  // held back by quiet hours
+  channel.oldest = kNow - 8 * kHour;  // held back by quiet hours
   channel.due = due;
   return channel;
 }
 
 TEST(Check, MessagesThatStayPending) {
-  Health health = good();
-  const auto said_when_due = [&](std::int64_t due, const Thresholds& thresholds = {}) {
-    health.alerts.channels = {pending(due)};
-    return said_of(health, thresholds);
-  };
-  EXPECT_EQ(said_when_due(kNow - 30 * 60 + 1), "OK");
-  EXPECT_EQ(said_when_due(kNow + 3600), "OK");
-  EXPECT_EQ(said_when_due(kNow - 30 * 60), "WARNING; 2 messages pending, the oldest for 30 min");
-  EXPECT_EQ(said_when_due(kNow - 240 * 60 + 1),
-            "WARNING; 2 messages pending, the oldest for 3 h 59 min");
-  EXPECT_EQ(said_when_due(kNow - 240 * 60), "CRITICAL; 2 messages pending, the oldest for 4 h");
+  const std::string warning = "WARNING; 2 messages pending, the oldest for ";
+  const std::string critical = "CRITICAL; 2 messages pending, the oldest for ";
   const Thresholds own{.alerts_warning = 3, .alerts_critical = 4};
-  EXPECT_EQ(said_when_due(kNow - 179, own), "OK");
-  EXPECT_EQ(said_when_due(kNow - 180, own), "WARNING; 2 messages pending, the oldest for 3 min");
-  EXPECT_EQ(said_when_due(kNow - 240, own), "CRITICAL; 2 messages pending, the oldest for 4 min");
   const Thresholds none{.alerts_warning = 0};
-  EXPECT_EQ(said_when_due(kNow + 1, none), "OK");
-  EXPECT_EQ(said_when_due(kNow, none), "WARNING; 2 messages pending, the oldest for 0 s");
-  EXPECT_EQ(said_when_due(0, none), "OK");
-  EXPECT_EQ(said_when_due(1, none),
-            "CRITICAL; 2 messages pending, the oldest for " + span_text(kNow - 1));
+  for (const Case& one : std::vector<Case>{{-3600, "OK", {}},
+                                           {30 * kMinute - 1, "OK", {}},
+                                           {30 * kMinute, warning + "30 min", {}},
+                                           {240 * kMinute - 1, warning + "3 h 59 min", {}},
+                                           {240 * kMinute, critical + "4 h", {}},
+                                           {179, "OK", own},
+                                           {180, warning + "3 min", own},
+                                           {239, warning + "3 min", own},
+                                           {240, critical + "4 min", own},
+                                           {-1, "OK", none},
+                                           {0, warning + "0 s", none},
+                                           {kNow, "OK", none},  // not due at all
+                                           {kNow - 1, critical + span_text(kNow - 1), none}}) {
+    Health health = good();
+    health.alerts.channels = {pending(kNow - one.seconds)};
+    EXPECT_EQ(said_of(health, one.thresholds), one.said) << one.seconds;
+  }
+  Health health = good();
+  health.alerts.channels = {pending(kNow - 1800)};
   health.alerts.channels[0].waiting = 1;
-  EXPECT_EQ(said_of(health, none),
-            "CRITICAL; 1 message pending, the oldest for " + span_text(kNow - 1));
+  EXPECT_EQ(said_of(health), "WARNING; 1 message pending, the oldest for 30 min");
 }
 
 TEST(Check, DeadLetters) {
@@ -139,25 +152,30 @@ TEST(Check, AnAlertDatabaseThatCannotBeRead) {
 }
 
 TEST(Check, ADiskThatIsNearlyFull) {
-  Health health = good();
-  const auto said_with = [&](std::int64_t available, const Thresholds& thresholds = {}) {
-    health.disk = {1000, available};
-    return said_of(health, thresholds);
+  struct DiskCase {
+    DiskSpace disk;
+    std::string said;
+    Thresholds thresholds;
   };
-  EXPECT_EQ(said_with(101), "OK");
-  EXPECT_EQ(said_with(100), "WARNING; 10.0 percent of the disk is free");
-  EXPECT_EQ(said_with(31), "WARNING; 3.1 percent of the disk is free");
-  EXPECT_EQ(said_with(30), "CRITICAL; 3.0 percent of the disk is free");
+  const std::string free = " percent of the disk is free";
   const Thresholds own{.disk_warning = 60, .disk_critical = 50};
-  EXPECT_EQ(said_with(601, own), "OK");
-  EXPECT_EQ(said_with(600, own), "WARNING; 60.0 percent of the disk is free");
-  EXPECT_EQ(said_with(500, own), "CRITICAL; 50.0 percent of the disk is free");
-  health.disk = {0, 0};
-  EXPECT_EQ(said_of(health, {.disk_warning = 100, .disk_critical = 100}), "OK");
-  EXPECT_EQ(judge(health, {}).figures.find("disk_free"), std::string::npos);
-  health.disk = {1, 0};
-  EXPECT_EQ(said_of(health), "CRITICAL; 0.0 percent of the disk is free");
-  EXPECT_TRUE(judge(health, {}).figures.ends_with(" disk_free=0.0%;10:;3:;0;100"));
+  for (const auto& [disk, said, thresholds] :
+       std::vector<DiskCase>{{{1000, 101}, "OK", {}},
+                             {{1000, 100}, "WARNING; 10.0" + free, {}},
+                             {{1000, 31}, "WARNING; 3.1" + free, {}},
+                             {{1000, 30}, "CRITICAL; 3.0" + free, {}},
+                             {{1000, 601}, "OK", own},
+                             {{1000, 600}, "WARNING; 60.0" + free, own},
+                             {{1000, 501}, "WARNING; 50.1" + free, own},
+                             {{1000, 500}, "CRITICAL; 50.0" + free, own},
+                             {{1, 0}, "CRITICAL; 0.0" + free, {}},
+                             {{0, 0}, "OK", {.disk_warning = 100, .disk_critical = 100}}}) {
+    Health health = good();
+    health.disk = disk;
+    EXPECT_EQ(said_of(health, thresholds), said);
+    EXPECT_EQ(judge(health, thresholds).figures.find("disk_free") != std::string::npos,
+              disk.total > 0);
+  }
 }
 
 TEST(Check, DisabledIsNoProblem) {
@@ -193,7 +211,7 @@ TEST(Check, PerformanceData) {
 
 TEST(Check, TheWorstFirstAndEqualOnesInTheirOrder) {
   Health health = good();
-  health.gather.last = kNow - 46 * 60;
+  health.gather.last = kNow - 46 * kMinute;
   health.daemons[0].process = 0;
   health.daemons[1].process = 0;
   health.alerts.trouble = "It is damaged.";
@@ -234,7 +252,7 @@ TEST(Check, AsJson) {
 
 TEST(Check, TheWorstComesFirstOnOneLine) {
   Health health = good();
-  health.gather.last = kNow - 46 * 60;
+  health.gather.last = kNow - 46 * kMinute;
   health.daemons[1].process = 0;
   health.alerts.trouble = "bad|\nthing";
   const std::string line = text_of(judge(health, {}), false);

@@ -130,18 +130,19 @@ TEST_F(ShowCommand, TheChartIsOfWhatDeviatesTheMost) {
             R"({"time":)" + std::to_string(backup.time) + R"(,"features":[)" + features + "]}");
     return chart_title(shown(backup));
   };
-  const std::string label_size = names_of(kSize).label;
-  const std::string label_transferred = names_of(kTransferred).label;
-  EXPECT_EQ(title_with(figure("files", 5, 1)), "Files");
-  EXPECT_EQ(title_with(figure("files", 5, 1) + "," + figure("image_size", 5, -2)), label_size);
-  EXPECT_EQ(title_with(figure("files", 5, 1) + "," + figure("kb_transferred", 5, 3)),
-            label_transferred);
-  EXPECT_EQ(title_with(figure("dedup_ratio", 5, 9) + "," + figure("files", 5, 1)), "Files");
-  EXPECT_EQ(title_with(figure("duration", 5, 9) + "," + figure("kb_transferred", 5, 1)),
-            label_transferred);
-  EXPECT_EQ(title_with(figure("files", 5, 0)), label_size);
-  EXPECT_EQ(title_with(figure("dedup_ratio", 5, 9)), label_size);
-  EXPECT_EQ(title_with(""), label_size);
+  const std::string size = names_of(kSize).label;
+  const std::string transferred = names_of(kTransferred).label;
+  for (const auto& [features, title] : std::vector<std::pair<std::string, std::string>>{
+           {figure("files", 5, 1), "Files"},
+           {figure("files", 5, 1) + "," + figure("image_size", 5, -2), size},
+           {figure("files", 5, 1) + "," + figure("kb_transferred", 5, 3), transferred},
+           {figure("dedup_ratio", 5, 9) + "," + figure("files", 5, 1), "Files"},
+           {figure("duration", 5, 9) + "," + figure("kb_transferred", 5, 1), transferred},
+           {figure("files", 5, 0), size},
+           {figure("dedup_ratio", 5, 9), size},
+           {"", size}}) {
+    EXPECT_EQ(title_with(features), title) << features;
+  }
 }
 
 TEST_F(ShowCommand, TheChartHasTheFiguresThatItNames) {

@@ -135,39 +135,52 @@ TEST_F(StatusText, LocalTime) {
   }
 }
 
-// What needs somebody is red, what may need somebody yellow.
-TEST_F(StatusText, Colours) {
-  terminal_.colour = true;
-  const std::string red = "\x1B[31m";
-  const std::string yellow = "\x1B[33m";
-  const auto colour_of = [&](const std::string& name) {
+// What somebody has to do something about is red, what somebody should look at yellow.
+class StatusColours : public StatusText {
+ protected:
+  StatusColours() { terminal_.colour = true; }
+  // "red", "yellow" or "plain": of the words behind the name at the beginning of a line.
+  std::string colour_of(const std::string& name) const {
     const std::string all = "\n" + text();
     const std::string title = "\n\x1B[1m" + name + "\x1B[0m";
     std::size_t at = all.find(title);
     if (at == std::string::npos) return "no line " + name;
     at = all.find_first_not_of(' ', at + title.size());
-    return all[at] == '\x1B' ? all.substr(at, 5) : std::string();
-  };
-  EXPECT_EQ(colour_of("Service"), "");
-  EXPECT_EQ(colour_of("Detection"), red);
-  EXPECT_EQ(colour_of("Alerts"), red);
+    if (all.compare(at, 5, "\x1B[31m") == 0) return "red";
+    return all.compare(at, 5, "\x1B[33m") == 0 ? "yellow" : "plain";
+  }
+};
+
+TEST_F(StatusColours, OfPrograms) {
+  EXPECT_EQ(colour_of("Service"), "plain");
+  EXPECT_EQ(colour_of("Detection"), "red");  // is running, although disabled
+  EXPECT_EQ(colour_of("Alerts"), "red");
   health_.daemons[2].is_wanted = false;
-  EXPECT_EQ(colour_of("Alerts"), "");
-  EXPECT_EQ(colour_of("Gathers"), yellow);
+  EXPECT_EQ(colour_of("Alerts"), "plain");
+}
+
+TEST_F(StatusColours, OfGathers) {
+  EXPECT_EQ(colour_of("Gathers"), "yellow");
   health_.gather.log.failed = 1;
-  EXPECT_EQ(colour_of("Gathers"), yellow);
+  EXPECT_EQ(colour_of("Gathers"), "yellow");
   health_.gather.log.failed = 0;
-  EXPECT_EQ(colour_of("Gathers"), "");
-  EXPECT_EQ(colour_of("Incidents"), yellow);
+  EXPECT_EQ(colour_of("Gathers"), "plain");
+}
+
+TEST_F(StatusColours, OfIncidents) {
+  EXPECT_EQ(colour_of("Incidents"), "yellow");
   status_.picture.incidents.resize(1);
-  EXPECT_EQ(colour_of("Incidents"), yellow);
+  EXPECT_EQ(colour_of("Incidents"), "yellow");
   status_.picture.incidents.clear();
-  EXPECT_EQ(colour_of("Incidents"), "");
-  EXPECT_EQ(colour_of("Messages"), red);
+  EXPECT_EQ(colour_of("Incidents"), "plain");
+}
+
+TEST_F(StatusColours, OfMessages) {
+  EXPECT_EQ(colour_of("Messages"), "red");
   health_.alerts.channels = {{.name = "mail", .given_up = 1, .last_error = ""}};
-  EXPECT_EQ(colour_of("Messages"), red);
+  EXPECT_EQ(colour_of("Messages"), "red");
   health_.alerts.channels[0].given_up = 0;
-  EXPECT_EQ(colour_of("Messages"), "");
+  EXPECT_EQ(colour_of("Messages"), "plain");
 }
 
 class StatusCommand : public Commands {};
@@ -190,7 +203,7 @@ TEST_F(StatusCommand, TellsWhatIsInTheDatabase) {
             "Service       " + begun + process + "\nDetection     " + begun + process +
                 "\nAlerts        " + begun + process +
                 "\nLast gather   2023-11-14 22:03, 10 min ago\nNext gather   expected at " +
-                time_text(started_at(getpid()) + 15 * 60, true) +
+                time_text(started_at(getpid()) + 15 * kMinute, true) +
                 "\nGathers       unknown, the service's log has no records\n"
                 "Queue         1 running job for the next gather\n"
                 "Waiting       1 backup waiting for the detection, the oldest of 2023-11-14 22:12\n"
