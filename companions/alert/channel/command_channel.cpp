@@ -76,14 +76,14 @@ class Running {
   ~Running() {
     finish();
     close_input();
-    if (ended_ >= 0) close(ended_);
+    if (ended_ != -1) close(ended_);
   }
   Running(const Running&) = delete;
   Running& operator=(const Running&) = delete;
 
   // True when the child has ended by itself.
   bool watch(Clock::time_point deadline, const StopFlag& stop) {
-    if (ended_ < 0) throw std::runtime_error("cannot wait for the program");
+    if (ended_ == -1) throw std::runtime_error("cannot wait for the program");
     for (;;) {
       const auto left =
           std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -109,7 +109,7 @@ class Running {
   }
 
   void close_input() {
-    if (input_ >= 0) close(input_);
+    if (input_ != -1) close(input_);
     input_ = -1;
   }
 
@@ -118,7 +118,7 @@ class Running {
     if (is_finished_) return;
     is_finished_ = true;
     kill(-pid_, SIGKILL);
-    while (waitpid(pid_, &status_, 0) < 0 && errno == EINTR) {
+    while (waitpid(pid_, &status_, 0) == -1 && errno == EINTR) {
     }
   }
 

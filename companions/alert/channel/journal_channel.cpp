@@ -29,7 +29,7 @@ class Descriptor {
  public:
   explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
   ~Descriptor() {
-    if (descriptor_ >= 0) close(descriptor_);
+    if (descriptor_ != -1) close(descriptor_);
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
@@ -71,7 +71,7 @@ ssize_t send_patiently(int socket, const msghdr& datagram, const StopFlag& stop)
   const auto give_up = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
   for (;;) {
     const ssize_t sent = sendmsg(socket, &datagram, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent >= 0 || (errno != EAGAIN && errno != EINTR)) return sent;
+    if (sent != -1 || (errno != EAGAIN && errno != EINTR)) return sent;
     pollfd stopped{stop.descriptor(), POLLIN, 0};
     if (std::chrono::steady_clock::now() >= give_up || poll(&stopped, 1, kLookEveryMs) > 0) {
       errno = EAGAIN;
@@ -83,10 +83,10 @@ ssize_t send_patiently(int socket, const msghdr& datagram, const StopFlag& stop)
 // An entry that is too large for a datagram is sent as a sealed file.
 ssize_t send_as_file(int socket, msghdr datagram, const std::string& entry, const StopFlag& stop) {
   const Descriptor file(memfd_create("entry", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (file.get() < 0) return -1;
+  if (file.get() == -1) return -1;
   for (std::size_t at = 0; at < entry.size();) {
     const ssize_t written = write(file.get(), entry.data() + at, entry.size() - at);
-    if (written < 0) return -1;
+    if (written == -1) return -1;
     at += static_cast<std::size_t>(written);
   }
   constexpr int kSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
@@ -136,7 +136,7 @@ SendResult JournalChannel::send(const Message& message) {
     return {false, std::string(setting::kSyslogSocket.key) + " is too long"};
   socket_.copy(address.sun_path, socket_.size());
   const Descriptor journal(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  if (journal.get() < 0) return failure("cannot create a socket");
+  if (journal.get() == -1) return failure("cannot create a socket");
   if (connect(journal.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return failure("cannot connect to the journal");
   }
@@ -146,10 +146,10 @@ SendResult JournalChannel::send(const Message& message) {
   datagram.msg_iov = &content;
   datagram.msg_iovlen = 1;
   ssize_t sent = send_patiently(journal.get(), datagram, stop_);
-  if (sent < 0 && (errno == EMSGSIZE || errno == ENOBUFS)) {
+  if (sent == -1 && (errno == EMSGSIZE || errno == ENOBUFS)) {
     sent = send_as_file(journal.get(), datagram, entry, stop_);
   }
-  return sent < 0 ? failure("cannot write to the journal") : SendResult{true, ""};
+  return sent == -1 ? failure("cannot write to the journal") : SendResult{true, ""};
 }
 
 }  // namespace corvane::alert

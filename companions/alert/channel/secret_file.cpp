@@ -35,7 +35,7 @@ std::string why_not_secret(const struct stat& file, uid_t user) {
 std::string read_secret(const std::string& path) {
   // Without blocking: it might be a pipe that nobody writes to.
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) refuse(path, std::strerror(errno));
+  if (descriptor == -1) refuse(path, std::strerror(errno));
   const OpenFile file{descriptor};
   struct stat found {};
   if (fstat(descriptor, &found) != 0) refuse(path, std::strerror(errno));
@@ -43,7 +43,7 @@ std::string read_secret(const std::string& path) {
   if (!why_not.empty()) refuse(path, why_not);
   std::string secret(kMostBytes + 1, '\0');
   const ssize_t bytes = read(descriptor, secret.data(), secret.size());
-  if (bytes < 0) refuse(path, std::strerror(errno));
+  if (bytes == -1) refuse(path, std::strerror(errno));
   secret.resize(static_cast<std::size_t>(bytes));
   if (secret.size() > kMostBytes) refuse(path, "it is longer than 4 KiB");
   if (secret.ends_with('\n')) secret.pop_back();

@@ -271,6 +271,17 @@ TEST_F(Commands, StatusOfEachChannel) {
   EXPECT_THAT(run(run_status).out, HasSubstr("with status 1\nweb: "));
 }
 
+TEST_F(Commands, StatusChangesNothingInTheDatabase) {
+  { const StateDatabase state(options.own_file(".db")); }
+  const auto journal_mode = [&](const char* pragma) {
+    Connection state(options.own_file(".db"), Connection::Access::kWrite);
+    return test::query_one(state.handle(), pragma);
+  };
+  EXPECT_EQ(journal_mode("PRAGMA journal_mode=DELETE"), "delete");
+  EXPECT_EQ(run(run_status).status, 0);
+  EXPECT_EQ(journal_mode("PRAGMA journal_mode"), "delete");
+}
+
 TEST_F(Commands, StatusOfADamagedDatabase) {
   test::write_file(options.own_file(".db"), std::string(5000, 'x'));
   const Answer answer = run(run_status);

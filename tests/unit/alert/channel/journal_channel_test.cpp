@@ -81,7 +81,10 @@ class JournalChannelTest : public PlatformFake {
  protected:
   // Why it was not delivered; empty: it was.
   std::string sent(const Message& message, const StopFlag& until) const {
-    const SendResult result = JournalChannel(path, until).send(message);
+    return sent(message, until, path);
+  }
+  static std::string sent(const Message& message, const StopFlag& until, const std::string& to) {
+    const SendResult result = JournalChannel(to, until).send(message);
     EXPECT_EQ(result.is_taken, result.reason.empty());
     return result.reason;
   }
@@ -213,10 +216,9 @@ TEST_F(JournalChannelTest, SendsOnceAFullJournalHasRoom) {
 TEST_F(JournalChannelTest, SaysWhyThereIsNoJournal) {
   EXPECT_EQ(sent(some_message(), stop), "cannot connect to the journal: No such file or directory");
   const std::size_t most = sizeof sockaddr_un{}.sun_path - 1;
-  EXPECT_EQ(JournalChannel("/" + std::string(most - 1, 'x'), stop).send(some_message()).reason,
+  EXPECT_EQ(sent(some_message(), stop, "/" + std::string(most - 1, 'x')),
             "cannot connect to the journal: No such file or directory");
-  EXPECT_EQ(JournalChannel("/" + std::string(most, 'x'), stop).send(some_message()).reason,
-            "SYSLOG_SOCKET is too long");
+  EXPECT_EQ(sent(some_message(), stop, "/" + std::string(most, 'x')), "SYSLOG_SOCKET is too long");
 }
 
 }  // namespace
