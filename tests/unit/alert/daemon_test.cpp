@@ -109,6 +109,13 @@ TEST_F(DaemonTest, DeliversAnAnomalyAndMarksIt) {
   EXPECT_THAT(log_without_transfers(16), IsEmpty());
 }
 
+TEST_F(DaemonTest, SaysNothingOfAChangeWithoutAnomalies) {
+  EXPECT_EQ(daemon().step(), kSettled);
+  usual_backup("c", kFirst);
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_THAT(fake::log_lines(), IsEmpty());
+}
+
 TEST_F(DaemonTest, TriesAgainUntilTheDatabasesCanBeUsed) {
   const std::string path = options.database_path();
   std::filesystem::rename(path, path + ".away");

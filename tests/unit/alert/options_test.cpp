@@ -122,6 +122,8 @@ TEST_F(MasterName, IsTheOption) {
 TEST_F(MasterName, IsTheProductsOtherwise) {
   fake.servers = {"first.example.com", "second.example.com"};
   EXPECT_EQ(master_name({}), "first.example.com");
+  fake.servers = {"only.example.com"};
+  EXPECT_EQ(master_name({}), "only.example.com");
 }
 
 TEST_F(MasterName, MayBeUnknown) {
