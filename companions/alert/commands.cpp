@@ -36,6 +36,7 @@ namespace corvane::alert {
 
 namespace {
 
+constexpr char kNothingSent[] = "No alert has been sent yet.\n";
 constexpr std::chrono::milliseconds kLookEvery(20);
 constexpr std::chrono::milliseconds kEndWithin(600);
 
@@ -52,7 +53,7 @@ Settings settings_of(const Options& options) {
   Settings settings;
   std::vector<std::string> complaints;
   if (!read_settings(options.config_path(), settings, complaints)) {
-    throw std::runtime_error(options.config_path() + " cannot be read whole");
+    throw std::runtime_error(options.config_path() + " cannot be read or has a malformed line");
   }
   for (const std::string& complaint : complaints) {
     logmsg(kLogWarning, kAlertProgram, complaint.c_str());
@@ -67,7 +68,7 @@ std::vector<std::string> configured_channels(const Settings& settings) {
   return channels;
 }
 
-// Works on all channels at once, as one of them may hang; a signal breaks them off.
+// Works on all channels at the same time, as one of them may hang. A signal interrupts them.
 void for_each_channel(const std::vector<std::string>& channels, StopSignals& signals,
                       StopFlag& stop, const std::function<void(const std::string&)>& work) {
   std::atomic<std::size_t> busy{channels.size()};
@@ -85,7 +86,7 @@ void for_each_channel(const std::vector<std::string>& channels, StopSignals& sig
   while (busy > 0 && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(kLookEvery);
   }
-  if (busy > 0) _exit(1);  // the web service's, which cannot be broken off
+  if (busy > 0) _exit(1);  // the web channel, which cannot be interrupted
   for (std::thread& thread : threads) thread.join();
 }
 
@@ -126,18 +127,18 @@ std::string sent_in_words(const SendCounts& counts) {
 }
 
 std::string status_in_words(const ChannelStatus& status, std::int64_t at) {
-  std::string text = status.name + ": " + std::to_string(status.taken) + " taken, " +
-                     std::to_string(status.waiting) + " waiting";
+  std::string text = status.name + ": " + std::to_string(status.taken) + " delivered, " +
+                     std::to_string(status.waiting) + " pending";
   if (status.oldest > 0) text += " since " + utc_text(status.oldest);
-  text += ", " + std::to_string(status.given_up) + " given up";
-  if (status.last_success > 0) text += "; last taken " + utc_text(status.last_success);
+  text += ", " + counted(status.given_up, "dead letter", "dead letters");
+  if (status.last_success > 0) text += "; last delivery " + utc_text(status.last_success);
   text += "\n";
   if (status.failures == 0) return text;
   text += "  failing since " + utc_text(status.failing_since) + ", " +
-          counted(status.failures, "time", "times in a row") + ": " +
+          counted(status.failures, "failed attempt", "failed attempts in a row") + ": " +
           plain_text(status.last_error) + "\n";
   if (status.waiting == 0 || status.paused_until <= at) return text;
-  return text + "  next try in " + std::to_string(status.paused_until - at) + " s\n";
+  return text + "  next attempt in " + span_text(status.paused_until - at) + "\n";
 }
 
 Message test_message(const std::string& master) {
@@ -146,8 +147,8 @@ Message test_message(const std::string& master) {
   message.alert = "test-" + std::to_string(message.created);
   message.kind = Kind::kTest;
   message.anomaly_id = message.incident = "cvanomalyalert_test";
-  message.subject = "Test of the anomaly alerts of " + plain_text(master);
-  message.body = "This is a test that somebody asked for. Nothing has happened.\n";
+  message.subject = "Test alert from " + plain_text(master);
+  message.body = "This is only a test of the alerts. No anomaly was detected.\n";
   message.details = "{}";
   return message;
 }
@@ -177,9 +178,10 @@ int run_once(const Options& options) {
     SendCounts counts;
     send_all_due(options, settings, state, signals, counts);
     const std::size_t done = intake.mark_processed();
-    write_console(counted(static_cast<std::int64_t>(pass.records), "anomaly", "anomalies") +
-                  " taken in, " + sent_in_words(counts) + ", " +
-                  counted(static_cast<std::int64_t>(done), "anomaly", "anomalies") + " done\n");
+    write_console(counted(static_cast<std::int64_t>(pass.records), "new anomaly", "new anomalies") +
+                  ", " + sent_in_words(counts) + ", " +
+                  counted(static_cast<std::int64_t>(done), "anomaly", "anomalies") +
+                  " processed\n");
     return counts.failed > 0 ? 1 : 0;
   });
 }
@@ -199,7 +201,8 @@ int run_test(const Options& options) {
       const SendResult result = sent(name, settings, master, stop);
       if (!result.is_taken) all_taken = false;
       const std::lock_guard<std::mutex> guard(console);
-      write_console(name + ": " + (result.is_taken ? "taken" : "failed: " + result.reason) + "\n");
+      write_console(name + ": " + (result.is_taken ? "delivered" : "failed: " + result.reason) +
+                    "\n");
     });
     return all_taken ? 0 : 1;
   });
@@ -208,7 +211,7 @@ int run_test(const Options& options) {
 int run_status(const Options& options) {
   return guarded([&] {
     if (!Directory::CanAccess(options.own_file(".db"))) {
-      write_console("Nothing has been told yet.\n");
+      write_console(kNothingSent);
       return 0;
     }
     StateDatabase state(options.own_file(".db"), false);
@@ -216,7 +219,7 @@ int run_status(const Options& options) {
     for (const ChannelStatus& status : Outbox(state).status()) {
       text += status_in_words(status, now());
     }
-    write_console(text.empty() ? "Nothing has been told yet.\n" : text);
+    write_console(text.empty() ? kNothingSent : text);
     return 0;
   });
 }
@@ -233,7 +236,7 @@ int run_resend(const Options& options) {
       revived = outbox.revive();
       letters.clear();
     }
-    std::string words = counted(revived, "message waits again", "messages wait again");
+    std::string words = counted(revived, "dead letter is", "dead letters are") + " pending again";
     SendCounts counts;
     ProgramLock lock(options.own_file(".lock"));
     if (lock.take()) {
@@ -243,7 +246,7 @@ int run_resend(const Options& options) {
       words += ", " + sent_in_words(counts);
     } else {
       outbox.end_pauses();
-      words += ", the running cvanomalyalert sends them";
+      words += "; the running cvanomalyalert will send all pending messages";
     }
     write_console(words + "\n");
     return counts.failed > 0 ? 1 : 0;

@@ -1,19 +1,21 @@
-// What people ask of the program on the command line.
+// The commands that people give on the command line.
 #pragma once
 
 #include "companions/alert/options.h"
 
 namespace corvane::alert {
 
-// Each prints what it did and gives the exit status. 0: done; 1: something failed. A signal breaks
-// off what is being sent. As with run_daemon() the caller hands the status to _exit() at once.
+// Each prints what it did and returns the exit status: 0 for success, 1 for a failure. Errors go to
+// standard error and the log. A signal interrupts what is being sent. As with run_daemon(), the
+// caller passes the status to _exit() at once.
 
-// Takes in what is new and tries to deliver everything that waits, once.
+// Reads new anomalies and tries to deliver each pending message once.
 int run_once(const Options& options);
-// Sends a test message by one channel or all that are configured.
+// Sends a test message by one channel, or by all configured ones.
 int run_test(const Options& options);
+// Prints the status of each channel.
 int run_status(const Options& options);
-// What was given up waits again; delivered at once unless a running cvanomalyalert does it.
+// Makes dead letters pending again, and delivers them unless a cvanomalyalert that is running does.
 int run_resend(const Options& options);
 
 }  // namespace corvane::alert

@@ -53,6 +53,6 @@ int main(int argc, char* argv[]) {
     enable_process_for_service_account();
     corvane::open_program_log(kAlertProgram);
   }
-  // Without waiting for threads whose channel hangs.
+  // Does not wait for threads whose channel hangs.
   _exit(dispatch(options));
 }

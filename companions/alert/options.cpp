@@ -72,7 +72,7 @@ std::string parse_options(int count, const char* const* arguments, Options& opti
     *place = arguments[++i];
     if (place->empty()) return "Invalid value for " + std::string(name) + ": ";
   }
-  if (modes > 1) return "Only one of -once, -test, -status and -resend";
+  if (modes > 1) return "Use only one of -once, -test, -status and -resend";
   if (!options.test_channel.empty() && !is_channel_name(options.test_channel)) {
     return "Unknown channel: " + options.test_channel;
   }
@@ -84,18 +84,18 @@ const char* usage() {
          "cvanomalyalert [-database_location DIRECTORY] [-database_file_name NAME]\n"
          "               [-master NAME] [-config_file FILE]\n"
          "               [-once | -test [CHANNEL] | -status | -resend | -help]\n"
-         "\nWithout one of the last five it runs as a daemon until SIGTERM.\n"
+         "\nWithout one of the last five options it runs as a daemon until SIGTERM.\n"
          "\nWhere:"
          "\n  -database_location  : Directory of the anomaly database."
-         "\n  -database_file_name : Its name in there."
-         "\n  -master             : Server whose web service is told of the anomalies."
+         "\n  -database_file_name : File name of the anomaly database."
+         "\n  -master             : Server whose web service gets the anomalies."
          "\n  -config_file        : Configuration file."
-         "\n  -once               : Deliver what is waiting, each message once, then exit."
-         "\n  -test               : Send a test message by one channel (web, syslog, webhook,"
-         "\n                        mail, command) or by all that are configured; say what "
-         "happened."
-         "\n  -status             : Say what waits where, and since when."
-         "\n  -resend             : Send what was given up, again."
+         "\n  -once               : Read new anomalies, try each pending message once, then exit."
+         "\n  -test               : Send a test message by one channel (web, syslog, webhook, mail,"
+         "\n                        command) or by all configured channels, and print the results."
+         "\n  -status             : Print the status of each channel: delivered and pending"
+         "\n                        messages, dead letters, failures."
+         "\n  -resend             : Send dead letters again."
          "\n  -help               : Print command line help."
          "\n\n";
 }

@@ -14,12 +14,12 @@ namespace corvane::alert {
 ProgramLock::ProgramLock(std::string path) : path_(std::move(path)) {}
 
 ProgramLock::~ProgramLock() {
-  if (descriptor_ >= 0) close(descriptor_);
+  if (descriptor_ != -1) close(descriptor_);
 }
 
 bool ProgramLock::take() {
-  if (descriptor_ < 0) descriptor_ = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (descriptor_ < 0) throw std::runtime_error(path_ + ": " + std::strerror(errno));
+  if (descriptor_ == -1) descriptor_ = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (descriptor_ == -1) throw std::runtime_error(path_ + ": " + std::strerror(errno));
   return flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
 }
 

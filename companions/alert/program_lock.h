@@ -1,11 +1,11 @@
-// One cvanomalyalert for a database at a time.
+// Makes sure that only one cvanomalyalert uses a database.
 #pragma once
 
 #include <string>
 
 namespace corvane::alert {
 
-// The system lets go of the lock when the process ends, however it does.
+// The system releases the lock when the process ends, also after a crash.
 class ProgramLock {
  public:
   explicit ProgramLock(std::string path);
@@ -13,7 +13,8 @@ class ProgramLock {
   ProgramLock(const ProgramLock&) = delete;
   ProgramLock& operator=(const ProgramLock&) = delete;
 
-  // False while another process has it. Throws std::runtime_error when the file cannot be made.
+  // False while another process holds the lock. Throws std::runtime_error when the file cannot be
+  // created.
   bool take();
 
  private:

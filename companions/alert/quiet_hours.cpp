@@ -42,7 +42,7 @@ std::int64_t end_of_quiet(const QuietHours& quiet, std::int64_t now) {
   const bool is_quiet = over_midnight ? minute >= quiet.begin || minute < quiet.end
                                       : minute >= quiet.begin && minute < quiet.end;
   if (!is_quiet) return 0;
-  // By the calendar, since a day on which the clocks change has not 24 hours.
+  // By the calendar: a day on which the clocks change does not have 24 hours.
   if (over_midnight && minute >= quiet.begin) ++local.tm_mday;
   local.tm_hour = quiet.end / 60;
   local.tm_min = quiet.end % 60;

@@ -1,4 +1,4 @@
-// The hours of the day in which only what is urgent is told.
+// The hours of the day in which people get urgent alerts only.
 #pragma once
 
 #include <cstdint>
@@ -6,18 +6,18 @@
 
 namespace corvane::alert {
 
-// Minutes of the local day; the end may lie on the next one. Equal: no quiet hours.
+// Minutes since local midnight. The end may be on the next day. Equal: no quiet hours.
 struct QuietHours {
   int begin = 0;
   int end = 0;
   bool operator==(const QuietHours&) const = default;
 };
 
-// Takes "22:00-07:00", or the empty text for none. False, with `quiet` as it was, for anything
-// else.
+// Parses "22:00-07:00"; an empty text means no quiet hours. False for anything else; `quiet` is
+// then unchanged.
 bool parse_quiet_hours(const std::string& text, QuietHours& quiet);
 
-// When the quiet hours that `now` lies in are over; 0 when it lies in none.
+// The end of the quiet hours around `now`; 0 outside quiet hours. Seconds since the epoch.
 std::int64_t end_of_quiet(const QuietHours& quiet, std::int64_t now);
 
 }  // namespace corvane::alert

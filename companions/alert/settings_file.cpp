@@ -47,7 +47,7 @@ std::string default_in_brackets(const Setting& setting) {
 }
 
 bool is_whole(const std::string& path) {
-  if (access(path.c_str(), F_OK) != 0) return true;  // no file: the defaults
+  if (access(path.c_str(), F_OK) != 0) return true;  // then the defaults hold
   ACE_Configuration_Heap heap;
   heap.open();
   return ACE_Ini_ImpExp(heap).import_config(path.c_str()) == 0;

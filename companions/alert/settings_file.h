@@ -9,8 +9,8 @@
 
 namespace corvane::alert {
 
-// The channels' names, on the command line and in the state database.
-inline constexpr char kWeb[] = "web";  // the master's web service; always there
+// The names of the channels on the command line and in the state database.
+inline constexpr char kWeb[] = "web";  // the master's web service; always configured
 inline constexpr char kSyslog[] = "syslog";
 inline constexpr char kWebhook[] = "webhook";
 inline constexpr char kMail[] = "mail";
@@ -37,17 +37,18 @@ struct Settings {
   int storm_minutes = 0;
   QuietHours quiet;
 
-  // What is below is not told by this channel; 0: the channel is not configured.
+  // The lowest severity that this channel gets; 0: the channel is not configured.
   int least_severity(std::string_view channel) const;
-  // The configured channels for people.
+  // The configured channels that notify people: all except the web service.
   std::vector<std::string> people() const;
 
   bool operator==(const Settings&) const = default;
 };
 
-// Reads the file at `path` into `settings`. What is out of its bounds counts as the default;
-// `complaints` gets a line for each. False, with everything as it was, for a file that is there but
-// cannot be read whole: a channel that is missing in it may have stood in the other half.
+// Reads the file at `path` into `settings`. Without the file every setting has its default. A value
+// out of its bounds counts as the default and adds a line to `complaints`. False, with everything
+// unchanged, for a file that cannot be read or has a malformed line: a channel that seems to be
+// missing may be configured in the part that was not read.
 bool read_settings(const std::string& path, Settings& settings,
                    std::vector<std::string>& complaints);
 

@@ -51,7 +51,7 @@ def test_everybody_is_told_the_same_once(world):
 def test_one_alert_for_an_incident(world):
     webhook = world.webhook()
     world.anomaly("a", "web01", severity=1)
-    assert world.run("-once").stdout == "1 anomaly taken in, 2 messages delivered, 1 anomaly done\n"
+    assert world.run("-once").stdout == "1 new anomaly, 2 messages delivered, 1 anomaly processed\n"
     world.anomaly("b", "web01", severity=1, incident="a", at=FIRST + 3600)
     world.run("-once")
     assert [told["kind"] for told in webhook.taken] == ["begin"]
@@ -73,7 +73,7 @@ def test_one_alert_for_an_incident(world):
 
 def test_what_people_can_ask(world):
     assert "-resend" in world.run("-help").stdout
-    assert world.run("-status").stdout == "Nothing has been told yet.\n"
+    assert world.run("-status").stdout == "No alert has been sent yet.\n"
     for wrong in (["-nonsense"], ["-test", "pigeon"], ["-once", "-status"], ["-master"]):
         answer = world.run(*wrong, check=False)
         assert (answer.returncode, answer.stdout) == (2, ""), wrong
@@ -83,21 +83,21 @@ def test_what_people_can_ask(world):
     mail.mode = "refuse"
     answer = world.run("-test", check=False)
     assert answer.returncode == 1
-    assert "web: taken\n" in answer.stdout and "webhook: taken\n" in answer.stdout
+    assert "web: delivered\n" in answer.stdout and "webhook: delivered\n" in answer.stdout
     assert "mail: failed: localhost: " in answer.stdout and "451" in answer.stdout
     assert webhook.taken[0]["kind"] == "test" and webhook.taken[0]["signed"]
-    assert world.run("-test", "webhook").stdout == "webhook: taken\n"
+    assert world.run("-test", "webhook").stdout == "webhook: delivered\n"
     assert world.run("-test", "syslog", check=False).stdout == "syslog: failed: the channel is not configured\n"
 
     world.anomaly("a", "web01")
     answer = world.run("-once", check=False)
     assert answer.returncode == 1
-    assert answer.stdout == ("1 anomaly taken in, 2 messages delivered, 1 channel failed, see -status, "
-                             "0 anomalies done\n")
+    assert answer.stdout == ("1 new anomaly, 2 messages delivered, 1 channel failed, see -status, "
+                             "0 anomalies processed\n")
     status = world.run("-status").stdout
-    assert "mail: 0 taken, 1 waiting since 20" in status
-    assert "1 time: localhost: " in status
-    assert "webhook: 1 taken, 0 waiting, 0 given up; last taken 20" in status
+    assert "mail: 0 delivered, 1 pending since 20" in status
+    assert "1 failed attempt: localhost: " in status
+    assert "webhook: 1 delivered, 0 pending, 0 dead letters; last delivery 20" in status
 
 
 def test_only_one_at_a_time(world):
@@ -165,7 +165,7 @@ def test_hostile_names_and_details(world):
     world.anomaly("d", "d", text=json.dumps({"severity": 10**30, "features": [{"name": "files", "value": 1e308}]}))
     world.anomaly("e", "e", text='{"a":"\\u0000","stream":{"client":"\\ud800"}}')
     world.anomaly("f", "f" * 100000)
-    assert "6 anomalies taken in" in world.run("-once").stdout
+    assert "6 new anomalies" in world.run("-once").stdout
     assert world.unprocessed() == 0
     assert [len(x) for x in (webhook.taken, mail.taken, journal.entries, world.told())] == [6] * 4
     for told in mail.taken:

@@ -104,15 +104,15 @@ def test_given_up_after_a_day_and_sent_again(make_world):
     assert [letter["message"]["clientName"] for letter in letters] == ["web01", "web02"]
     assert letters[0]["reason"].endswith("HTTP status 503") and letters[0]["channel"] == "webhook"
     assert dead.stat().st_mode & 0o777 == 0o600
-    assert "webhook: 0 taken, 0 waiting, 2 given up" in world.run("-status").stdout
+    assert "webhook: 0 delivered, 0 pending, 2 dead letters" in world.run("-status").stdout
     assert [text for text in world.log(16)] == [f"Channel webhook: 2 messages not delivered for a day, now in {dead}"]
     assert world.unprocessed() == 2
 
     webhook.mode = "take"
-    assert world.run("-once").stdout == "0 anomalies taken in, 0 messages delivered, 0 anomalies done\n"
-    assert world.run("-resend").stdout == "2 messages wait again, 2 messages delivered\n"
+    assert world.run("-once").stdout == "0 new anomalies, 0 messages delivered, 0 anomalies processed\n"
+    assert world.run("-resend").stdout == "2 dead letters are pending again, 2 messages delivered\n"
     assert (len(webhook.taken), world.unprocessed(), dead.read_text()) == (2, 0, "")
-    assert world.run("-resend").stdout == "0 messages wait again, 0 messages delivered\n"
+    assert world.run("-resend").stdout == "0 dead letters are pending again, 0 messages delivered\n"
 
 
 def test_a_running_daemon_sends_again(make_world):
@@ -127,7 +127,8 @@ def test_a_running_daemon_sends_again(make_world):
     with world.daemon():
         wait_until(lambda: "Started" in world.log(), 20, "it has started")
         wait_until(lambda: "is running" in world.run("-once", check=False).stderr, 20, "it works")
-        assert world.run("-resend").stdout == "1 message waits again, the running cvanomalyalert sends them\n"
+        assert world.run("-resend").stdout == ("1 dead letter is pending again; the running cvanomalyalert will send "
+                                               "all pending messages\n")
         wait_for(webhook, 1)
         world.await_done()
 
@@ -140,7 +141,7 @@ def test_secrets_stay_secret(world):
                         SMTP_CREDENTIALS_FILE=world.secret("smtp", "user:" + SECRET, mode))
         answer = world.run("-test", check=False)
         assert "webhook: failed: secret file" in answer.stdout and "mail: failed: secret file" in answer.stdout
-        assert "others than its owner have access to it" in answer.stdout
+        assert "other users have access to it" in answer.stdout
         assert SECRET not in answer.stdout + answer.stderr
     assert (webhook.seen, mail.seen) == ([], [])
     world.anomaly("a", "web01")
@@ -167,7 +168,7 @@ def test_mail_is_encrypted(world, tmp_path):
     for implicit in (False, True):
         mail = world.mail(context=own, implicit=implicit, login="user:" + SECRET)
         world.configure(CA_FILE=tmp_path / "localhost.pem", SMTP_CREDENTIALS_FILE=credentials)
-        assert world.run("-test", "mail").stdout == "mail: taken\n"
+        assert world.run("-test", "mail").stdout == "mail: delivered\n"
         assert mail.taken[0]["encrypted"]
     # A server that nobody vouches for, and one of another name.
     world.configure(CA_FILE="")
@@ -187,7 +188,7 @@ def test_nothing_leaves_the_machine_in_the_clear(world):
     world.configure(SMTP_URL=f"smtp://192.0.2.77:{mail.port}", WEBHOOK_URL=f"http://192.0.2.77:{mail.port}/")
     answer = world.run("-test", check=False).stdout
     assert "mail: failed: 192.0.2.77: " in answer
-    assert "webhook: failed: WEBHOOK_URL must be https, except on this machine" in answer
+    assert "webhook: failed: WEBHOOK_URL must begin with https:// unless the server is on this machine" in answer
     assert mail.seen == []
 
 
@@ -195,7 +196,7 @@ def test_a_webhook_with_a_certificate(world, tmp_path):
     webhook = world.webhook(context=server_context(*make_certificate(tmp_path)))
     assert "webhook: failed: localhost: " in world.run("-test", "webhook", check=False).stdout
     world.configure(CA_FILE=tmp_path / "localhost.pem")
-    assert world.run("-test", "webhook").stdout == "webhook: taken\n"
+    assert world.run("-test", "webhook").stdout == "webhook: delivered\n"
     assert webhook.taken[0]["signed"]
     webhook = world.webhook(context=server_context(*make_certificate(tmp_path, "elsewhere")))
     world.configure(CA_FILE=tmp_path / "elsewhere.pem")

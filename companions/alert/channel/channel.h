@@ -1,4 +1,4 @@
-// One way to tell somebody.
+// One way to notify somebody.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 namespace corvane::alert {
 
 struct SendResult {
-  bool is_taken = false;
-  std::string reason;  // why not; holds no secret
+  bool is_taken = false;  // delivered
+  std::string reason;     // why it was not delivered; contains no secret
 };
 
 class Channel {
@@ -19,9 +19,9 @@ class Channel {
   Channel(const Channel&) = delete;
   Channel& operator=(const Channel&) = delete;
 
-  // Taken means that the other side has said so. May block, for a minute or so; all but the web
-  // service's return promptly once the stop flag is raised. May throw std::exception, which counts
-  // as not taken.
+  // A message is delivered when the receiver has confirmed it. May block for about a minute. All
+  // channels except the web service return promptly once the stop flag is raised. May throw
+  // std::exception, which means not delivered.
   virtual SendResult send(const Message& message) = 0;
 };
 

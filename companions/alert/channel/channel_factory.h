@@ -1,4 +1,4 @@
-// Which channel stands behind a name.
+// Makes the channel of a name.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,8 @@
 
 namespace corvane::alert {
 
-// The channel of that name; one that is not configured takes nothing. `stop` must outlive it.
+// The channel of that name. A channel that is not configured refuses every message. `stop` must
+// outlive it.
 std::unique_ptr<Channel> make_channel(const std::string& name, const Settings& settings,
                                       const std::string& master, const StopFlag& stop);
 

@@ -30,7 +30,7 @@ void check(int error) {
   if (error != 0) throw std::runtime_error(std::strerror(error));
 }
 
-// Signals as at a login, a group of its own, output to nowhere, nothing else open.
+// Default signals, a process group of its own, no output, and no other descriptor open.
 class SpawnSettings {
  public:
   explicit SpawnSettings(int input) {
@@ -65,7 +65,7 @@ class SpawnSettings {
   posix_spawnattr_t attributes_{};
 };
 
-// A child that is fed `text`. However this ends, nothing of its group is left running.
+// A child that gets `text` on its input. At the end nothing of its process group is left running.
 class Running {
  public:
   Running(pid_t pid, int input, const std::string& text)
@@ -76,14 +76,14 @@ class Running {
   ~Running() {
     finish();
     close_input();
-    if (ended_ >= 0) close(ended_);
+    if (ended_ != -1) close(ended_);
   }
   Running(const Running&) = delete;
   Running& operator=(const Running&) = delete;
 
-  // True when it has ended by itself.
+  // True when the child has ended by itself.
   bool watch(Clock::time_point deadline, const StopFlag& stop) {
-    if (ended_ < 0) throw std::runtime_error("the program cannot be watched");
+    if (ended_ == -1) throw std::runtime_error("cannot wait for the program");
     for (;;) {
       const auto left =
           std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -109,16 +109,16 @@ class Running {
   }
 
   void close_input() {
-    if (input_ >= 0) close(input_);
+    if (input_ != -1) close(input_);
     input_ = -1;
   }
 
-  // Until it is waited for the group's number is nobody else's.
+  // Before waitpid(): until then no other group can get this number.
   void finish() {
     if (is_finished_) return;
     is_finished_ = true;
     kill(-pid_, SIGKILL);
-    while (waitpid(pid_, &status_, 0) < 0 && errno == EINTR) {
+    while (waitpid(pid_, &status_, 0) == -1 && errno == EINTR) {
     }
   }
 
@@ -145,10 +145,10 @@ pid_t spawn(const std::vector<std::string>& words, int input) {
 
 SendResult result_of(int status) {
   if (WIFSIGNALED(status)) {
-    return {false, "the program was ended by signal " + std::to_string(WTERMSIG(status))};
+    return {false, "the program was killed by signal " + std::to_string(WTERMSIG(status))};
   }
   if (WEXITSTATUS(status) == 0) return {true, ""};
-  return {false, "the program ended with " + std::to_string(WEXITSTATUS(status))};
+  return {false, "the program exited with status " + std::to_string(WEXITSTATUS(status))};
 }
 
 }  // namespace
@@ -180,7 +180,7 @@ SendResult CommandChannel::send(const Message& message) {
   if (running.watch(Clock::now() + std::chrono::seconds(seconds_), stop_)) {
     return result_of(running.status());
   }
-  if (stop_.is_asked()) return {false, "broken off: this program ends"};
+  if (stop_.is_asked()) return {false, "interrupted: cvanomalyalert is stopping"};
   return {false, "the program took longer than " + std::to_string(seconds_) + " s and was killed"};
 }
 

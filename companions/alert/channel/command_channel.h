@@ -1,4 +1,4 @@
-// A program that does whatever the customer wants to be done.
+// A program of the customer.
 #pragma once
 
 #include <string>
@@ -9,12 +9,13 @@
 
 namespace corvane::alert {
 
-// Run without a shell, in a process group of its own, with the message as one line of JSON on its
-// standard input. Status 0 means taken; whether the program has read its input does not count. What
-// runs longer than allowed, or into a stop, is killed with everything that it started.
+// Runs the program without a shell, in its own process group, with the message as one line of JSON
+// on standard input. Exit status 0 means delivered, even when the program did not read its input.
+// When the program exits, exceeds its time limit or must stop, its whole process group is killed.
 class CommandChannel : public Channel {
  public:
-  // `command`: full path of the program and its arguments, apart by blanks.
+  // `command`: full path of the program and its arguments, separated by blanks.
+  // `seconds`: the time limit.
   CommandChannel(const std::string& command, int seconds, const StopFlag& stop);
   SendResult send(const Message& message) override;
 

@@ -15,10 +15,9 @@ namespace corvane::alert {
 
 namespace {
 
-constexpr long kMostConnectSeconds = 30;
 constexpr int kLookEveryMs = 1000;
 
-// Not to be inherited by the programs that are run meanwhile.
+// Programs that start meanwhile must not inherit the socket.
 curl_socket_t open_socket(void* /*context*/, curlsocktype /*purpose*/, curl_sockaddr* address) {
   return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
@@ -31,7 +30,7 @@ struct CloseMulti {
   void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
 };
 
-// A handle that is taken out again, whatever happens.
+// Removes the handle again whatever happens.
 struct Added {
   Added(CURLM* into, CURL* added) : multi(into), handle(added) {
     curl_multi_add_handle(multi, handle);
@@ -74,7 +73,6 @@ CurlTransfer::CurlTransfer(const std::string& url, const char* protocols,
   set(CURLOPT_URL, url.c_str());
   set(CURLOPT_NOSIGNAL, 1L);
   set(CURLOPT_PROXY, "");
-  set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
   set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   if (!ca_file.empty()) set(CURLOPT_CAINFO, ca_file.c_str());
   set(CURLOPT_OPENSOCKETFUNCTION, &open_socket);
@@ -83,7 +81,6 @@ CurlTransfer::CurlTransfer(const std::string& url, const char* protocols,
 
 CURLcode CurlTransfer::perform(long seconds, const StopFlag& stop) {
   set(CURLOPT_TIMEOUT, seconds);
-  set(CURLOPT_CONNECTTIMEOUT, std::min(seconds, kMostConnectSeconds));
   const SigpipeBlocked blocked;
   const std::unique_ptr<CURLM, CloseMulti> multi(curl_multi_init());
   if (multi == nullptr) throw std::runtime_error("libcurl has no handle");
@@ -107,25 +104,26 @@ long CurlTransfer::status() const {
 
 std::string CurlTransfer::failure(CURLcode code) const {
   const std::string text = curl_easy_strerror(code);
-  return status() == 0 ? text : text + " (last answer " + std::to_string(status()) + ")";
+  return status() == 0 ? text : text + " (last reply " + std::to_string(status()) + ")";
 }
 
 void CurlTransfer::check(CURLcode code) {
   if (code != CURLE_OK) throw std::runtime_error(curl_easy_strerror(code));
 }
 
-UrlParts parts_of_url(const std::string& url) {
+UrlParts parts_of_url(const Setting& setting, const std::string& url) {
+  const std::string key = setting.key;
   const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
   if (parsed == nullptr || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
                                         CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
-    throw std::runtime_error("the address is none");
+    throw std::runtime_error(key + " is not a valid URL");
   }
   if (!part(parsed.get(), CURLUPART_USER).empty() ||
       !part(parsed.get(), CURLUPART_PASSWORD).empty()) {
-    throw std::runtime_error("the address holds a user or password, which belong into a file");
+    throw std::runtime_error(key + " must not contain a user name or password");
   }
   UrlParts parts{part(parsed.get(), CURLUPART_SCHEME), part(parsed.get(), CURLUPART_HOST), false};
-  if (parts.host.empty()) throw std::runtime_error("the address names no host");
+  if (parts.host.empty()) throw std::runtime_error(key + " has no host name");
   parts.is_loopback = is_loopback(parts.host);
   return parts;
 }

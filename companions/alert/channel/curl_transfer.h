@@ -1,4 +1,4 @@
-// One transfer to a server that the configuration names, which a stop request breaks off.
+// One transfer to a server of the configuration. A stop request interrupts it.
 #pragma once
 
 #include <curl/curl.h>
@@ -7,6 +7,7 @@
 #include <string>
 
 #include "companions/alert/channel/wakeup.h"
+#include "config/settings.h"
 #include "platform/c_handles.h"
 
 namespace corvane::alert {
@@ -18,13 +19,13 @@ using CurlListPtr = std::unique_ptr<curl_slist, FreeCurlList>;
 // Throws std::bad_alloc.
 void append(CurlListPtr& list, const std::string& line);
 
-// The server's certificate and name are checked; redirections are not followed, proxies of the
-// environment not used. What the server sends is thrown away. Everything that can fail throws
+// Checks the server's certificate and host name. Does not follow redirects, ignores proxies of the
+// environment, and discards what the server sends. Everything that can fail throws
 // std::runtime_error with libcurl's text.
 class CurlTransfer {
  public:
-  // `protocols`: libcurl's names of those allowed, comma-separated. `ca_file`: empty for the
-  // system's.
+  // `protocols`: the allowed ones by libcurl's names, separated by commas. `ca_file`: empty means
+  // the system's authorities.
   CurlTransfer(const std::string& url, const char* protocols, const std::string& ca_file);
 
   template <typename Value>
@@ -32,11 +33,11 @@ class CurlTransfer {
     check(curl_easy_setopt(handle_.get(), option, value));
   }
 
-  // CURLE_ABORTED_BY_CALLBACK when it was broken off.
+  // `seconds`: the time limit. CURLE_ABORTED_BY_CALLBACK: interrupted by the stop flag.
   CURLcode perform(long seconds, const StopFlag& stop);
-  // The server's last answer, by the protocol's number; 0: none.
+  // The protocol's number of the server's last reply; 0: none.
   long status() const;
-  // libcurl's text for the code, with the server's last answer.
+  // libcurl's text for the code, with the server's last reply.
   std::string failure(CURLcode code) const;
 
  private:
@@ -50,8 +51,9 @@ struct UrlParts {
   std::string host;
   bool is_loopback = false;  // "localhost" or a literal loopback address
 };
-// Throws std::runtime_error for what is no address, names no host, or holds a user or password,
-// which belong into a file.
-UrlParts parts_of_url(const std::string& url);
+// Throws std::runtime_error for a URL that is not valid, has no host, or contains a user name or
+// password, which belong in a file. The text names the setting and does not contain the URL, which
+// may be secret.
+UrlParts parts_of_url(const Setting& setting, const std::string& url);
 
 }  // namespace corvane::alert

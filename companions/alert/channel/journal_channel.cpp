@@ -14,6 +14,7 @@
 #include <string_view>
 #include <utility>
 
+#include "config/settings.h"
 #include "platform/program_names.h"
 #include "util/valid_utf8.h"
 
@@ -28,7 +29,7 @@ class Descriptor {
  public:
   explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
   ~Descriptor() {
-    if (descriptor_ >= 0) close(descriptor_);
+    if (descriptor_ != -1) close(descriptor_);
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
@@ -38,7 +39,7 @@ class Descriptor {
   int descriptor_;
 };
 
-// A value of several lines follows its length in 8 bytes, the lowest first.
+// A value of several lines comes after its length: 8 bytes, the least significant first.
 void add_field(std::string& entry, const char* name, std::string_view value) {
   entry += name;
   if (value.find('\n') == std::string_view::npos) {
@@ -53,7 +54,7 @@ void add_field(std::string& entry, const char* name, std::string_view value) {
   entry += '\n';
 }
 
-// Syslog's: critical, error, warning; notice where nothing is to be done.
+// Syslog's priorities: critical, error, warning, and notice where there is nothing to do.
 const char* priority_of(const Message& message) {
   if (message.kind == Kind::kEnd || message.kind == Kind::kTest) return "5";
   return message.severity == Severity::kCritical ? "2"
@@ -65,12 +66,12 @@ SendResult failure(const char* what) {
   return {false, std::string(what) + ": " + std::strerror(errno)};
 }
 
-// A journal that is busy takes nothing for a moment. Gives sendmsg's result, with its errno.
+// A busy journal refuses messages for a moment. Returns sendmsg's result, with its errno.
 ssize_t send_patiently(int socket, const msghdr& datagram, const StopFlag& stop) {
   const auto give_up = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
   for (;;) {
     const ssize_t sent = sendmsg(socket, &datagram, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent >= 0 || (errno != EAGAIN && errno != EINTR)) return sent;
+    if (sent != -1 || (errno != EAGAIN && errno != EINTR)) return sent;
     pollfd stopped{stop.descriptor(), POLLIN, 0};
     if (std::chrono::steady_clock::now() >= give_up || poll(&stopped, 1, kLookEveryMs) > 0) {
       errno = EAGAIN;
@@ -79,13 +80,13 @@ ssize_t send_patiently(int socket, const msghdr& datagram, const StopFlag& stop)
   }
 }
 
-// What does not fit into a datagram goes as a file that cannot be changed any more.
+// An entry that is too large for a datagram is sent as a sealed file.
 ssize_t send_as_file(int socket, msghdr datagram, const std::string& entry, const StopFlag& stop) {
   const Descriptor file(memfd_create("entry", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (file.get() < 0) return -1;
+  if (file.get() == -1) return -1;
   for (std::size_t at = 0; at < entry.size();) {
     const ssize_t written = write(file.get(), entry.data() + at, entry.size() - at);
-    if (written < 0) return -1;
+    if (written == -1) return -1;
     at += static_cast<std::size_t>(written);
   }
   constexpr int kSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
@@ -131,12 +132,13 @@ JournalChannel::JournalChannel(std::string socket, const StopFlag& stop)
 SendResult JournalChannel::send(const Message& message) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (socket_.size() >= sizeof address.sun_path) return {false, "the socket's path is too long"};
+  if (socket_.size() >= sizeof address.sun_path)
+    return {false, std::string(setting::kSyslogSocket.key) + " is too long"};
   socket_.copy(address.sun_path, socket_.size());
   const Descriptor journal(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  if (journal.get() < 0) return failure("no socket");
+  if (journal.get() == -1) return failure("cannot create a socket");
   if (connect(journal.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    return failure("the journal cannot be reached");
+    return failure("cannot connect to the journal");
   }
   std::string entry = journal_entry(message);
   iovec content{entry.data(), entry.size()};
@@ -144,10 +146,10 @@ SendResult JournalChannel::send(const Message& message) {
   datagram.msg_iov = &content;
   datagram.msg_iovlen = 1;
   ssize_t sent = send_patiently(journal.get(), datagram, stop_);
-  if (sent < 0 && (errno == EMSGSIZE || errno == ENOBUFS)) {
+  if (sent == -1 && (errno == EMSGSIZE || errno == ENOBUFS)) {
     sent = send_as_file(journal.get(), datagram, entry, stop_);
   }
-  return sent < 0 ? failure("the journal takes nothing") : SendResult{true, ""};
+  return sent == -1 ? failure("cannot write to the journal") : SendResult{true, ""};
 }
 
 }  // namespace corvane::alert

@@ -1,4 +1,4 @@
-// The system's journal, with a field for each thing that one may want to filter by.
+// The system's journal, with a field for everything that people may want to filter by.
 #pragma once
 
 #include <string>
@@ -19,7 +19,7 @@ class JournalChannel : public Channel {
   const StopFlag& stop_;
 };
 
-// In the journal's native format.
+// The message in the journal's native format.
 std::string journal_entry(const Message& message);
 
 }  // namespace corvane::alert

@@ -40,7 +40,7 @@ std::string base64_lines(std::string_view text) {
   return lines;
 }
 
-// A header's text as encoded words, whatever is in it, each of whole characters.
+// Any text as encoded words of a header. No character is split between two words.
 std::string encoded_words(const std::string& text) {
   const std::string valid = valid_utf8(text);
   std::string_view rest = valid;
@@ -59,7 +59,7 @@ std::string encoded_words(const std::string& text) {
   return words;
 }
 
-// Not strftime's, which speaks the machine's language.
+// Not strftime(), which uses the machine's language.
 std::string mail_date(std::int64_t seconds) {
   static constexpr std::array kDays{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   static constexpr std::array kMonths{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
@@ -103,7 +103,8 @@ void use_credentials(CurlTransfer& transfer, const std::string& path) {
   const std::string line = read_secret(path);
   const std::size_t colon = line.find(':');
   if (colon == std::string::npos || colon == 0 || line.find('\n') != std::string::npos) {
-    throw std::runtime_error("secret file " + path + " is refused: it is no line user:password");
+    throw std::runtime_error("secret file " + path +
+                             " cannot be used: it must contain one line user:password");
   }
   transfer.set(CURLOPT_USERNAME, line.substr(0, colon).c_str());
   transfer.set(CURLOPT_PASSWORD, line.substr(colon + 1).c_str());
@@ -111,18 +112,18 @@ void use_credentials(CurlTransfer& transfer, const std::string& path) {
 
 }  // namespace
 
-std::vector<std::string> mail_addresses(const std::string& list) {
+std::vector<std::string> mail_addresses(const Setting& setting, const std::string& list) {
   std::vector<std::string> addresses;
   std::string::size_type at = 0;
   while ((at = list.find_first_not_of(", \t", at)) != std::string::npos) {
     const std::string::size_type end = std::min(list.find_first_of(", \t", at), list.size());
     addresses.push_back(list.substr(at, end - at));
     if (!is_address(addresses.back())) {
-      throw std::runtime_error("a mail address of the configuration is none");
+      throw std::runtime_error(std::string(setting.key) + " contains an invalid mail address");
     }
     at = end;
   }
-  if (addresses.empty()) throw std::runtime_error("no mail address is configured");
+  if (addresses.empty()) throw std::runtime_error(std::string(setting.key) + " is empty");
   return addresses;
 }
 
@@ -154,17 +155,18 @@ MailChannel::MailChannel(const Settings& settings, const StopFlag& stop)
       stop_(stop) {}
 
 SendResult MailChannel::send(const Message& message) {
-  const UrlParts parts = parts_of_url(url_);
+  const UrlParts parts = parts_of_url(setting::kSmtpUrl, url_);
   if (parts.scheme != "smtp" && parts.scheme != "smtps") {
-    return {false, std::string(setting::kSmtpUrl.key) + " must be smtp or smtps"};
+    return {false, std::string(setting::kSmtpUrl.key) + " must begin with smtp:// or smtps://"};
   }
-  const std::vector<std::string> from = mail_addresses(from_);
+  const std::vector<std::string> from = mail_addresses(setting::kMailFrom, from_);
   if (from.size() != 1) {
-    return {false, std::string(setting::kMailFrom.key) + " must be one address"};
+    return {false, std::string(setting::kMailFrom.key) + " must be exactly one address"};
   }
-  const std::vector<std::string> to = mail_addresses(to_);
+  const std::vector<std::string> to = mail_addresses(setting::kMailTo, to_);
   CurlTransfer transfer(url_, "smtp,smtps", ca_file_);
-  // On this machine nobody listens in; a password gets TLS even there when the server can do it.
+  // Nobody can listen in on this machine. Still, a password is sent over TLS if the server offers
+  // it.
   const curl_usessl on_this_machine = credentials_file_.empty() ? CURLUSESSL_NONE : CURLUSESSL_TRY;
   transfer.set(CURLOPT_USE_SSL,
                static_cast<long>(parts.is_loopback ? on_this_machine : CURLUSESSL_ALL));

@@ -1,4 +1,4 @@
-// Mail to people.
+// Alerts by mail.
 #pragma once
 
 #include <cstdint>
@@ -8,11 +8,12 @@
 #include "companions/alert/channel/channel.h"
 #include "companions/alert/channel/wakeup.h"
 #include "companions/alert/settings_file.h"
+#include "config/settings.h"
 
 namespace corvane::alert {
 
-// By SMTP, with TLS except on this machine. Taken when the server has accepted it for everybody.
-// The credentials file holds one line "user:password".
+// By SMTP, with TLS unless the server is on this machine. Delivered when the server has accepted
+// the mail for every recipient. The credentials file holds one line "user:password".
 class MailChannel : public Channel {
  public:
   MailChannel(const Settings& settings, const StopFlag& stop);
@@ -27,12 +28,13 @@ class MailChannel : public Channel {
   const StopFlag& stop_;
 };
 
-// The addresses of a list separated by commas and blanks. Throws std::runtime_error
-// when one is none (letters, digits and ._+-=~/ before and after one "@") or there are none.
-std::vector<std::string> mail_addresses(const std::string& list);
+// The addresses of a setting, separated by commas or blanks. An address has letters, digits and
+// ._+-=~/ before and after one "@". Throws std::runtime_error for an invalid or empty list.
+std::vector<std::string> mail_addresses(const Setting& setting, const std::string& list);
 
-// The mail with its headers, lines ended by CR LF and within 78 characters: the plain words, and
-// the document as an attached file. Its Message-ID is made of the alert's name.
+// The mail with its headers: the text, and the JSON document as an attachment. Lines end with CR LF
+// and have at most 78 characters. The Message-ID is made from the alert's name. `now`: seconds
+// since the epoch.
 std::string mail_text(const Message& message, const std::string& from,
                       const std::vector<std::string>& to, std::int64_t now);
 

@@ -1,4 +1,4 @@
-// What one channel is told at one time.
+// What a channel sends at one time.
 #pragma once
 
 #include <jansson.h>
@@ -14,24 +14,24 @@ namespace corvane::alert {
 
 // Kept as numbers in the alerts' database.
 enum class Kind {
-  kReport,   // for the web service: the incident as it is now
-  kBegin,    // for people: an incident
-  kRise,     // its severity has risen
-  kEnd,      // it is over
-  kSummary,  // many at once
+  kReport,   // for the web service: the current state of the incident
+  kBegin,    // for people: a new incident
+  kRise,     // the severity has risen
+  kEnd,      // the incident is resolved
+  kSummary,  // many messages in one
   kTest,
 };
 const char* name_of(Kind kind);
 
-// What people read of it.
+// What people read of a message.
 struct Words {
   std::string subject;  // one line
-  std::string body;     // lines, each ended
+  std::string body;     // each line ends with a line feed
 };
 
-// Texts may hold anything; they are made safe where they go out.
+// Texts may contain anything. The channels make them safe.
 struct Message {
-  std::string alert;  // its name, the same in each attempt: receivers know a repetition by it
+  std::string alert;  // its name, the same in each attempt, so that receivers can spot duplicates
   Kind kind = Kind::kBegin;
   Severity severity = Severity::kWarning;
   std::int64_t created = 0;
@@ -42,21 +42,21 @@ struct Message {
   std::string schedule;
   std::string cause;
   std::int64_t since = 0;
-  std::int64_t until = 0;  // 0: it goes on
+  std::int64_t until = 0;  // 0: ongoing
   std::int64_t records = 0;
   std::string subject;
   std::string body;
   std::string details;  // a JSON object
 };
 
-// What receivers get of a record's details: one compact JSON object, valid UTF-8, without NUL.
-// `parsed`: the details as JSON; null when they cannot be read.
+// A record's details as receivers get them: one compact JSON object, valid UTF-8, without NUL.
+// `parsed`: the details as JSON; null when they are not valid JSON.
 std::string details_for_receivers(std::string_view details, const json_t* parsed);
 
-// The subject with how urgent it is in front.
+// The subject with the severity in front.
 std::string headline(const Message& message);
 
-// The whole message for programs; as text one line of valid UTF-8 without NUL.
+// The whole message for programs. As text: one line of valid UTF-8 without NUL.
 JsonPtr to_json(const Message& message);
 std::string document_of(const Message& message);
 

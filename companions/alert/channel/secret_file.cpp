@@ -20,27 +20,32 @@ struct OpenFile {
 };
 
 [[noreturn]] void refuse(const std::string& path, const std::string& why) {
-  throw std::runtime_error("secret file " + path + " is refused: " + why);
+  throw std::runtime_error("secret file " + path + " cannot be used: " + why);
 }
 
 }  // namespace
 
+std::string why_not_secret(const struct stat& file, uid_t user) {
+  if (!S_ISREG(file.st_mode)) return "it is not a regular file";
+  if (file.st_uid != user && file.st_uid != 0) return "it belongs to another user";
+  if ((file.st_mode & (S_IRWXG | S_IRWXO)) != 0) return "other users have access to it";
+  return {};
+}
+
 std::string read_secret(const std::string& path) {
-  // Not blocking: it might be a pipe that nobody writes to.
+  // Without blocking: it might be a pipe that nobody writes to.
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) refuse(path, std::strerror(errno));
+  if (descriptor == -1) refuse(path, std::strerror(errno));
   const OpenFile file{descriptor};
   struct stat found {};
-  if (fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode)) refuse(path, "it is no file");
-  if (found.st_uid != geteuid() && found.st_uid != 0) refuse(path, "it belongs to another user");
-  if ((found.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-    refuse(path, "others than its owner have access to it");
-  }
+  if (fstat(descriptor, &found) != 0) refuse(path, std::strerror(errno));
+  const std::string why_not = why_not_secret(found, geteuid());
+  if (!why_not.empty()) refuse(path, why_not);
   std::string secret(kMostBytes + 1, '\0');
   const ssize_t bytes = read(descriptor, secret.data(), secret.size());
-  if (bytes < 0) refuse(path, std::strerror(errno));
+  if (bytes == -1) refuse(path, std::strerror(errno));
   secret.resize(static_cast<std::size_t>(bytes));
-  if (secret.size() > kMostBytes) refuse(path, "it is too long");
+  if (secret.size() > kMostBytes) refuse(path, "it is longer than 4 KiB");
   if (secret.ends_with('\n')) secret.pop_back();
   if (secret.ends_with('\r')) secret.pop_back();
   if (secret.empty()) refuse(path, "it is empty");

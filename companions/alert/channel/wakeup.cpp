@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -13,22 +12,21 @@
 namespace corvane::alert {
 
 Wakeup::Wakeup() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (descriptor_ < 0) throw std::runtime_error(std::string("eventfd: ") + std::strerror(errno));
+  if (descriptor_ == -1) throw std::runtime_error(std::string("eventfd: ") + std::strerror(errno));
 }
 
 Wakeup::~Wakeup() { close(descriptor_); }
 
 void Wakeup::notify() {
-  const std::uint64_t one = 1;
   // It fails only when the counter is full, and then the descriptor is readable anyway.
-  [[maybe_unused]] const ssize_t ignored = write(descriptor_, &one, sizeof one);
+  eventfd_write(descriptor_, 1);
 }
 
 bool Wakeup::wait(int milliseconds) {
   pollfd polled{descriptor_, POLLIN, 0};
   poll(&polled, 1, milliseconds);
-  std::uint64_t count = 0;
-  return read(descriptor_, &count, sizeof count) > 0;
+  eventfd_t count = 0;
+  return eventfd_read(descriptor_, &count) == 0;
 }
 
 }  // namespace corvane::alert

@@ -1,14 +1,14 @@
-// Waking a thread that waits.
+// Wakes a waiting thread.
 #pragma once
 
 #include <atomic>
 
 namespace corvane::alert {
 
-// From any thread; a notification before the wait is not lost.
+// May be used from any thread. A notification that comes before the wait is not lost.
 class Wakeup {
  public:
-  // Throws std::runtime_error when the system has no descriptor left.
+  // Throws std::runtime_error when no descriptor is available.
   Wakeup();
   ~Wakeup();
   Wakeup(const Wakeup&) = delete;
@@ -17,14 +17,14 @@ class Wakeup {
   // Readable once notified.
   int descriptor() const { return descriptor_; }
   void notify();
-  // Waits for a notification and takes it; false when none came in that time.
+  // Waits for a notification and clears it. False when none came in time.
   bool wait(int milliseconds);
 
  private:
   int descriptor_;
 };
 
-// A request to end that also interrupts whoever polls its descriptor.
+// A request to stop, which also wakes whoever polls its descriptor.
 class StopFlag {
  public:
   void ask() {
@@ -32,7 +32,7 @@ class StopFlag {
     wakeup_.notify();
   }
   bool is_asked() const { return asked_; }
-  // Readable from the request on.
+  // Readable once the request was made.
   int descriptor() const { return wakeup_.descriptor(); }
 
  private:

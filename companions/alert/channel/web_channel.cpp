@@ -19,9 +19,9 @@ std::string body_of(const Message& message) {
          R"(,"attributes":)" + document_of(message) + "}}";
 }
 
-// After a repetition with the other certificate the client counts any answer as a success.
-bool says_taken(const std::string& answer) {
-  const JsonPtr root(json_loadb(answer.data(), answer.size(), 0, nullptr));
+// After a second attempt with the other certificate the client reports success for any status.
+bool is_confirmed(const std::string& reply) {
+  const JsonPtr root(json_loadb(reply.data(), reply.size(), 0, nullptr));
   return json_is_object(json_object_get(root.get(), "data"));
 }
 
@@ -30,13 +30,14 @@ bool says_taken(const std::string& answer) {
 WebChannel::WebChannel(std::string master) : master_(std::move(master)) {}
 
 SendResult WebChannel::send(const Message& message) {
-  if (master_.empty()) return {false, "no master server is known"};
+  if (master_.empty()) return {false, "the master server is not known"};
   CurlClient client(master_, kPath, REST_POST, body_of(message));
   const int result = client.execute();
   if (result >= 100) return {false, "HTTP status " + std::to_string(result)};
-  if (result != 0) return {false, "transfer failed, libcurl's code " + std::to_string(result)};
-  if (!says_taken(client.get_response())) {
-    return {false, "the answer does not say that it was taken"};
+  if (result != 0)
+    return {false, "the request failed with libcurl error " + std::to_string(result)};
+  if (!is_confirmed(client.get_response())) {
+    return {false, "the reply does not confirm the delivery"};
   }
   return {true, ""};
 }

@@ -7,8 +7,8 @@
 
 namespace corvane::alert {
 
-// Posts the incident as it is now under the id of its first record; what was there before is
-// replaced. Cannot be interrupted: a server that hangs keeps it for up to 5 minutes.
+// Posts the current state of the incident under the id of its first record, replacing what was
+// there. Cannot be interrupted: it waits up to 5 minutes for a server that hangs.
 class WebChannel : public Channel {
  public:
   explicit WebChannel(std::string master);

@@ -28,7 +28,7 @@ std::string webhook_signature(const std::string& secret, std::int64_t now,
   if (HMAC(EVP_sha256(), secret.data(), static_cast<int>(secret.size()),
            reinterpret_cast<const unsigned char*>(signed_text.data()), signed_text.size(),
            digest.data(), &length) == nullptr) {
-    throw std::runtime_error("the signature cannot be made");
+    throw std::runtime_error("cannot compute the signature");
   }
   std::string header = "t=" + time + ",v1=";
   constexpr char kHex[] = "0123456789abcdef";
@@ -46,10 +46,10 @@ WebhookChannel::WebhookChannel(const Settings& settings, const StopFlag& stop)
       stop_(stop) {}
 
 SendResult WebhookChannel::send(const Message& message) {
-  const UrlParts parts = parts_of_url(url_);
+  const UrlParts parts = parts_of_url(setting::kWebhookUrl, url_);
   if (parts.scheme != "https" && !(parts.scheme == "http" && parts.is_loopback)) {
-    return {false,
-            std::string(setting::kWebhookUrl.key) + " must be https, except on this machine"};
+    return {false, std::string(setting::kWebhookUrl.key) +
+                       " must begin with https:// unless the server is on this machine"};
   }
   const std::string body = document_of(message);
   CurlListPtr headers;
@@ -66,10 +66,10 @@ SendResult WebhookChannel::send(const Message& message) {
   transfer.set(CURLOPT_POSTFIELDS, body.c_str());
   transfer.set(CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
   const CURLcode code = transfer.perform(kSeconds, stop_);
-  // The address's path and query may be a secret: it is not told.
+  // Only the host: the URL's path and query may be secret.
   if (code != CURLE_OK) return {false, parts.host + ": " + transfer.failure(code)};
   const long status = transfer.status();
-  if (status < 200 || status > 299) {
+  if (status / 100 != 2) {
     return {false, parts.host + ": HTTP status " + std::to_string(status)};
   }
   return {true, ""};

@@ -1,4 +1,4 @@
-// A web server of the customer's, which gets the message as JSON.
+// A web server of the customer, which gets the message as JSON.
 #pragma once
 
 #include <cstdint>
@@ -10,9 +10,10 @@
 
 namespace corvane::alert {
 
-// POST of the message. "Corvane-Alert" names it. With a secret file "Corvane-Signature" is
-// "t=SECONDS,v1=HEX": HMAC-SHA256, by the secret, of the seconds, a dot and the body. Any status of
-// 200 to 299 means taken. https, except on this machine.
+// Posts the message. The header "Corvane-Alert" is its name. With a secret file the header
+// "Corvane-Signature" is "t=SECONDS,v1=HEX": the HMAC-SHA256 of the seconds, a dot and the body,
+// with the secret as key. A status from 200 to 299 means delivered. Uses https, unless the server
+// is on this machine.
 class WebhookChannel : public Channel {
  public:
   WebhookChannel(const Settings& settings, const StopFlag& stop);
@@ -25,7 +26,7 @@ class WebhookChannel : public Channel {
   const StopFlag& stop_;
 };
 
-// The header's value. Throws std::runtime_error.
+// The value of the header. `now`: seconds since the epoch. Throws std::runtime_error.
 std::string webhook_signature(const std::string& secret, std::int64_t now, const std::string& body);
 
 }  // namespace corvane::alert

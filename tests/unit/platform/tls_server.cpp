@@ -149,6 +149,10 @@ TlsServer::~TlsServer() {
   close(listener_);
 }
 
+void TlsServer::accept_without_certificate() {
+  SSL_CTX_set_verify(context_.get(), SSL_VERIFY_NONE, nullptr);
+}
+
 void TlsServer::speak_at_most(int protocol_version) {
   SSL_CTX_set_security_level(context_.get(), 0);  // which alone admits the old versions
   SSL_CTX_set_min_proto_version(context_.get(), TLS1_VERSION);

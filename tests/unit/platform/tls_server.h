@@ -71,6 +71,7 @@ class TlsServer {
   TlsServer(const TlsServer&) = delete;
   TlsServer& operator=(const TlsServer&) = delete;
 
+  void accept_without_certificate();         // of the client; before start()
   void speak_at_most(int protocol_version);  // TLS1_1_VERSION, ...; before start()
   void start();
   // Ends all connections. No start() after it.

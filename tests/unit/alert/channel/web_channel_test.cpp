@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "companions/alert/channel/message.h"
 #include "tests/fakes/platform_fake_test.h"
+#include "tests/unit/alert/channel/some_message.h"
 
 namespace corvane::alert {
 namespace {
@@ -13,58 +13,73 @@ using ::testing::StartsWith;
 
 class WebChannelTest : public PlatformFake {
  protected:
-  WebChannelTest() {
-    message.alert = "t-1";
-    message.kind = Kind::kReport;
-    message.anomaly_id = "anomaly_1";
-    message.details = "{}";
-  }
-
-  static fake::HttpAnswer answer(long status, const std::string& body = "") {
+  static fake::HttpAnswer answer(long status, const std::string& body = R"({"data":{}})") {
     return {.result = 0, .status = status, .body = body};
   }
-  SendResult sent(std::vector<fake::HttpAnswer> answers) {
+  // Why it was not delivered; empty: it was.
+  std::string sent(std::vector<fake::HttpAnswer> answers) {
     fake.answers.assign(answers.begin(), answers.end());
-    return WebChannel("master01").send(message);
+    const SendResult result = WebChannel("master01").send(message);
+    EXPECT_EQ(result.is_taken, result.reason.empty());
+    return result.reason;
   }
 
-  Message message;
+  Message message = some_message();
 };
 
 TEST_F(WebChannelTest, PostsUnderTheIncidentsId) {
-  EXPECT_TRUE(sent({answer(201, R"({"data":{"id":"anomaly_1"}})")}).is_taken);
+  EXPECT_EQ(sent({answer(201, R"({"data":{"id":"the id"}})")}), "");
   ASSERT_EQ(fake.requests.size(), 1U);
   EXPECT_EQ(fake.requests[0].method, "POST");
   EXPECT_EQ(fake.requests[0].path, "corvane/wui/anomalies");
   EXPECT_EQ(fake.requests[0].server, "master01");
-  EXPECT_EQ(fake.requests[0].body, R"({"data":{"type":"anomaly","id":"anomaly_1","attributes":)" +
+  EXPECT_EQ(fake.requests[0].body, R"({"data":{"type":"anomaly","id":"the id","attributes":)" +
                                        document_of(message) + "}}");
 }
 
 TEST_F(WebChannelTest, AHostileIdStaysAnId) {
-  message.anomaly_id = "\"},\n\xFF";
+  message.anomaly_id = std::string("\"},\n\0\xFF", 6);
   sent({answer(200)});
   EXPECT_THAT(fake.requests[0].body,
-              StartsWith("{\"data\":{\"type\":\"anomaly\",\"id\":\"\\\"},\\n\xEF\xBF\xBD\","
+              StartsWith("{\"data\":{\"type\":\"anomaly\",\"id\":\"\\\"},\\n\\ufffd\xEF\xBF\xBD\","
                          "\"attributes\":{"));
 }
 
-TEST_F(WebChannelTest, AFailureIsOne) {
-  EXPECT_EQ(sent({answer(503)}).reason, "HTTP status 503");
-  EXPECT_EQ(sent({{.result = 28, .status = 0, .body = ""}}).reason,
-            "transfer failed, libcurl's code 28");
-  EXPECT_FALSE(sent({answer(200, "<html>")}).is_taken);
-  EXPECT_FALSE(sent({answer(200, "")}).is_taken);
+TEST_F(WebChannelTest, OnlyASuccessIsADelivery) {
+  for (const long status : {200, 201, 206}) EXPECT_EQ(sent({answer(status)}), "") << status;
+  for (const long status : {100, 199, 207, 301, 302, 307, 308, 400, 403, 500, 503}) {
+    EXPECT_EQ(sent({answer(status)}), "HTTP status " + std::to_string(status));
+  }
+}
+
+TEST_F(WebChannelTest, AFailedTransferIsNone) {
+  for (const int code : {1, 28, 99}) {
+    EXPECT_EQ(sent({{.result = code, .status = 200, .body = R"({"data":{}})"}}),
+              "the request failed with libcurl error " + std::to_string(code));
+  }
+}
+
+TEST_F(WebChannelTest, TheReplyMustConfirmIt) {
+  for (const char* body : {"", "<html>", "[]", "{}", R"({"data":[]})", R"({"data":null})",
+                           R"({"error":{"data":{}}})", R"({"data":{})"}) {
+    EXPECT_EQ(sent({answer(200, body)}), "the reply does not confirm the delivery") << body;
+  }
 }
 
 TEST_F(WebChannelTest, AnErrorAfterTheOtherCertificateIsNoSuccess) {
-  EXPECT_FALSE(sent({answer(401), answer(500, R"({"error":{"status":500}})")}).is_taken);
-  EXPECT_FALSE(sent({answer(401), answer(500, "")}).is_taken);
-  EXPECT_TRUE(sent({answer(401), answer(200, R"({"data":{}})")}).is_taken);
+  for (const long status : {302, 500}) {
+    for (const char* body : {"", R"({"error":{"status":500}})"}) {
+      EXPECT_EQ(sent({answer(401), answer(status, body)}),
+                "the reply does not confirm the delivery");
+    }
+  }
+  EXPECT_EQ(sent({answer(401), answer(200)}), "");
 }
 
 TEST_F(WebChannelTest, WithoutAMasterNothingIsSent) {
-  EXPECT_EQ(WebChannel("").send(message).reason, "no master server is known");
+  const SendResult result = WebChannel("").send(message);
+  EXPECT_FALSE(result.is_taken);
+  EXPECT_EQ(result.reason, "the master server is not known");
   EXPECT_TRUE(fake.requests.empty());
 }
 

@@ -1,0 +1,79 @@
+#include "companions/alert/channel/wakeup.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+#include "tests/support/in_child.h"
+
+namespace corvane::alert {
+namespace {
+
+bool is_readable(int descriptor) {
+  pollfd polled{descriptor, POLLIN, 0};
+  return poll(&polled, 1, 0) == 1;
+}
+
+TEST(Wakeup, KeepsANotificationForTheNextWait) {
+  Wakeup wakeup;
+  EXPECT_FALSE(is_readable(wakeup.descriptor()));
+  EXPECT_FALSE(wakeup.wait(0));
+  wakeup.notify();
+  wakeup.notify();
+  EXPECT_TRUE(is_readable(wakeup.descriptor()));
+  EXPECT_TRUE(wakeup.wait(0));
+  EXPECT_FALSE(wakeup.wait(0));
+}
+
+TEST(Wakeup, WaitsForANotification) {
+  Wakeup wakeup;
+  std::thread notifier([&] { wakeup.notify(); });
+  EXPECT_TRUE(wakeup.wait(10'000));
+  notifier.join();
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_FALSE(wakeup.wait(20));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(19));
+}
+
+TEST(Wakeup, ClosesItsDescriptorAndLeavesItToNoProgram) {
+  int descriptor = -1;
+  {
+    const Wakeup wakeup;
+    descriptor = wakeup.descriptor();
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+    EXPECT_NE(fcntl(descriptor, F_GETFL) & O_NONBLOCK, 0);
+  }
+  EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
+}
+
+TEST(Wakeup, ThrowsWithoutADescriptor) {
+  EXPECT_EQ(test::in_child([] {
+              const rlimit none{0, 0};
+              setrlimit(RLIMIT_NOFILE, &none);
+              try {
+                const Wakeup wakeup;
+              } catch (const std::runtime_error& error) {
+                EXPECT_STREQ(error.what(), "eventfd: Too many open files");
+                return 0;
+              }
+              return 1;
+            }),
+            0);
+}
+
+TEST(StopFlag, StaysRaised) {
+  StopFlag stop;
+  EXPECT_FALSE(stop.is_asked());
+  EXPECT_FALSE(is_readable(stop.descriptor()));
+  stop.ask();
+  EXPECT_TRUE(stop.is_asked());
+  EXPECT_TRUE(is_readable(stop.descriptor()));
+}
+
+}  // namespace
+}  // namespace corvane::alert

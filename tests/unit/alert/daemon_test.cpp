@@ -1,0 +1,348 @@
+#include "companions/alert/daemon.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <thread>
+
+#include "tests/support/in_child.h"
+#include "tests/support/shell_script.h"
+#include "tests/unit/alert/alert_world.h"
+
+namespace corvane::alert {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using Line = fake::LogLine;
+using Lines = std::vector<Line>;
+
+const std::string kProgram = "cvanomalyalert";
+constexpr int kSettled = 2;
+constexpr int kFailed = 5;
+
+class DaemonTest : public AlertWorld {
+ protected:
+  DaemonTest() { options.database_location = directory_(); }
+  void SetUp() override {
+    AlertWorld::SetUp();
+    fake.now = kFirst;
+    fake.handler = [this](const fake::HttpRequest& request) {
+      told.push_back(request.body);
+      return fake::HttpAnswer{.result = 0, .status = web_status, .body = R"({"data":{}})"};
+    };
+  }
+
+  Daemon& daemon() {
+    if (!daemon_) daemon_.emplace(options, signals);
+    return *daemon_;
+  }
+  // Of the daemon, until the condition holds; the test's time-out is the limit.
+  void step_until(const std::function<bool()>& holds) {
+    while (!holds()) {
+      EXPECT_EQ(daemon().step(), kSettled);
+      std::this_thread::yield();
+    }
+  }
+  void step_until_processed() {
+    step_until([this] { return unprocessed() == "0"; });
+  }
+  // How many messages the web service has got.
+  std::size_t reports() const {
+    const auto guard = fake::lock();
+    return told.size();
+  }
+  void set_time(std::int64_t now) {
+    const auto guard = fake::lock();
+    fake.now = now;
+  }
+  void configure(const std::string& lines) {
+    test::write_file(directory_("fresh"), lines + "# " + std::to_string(++configurations_) + "\n");
+    std::filesystem::rename(directory_("fresh"), directory_("anomaly_config.conf"));
+  }
+  void configure_command(const std::string& script, const std::string& more = "") {
+    test::write_script(directory_("program"), script);
+    configure("[ALERT_SETTINGS]\nCOMMAND=" + directory_("program") + "\n" + more);
+  }
+  void await_file(const char* name) const {
+    while (!std::filesystem::exists(directory_(name))) std::this_thread::yield();
+  }
+  std::string own_count(const std::string& table) const {
+    Connection state(options.own_file(".db"), Connection::Access::kRead);
+    return test::count(state.handle(), table);
+  }
+  static Lines log_without_transfers(int level) {
+    Lines lines;
+    for (const Line& line : fake::log_lines(level)) {
+      if (line.tag == kProgram) lines.push_back(line);
+    }
+    return lines;
+  }
+
+  Options options;
+  StopSignals signals;
+  long web_status = 200;
+  std::vector<std::string> told;
+  int configurations_ = 0;
+  std::optional<Daemon> daemon_;
+};
+
+TEST_F(DaemonTest, DeliversAnAnomalyAndMarksIt) {
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  step_until_processed();
+  EXPECT_EQ(reports(), 1U);
+  EXPECT_EQ(log_without_transfers(2),
+            (Lines{{2, kProgram, "New anomalies: 1, new incidents: 1, resolved incidents: 0"}}));
+  anomaly("b", details_of("c", "a", 3, kFirst + 1));
+  step_until_processed();
+  usual_backup("c", kFirst + 100);
+  step_until([this] { return reports() == 3; });
+  EXPECT_EQ(log_without_transfers(2),
+            (Lines{{2, kProgram, "New anomalies: 1, new incidents: 1, resolved incidents: 0"},
+                   {2, kProgram, "New anomalies: 1, new incidents: 0, resolved incidents: 0"},
+                   {2, kProgram, "New anomalies: 0, new incidents: 0, resolved incidents: 1"}}));
+  EXPECT_THAT(log_without_transfers(4), IsEmpty());
+  EXPECT_THAT(log_without_transfers(16), IsEmpty());
+}
+
+TEST_F(DaemonTest, SaysNothingOfAChangeWithoutAnomalies) {
+  EXPECT_EQ(daemon().step(), kSettled);
+  usual_backup("c", kFirst);
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_THAT(fake::log_lines(), IsEmpty());
+}
+
+TEST_F(DaemonTest, TriesAgainUntilTheDatabasesCanBeUsed) {
+  const std::string path = options.database_path();
+  std::filesystem::rename(path, path + ".away");
+  EXPECT_EQ(daemon().step(), kFailed);
+  EXPECT_EQ(daemon().step(), kFailed);
+  ASSERT_EQ(fake::log_lines(16).size(), 1U);
+  EXPECT_THAT(fake::log_lines(16)[0].text,
+              testing::StartsWith("Cannot use the databases, trying again: "));
+  std::filesystem::rename(path + ".away", path);
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_EQ(log_without_transfers(4), (Lines{{4, kProgram, "The databases can be used again"}}));
+  std::filesystem::rename(path, path + ".away");
+  EXPECT_EQ(daemon().step(), kFailed);
+  EXPECT_EQ(fake::log_lines(16).size(), 2U);
+}
+
+TEST_F(DaemonTest, IsTheOnlyOne) {
+  ProgramLock other(options.own_file(".lock"));
+  ASSERT_TRUE(other.take());
+  EXPECT_EQ(daemon().step(), kFailed);
+  EXPECT_EQ(fake::log_lines(),
+            (Lines{{16, kProgram,
+                    "Cannot use the databases, trying again: another cvanomalyalert is using " +
+                        options.database_path()}}));
+  EXPECT_FALSE(std::filesystem::exists(options.own_file(".db")));
+}
+
+TEST_F(DaemonTest, HoldsItsLock) {
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_FALSE(ProgramLock(options.own_file(".lock")).take());
+  std::filesystem::rename(options.own_file(".db"), directory_("away"));
+  EXPECT_EQ(daemon().step(), kSettled);  // it knows that the lock is its own
+}
+
+TEST_F(DaemonTest, ReadsNoAnomalyWithHalfAConfiguration) {
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  configure("[broken\n");
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_EQ(
+      fake::log_lines(),
+      (Lines{{16, kProgram, "Half a configuration file. No anomaly is read until it is fixed"}}));
+  EXPECT_FALSE(std::filesystem::exists(options.own_file(".db")));
+  configure("[ALERT_SETTINGS]\nALERT_STORM_LIMIT=0\n");
+  step_until_processed();
+  EXPECT_EQ(log_without_transfers(8),
+            (Lines{{8, kProgram,
+                    "Invalid value received for configuration key ALERT_STORM_LIMIT:[0], using "
+                    "[10]"}}));
+  EXPECT_THAT(log_without_transfers(4), IsEmpty());
+}
+
+TEST_F(DaemonTest, FollowsTheConfiguration) {
+  EXPECT_EQ(daemon().step(), kSettled);
+  configure_command("cat >> " + directory_("told") + "\n");
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_EQ(log_without_transfers(4), (Lines{{4, kProgram, "Configuration read again"}}));
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  step_until_processed();
+  EXPECT_THAT(test::read_file(directory_("told")), HasSubstr("\"clientName\":\"c\""));
+  configure("[broken\n");
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_EQ(
+      log_without_transfers(8),
+      (Lines{{8, kProgram, "Half a configuration file. Not changing any current behaviour"}}));
+  anomaly("b", details_of("d", "b", 3, kFirst));
+  step_until_processed();
+  EXPECT_THAT(test::read_file(directory_("told")), HasSubstr("\"clientName\":\"d\""));
+  EXPECT_THAT(log_without_transfers(16), IsEmpty());
+}
+
+TEST_F(DaemonTest, LeavesTheSendersAloneUntilASettingChanges) {
+  const std::string script = "echo >> " + directory_("begun") + "; while test ! -e " +
+                             directory_("go_on") + "; do sleep 0.01; done\n";
+  configure_command(script);
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  EXPECT_EQ(daemon().step(), kSettled);
+  await_file("begun");
+  configure_command(script);  // the same settings
+  EXPECT_EQ(daemon().step(), kSettled);
+  test::write_file(directory_("go_on"), "");
+  step_until_processed();
+  EXPECT_EQ(test::read_file(directory_("begun")), "\n");
+}
+
+TEST_F(DaemonTest, SendsWhatIsPendingForAChannelThatIsNoLongerConfigured) {
+  configure_command("exit 1");
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  const auto failures = [] {
+    std::vector<std::string> texts;
+    for (const Line& line : fake::log_lines(8)) texts.push_back(line.text);
+    return texts;
+  };
+  step_until([&] { return failures().size() == 1; });
+  configure("");
+  set_time(kFirst + 1000);
+  step_until([&] { return failures().size() == 2; });
+  EXPECT_THAT(failures(),
+              testing::ElementsAre(testing::EndsWith(": the program exited with status 1"),
+                                   testing::EndsWith(": the channel is not configured")));
+}
+
+TEST_F(DaemonTest, BeginsAnewWithoutItsStateDatabase) {
+  web_status = 503;
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  step_until([this] { return reports() == 1; });
+  for (const char* suffix : {".db", ".db-wal", ".db-shm"}) {
+    std::filesystem::remove(options.own_file(suffix));
+  }
+  {
+    const auto guard = fake::lock();
+    web_status = 200;
+  }
+  step_until_processed();
+  EXPECT_EQ(reports(), 2U);
+  EXPECT_THAT(log_without_transfers(16), IsEmpty());
+}
+
+TEST_F(DaemonTest, FollowsAReplacedAnomalyDatabase) {
+  EXPECT_EQ(daemon().step(), kSettled);
+  detection_.reset();
+  sql("PRAGMA wal_checkpoint(TRUNCATE)");
+  const std::string path = options.database_path();
+  std::filesystem::copy(path, directory_("copy"));
+  {
+    Connection copy(directory_("copy"), Connection::Access::kWrite);
+    add_anomaly(copy, {"a",
+                       details_of("c", "a", 3, kFirst),
+                       AnomalyStatus::kUnprocessed,
+                       "key",
+                       "client",
+                       kFirst,
+                       {},
+                       0});
+  }
+  std::filesystem::rename(directory_("copy"), path);
+  step_until([this] { return reports() == 1; });
+}
+
+TEST_F(DaemonTest, ForgetsDeliveredMessagesOnceAnHour) {
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  step_until_processed();
+  set_time(kFirst + 3599);
+  EXPECT_EQ(daemon().step(), kSettled);
+  Connection state(options.own_file(".db"), Connection::Access::kWrite);
+  state.execute("UPDATE message SET created = 1");  // older than two days
+  state.execute("UPDATE delivery SET created = 1");
+  const auto messages_at = [&](std::int64_t now) {
+    set_time(now);
+    EXPECT_EQ(daemon().step(), kSettled);
+    return own_count("message");
+  };
+  EXPECT_EQ(messages_at(kFirst + 3599), "1");
+  EXPECT_EQ(messages_at(kFirst + 3600), "0");
+}
+
+TEST_F(DaemonTest, ForgetsMessagesAlsoAfterTheClockWasSetBack) {
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  step_until_processed();
+  Connection state(options.own_file(".db"), Connection::Access::kWrite);
+  state.execute("UPDATE message SET created = 1");
+  state.execute("UPDATE delivery SET created = 1");
+  const auto messages_at = [&](std::int64_t now) {
+    set_time(now);
+    EXPECT_EQ(daemon().step(), kSettled);
+    return own_count("message");
+  };
+  EXPECT_EQ(messages_at(kFirst), "1");
+  EXPECT_EQ(messages_at(kFirst - 1), "0");
+}
+
+TEST_F(DaemonTest, DeliversDeadLettersThatArePendingAgain) {
+  web_status = 503;
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  step_until([this] { return reports() == 1; });
+  set_time(kFirst + kGiveUpAfterSeconds + 60);
+  step_until([this] { return std::filesystem::exists(options.own_file(".dead")); });
+  StateDatabase state(options.own_file(".db"));
+  step_until([&] { return Outbox(state).status().at(0).given_up == 1; });
+  {
+    const auto guard = fake::lock();
+    web_status = 200;
+  }
+  EXPECT_EQ(Outbox(state).revive(), 1);
+  Outbox(state).end_pauses();
+  step_until_processed();
+}
+
+TEST_F(DaemonTest, StopsItsSenders) {
+  configure_command("echo >> " + directory_("begun") + "; sleep 100\n");
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  EXPECT_EQ(daemon().step(), kSettled);
+  await_file("begun");
+  const auto begin = std::chrono::steady_clock::now();
+  daemon().end();
+  const auto took = std::chrono::steady_clock::now() - begin;
+  EXPECT_LT(took, std::chrono::seconds(5));
+  anomaly("b", details_of("d", "b", 3, kFirst));
+  const std::size_t before = reports();
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_EQ(reports(), before);  // nobody is there to send it
+}
+
+TEST_F(DaemonTest, RunsUntilASignal) {
+  EXPECT_EQ(test::in_child([this] {
+              raise(SIGTERM);  // blocked by the fixture: pending
+              const int status = run_daemon(options);
+              EXPECT_EQ(fake::log_lines(), (Lines{{4, kProgram, "Started"},
+                                                  {4, kProgram, "Ending, as asked by a signal"}}));
+              return status;
+            }),
+            0);
+}
+
+TEST_F(DaemonTest, StepsUntilASignal) {
+  EXPECT_EQ(test::in_child([this] {
+              alarm(20);
+              fake.handler = [](const fake::HttpRequest& /*request*/) {
+                kill(getpid(), SIGINT);
+                return fake::HttpAnswer{.result = 0, .status = 200, .body = R"({"data":{}})"};
+              };
+              anomaly("a", details_of("c", "a", 3, kFirst));
+              return run_daemon(options);
+            }),
+            0);
+}
+
+}  // namespace
+}  // namespace corvane::alert
