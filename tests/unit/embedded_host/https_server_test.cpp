@@ -155,7 +155,7 @@ TEST_F(HttpsServerTest, AHeaderMayHave64Kibibytes) {
 TEST_F(HttpsServerTest, AFormIsNoReport) {
   const auto one = client();
   EXPECT_EQ(said(one->Post(kAnomalies, httplib::MultipartFormDataItems{{"a", "b", "", ""}})),
-            error_body(415, "the body is to be JSON"));
+            error_body(415, "the body must be JSON"));
 }
 
 TEST_F(HttpsServerTest, ALongPathIsRefusedAndTheConnectionEnds) {

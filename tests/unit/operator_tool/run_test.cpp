@@ -114,7 +114,7 @@ TEST_F(RunChanging, ThreeTimesInAll) {
   EXPECT_EQ(said.status, 4);
   EXPECT_EQ(said.out, "");
   EXPECT_EQ(said.error, "cvanomalyctl: " + database() +
-                            ": the database was changed while it was read; try again.\n");
+                            ": the database changed while it was being read; try again.\n");
   EXPECT_EQ(opened_, 3);
 }
 
@@ -122,7 +122,7 @@ TEST_F(RunChanging, CheckReadsAgainToo) {
   const Said said = say({"check"});
   EXPECT_EQ(said.status, 3);
   EXPECT_EQ(said.out, "ANOMALY UNKNOWN - " + database() +
-                          ": the database was changed while it was read; try again.\n");
+                          ": the database changed while it was being read; try again.\n");
 }
 
 }  // namespace
