@@ -136,7 +136,9 @@ TEST_F(AnomaliesCommand, WhatFitsTheTerminal) {
   const std::string name(30, 'n');
   const TestBackup long_one{.client = name, .policy = name, .schedule = name};
   anomaly(long_one, 3, long_one);
-  sql("UPDATE ANOMALY_DATA SET ANOMALY_DETAILS = replace(ANOMALY_DETAILS, 'encryption', 'packed')");
+  sql("UPDATE ANOMALY_DATA SET ANOMALY_DETAILS = replace(ANOMALY_DETAILS, 'encryption', "
+      "'mass_deletion')");
+  EXPECT_TRUE(says(say({"anomalies"}), "  Looks like     Review        Incident  ID"));
   EXPECT_EQ(titles_by_width(run_anomalies), R"(1: Time              Client      Looks like
 50: Time              Client      Looks like  Incident
 60: Time              Severity  Client      Looks like  Incident

@@ -32,7 +32,7 @@ TEST(HealthJson, Whole) {
       R"("failing_since":1699999984,"last_success":1699999983,"last_error":"mail is down"},)"
       R"({"name":"web","waiting":31,"given_up":33,"taken":34,"failures":35,)"
       R"("failing_since":1699999964,"last_success":1699999963,"last_error":"web is down"}]},)"
-      R"("database_bytes":5242880,"disk_free_bytes":75161927680,"disk_total_bytes":214748364800})");
+      R"("database_bytes":943718400,"disk_free_bytes":751619276800,"disk_total_bytes":2147483648000})");
 }
 
 TEST(HealthJson, WhatIsUnknownIsNull) {

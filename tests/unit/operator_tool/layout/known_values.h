@@ -42,8 +42,8 @@ inline Health known_health() {
   health.configured.interval_minutes = 17;
   health.alerts.is_known = true;
   health.alerts.channels = {known_channel("mail", 10), known_channel("web", 30)};
-  health.database_bytes = 5 * 1024 * 1024;
-  health.disk = {.total = std::int64_t{200} << 30, .available = std::int64_t{70} << 30};
+  health.database_bytes = std::int64_t{900} << 20;
+  health.disk = {.total = std::int64_t{2000} << 30, .available = std::int64_t{700} << 30};
   return health;
 }
 

@@ -83,7 +83,7 @@ constexpr char kMachine[] =
     "cvanomaly_process_wanted{process=\"cvanomalyalert\"} 1\n"
     "# HELP cvanomaly_database_size_bytes Size of the anomaly database with its write-ahead log.\n"
     "# TYPE cvanomaly_database_size_bytes gauge\n"
-    "cvanomaly_database_size_bytes 5242880\n"
+    "cvanomaly_database_size_bytes 943718400\n"
     "# HELP cvanomaly_log_size_bytes Size of the program's log file.\n"
     "# TYPE cvanomaly_log_size_bytes gauge\n"
     "cvanomaly_log_size_bytes{program=\"cvanomalymgmt\"} 501\n"

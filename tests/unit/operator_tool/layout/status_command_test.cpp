@@ -48,7 +48,7 @@ TEST_F(StatusText, Whole) {
       "Anomalies     9: 4 not reviewed, 2 confirmed, 3 false positives\n"
       "Messages      42 pending, the oldest for 32 min; 46 dead letters; channel mail fails: "
       "mail is down; channel web fails: web is down\n"
-      "Database      5.0 MB, 1,234 records of history; 70 GB free on its disk; "
+      "Database      900 MB, 1,234 records of history; 700 GB free on its disk; "
       "/db/CV_Anomaly.db\n");
 }
 
@@ -84,7 +84,7 @@ TEST_F(StatusText, OneOfEach) {
   EXPECT_EQ(line("Waiting"), "1 backup waiting for the detection, the oldest of 2023-11-14 22:08");
   EXPECT_EQ(line("Anomalies"), "7: 4 not reviewed, 2 confirmed, 1 false positive");
   EXPECT_EQ(line("Messages"), "1 pending; 1 dead letter");
-  EXPECT_TRUE(line("Database").starts_with("5.0 MB, 1 record of history; "));
+  EXPECT_TRUE(line("Database").starts_with("900 MB, 1 record of history; "));
 }
 
 TEST_F(StatusText, TheNextGatherIsDueWhenItsTimeIsPast) {
