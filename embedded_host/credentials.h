@@ -23,8 +23,8 @@ class CredentialsFailure : public std::runtime_error {
 //   host.pem, host.key        client certificate of type 1
 //   service.pem, service.key  client certificate of type 2
 // All are valid from 2000 to 2100, since clocks are shifted in demonstrations; keys have mode 0600.
-// Throws CredentialsFailure if one of the files already exists, a name is not a host name, or a file
-// cannot be written; the files that this call created are then removed again.
+// Throws CredentialsFailure if one of the files already exists, a name is not a host name, or a
+// file cannot be written; the files that this call created are then removed again.
 void make_credentials(const std::string& directory, const std::vector<std::string>& servers);
 
 }  // namespace corvane::host
