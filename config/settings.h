@@ -101,7 +101,7 @@ inline constexpr Setting kSettings[] = {
      .meaning = "The pause between the end of one gather and the start of the next.",
      .note = "cvanomalymgmt uses the number that the value begins with. A number below 15, a value "
              "without a number and an empty value count as 15. A number that is too large is not "
-             "noticed."},
+             "reported."},
     {.section = &kDatabase,
      .key = "PURGE_DATA_INTERVAL_IN_MONTHS",
      .type = SettingType::kInteger,
@@ -114,7 +114,8 @@ inline constexpr Setting kSettings[] = {
      .meaning = "How long records are kept.",
      .note =
          "cvanomalymgmt uses the number that the value begins with, and so do the others. Beware: "
-         "a value without a number counts as 0, and with 0 everything older than now is deleted. "
+         "a value without a number counts as 0, and with 0 the next purge deletes all records "
+         "except false positives. "
          "A number above 12 and an empty value count as 12. cvanomalydetect logs a warning "
          "unless the value is a whole number within the bounds."},
     {.section = &kSensitivity,
@@ -154,7 +155,7 @@ inline constexpr Setting kSettings[] = {
      .most = 1000000,
      .unit = "records",
      .readers = kDetectionReaders,
-     .meaning = "How many records of a stream's history are used, the newest ones."},
+     .meaning = "How many records of a stream's history are used at most, newest first."},
     {.section = &kAlerts,
      .key = "SYSLOG",
      .type = SettingType::kFlag,
@@ -229,7 +230,7 @@ inline constexpr Setting kSettings[] = {
      .default_value = "",
      .unit = "path",
      .readers = kAlertReaders,
-     .meaning = "The file with one line user:password for the mail server; empty: no login."},
+     .meaning = "The file with one line, user:password, for the mail server; empty: no login."},
     {.section = &kAlerts,
      .key = "MAIL_MIN_SEVERITY",
      .type = SettingType::kInteger,
@@ -290,8 +291,8 @@ inline constexpr Setting kSettings[] = {
      .most = 1000,
      .unit = "messages",
      .readers = kAlertReaders,
-     .meaning = "How many messages of a kind are sent one by one within ALERT_STORM_MINUTES; more "
-                "become one summary."},
+     .meaning = "How many messages of a kind are sent one by one within ALERT_STORM_MINUTES; any "
+                "more are combined into one summary."},
     {.section = &kAlerts,
      .key = "ALERT_STORM_MINUTES",
      .type = SettingType::kInteger,

@@ -105,11 +105,11 @@ def make_archives(machine):
 def say_first_record(machine):
     ((client, backup_time, kilobytes, files),) = machine.query(
         "SELECT CLIENT, BACKUP_TIME, IMAGE_SIZE, NUM_FILES FROM HIST_DATA ORDER BY ROWID LIMIT 1")
-    say(f"the first gathered record: backup of {client} of {date(backup_time)}, {kilobytes:,.0f} KB in {files:,} files")
+    say(f"the first gathered record: backup of {client} from {date(backup_time)}, {kilobytes:,.0f} KB in {files:,} files")
 
 
 def watch_history(machine):
-    say("waiting for one gather interval of 15 minutes, as after every first start")
+    say("waiting for one gather interval of 15 minutes, as the service does after its first start")
     wait_until(lambda: machine.logged("Capturing historical data."), 60, "the history begins")
     deadline = time.monotonic() + 140
     shown = 0
@@ -154,7 +154,7 @@ def show_clients(machine):
     ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
     ((judged, anomalous),) = machine.query(
         "SELECT COUNT(*), SUM(PROCESSED_STATUS = 2) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS <> 0")
-    print(f"\n{rows_waiting(machine)} records wait for the detection, {judged} are judged, {anomalous} of them"
+    print(f"\n{rows_waiting(machine)} records are waiting for the detection, {judged} have been judged, {anomalous} of them"
           f" anomalous; {queued} running jobs are queued")
     for (details,) in machine.query("SELECT ANOMALY_DETAILS FROM ANOMALY_DATA ORDER BY DETECTION_TIME"):
         print("  " + json.loads(details)["summary"])

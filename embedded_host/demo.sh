@@ -14,8 +14,8 @@ mkdir -p "$directory/tessel"
 cmake --install "$build" --prefix "$directory/tessel" >/dev/null
 embedded_host/sandbox "$directory/tessel" /usr/bin/python3 embedded_host/demo.py "$started"
 echo "
-The installation, with database and log, stays in $directory/tessel:
+The installation, with database and log, remains in $directory/tessel:
   sqlite3 $directory/tessel/var/global/anomaly_detection/CV_Anomaly.db
   less $directory/tessel/corvane/logs/cvanomalymgmt
-What was found, as the operator sees it:
+To see what was found, as the operator does:
   embedded_host/sandbox $directory/tessel /usr/tessel/corvane/bin/cvanomalyctl anomalies"

@@ -11,7 +11,7 @@
 
 namespace corvane {
 
-// What people said of an anomaly. Whether its incident is resolved is another matter.
+// What people said about an anomaly. Whether its incident is resolved is another matter.
 enum class Review { kNotReviewed, kConfirmed, kFalsePositive };
 
 struct Anomaly {

@@ -1,5 +1,5 @@
-// What the detection says of one backup, as programs handle it. Between programs it is JSON, see
-// finding_json.h.
+// What the detection reports about one backup, as programs handle it. Between programs it is JSON,
+// see finding_json.h.
 #pragma once
 
 #include <cstddef>

@@ -26,7 +26,7 @@ constexpr char kAbout[] =
     "nothing.";
 constexpr char kFooter[] =
     "\nExit status: 0 success, 1 not found, 2 wrong arguments, 3 no database, 4 database locked,\n"
-    "5 database of another version, 6 database damaged, 7 permission denied, 8 other error.\n"
+    "5 database from another version, 6 database damaged, 7 permission denied, 8 other error.\n"
     "check: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.";
 
 struct FormerName {
@@ -71,8 +71,8 @@ void add_lists(CLI::App& app, Options& options) {
   CLI::App* status = app.add_subcommand("status", "Status of the service and its companions");
   status->callback([&] { options.command = Command::kStatus; });
   status->footer(
-      "Durations and failures of gathers come from the service's log: the last 24 hours, as far "
-      "as its last 4 MB reach back.");
+      "Gather durations and failures come from the service's log: the last 24 hours, or less if "
+      "its last 4 MB do not reach back that far.");
 
   CLI::App* streams =
       app.add_subcommand("streams", "Streams of backups, and which of them are still learning");
@@ -84,7 +84,7 @@ void add_lists(CLI::App& app, Options& options) {
       ->check(CLI::IsMember({"learning", "judged", "dormant"}).description(""))
       ->type_name("STATE");
 
-  CLI::App* anomalies = app.add_subcommand("anomalies", "Anomalies, the newest first");
+  CLI::App* anomalies = app.add_subcommand("anomalies", "Anomalies, newest first");
   anomalies->callback([&] { options.command = Command::kAnomalies; });
   anomalies->add_option("--client", options.client, "Only this client")->type_name("NAME");
   anomalies
@@ -115,7 +115,7 @@ void add_single(CLI::App& app, Options& options) {
       ->type_name("");
 
   CLI::App* explain =
-      app.add_subcommand("explain", "How a backup is judged by the backups before it");
+      app.add_subcommand("explain", "How a backup is judged against the backups before it");
   explain->callback([&] { options.command = Command::kExplain; });
   explain->add_option("UNIQUE_KEY", options.id, "Key of the backup in the database")
       ->required()
@@ -140,13 +140,14 @@ void add_check(CLI::App& app, Options& options) {
       "WARNING N minutes after the last gather (default: 3 gather intervals)", kMostMinutes);
   add("--gather-critical", at.gather_critical,
       "CRITICAL N minutes after the last gather (default: 12 gather intervals)", kMostMinutes);
-  add("--alerts-warning", at.alerts_warning, "WARNING when a message is pending for N minutes",
-      kMostMinutes);
-  add("--alerts-critical", at.alerts_critical, "CRITICAL when a message is pending for N minutes",
-      kMostMinutes);
-  add("--disk-warning", at.disk_warning, "WARNING at N percent free on the database's disk", 100);
-  add("--disk-critical", at.disk_critical, "CRITICAL at N percent free on the database's disk",
+  add("--alerts-warning", at.alerts_warning,
+      "WARNING when a message has been pending for N minutes", kMostMinutes);
+  add("--alerts-critical", at.alerts_critical,
+      "CRITICAL when a message has been pending for N minutes", kMostMinutes);
+  add("--disk-warning", at.disk_warning, "WARNING at N percent or less free on the database's disk",
       100);
+  add("--disk-critical", at.disk_critical,
+      "CRITICAL at N percent or less free on the database's disk", 100);
 }
 
 void add_documents(CLI::App& app, Options& options) {

@@ -60,17 +60,18 @@ void Daemon::follow_configuration() {
   if (!read_settings(options_.config_path(), fresh, complaints)) {
     if (has_settings_) {
       logmsg(kLogWarning, kAlertProgram,
-             "Half a configuration file. Not changing any current behaviour");
+             "The configuration file is malformed or unreadable. Keeping the former settings");
     } else {
       logmsg(kLogError, kAlertProgram,
-             "Half a configuration file. No anomaly is read until it is fixed");
+             "The configuration file is malformed or unreadable. No anomalies are read until it is "
+             "fixed");
     }
     return;
   }
   for (const std::string& complaint : complaints) {
     logmsg(kLogWarning, kAlertProgram, complaint.c_str());
   }
-  if (has_settings_) logmsg(kLogEvent, kAlertProgram, "Configuration read again");
+  if (has_settings_) logmsg(kLogEvent, kAlertProgram, "Configuration reloaded");
   if (!has_settings_ || !(fresh == settings_)) has_new_settings_ = true;
   settings_ = fresh;
   has_settings_ = true;
@@ -143,7 +144,7 @@ int run_daemon(const Options& options) {
   auto* daemon = new Daemon(options, signals);
   int seconds = 0;
   while (!signals.wait(seconds)) seconds = daemon->step();
-  logmsg(kLogEvent, kAlertProgram, "Ending, as asked by a signal");
+  logmsg(kLogEvent, kAlertProgram, "Signal received, stopping");
   daemon->end();
   return 0;
 }

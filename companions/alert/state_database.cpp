@@ -137,8 +137,8 @@ std::string typed_sql(std::string_view text) {
 StateDatabase::StateDatabase(const std::string& path, bool create)
     : Connection(path, create ? Access::kCreate : Access::kWrite) {
   if (const std::int64_t version = version_of(*this); version > kVersion) {
-    throw std::runtime_error(path + " is of version " + std::to_string(version) +
-                             ", later than this program's");
+    throw std::runtime_error(path + " is version " + std::to_string(version) +
+                             ", newer than this program supports");
   }
   if (!create) return;
   // A power failure may undo the last commits: what they recorded as delivered is sent once more.

@@ -1,7 +1,7 @@
-// The alerts' own database, beside the anomaly database: what was taken in, delivered, and is
+// The alerts' own database, beside the anomaly database: what was read, delivered, and is
 // pending.
 //
-//   record    an anomaly that was taken in. pending: how many channels have not delivered their
+//   record    an anomaly that was read. pending: how many channels have not delivered their
 //   part
 //             yet; is_marked: it is PROCESSED in the anomaly database
 //   incident  what its records have in common: one id at the web service. ended_by: see IncidentEnd

@@ -64,7 +64,7 @@ int Daemon::step() {
 void Daemon::follow_files() {
   if (config_.changed()) {
     settings_ = settings_of(options_);
-    logmsg(kLogEvent, kDetectionProgram, "Configuration read again");
+    logmsg(kLogEvent, kDetectionProgram, "Configuration reloaded");
     if (detector_ != nullptr) detector_->set_settings(settings_);
   }
   if (detector_ != nullptr && !database_.is_same()) detector_.reset();
@@ -97,7 +97,7 @@ int run_daemon(const Options& options) {
   Daemon daemon(options, [&] { return signals.arrived(); });
   int seconds = 0;
   while (!signals.wait(seconds)) seconds = daemon.step();
-  logmsg(kLogEvent, kDetectionProgram, "Stopping, a signal has arrived");
+  logmsg(kLogEvent, kDetectionProgram, "Signal received, stopping");
   return 0;
 }
 

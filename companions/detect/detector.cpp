@@ -195,8 +195,8 @@ void Detector::say_adopted(const Backup& backup) {
     set_details(database_, first, with_adoption(row->details, {backup.backup_id, backup.time}));
   }
   say(kLogEvent, "The change in [" + backup.stream.text() +
-                     "] has lasted and is part of the baseline from backup [" + backup.backup_id +
-                     "] on");
+                     "] has lasted and is part of the baseline as of backup [" + backup.backup_id +
+                     "]");
 }
 
 void Detector::say_inconclusive(const Backup& backup, const Verdict& verdict) {

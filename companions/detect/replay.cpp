@@ -151,7 +151,7 @@ std::string totals_of(const Backtest& backtest) {
   return counted(static_cast<std::int64_t>(backtest.judged), "backup", "backups") +
          " judged again, " + std::to_string(backtest.findings.size()) +
          " would have been reported, " + std::to_string(backtest.learning) +
-         " of streams that were still learning\n";
+         " in streams that were still learning\n";
 }
 
 std::string text_of(const Backtest& backtest) {

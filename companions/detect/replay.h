@@ -30,7 +30,7 @@ struct Backtest {
 // The older ones are the history. Throws QueryError.
 Backtest backtest(Connection& database, const Settings& settings, int days);
 
-// How one backup is judged by the backups before it.
+// How one backup is judged against the backups before it.
 struct Explanation {
   std::string unique_key;
   Finding finding;

@@ -29,7 +29,7 @@ std::string text_of(const detect::Explanation& judged, const Terminal& terminal,
   const Finding& finding = judged.finding;
   const bool is_anomalous = judged.outcome == detect::Outcome::kAnomalous;
   std::string text;
-  text += line(terminal, "Backup", finding.backup_id + " of " + moment_text(finding.time, utc));
+  text += line(terminal, "Backup", finding.backup_id + " from " + moment_text(finding.time, utc));
   text += stream_line(terminal, finding);
   text += line(terminal, "Verdict", judged.verdict, is_anomalous ? Style::kBad : Style::kPlain);
   text += line(terminal, "Stream state", judged.stream);

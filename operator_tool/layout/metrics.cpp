@@ -61,7 +61,7 @@ void add_gathers(const Health& health, Families& to) {
               "service's log.",
               gather.log.failed);
   }
-  to.single("cvanomaly_queued_jobs", "Running jobs that the next gather looks up again.",
+  to.single("cvanomaly_queued_jobs", "Running jobs that the next gather checks again.",
             gather.queued);
 }
 

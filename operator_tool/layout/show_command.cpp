@@ -107,10 +107,10 @@ std::string head_of(const Context& context, const Anomaly& anomaly,
   std::string text;
   text += line(terminal, "Anomaly", anomaly.row.id);
   text += line(terminal, "Severity", severity.words, severity.style);
-  text +=
-      line(terminal, "Backup",
-           finding.backup_id.empty() ? "unknown"
-                                     : finding.backup_id + " of " + moment_text(finding.time, utc));
+  text += line(terminal, "Backup",
+               finding.backup_id.empty()
+                   ? "unknown"
+                   : finding.backup_id + " from " + moment_text(finding.time, utc));
   text += stream_line(terminal, finding);
   text += line(terminal, "Summary", finding.summary);
   text += line(terminal, "Cause", has_cause ? finding.causes.front().words : "unknown");

@@ -98,7 +98,7 @@ std::string streams_text(const Terminal& terminal, bool utc, const StreamSurvey&
   std::string waiting =
       counted(survey.waiting_rows, "backup", "backups") + " waiting for the detection";
   if (survey.oldest_waiting > 0) {
-    waiting += ", the oldest of " + time_text(survey.oldest_waiting, utc);
+    waiting += ", the oldest from " + time_text(survey.oldest_waiting, utc);
   }
   return line(terminal, "Waiting", waiting) +
          line(terminal, "Streams",

@@ -287,14 +287,14 @@
       process.running ? "running" + (process.since ? " since " + time(process.since) : "") : process.wanted ? "not running" : "disabled"]);
     facts.push(["Last gather", gather.last ? time(gather.last) + (gather.log.last_seconds === null ? "" : ", took " + span(gather.log.last_seconds)) : "history not gathered yet"],
       ["Next gather", gather.next ? time(gather.next) : "none while the service is not running"],
-      ["Gathers in the last 24 hours, by the log", number(gather.log.gathers) + ", " + number(gather.log.failed) + " with errors"],
+      ["Gathers in the last 24 hours, from the log", number(gather.log.gathers) + ", " + number(gather.log.failed) + " with errors"],
       ["Running jobs for the next gather", number(gather.queued_jobs)],
       ["Backups waiting for the detection", number(data.records.waiting)],
       ["Records in the history", number(data.records.history)],
       ["Database", size(data.database_bytes / 1024) + "; " + size(data.disk_free_bytes / 1024) + " free on its disk"]);
     if (alerts.trouble) facts.push(["Alerts", "unknown: " + alerts.trouble]);
     for (const channel of alerts.channels) {
-      facts.push(["Alerts by " + channel.name, number(channel.taken) + " delivered, " + number(channel.waiting) + " pending, " +
+      facts.push(["Channel " + channel.name, number(channel.taken) + " delivered, " + number(channel.waiting) + " pending, " +
         counted(channel.given_up, "dead letter", "dead letters") + (channel.failures ? "; failing: " + channel.last_error : "")]);
     }
     table(place, [{title: "Item", className: "name", of: (fact) => fact[0]}, {title: "State", of: (fact) => fact[1]}], facts, ROWS, "");

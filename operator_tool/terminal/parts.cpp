@@ -43,7 +43,7 @@ std::string stream_line(const Terminal& terminal, const Finding& finding) {
 std::string last_good_line(const Terminal& terminal, const Finding& finding, bool utc) {
   const BackupReference& good = finding.last_good;
   if (good.backup_id.empty()) return {};
-  return line(terminal, "Last good", good.backup_id + " of " + moment_text(good.time, utc));
+  return line(terminal, "Last good", good.backup_id + " from " + moment_text(good.time, utc));
 }
 
 std::string figures_table(const Terminal& terminal, const FigureViews& figures) {

@@ -186,17 +186,17 @@ def test_configuration_is_read_again(world):
         world.anomaly("a", "web01")
         wait_for(webhook, 1)
         mail = world.mail()
-        wait_until(lambda: "Configuration read again" in world.log(), 20, "it is read")
+        wait_until(lambda: "Configuration reloaded" in world.log(), 20, "it is read")
         world.anomaly("b", "web02")
         wait_for(mail, 1)
         path = world.directory / "anomaly_config.conf"
         path.write_text(path.read_text() + "[broken\n")
-        wait_until(lambda: any("Half a configuration file" in text for text in world.log(8)), 20, "it complains")
+        wait_until(lambda: any("malformed or unreadable" in text for text in world.log(8)), 20, "it complains")
         world.anomaly("c", "web03")
         wait_for(mail, 2)
         world.settings = {}
         world.webhook()  # another one, and no mail
-        wait_until(lambda: world.log().count("Configuration read again") == 2, 20, "it is read")
+        wait_until(lambda: world.log().count("Configuration reloaded") == 2, 20, "it is read")
         world.anomaly("d", "web04")
         world.await_done()
         assert len(mail.taken) == 2 and len(webhook.taken) == 3

@@ -231,9 +231,9 @@ def test_reads_its_configuration_again(world):
         wait_until(lambda: world.waiting() == 0, 20, "the first is judged")
         assert world.status(first) == 1  # 40 records are too few of 100
         assert world.query("SELECT EPS FROM DBSCAN_MODEL_PARAMS") == [(2.5,)]
-        assert "Configuration read again" not in log.read_text()
+        assert "Configuration reloaded" not in log.read_text()
         world.configure(least=30, sensitivity=100)
-        wait_until(lambda: log.read_text().count("Configuration read again") == 1, 20, "the change is noticed")
+        wait_until(lambda: log.read_text().count("Configuration reloaded") == 1, 20, "the change is noticed")
         world.insert(INTO_WAITING, [second])
         wait_until(lambda: world.waiting() == 0, 20, "the second is judged")
         assert world.status(second) == 2

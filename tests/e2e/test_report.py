@@ -134,9 +134,9 @@ def test_the_words_of_the_page(world, tmp_path):
     assert texts["health"] == (
         f"Service and alerts Item State one running since {now} two not running three disabled "
         f"Last gather {gather}, took 2 min Next gather none while the service is not running "
-        "Gathers in the last 24 hours, by the log 96, 3 with errors Running jobs for the next gather 2 "
+        "Gathers in the last 24 hours, from the log 96, 3 with errors Running jobs for the next gather 2 "
         "Backups waiting for the detection 3 Records in the history 12,345 Database 1.2 MB; 5.0 GB free on its disk "
-        "Alerts by mail 12 delivered, 1 pending, 1 dead letter; failing: refused "
+        "Channel mail 12 delivered, 1 pending, 1 dead letter; failing: refused "
         "This page needs JavaScript. Allow it to see the charts and tables.")
     texts = texts_of(rendered(page, "#nothing%20like%20it")[0])
     assert texts["incidents"] == "Incidents No incident matches the search."

@@ -68,7 +68,7 @@ void append(CurlListPtr& list, const std::string& line) {
 CurlTransfer::CurlTransfer(const std::string& url, const char* protocols,
                            const std::string& ca_file)
     : handle_(curl_easy_init()) {
-  if (handle_ == nullptr) throw std::runtime_error("libcurl has no handle");
+  if (handle_ == nullptr) throw std::runtime_error("cannot create a libcurl handle");
   set(CURLOPT_PROTOCOLS_STR, protocols);
   set(CURLOPT_URL, url.c_str());
   set(CURLOPT_NOSIGNAL, 1L);
@@ -83,7 +83,7 @@ CURLcode CurlTransfer::perform(long seconds, const StopFlag& stop) {
   set(CURLOPT_TIMEOUT, seconds);
   const SigpipeBlocked blocked;
   const std::unique_ptr<CURLM, CloseMulti> multi(curl_multi_init());
-  if (multi == nullptr) throw std::runtime_error("libcurl has no handle");
+  if (multi == nullptr) throw std::runtime_error("cannot create a libcurl handle");
   const Added added(multi.get(), handle_.get());
   curl_waitfd stopped{stop.descriptor(), CURL_WAIT_POLLIN, 0};
   for (int running = 1; running > 0;) {

@@ -104,7 +104,7 @@ void use_credentials(CurlTransfer& transfer, const std::string& path) {
   const std::size_t colon = line.find(':');
   if (colon == std::string::npos || colon == 0 || line.find('\n') != std::string::npos) {
     throw std::runtime_error("secret file " + path +
-                             " cannot be used: it must contain one line user:password");
+                             " cannot be used: it must contain one line, user:password");
   }
   transfer.set(CURLOPT_USERNAME, line.substr(0, colon).c_str());
   transfer.set(CURLOPT_PASSWORD, line.substr(colon + 1).c_str());

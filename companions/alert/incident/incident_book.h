@@ -1,4 +1,4 @@
-// The records that the alerts have taken in, and their incidents, in the alerts' database.
+// The records that the alerts have read, and their incidents, in the alerts' database.
 #pragma once
 
 #include <cstddef>

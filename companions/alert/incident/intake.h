@@ -20,7 +20,7 @@
 namespace corvane::alert {
 
 struct PassCounts {
-  std::size_t records = 0;    // taken in
+  std::size_t records = 0;    // read
   std::size_t incidents = 0;  // new ones among them
   std::size_t ended = 0;
   std::size_t processed = 0;  // marked

@@ -156,9 +156,9 @@ TEST_F(DaemonTest, ReadsNoAnomalyWithHalfAConfiguration) {
   configure("[broken\n");
   EXPECT_EQ(daemon().step(), kSettled);
   EXPECT_EQ(daemon().step(), kSettled);
-  EXPECT_EQ(
-      fake::log_lines(),
-      (Lines{{16, kProgram, "Half a configuration file. No anomaly is read until it is fixed"}}));
+  EXPECT_EQ(fake::log_lines(), (Lines{{16, kProgram,
+                                       "The configuration file is malformed or unreadable. No "
+                                       "anomalies are read until it is fixed"}}));
   EXPECT_FALSE(std::filesystem::exists(options.own_file(".db")));
   configure("[ALERT_SETTINGS]\nALERT_STORM_LIMIT=0\n");
   step_until_processed();
@@ -173,7 +173,7 @@ TEST_F(DaemonTest, FollowsTheConfiguration) {
   EXPECT_EQ(daemon().step(), kSettled);
   configure_command("cat >> " + directory_("told") + "\n");
   EXPECT_EQ(daemon().step(), kSettled);
-  EXPECT_EQ(log_without_transfers(4), (Lines{{4, kProgram, "Configuration read again"}}));
+  EXPECT_EQ(log_without_transfers(4), (Lines{{4, kProgram, "Configuration reloaded"}}));
   anomaly("a", details_of("c", "a", 3, kFirst));
   step_until_processed();
   EXPECT_THAT(test::read_file(directory_("told")), HasSubstr("\"clientName\":\"c\""));
@@ -181,7 +181,8 @@ TEST_F(DaemonTest, FollowsTheConfiguration) {
   EXPECT_EQ(daemon().step(), kSettled);
   EXPECT_EQ(
       log_without_transfers(8),
-      (Lines{{8, kProgram, "Half a configuration file. Not changing any current behaviour"}}));
+      (Lines{{8, kProgram,
+              "The configuration file is malformed or unreadable. Keeping the former settings"}}));
   anomaly("b", details_of("d", "b", 3, kFirst));
   step_until_processed();
   EXPECT_THAT(test::read_file(directory_("told")), HasSubstr("\"clientName\":\"d\""));
@@ -325,7 +326,7 @@ TEST_F(DaemonTest, RunsUntilASignal) {
               raise(SIGTERM);  // blocked by the fixture: pending
               const int status = run_daemon(options);
               EXPECT_EQ(fake::log_lines(), (Lines{{4, kProgram, "Started"},
-                                                  {4, kProgram, "Ending, as asked by a signal"}}));
+                                                  {4, kProgram, "Signal received, stopping"}}));
               return status;
             }),
             0);

@@ -218,7 +218,7 @@ TEST(StateDatabase, OfALaterVersionIsRefused) {
       const StateDatabase later(directory("s.db"), create);
       FAIL() << create;
     } catch (const std::runtime_error& error) {
-      EXPECT_THAT(error.what(), HasSubstr("s.db is of version 2, later than this program's"));
+      EXPECT_THAT(error.what(), HasSubstr("s.db is version 2, newer than this program supports"));
     }
   }
 }

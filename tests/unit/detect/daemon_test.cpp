@@ -137,7 +137,7 @@ TEST_F(DaemonTest, FollowsTheConfiguration) {
   EXPECT_TRUE(new_lines().empty());
   configure(100);
   daemon.step();
-  EXPECT_EQ(new_lines(), std::vector{line(4, "Configuration read again")});
+  EXPECT_EQ(new_lines(), std::vector{line(4, "Configuration reloaded")});
   gather(daily(42));
   daemon.step();
   EXPECT_EQ(radii(), std::vector<std::string>{"1.25"});
@@ -148,7 +148,7 @@ TEST_F(DaemonTest, AChangeOfTheConfigurationBeforeTheFirstStepCounts) {
   configure(100);
   gather(good_);
   daemon.step();
-  EXPECT_EQ(new_lines().front(), line(4, "Configuration read again"));
+  EXPECT_EQ(new_lines().front(), line(4, "Configuration reloaded"));
   EXPECT_EQ(radii(), std::vector<std::string>{"1.25"});
 }
 
@@ -299,7 +299,7 @@ TEST_F(RunTest, TheDaemonEndsOnASignalBeforeItsFirstStep) {
   raise(SIGTERM);
   EXPECT_EQ(run_daemon(options()), 0);
   EXPECT_EQ(fake::log_lines(),
-            (std::vector{line(4, "Started"), line(4, "Stopping, a signal has arrived")}));
+            (std::vector{line(4, "Started"), line(4, "Signal received, stopping")}));
   EXPECT_EQ(status(good_), "0");
 }
 

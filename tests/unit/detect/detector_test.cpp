@@ -331,8 +331,8 @@ TEST_F(DetectorTest, LogsTheAdoptionOfAChange) {
   EXPECT_EQ(fake::log_lines().back(),
             (fake::LogLine{4, "cvanomalydetect",
                            "The change in [" + good_.stream.text() +
-                               "] has lasted and is part of the baseline from backup [" +
-                               daily(42).backup_id + "] on"}));
+                               "] has lasted and is part of the baseline as of backup [" +
+                               daily(42).backup_id + "]"}));
 }
 
 TEST_F(DetectorTest, LogsTheShareOfNoise) {

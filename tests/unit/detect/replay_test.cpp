@@ -108,12 +108,12 @@ TEST_F(BacktestTest, ReadsAsLinesAndTotals) {
   store(bad_, true);
   const Backtest result = replay(7);
   EXPECT_EQ(totals_of(result),
-            "6 backups judged again, 1 would have been reported, 0 of streams that were still "
+            "6 backups judged again, 1 would have been reported, 0 in streams that were still "
             "learning\n");
   EXPECT_EQ(text_of(result), "2023-12-25T22:13:20Z  critical  " + bad_.unique_key + "  " +
                                  result.findings[0].finding.summary + "\n" + totals_of(result));
   EXPECT_EQ(text_of({.judged = 1, .learning = 1, .findings = {}}),
-            "1 backup judged again, 0 would have been reported, 1 of streams that were still "
+            "1 backup judged again, 0 would have been reported, 1 in streams that were still "
             "learning\n");
   Backtest odd = result;
   odd.findings[0].unique_key = "\xff";

@@ -202,7 +202,7 @@ TEST_F(OptionsTest, OtherFiles) {
 
 constexpr char kStatuses[] =
     "\n\nExit status: 0 success, 1 not found, 2 wrong arguments, 3 no database, 4 database "
-    "locked,\n5 database of another version, 6 database damaged, 7 permission denied, 8 other "
+    "locked,\n5 database from another version, 6 database damaged, 7 permission denied, 8 other "
     "error.\ncheck: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.\n";
 constexpr char kHelpLine[] =
     "\nOptions:\n  -h,--help               Print this help message and exit\n";
@@ -222,9 +222,9 @@ TEST_F(OptionsTest, Help) {
 Subcommands:
   status                  Status of the service and its companions
   streams                 Streams of backups, and which of them are still learning
-  anomalies               Anomalies, the newest first
+  anomalies               Anomalies, newest first
   show                    One anomaly: figures, cause, history of its stream
-  explain                 How a backup is judged by the backups before it
+  explain                 How a backup is judged against the backups before it
   backtest                Judge the backups of the last days again, in memory
   check                   One line and an exit status for monitoring
   metrics                 Metrics in the Prometheus text format
@@ -246,7 +246,7 @@ TEST_F(OptionsTest, HelpOfCommands) {
        R"(  --client NAME           Only this client
   --state STATE           Only streams in this state: learning, judged or dormant
 )"},
-      {"anomalies", "Anomalies, the newest first", "",
+      {"anomalies", "Anomalies, newest first", "",
        R"(  --client NAME           Only this client
   --severity N            Only this severity and above: 1 warning, 2 major, 3 critical
   --days N                Only the last N days
@@ -263,7 +263,7 @@ TEST_F(OptionsTest, HelpOfCommands) {
        " ID\n\nPositionals:\n  ID REQUIRED             ANOMALY_UNIQUE_ID, or UNIQUE_KEY or id of "
        "the backup",
        ""},
-      {"explain", "How a backup is judged by the backups before it",
+      {"explain", "How a backup is judged against the backups before it",
        " UNIQUE_KEY\n\nPositionals:\n  UNIQUE_KEY REQUIRED     Key of the backup in the database",
        ""},
       {"backtest", "Judge the backups of the last days again, in memory",
@@ -271,10 +271,10 @@ TEST_F(OptionsTest, HelpOfCommands) {
       {"check", "One line and an exit status for monitoring", "",
        R"(  --gather-warning N      WARNING N minutes after the last gather (default: 3 gather intervals)
   --gather-critical N     CRITICAL N minutes after the last gather (default: 12 gather intervals)
-  --alerts-warning N=30   WARNING when a message is pending for N minutes
-  --alerts-critical N=240 CRITICAL when a message is pending for N minutes
-  --disk-warning N=10     WARNING at N percent free on the database's disk
-  --disk-critical N=3     CRITICAL at N percent free on the database's disk
+  --alerts-warning N=30   WARNING when a message has been pending for N minutes
+  --alerts-critical N=240 CRITICAL when a message has been pending for N minutes
+  --disk-warning N=10     WARNING at N percent or less free on the database's disk
+  --disk-critical N=3     CRITICAL at N percent or less free on the database's disk
 )"},
       {"metrics", "Metrics in the Prometheus text format", "",
        "  --output FILE           Replace this file atomically instead of printing\n"},

@@ -276,7 +276,7 @@ TEST_F(MailChannelTest, RefusesCredentialsThatAreNone) {
   for (const char* content : {"user", ":password", "user:one\ntwo", "us\ner:password"}) {
     use_credentials(content);
     EXPECT_EQ(sent(), "thrown: secret file " + directory("secret") +
-                          " cannot be used: it must contain one line user:password");
+                          " cannot be used: it must contain one line, user:password");
   }
   use_credentials("");
   EXPECT_EQ(sent(), "thrown: secret file " + directory("secret") + " cannot be used: it is empty");

@@ -157,7 +157,7 @@ TEST(Check, ADiskThatIsNearlyFull) {
     std::string said;
     Thresholds thresholds;
   };
-  const std::string free = " percent of the disk is free";
+  const std::string free = " percent free on the database's disk";
   const Thresholds own{.disk_warning = 60, .disk_critical = 50};
   for (const auto& [disk, said, thresholds] :
        std::vector<DiskCase>{{{1000, 101}, "OK", {}},
@@ -218,7 +218,7 @@ TEST(Check, TheWorstFirstAndEqualOnesInTheirOrder) {
   health.disk = {1000, 20};
   EXPECT_EQ(said_of(health),
             "CRITICAL; cvanomalymgmt is not running; cvanomalydetect is not running; 2.0 percent "
-            "of the disk is free; last gather 46 min ago; It is damaged.");
+            "free on the database's disk; last gather 46 min ago; It is damaged.");
 }
 
 TEST(Check, Names) {

@@ -31,7 +31,7 @@ detect::Explanation known_explanation() {
 TEST(ExplanationText, Whole) {
   const detect::Explanation judged = known_explanation();
   EXPECT_EQ(text_of(judged, {}, true),
-            "Backup        c_1 of 2023-11-14 22:13 UTC\n"
+            "Backup        c_1 from 2023-11-14 22:13 UTC\n"
             "Stream        c, policy p, schedule sn (st)\n"
             "Verdict       anomalous\n"
             "Stream state  learning 3 of 30\n"
@@ -41,7 +41,7 @@ TEST(ExplanationText, Whole) {
             "Cause         One.\n"
             "Other cause   Two.\n"
             "Other cause   Three.\n"
-            "Last good     c_0 of 2023-11-13 22:13 UTC\n\n" +
+            "Last good     c_0 from 2023-11-13 22:13 UTC\n\n" +
                 figures_table({}, judged.finding.figures));
 }
 
@@ -55,7 +55,7 @@ TEST(ExplanationText, OfWhatIsNotAnomalousThereIsNoCause) {
   judged.finding.slow_change.emplace();
   judged.finding.last_good = {};
   EXPECT_EQ(text_of(judged, {}, true),
-            "Backup        c_1 of 2023-11-14 22:13 UTC\n"
+            "Backup        c_1 from 2023-11-14 22:13 UTC\n"
             "Stream        c, policy p, schedule sn (st)\n"
             "Verdict       normal\n"
             "Stream state  learning 3 of 30\n"
@@ -70,8 +70,8 @@ TEST(ExplanationText, LocalTime) {
   const std::string text = text_of(known_explanation(), {}, false);
   unsetenv("TZ");
   tzset();
-  EXPECT_NE(text.find("c_1 of 2023-11-15 07:13 XXX\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("c_0 of 2023-11-14 07:13 XXX\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("c_1 from 2023-11-15 07:13 XXX\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("c_0 from 2023-11-14 07:13 XXX\n"), std::string::npos) << text;
 }
 
 class ExplainCommand : public Commands {
@@ -95,14 +95,14 @@ TEST_F(ExplainCommand, OfAnAnomalousBackup) {
   const Said said = say({"explain", key});
   EXPECT_EQ(said.status, 0) << said.error;
   EXPECT_EQ(said.out,
-            "Backup        web01_1700000000 of 2023-11-14 22:13 UTC\n"
+            "Backup        web01_1700000000 from 2023-11-14 22:13 UTC\n"
             "Stream        web01, policy nightly, schedule daily (FULL)\n"
             "Verdict       anomalous\n"
             "Stream state  judged\n"
             "Baseline      60 backups of its own stream, 0 percent noise\n"
             "Summary       " +
                 finding.summary + "\nSeverity      critical\n" + causes +
-                "Last good     web01_1699913600 of 2023-11-13 22:13 UTC\n\n" +
+                "Last good     web01_1699913600 from 2023-11-13 22:13 UTC\n\n" +
                 figures_table({}, finding.figures));
 }
 
@@ -111,12 +111,12 @@ TEST_F(ExplainCommand, OfANormalBackup) {
   const std::string key = key_of({.time = kNow - kDay});
   const Said said = say({"explain", key});
   EXPECT_EQ(said.out,
-            "Backup        web01_1699913600 of 2023-11-13 22:13 UTC\n"
+            "Backup        web01_1699913600 from 2023-11-13 22:13 UTC\n"
             "Stream        web01, policy nightly, schedule daily (FULL)\n"
             "Verdict       normal\n"
             "Stream state  judged\n"
             "Baseline      59 backups of its own stream, 0 percent noise\n"
-            "Last good     web01_1699827200 of 2023-11-12 22:13 UTC\n\n" +
+            "Last good     web01_1699827200 from 2023-11-12 22:13 UTC\n\n" +
                 figures_table({}, explanation(key).finding.figures));
 }
 

@@ -26,7 +26,7 @@ constexpr char kGathers[] =
     "the last 4 MB of the service's log.\n"
     "# TYPE cvanomaly_gather_failures gauge\n"
     "cvanomaly_gather_failures 4\n"
-    "# HELP cvanomaly_queued_jobs Running jobs that the next gather looks up again.\n"
+    "# HELP cvanomaly_queued_jobs Running jobs that the next gather checks again.\n"
     "# TYPE cvanomaly_queued_jobs gauge\n"
     "cvanomaly_queued_jobs 12\n";
 constexpr char kRecords[] =

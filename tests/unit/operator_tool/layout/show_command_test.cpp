@@ -47,13 +47,13 @@ TEST_F(ShowCommand, WholeByAnyOfItsNames) {
   const std::string wanted =
       "Anomaly       anomaly_" + key_of(b) +
       "\nSeverity      critical\n"
-      "Backup        b_1699913600 of 2023-11-13 22:13 UTC\n"
+      "Backup        b_1699913600 from 2023-11-13 22:13 UTC\n"
       "Stream        b, policy nightly, schedule daily (FULL)\n"
       "Summary       daily backup of b: unusual\n"
       "Cause         Files may have been encrypted.\n"
       "Incident      incident_" +
       key_of(b) +
-      "\nLast good     good of 2023-11-13 18:26 UTC\n"
+      "\nLast good     good from 2023-11-13 18:26 UTC\n"
       "Detected      2023-11-13 22:14 UTC\n"
       "Review        false positive, since 2023-11-13 23:13\n"
       "Deliveries    mail (report) pending, 2023-11-14 22:12: no answer; web (begin) delivered, "

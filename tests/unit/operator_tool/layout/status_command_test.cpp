@@ -42,7 +42,7 @@ TEST_F(StatusText, Whole) {
       "Gathers       13 gathers since 2023-11-14 20:13, 4 with errors, the last at 2023-11-14 "
       "21:43\n"
       "Queue         12 running jobs for the next gather\n"
-      "Waiting       7 backups waiting for the detection, the oldest of 2023-11-14 22:08\n"
+      "Waiting       7 backups waiting for the detection, the oldest from 2023-11-14 22:08\n"
       "Streams       6: 2 judged, 1 learning, 3 dormant\n"
       "Incidents     5 ongoing\n"
       "Anomalies     9: 4 not reviewed, 2 confirmed, 3 false positives\n"
@@ -81,7 +81,8 @@ TEST_F(StatusText, OneOfEach) {
   health_.alerts.channels = {{.name = "mail", .waiting = 1, .given_up = 1, .last_error = ""}};
   EXPECT_EQ(line("Queue"), "1 running job for the next gather");
   EXPECT_TRUE(line("Gathers").starts_with("1 gather since "));
-  EXPECT_EQ(line("Waiting"), "1 backup waiting for the detection, the oldest of 2023-11-14 22:08");
+  EXPECT_EQ(line("Waiting"),
+            "1 backup waiting for the detection, the oldest from 2023-11-14 22:08");
   EXPECT_EQ(line("Anomalies"), "7: 4 not reviewed, 2 confirmed, 1 false positive");
   EXPECT_EQ(line("Messages"), "1 pending; 1 dead letter");
   EXPECT_TRUE(line("Database").starts_with("900 MB, 1 record of history; "));
@@ -130,7 +131,7 @@ TEST_F(StatusText, LocalTime) {
   for (const char* words :
        {"since 2023-11-15 02:13", "since 2023-11-15 01:13", "2023-11-15 07:03, 10 min ago",
         "expected at 2023-11-15 07:20", "since 2023-11-15 05:13", "the last at 2023-11-15 06:43",
-        "the oldest of 2023-11-15 07:08"}) {
+        "the oldest from 2023-11-15 07:08"}) {
     EXPECT_NE(local.find(words), std::string::npos) << words << "\n" << local;
   }
 }
@@ -199,18 +200,19 @@ TEST_F(StatusCommand, TellsWhatIsInTheDatabase) {
   const Said said = say({"status"});
   EXPECT_EQ(said.status, 0) << said.error;
   const std::size_t database_line = said.out.find("Database ");
-  EXPECT_EQ(said.out.substr(0, database_line),
-            "Service       " + begun + process + "\nDetection     " + begun + process +
-                "\nAlerts        " + begun + process +
-                "\nLast gather   2023-11-14 22:03, 10 min ago\nNext gather   expected at " +
-                time_text(started_at(getpid()) + 15 * kMinute, true) +
-                "\nGathers       unknown, the service's log has no records\n"
-                "Queue         1 running job for the next gather\n"
-                "Waiting       1 backup waiting for the detection, the oldest of 2023-11-14 22:12\n"
-                "Streams       2: 1 judged, 1 learning, 0 dormant\n"
-                "Incidents     2 ongoing\n"
-                "Anomalies     3: 2 not reviewed, 0 confirmed, 1 false positive\n"
-                "Messages      none yet\n");
+  EXPECT_EQ(
+      said.out.substr(0, database_line),
+      "Service       " + begun + process + "\nDetection     " + begun + process +
+          "\nAlerts        " + begun + process +
+          "\nLast gather   2023-11-14 22:03, 10 min ago\nNext gather   expected at " +
+          time_text(started_at(getpid()) + 15 * kMinute, true) +
+          "\nGathers       unknown, the service's log has no records\n"
+          "Queue         1 running job for the next gather\n"
+          "Waiting       1 backup waiting for the detection, the oldest from 2023-11-14 22:12\n"
+          "Streams       2: 1 judged, 1 learning, 0 dormant\n"
+          "Incidents     2 ongoing\n"
+          "Anomalies     3: 2 not reviewed, 0 confirmed, 1 false positive\n"
+          "Messages      none yet\n");
   EXPECT_TRUE(says(said, " free on its disk; " + database() + "\n")) << said.out;
 }
 

@@ -45,7 +45,7 @@ TEST(FindingLines, NameTheStreamAndTheLastGoodBackup) {
   EXPECT_EQ(last_good_line(kPlainTerminal, finding, true), "");
   finding.last_good = {"web01_5", 1700000000};
   EXPECT_EQ(last_good_line(kPlainTerminal, finding, true),
-            "Last good     web01_5 of 2023-11-14 22:13 UTC\n");
+            "Last good     web01_5 from 2023-11-14 22:13 UTC\n");
 }
 
 FigureView view_of(double value, double low, double usual, double high, double deviation) {
