@@ -247,8 +247,7 @@ inline constexpr Setting kSettings[] = {
      .unit = "full path and arguments, separated by spaces",
      .readers = kAlertReaders,
      .meaning = "A program that reads the JSON document from its standard input and ends with "
-                "status 0 when "
-                "the alert is delivered; it is run without a shell; empty: none."},
+                "status 0 when the alert is delivered; it is run without a shell; empty: none."},
     {.section = &kAlerts,
      .key = "COMMAND_TIMEOUT_IN_SEC",
      .type = SettingType::kInteger,

@@ -70,8 +70,8 @@ class Detector {
   std::int64_t last_history_ = 0;
   std::int64_t last_row_ = 0;
   std::vector<RowToProcess> waiting_;
-  std::vector<std::pair<int, std::string>>
-      lines_;  // level and text; logged when the transaction is committed
+  // Level and text; logged when the transaction is committed.
+  std::vector<std::pair<int, std::string>> lines_;
   std::map<std::string, Feedback> feedback_;            // as followed so far
   std::unordered_map<std::string, double> stored_eps_;  // by stream
 };

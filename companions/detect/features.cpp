@@ -149,7 +149,7 @@ void append_point(const std::array<double, kFigures>& deviations,
 
 double natural(Figure feature, double raw, const Observation& backup, const Observation* before,
                const Frame& frame) {
-  if (feature == kRatio) return 1 / std::max(0.0, raw);
+  if (feature == kRatio) return raw > 0 ? 1 / raw : std::numeric_limits<double>::infinity();
   const Figures own = backup.figures();
   if (feature == kTransferred && !frame.incremental) {
     return std::max(0.0, raw * (own.size_kb + kFewKb));

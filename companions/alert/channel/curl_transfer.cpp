@@ -15,6 +15,7 @@ namespace corvane::alert {
 
 namespace {
 
+constexpr long kMostConnectSeconds = 30;
 constexpr int kLookEveryMs = 1000;
 
 // Programs that start meanwhile must not inherit the socket.
@@ -81,6 +82,7 @@ CurlTransfer::CurlTransfer(const std::string& url, const char* protocols,
 
 CURLcode CurlTransfer::perform(long seconds, const StopFlag& stop) {
   set(CURLOPT_TIMEOUT, seconds);
+  set(CURLOPT_CONNECTTIMEOUT, std::min(seconds, kMostConnectSeconds));
   const SigpipeBlocked blocked;
   const std::unique_ptr<CURLM, CloseMulti> multi(curl_multi_init());
   if (multi == nullptr) throw std::runtime_error("cannot create a libcurl handle");

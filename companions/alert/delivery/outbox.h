@@ -35,8 +35,8 @@ struct ChannelStatus {
   std::int64_t failing_since = 0;
   std::int64_t last_success = 0;
   std::string last_error;
-  std::int64_t due =
-      0;  // when the first was due: the end of quiet hours may be later than `oldest`
+  // When the first was due: the end of quiet hours may be later than `oldest`.
+  std::int64_t due = 0;
 };
 
 // A message of an incident and what came of it on one channel.

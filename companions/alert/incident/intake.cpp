@@ -19,8 +19,8 @@ namespace corvane::alert {
 
 namespace {
 
-constexpr char kHistoryPosition[] =
-    "history";  // rowid of the last row of the history that was read
+// The rowid of the last row of the history that was read.
+constexpr char kHistoryPosition[] = "history";
 constexpr std::size_t kRowsPerTransaction = 64;
 constexpr std::size_t kMarksPerTransaction = 500;
 constexpr std::int64_t kLongestSettle = 60;  // seconds that a summary waits for more

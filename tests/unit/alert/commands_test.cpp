@@ -223,7 +223,7 @@ TEST_F(Commands, ASignalDoesNotWaitForAHangingWebService) {
                 kill(getpid(), SIGTERM);
                 for (;;) pause();
               };
-              alarm(20);
+              alarm(60);
               options.test_channel = "web";
               run_test(options);
               return 77;

@@ -49,7 +49,7 @@ TEST_P(StopSignalsTest, IsTrueFromThenOn) {
     StopSignals signals;
     raise(GetParam());
     EXPECT_TRUE(signals.wait(0));
-    EXPECT_LT(seconds_of([&] { EXPECT_TRUE(signals.wait(1)); }), 0.9);
+    EXPECT_LT(seconds_of([&] { EXPECT_TRUE(signals.wait(60)); }), 30);
     EXPECT_TRUE(signals.arrived());
   });
 }
@@ -58,7 +58,7 @@ TEST_P(StopSignalsTest, EndsAWait) {
   expect_in_child([] {
     StopSignals signals;
     raise(GetParam());
-    EXPECT_LT(seconds_of([&] { EXPECT_TRUE(signals.wait(2)); }), 1.8);
+    EXPECT_LT(seconds_of([&] { EXPECT_TRUE(signals.wait(60)); }), 30);
   });
 }
 

@@ -12,6 +12,7 @@
 #include "companions/alert/state_database.h"
 #include "finding/words.h"
 #include "management/management_service.h"
+#include "operator_tool/options.h"
 #include "operator_tool/run.h"
 #include "tests/fakes/platform_fake_test.h"
 #include "tests/support/scratch_dir.h"
@@ -41,6 +42,14 @@ class OperatorWorld : public PlatformFake {
   }
 
   std::string database() const { return directory_("CV_Anomaly.db"); }
+  // As say() gives them.
+  Options with_paths(Options options = {}) const {
+    options.utc = true;
+    options.database = database();
+    options.config = directory_("anomaly_config.conf");
+    options.logs = directory_();
+    return options;
+  }
   sqlite3* db() { return service_->m_db->get_db_handle(); }
   void sql(const std::string& statement) { test::query(db(), statement); }
   void close_database() { service_.reset(); }

@@ -240,8 +240,8 @@ struct CommandHelp {
   std::string options;  // after --help
 };
 
-TEST_F(OptionsTest, HelpOfCommands) {
-  const std::vector<CommandHelp> all{
+std::vector<CommandHelp> helps_of_commands() {
+  return {
       {"streams", "Streams of backups, and which of them are still learning", "",
        R"(  --client NAME           Only this client
   --state STATE           Only streams in this state: learning, judged or dormant
@@ -282,7 +282,10 @@ TEST_F(OptionsTest, HelpOfCommands) {
        R"(  --html FILE REQUIRED    The file to write
   --days N                The last N days (default: 30)
 )"}};
-  for (const CommandHelp& one : all) {
+}
+
+TEST_F(OptionsTest, HelpOfCommands) {
+  for (const CommandHelp& one : helps_of_commands()) {
     EXPECT_EQ(parse({one.command, "--help"}).help, one.words + "\nUsage: cvanomalyctl " +
                                                        one.command + " [OPTIONS]" + one.usage +
                                                        "\n" + kHelpLine + one.options + kStatuses);

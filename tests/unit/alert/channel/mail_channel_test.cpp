@@ -305,7 +305,10 @@ TEST_F(MailChannelTest, GoesNowhereElseWithoutTls) {
 TEST_F(MailChannelTest, MayBeEncryptedFromTheBeginning) {
   std::string hello;
   {
-    LoopbackServer silent([&](Conversation& client) { hello = client.read_bytes(1); });
+    // Of the first connection: the second may be given up before it says anything.
+    LoopbackServer silent([&](Conversation& client) {
+      if (hello.empty()) hello = client.read_bytes(1);
+    });
     settings.smtp_url = "smtps://" + silent.at();
     EXPECT_THAT(sent(), StartsWith("127.0.0.1: "));
     settings.ca_file = directory("none");

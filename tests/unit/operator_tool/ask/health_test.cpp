@@ -25,12 +25,8 @@ class HealthTest : public OperatorWorld {
         .interval_minutes;
   }
   Health health() {
-    Options options;
-    options.database = database();
-    options.config = directory_("anomaly_config.conf");
-    options.logs = directory_();
-    Database opened(options.database);
-    return look(options, opened);
+    Database opened(database());
+    return look(with_paths(), opened);
   }
   Daemon service() { return health().service(); }
   // Later than this process began, and so than any gather of it ended.

@@ -7,15 +7,10 @@ namespace {
 
 class ToldTest : public OperatorWorld {
  protected:
-  Options options() const {
-    Options options;
-    options.database = database();
-    return options;
-  }
   // "channel kind state time reason" of each message.
   std::vector<std::string> told(const std::string& incident) const {
     std::vector<std::string> lines;
-    for (const alert::ToldMessage& message : read_told(options(), incident)) {
+    for (const alert::ToldMessage& message : read_told(with_paths(), incident)) {
       lines.push_back(message.channel + " " + alert::name_of(message.kind) + " " +
                       alert::words_for(message.state) + " " + std::to_string(message.created) +
                       " " + message.reason);
@@ -26,7 +21,7 @@ class ToldTest : public OperatorWorld {
 
 TEST_F(ToldTest, OfAnIncidentInTheOrderOfItsMessages) {
   {
-    alert::StateDatabase state(options().alert_database());
+    alert::StateDatabase state(with_paths().alert_database());
     for (const char* statement :
          {"INSERT INTO incident VALUES (1, 'incident_a', 'a', 'a', 'c', 'p', 't', 's', 'n', 'x', "
           "'d', 1, 1, 1, 3, '', 1, 0, 1, 1, 0)",
@@ -52,11 +47,11 @@ TEST_F(ToldTest, OfAnIncidentInTheOrderOfItsMessages) {
 
 TEST_F(ToldTest, NothingWhereTheAlertsHaveNoDatabase) {
   EXPECT_TRUE(told("incident_a").empty());
-  EXPECT_FALSE(std::filesystem::exists(options().alert_database()));
+  EXPECT_FALSE(std::filesystem::exists(with_paths().alert_database()));
 }
 
 TEST_F(ToldTest, NothingOfADatabaseThatCannotBeRead) {
-  test::write_file(options().alert_database(), std::string(100000, 'x'));
+  test::write_file(with_paths().alert_database(), std::string(100000, 'x'));
   EXPECT_TRUE(told("incident_a").empty());
 }
 

@@ -51,13 +51,6 @@ class Commands : public OperatorWorld {
   }
 
   using Run = std::string (*)(const Context&);
-  Options with_paths(Options options = {}) const {
-    options.utc = true;
-    options.database = database();
-    options.config = directory_("anomaly_config.conf");
-    options.logs = directory_();
-    return options;
-  }
   // What a command gives to a terminal with colours.
   std::string in_colour(Run command, const Options& options = {}) {
     const Options all = with_paths(options);

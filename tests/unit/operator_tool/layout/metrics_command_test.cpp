@@ -17,12 +17,8 @@ TEST_F(MetricsCommand, PrintsWhatWasMeasured) {
   history({}, 40);
   const Said said = say({"metrics"});
   EXPECT_EQ(said.status, 0) << said.error;
-  Options options;
-  options.database = database();
-  options.config = directory_("anomaly_config.conf");
-  options.logs = directory_();
-  Database opened(options.database);
-  EXPECT_EQ(said.out, prometheus_text(metrics_of(measure(options, opened))));
+  Database opened(database());
+  EXPECT_EQ(said.out, prometheus_text(metrics_of(measure(with_paths(), opened))));
   EXPECT_TRUE(says(said, "\ncvanomaly_records{table=\"HIST_DATA\"} 40\n"));
 }
 

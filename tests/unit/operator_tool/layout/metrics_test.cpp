@@ -155,12 +155,8 @@ TEST_F(Measure, LooksAtTheDatabaseAndTheConfiguration) {
   anomaly(first, 3, first);
   feedback(first, 1);
   feedback({.client = "purged"}, 0);
-  Options options;
-  options.database = database();
-  options.config = directory_("anomaly_config.conf");
-  options.logs = directory_();
-  Database opened(options.database);
-  const Measured measured = measure(options, opened);
+  Database opened(database());
+  const Measured measured = measure(with_paths(), opened);
   EXPECT_EQ(measured.health.now, kNow);
   EXPECT_EQ(measured.health.gather.last, kNow - 600);
   EXPECT_EQ(measured.picture.streams.count(StreamState::kJudged), 1);
