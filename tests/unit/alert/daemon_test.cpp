@@ -51,6 +51,10 @@ class DaemonTest : public AlertWorld {
   void step_until_processed() {
     step_until([this] { return unprocessed() == "0"; });
   }
+  // A failure is logged once it is recorded.
+  void step_until_a_failure() {
+    step_until([] { return !fake::log_lines(8).empty(); });
+  }
   // How many messages the web service has got.
   std::size_t reports() const {
     const auto guard = fake::lock();
@@ -223,7 +227,7 @@ TEST_F(DaemonTest, SendsWhatIsPendingForAChannelThatIsNoLongerConfigured) {
 TEST_F(DaemonTest, BeginsAnewWithoutItsStateDatabase) {
   web_status = 503;
   anomaly("a", details_of("c", "a", 3, kFirst));
-  step_until([this] { return reports() == 1; });
+  step_until_a_failure();
   for (const char* suffix : {".db", ".db-wal", ".db-shm"}) {
     std::filesystem::remove(options.own_file(suffix));
   }
@@ -292,7 +296,7 @@ TEST_F(DaemonTest, ForgetsMessagesAlsoAfterTheClockWasSetBack) {
 TEST_F(DaemonTest, DeliversDeadLettersThatArePendingAgain) {
   web_status = 503;
   anomaly("a", details_of("c", "a", 3, kFirst));
-  step_until([this] { return reports() == 1; });
+  step_until_a_failure();
   set_time(kFirst + kGiveUpAfterSeconds + 60);
   step_until([this] { return std::filesystem::exists(options.own_file(".dead")); });
   StateDatabase state(options.own_file(".db"));
@@ -314,7 +318,7 @@ TEST_F(DaemonTest, StopsItsSenders) {
   const auto begin = std::chrono::steady_clock::now();
   daemon().end();
   const auto took = std::chrono::steady_clock::now() - begin;
-  EXPECT_LT(took, std::chrono::seconds(5));
+  EXPECT_LT(took, std::chrono::seconds(50));
   anomaly("b", details_of("d", "b", 3, kFirst));
   const std::size_t before = reports();
   EXPECT_EQ(daemon().step(), kSettled);
@@ -334,7 +338,7 @@ TEST_F(DaemonTest, RunsUntilASignal) {
 
 TEST_F(DaemonTest, StepsUntilASignal) {
   EXPECT_EQ(test::in_child([this] {
-              alarm(20);
+              alarm(60);
               fake.handler = [](const fake::HttpRequest& /*request*/) {
                 kill(getpid(), SIGINT);
                 return fake::HttpAnswer{.result = 0, .status = 200, .body = R"({"data":{}})"};

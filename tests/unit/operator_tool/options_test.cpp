@@ -290,12 +290,13 @@ TEST_F(OptionsTest, HelpOfCommands) {
                                                        one.command + " [OPTIONS]" + one.usage +
                                                        "\n" + kHelpLine + one.options + kStatuses);
   }
-  EXPECT_EQ(parse({"status", "--help"}).help,
-            std::string("Status of the service and its companions\nUsage: cvanomalyctl status "
-                        "[OPTIONS]\n") +
-                kHelpLine +
-                "\nDurations and failures of gathers come from the service's log: the last 24 "
-                "hours, as far as its last 4 MB reach back.\n");
+  EXPECT_EQ(
+      parse({"status", "--help"}).help,
+      std::string("Status of the service and its companions\nUsage: cvanomalyctl status "
+                  "[OPTIONS]\n") +
+          kHelpLine +
+          "\nGather durations and failures come from the service's log: the last 24 hours, or "
+          "less if its last 4 MB do not reach back that far.\n");
 }
 
 }  // namespace
