@@ -228,8 +228,8 @@ def nightly(number, start, is_encrypted=False):
 
 
 def test_the_whole_circle(make_machine):
-    """A backup is encrypted, gathered, detected, told, seen at the web service, said to be a false positive
-    there; the service fetches that, and the like of it is silent from then on."""
+    """A backup is encrypted, gathered and detected, and an alert is sent. Someone marks it as a false positive in
+    the web service. The service fetches that feedback, and similar backups raise no more alerts."""
     machine = make_machine(stepped=True)
     history_gathered_before(BEGIN)
     told = host.TREE / "var/global/told"

@@ -55,7 +55,7 @@ std::string client_name(SSL* connection) {
   return name;
 }
 
-// Up to and with the empty line; empty when the client leaves before.
+// Reads up to and including the empty line; empty if the client leaves first.
 std::string read_head(SSL* connection, int socket, int stop) {
   std::string head;
   char byte = 0;

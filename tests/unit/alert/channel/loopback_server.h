@@ -17,7 +17,7 @@ class Conversation {
  public:
   Conversation(int socket, int stop) : socket_(socket), stop_(stop) {}
 
-  // Up to and with `end`; less when the client leaves or the server stops before.
+  // Reads up to and including `end`; less if the client leaves or the server stops first.
   std::string read_until(std::string_view end);
   std::string read_bytes(std::size_t count);
   void send(std::string_view text) const;

@@ -78,7 +78,7 @@ TEST_F(DatabaseTest, OneThatComesIntoUseMeanwhileIsNoticed) {
 }
 
 TEST_F(DatabaseTest, AUserWithoutRightsToWriteReadsIt) {
-  if (getuid() != 0) GTEST_SKIP() << "takes root";
+  if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
   history({}, 3);
   std::filesystem::permissions(directory_(), std::filesystem::perms(0755));
   const auto count = [&] {
@@ -94,7 +94,7 @@ TEST_F(DatabaseTest, AUserWithoutRightsToWriteReadsIt) {
 }
 
 TEST_F(DatabaseTest, OneThatMayNotBeRead) {
-  if (getuid() != 0) GTEST_SKIP() << "takes root";
+  if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
   const auto sentence = [&](std::filesystem::perms of_file, std::filesystem::perms of_directory) {
     std::filesystem::permissions(database(), of_file);
     std::filesystem::permissions(directory_(), of_directory);
@@ -112,7 +112,7 @@ TEST_F(DatabaseTest, OneThatMayNotBeRead) {
 }
 
 TEST_F(DatabaseTest, AConfigurationThatMayNotBeReadIsNoDefault) {
-  if (getuid() != 0) GTEST_SKIP() << "takes root";
+  if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
   switch_everything_on();
   std::filesystem::permissions(directory_("anomaly_config.conf"), std::filesystem::perms(0600));
   std::filesystem::permissions(directory_(), std::filesystem::perms(0755));
