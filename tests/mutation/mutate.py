@@ -11,6 +11,7 @@ Exit status 1 when fewer than --at-least percent are caught.
 """
 
 import argparse
+import collections
 import concurrent.futures
 import contextlib
 import dataclasses
@@ -58,7 +59,7 @@ class Copy:
         setup = ["cmake", "-G", "Ninja", "-B", "build", "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O0 -g0 -w",
                  "-DCV_BUILD_BENCH=OFF"]
         if not self._succeeds(setup, BUILD_SECONDS) or not self._build(None):
-            sys.exit(f"the sound project does not build, see {self._log.name}")
+            self._give_up("the sound project does not build")
         self.programs = {path.name.removesuffix("_test"): path
                          for path in (scratch / "build/tests/unit").glob("*/*_test") if path.is_file()}
         self.seconds = {}
@@ -68,8 +69,15 @@ class Copy:
         for name in self.programs:
             begin = time.monotonic()
             if not self._passes(name, BUILD_SECONDS):
-                sys.exit(f"the sound project's {name}_test fails, see {self._log.name}")
+                self._give_up(f"the sound project's {name}_test fails")
             self.seconds[name] = time.monotonic() - begin
+
+    def _give_up(self, why):
+        """Ends the program, with what the failed command printed last."""
+        self._log.flush()
+        with open(self._log.name, encoding="utf-8", errors="replace") as log:
+            last = collections.deque(log, maxlen=60)
+        sys.exit(f"{''.join(last)}\n{why}, see {self._log.name}")
 
     def outcome(self, mistake):
         """What the tests say of it. The copy is sound again afterwards."""
