@@ -6,8 +6,6 @@
 #include <climits>
 #include <filesystem>
 #include <sstream>
-#include <string_view>
-#include <vector>
 
 #include "companions/alert/options.h"
 #include "platform/host_product.h"
@@ -29,14 +27,12 @@ constexpr char kFooter[] =
     "5 database from another version, 6 database damaged, 7 permission denied, 8 other error.\n"
     "check: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.";
 
-struct FormerName {
-  std::string_view former;
+// A flag, and its former name, which scripts may still use and help does not show.
+struct Flag {
   const char* name;
+  const char* former;
+  const char* words;
 };
-// Scripts may still use them; help no longer shows them.
-constexpr std::array kFormerNames{
-    FormerName{"--open", "--not-reviewed"}, FormerName{"--judged", "--reviewed"},
-    FormerName{"--not-over", "--ongoing"}, FormerName{"--over", "--resolved"}};
 
 std::string install_directory() {
   std::array<char, PATH_MAX> buffer{};
@@ -67,6 +63,23 @@ CLI::Option* add_days(CLI::App& command, Options& options, const char* words,
       ->type_name("N");
 }
 
+// Two flags of which at most one may be given.
+void add_opposites(CLI::App& command, std::optional<bool>& value, const Flag& no, const Flag& yes) {
+  const auto add = [&](const char* name, bool meaning, const char* words) {
+    const auto choose = [&value, meaning, name, no, yes] {
+      if (value == !meaning) {
+        throw CLI::ExcludesError(name, meaning ? no.name : yes.name);
+      }
+      value = meaning;
+    };
+    return command.add_flag_callback(name, choose, words);
+  };
+  add(no.name, false, no.words);
+  add(no.former, false, no.words)->group("");
+  add(yes.name, true, yes.words);
+  add(yes.former, true, yes.words)->group("");
+}
+
 void add_lists(CLI::App& app, Options& options) {
   CLI::App* status = app.add_subcommand("status", "Status of the service and its companions");
   status->callback([&] { options.command = Command::kStatus; });
@@ -93,18 +106,12 @@ void add_lists(CLI::App& app, Options& options) {
       ->check(CLI::Range(1, 3).description(""))
       ->type_name("N");
   add_days(*anomalies, options, "Only the last N days");
-  CLI::Option* not_reviewed = anomalies->add_flag_callback(
-      "--not-reviewed", [&] { options.is_reviewed = false; }, "Only anomalies without feedback");
-  anomalies
-      ->add_flag_callback(
-          "--reviewed", [&] { options.is_reviewed = true; }, "Only anomalies with feedback")
-      ->excludes(not_reviewed);
-  CLI::Option* ongoing = anomalies->add_flag_callback(
-      "--ongoing", [&] { options.is_resolved = false; }, "Only anomalies of ongoing incidents");
-  anomalies
-      ->add_flag_callback(
-          "--resolved", [&] { options.is_resolved = true; }, "Only anomalies of resolved incidents")
-      ->excludes(ongoing);
+  add_opposites(*anomalies, options.is_reviewed,
+                {"--not-reviewed", "--open", "Only anomalies without feedback"},
+                {"--reviewed", "--judged", "Only anomalies with feedback"});
+  add_opposites(*anomalies, options.is_resolved,
+                {"--ongoing", "--not-over", "Only anomalies of ongoing incidents"},
+                {"--resolved", "--over", "Only anomalies of resolved incidents"});
 }
 
 void add_single(CLI::App& app, Options& options) {
@@ -163,15 +170,6 @@ void add_documents(CLI::App& app, Options& options) {
   add_days(*report, options, "The last N days (default: 30)");
 }
 
-std::vector<const char*> with_present_names(int count, const char* const* arguments) {
-  std::vector<const char*> present(arguments, arguments + count);
-  for (const char*& argument : present) {
-    const auto* const known = std::ranges::find(kFormerNames, argument, &FormerName::former);
-    if (known != kFormerNames.end()) argument = known->name;
-  }
-  return present;
-}
-
 void fill_in(Options& options) {
   const std::string root = install_directory();
   if (options.database.empty())
@@ -211,8 +209,7 @@ Parsed parse_options(int count, const char* const* arguments) {
   add_check(app, options);
   add_documents(app, options);
   try {
-    const std::vector<const char*> present = with_present_names(count, arguments);
-    app.parse(count, present.data());
+    app.parse(count, arguments);
     fill_in(options);
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;

@@ -40,8 +40,8 @@ int Daemon::step() {
     if (has_new_settings_ || must_restart_) use_settings();
     look();
     prune();
-    if (!trouble_.empty()) logmsg(kLogEvent, kAlertProgram, "The databases can be used again");
-    trouble_.clear();
+    if (!problem_.empty()) logmsg(kLogEvent, kAlertProgram, "The databases can be used again");
+    problem_.clear();
     return kLookEverySeconds;
   } catch (const std::exception& error) {
     complain(reason_of(error));
@@ -132,9 +132,9 @@ void Daemon::prune() {
 }
 
 void Daemon::complain(const std::string& reason) {
-  if (reason == trouble_) return;
+  if (reason == problem_) return;
   logmsgf(kLogError, kAlertProgram, "Cannot use the databases, trying again: %s", reason.c_str());
-  trouble_ = reason;
+  problem_ = reason;
 }
 
 int run_daemon(const Options& options) {

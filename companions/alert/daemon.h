@@ -53,7 +53,7 @@ class Daemon {
   std::unique_ptr<Intake> intake_;
   std::int64_t state_version_ = -1;
   std::int64_t next_prune_ = 0;
-  std::string trouble_;  // the reason that was logged last
+  std::string problem_;  // the reason that was logged last
   Senders senders_;
 };
 

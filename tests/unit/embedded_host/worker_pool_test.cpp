@@ -49,12 +49,12 @@ TEST(WorkerPool, ReleaseLetsWhoAddsGoOn) {
   std::promise<void> open;
   const std::shared_future<void> gate = open.get_future().share();
   WorkerPool pool(1, 1);
-  std::thread adder([&] {
+  const auto adder = std::async(std::launch::async, [&] {
     for (int i = 0; i < 10; ++i) pool.enqueue([gate] { gate.wait(); });
   });
   pool.release();
-  adder.join();
-  open.set_value();
+  EXPECT_EQ(adder.wait_for(std::chrono::minutes(1)), std::future_status::ready);
+  open.set_value();  // also lets an adder end that is still held up
 }
 
 }  // namespace
