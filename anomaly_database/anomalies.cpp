@@ -51,7 +51,7 @@ bool has_anomaly(Connection& database, const std::string& id) {
 
 std::vector<AnomalyRow> find_anomalies_named_after(Connection& database,
                                                    const std::string& backup_id) {
-  // The inner query reads the primary key's index alone.
+  // The inner query reads only the index of the primary key.
   static constexpr char kSql[] = ANOMALY_ROWS
       " WHERE a.ANOMALY_UNIQUE_ID IN (SELECT ANOMALY_UNIQUE_ID FROM ANOMALY_DATA "
       "WHERE substr(ANOMALY_UNIQUE_ID, -length(?1)) = ?1)";

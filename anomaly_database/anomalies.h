@@ -41,7 +41,7 @@ std::vector<AnomalyRow> find_anomalies_that_name(Connection& database,
 // All anomalies, by rowid.
 void read_anomaly_rows(Connection& database, const std::function<void(AnomalyRow&&)>& visit);
 
-// Ids of the anomalies that not every channel has taken, the oldest detection first.
+// Ids of the anomalies that are not processed, the oldest detection first.
 std::vector<std::string> unprocessed_anomalies(Connection& database);
 
 // --- Feedback ---

@@ -12,7 +12,7 @@ namespace corvane {
 extern const std::string kInsertHistData;
 extern const std::string kInsertDataToProcess;
 
-// The columns of HIST_DATA and DATA_TO_PROCESS in their order; they differ in the nineteenth alone.
+// The columns of HIST_DATA and DATA_TO_PROCESS in their order; only the nineteenth differs.
 // -1 stands for a number that is not known.
 struct BackupRow {
   std::string backup_id;

@@ -93,10 +93,11 @@ void add_to_history(Connection& database, const std::string& unique_key, int clu
   database.query(kSql).bind(std::int64_t{cluster}).bind(unique_key).run();
 }
 
-void remove_false_positive(Connection& database, const std::string& unique_key) {
+bool remove_false_positive(Connection& database, const std::string& unique_key) {
   static constexpr char kSql[] =
       "DELETE FROM HIST_DATA WHERE UNIQUE_KEY = ? AND USER_IDENTIFIED_CLUSTER <> ?";
   database.query(kSql).bind(unique_key).bind(std::int64_t{kNoCluster}).run();
+  return database.changes() > 0;
 }
 
 }  // namespace corvane

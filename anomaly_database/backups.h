@@ -50,7 +50,8 @@ bool is_in_history(Connection& database, const std::string& unique_key);
 bool mark_processed(Connection& database, std::int64_t rowid, ProcessedStatus status);
 // Copies the row of DATA_TO_PROCESS.
 void add_to_history(Connection& database, const std::string& unique_key, int cluster);
-// Removes a backup that is there as a false positive; an accepted one stays.
-void remove_false_positive(Connection& database, const std::string& unique_key);
+// Removes a backup that is there as a false positive; an accepted one stays. False when there is
+// none.
+bool remove_false_positive(Connection& database, const std::string& unique_key);
 
 }  // namespace corvane

@@ -133,10 +133,15 @@ def watch_live_gathers(machine):
         wait_until(lambda: machine.logged("Total time taken for live gather") >= number, 60, "a live gather")
         ((live,),) = machine.query("SELECT COUNT(*) FROM DATA_TO_PROCESS")
         ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
-        say(f"live gather {number:2} done: {live:2} records for the detection, {queued} running jobs queued")
+        say(f"live gather {number:2} done: {counted(live, 'record')} for the detection,"
+            f" {counted(queued, 'running job')} queued")
     wait_until(lambda: not rows_waiting(machine), 60, "verdicts on what was gathered")
     wait_until(lambda: not machine.query("SELECT 1 FROM ANOMALY_DATA WHERE PROCESSED = 0"), 60,
                "the delivery of the alerts")
+
+
+def counted(number, what):
+    return f"{number:,} {what}" + ("" if number == 1 else "s")
 
 
 def rows_waiting(machine):
@@ -153,9 +158,9 @@ def show_clients(machine):
         print(f"{client:22} {records:8}  {date(first)}  {date(last)}  {kilobytes:12,.0f}  {job:10}")
     ((queued,),) = machine.query("SELECT COUNT(*) FROM QUEUED_TO_CAPTURE_DATA")
     ((judged, anomalous),) = machine.query(
-        "SELECT COUNT(*), SUM(PROCESSED_STATUS = 2) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS <> 0")
-    print(f"\n{rows_waiting(machine)} records are waiting for the detection, {judged} have been judged, {anomalous} of them"
-          f" anomalous; {queued} running jobs are queued")
+        "SELECT COUNT(*), COALESCE(SUM(PROCESSED_STATUS = 2), 0) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS <> 0")
+    print(f"\nwaiting for the detection: {counted(rows_waiting(machine), 'record')}; judged: {counted(judged, 'record')},"
+          f" {anomalous} of them anomalous; queued: {counted(queued, 'running job')}")
     for (details,) in machine.query("SELECT ANOMALY_DETAILS FROM ANOMALY_DATA ORDER BY DETECTION_TIME"):
         print("  " + json.loads(details)["summary"])
 

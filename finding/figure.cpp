@@ -23,16 +23,15 @@ constexpr double kLeastShown = 0.005;
 struct Unit {
   double size = 1;
   const char* name = "";
-  // "3 h 20 min": so many of this unit and the smaller one. 0: this unit alone, "5.7 MB".
+  // "3 h 20 min": how many of the smaller unit make one of this. 0: only this unit, "5.7 MB".
   std::int64_t parts = 0;
   const char* part_name = "";
 };
 
 Unit unit_of_size(double largest) {
-  constexpr std::array kSizes{"KB", "MB", "GB", "TB", "PB", "EB"};
-  Unit unit{.name = kSizes.front()};
-  for (std::size_t i = 1; i < kSizes.size() && largest >= 1024 * unit.size; ++i) {
-    unit = {.size = 1024 * unit.size, .name = kSizes.at(i)};
+  Unit unit{.name = kSizeUnits.front()};
+  for (std::size_t i = 1; i < kSizeUnits.size() && largest >= 1024 * unit.size; ++i) {
+    unit = {.size = 1024 * unit.size, .name = kSizeUnits.at(i)};
   }
   return unit;
 }

@@ -12,6 +12,7 @@
 
 #include "config/service_values.h"
 #include "config/settings.h"
+#include "finding/words.h"
 
 namespace corvane {
 
@@ -33,8 +34,7 @@ struct StreamSettings {
 template <typename Element, typename TimeOf = std::identity>
 std::size_t count_that_matter(std::span<const Element> accepted, std::int64_t time,
                               const StreamSettings& settings, TimeOf time_of = {}) {
-  constexpr std::int64_t kSecondsOfDay = 86400;
-  const std::int64_t longest = std::int64_t{settings.days_to_ignore} * kSecondsOfDay;
+  const std::int64_t longest = std::int64_t{settings.days_to_ignore} * kDay;
   const std::int64_t oldest = purge_cut_off(static_cast<int>(time), settings.purge_months);
   std::int64_t later = time;
   std::size_t count = 0;

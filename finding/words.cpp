@@ -43,16 +43,16 @@ std::string counted(std::int64_t number, const std::string& one, const std::stri
 
 std::string size_text(double kilobytes) {
   if (!(kilobytes >= 0)) return "-";
-  constexpr std::array kUnits{"KB", "MB", "GB", "TB", "PB", "EB"};
   std::size_t unit = 0;
-  while (kilobytes >= 1024 && unit + 1 < kUnits.size()) {
+  while (kilobytes >= 1024 && unit + 1 < kSizeUnits.size()) {
     kilobytes /= 1024;
     ++unit;
   }
-  std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), kilobytes < 10 && unit > 0 ? "%.1f %s" : "%.0f %s",
-                kilobytes, kUnits.at(unit));
-  return text.data();
+  std::array<char, 32> tenths{};
+  std::snprintf(tenths.data(), tenths.size(), "%.1f", kilobytes);
+  const bool is_fine = kilobytes < 10 && unit > 0;
+  return (is_fine ? tenths.data() : number_text(std::nearbyint(kilobytes))) + " " +
+         kSizeUnits.at(unit);
 }
 
 std::string span_text(std::int64_t seconds) {

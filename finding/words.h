@@ -1,6 +1,7 @@
 // Numbers, sizes, spans and times for people. The report's page does the same for its charts.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -9,6 +10,9 @@ namespace corvane {
 inline constexpr std::int64_t kMinute = 60;  // seconds
 inline constexpr std::int64_t kHour = 60 * kMinute;
 inline constexpr std::int64_t kDay = 24 * kHour;
+
+// Each 1,024 times the one before.
+inline constexpr std::array kSizeUnits{"KB", "MB", "GB", "TB", "PB", "EB"};
 
 // Thousands separated by commas; below 100 with up to two decimals: "1,234,568", "1.5".
 std::string number_text(double number);

@@ -66,10 +66,9 @@ CLI::Option* add_days(CLI::App& command, Options& options, const char* words,
 // Two flags of which at most one may be given.
 void add_opposites(CLI::App& command, std::optional<bool>& value, const Flag& no, const Flag& yes) {
   const auto add = [&](const char* name, bool meaning, const char* words) {
-    const auto choose = [&value, meaning, name, no, yes] {
-      if (value == !meaning) {
-        throw CLI::ExcludesError(name, meaning ? no.name : yes.name);
-      }
+    const auto choose = [&value, meaning, name, no] {
+      // Whatever their order on the command line, "no" comes first.
+      if (meaning && value == false) throw CLI::ExcludesError(name, no.name);
       value = meaning;
     };
     return command.add_flag_callback(name, choose, words);

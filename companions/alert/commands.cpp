@@ -40,15 +40,6 @@ constexpr char kNothingSent[] = "No alert has been sent yet.\n";
 constexpr std::chrono::milliseconds kLookEvery(20);
 constexpr std::chrono::milliseconds kEndWithin(600);
 
-int guarded(const std::function<int()>& work) {
-  try {
-    return work();
-  } catch (const std::exception& error) {
-    complain_on_console(kAlertProgram, error);
-    return 1;
-  }
-}
-
 Settings settings_of(const Options& options) {
   Settings settings;
   std::vector<std::string> complaints;
@@ -107,9 +98,8 @@ void send_all_due(const Options& options, const Settings& settings, StateDatabas
       while ((step = sender.step()) == Sender::Step::kTaken) ++counts.taken;
       if (step == Sender::Step::kFailed) ++counts.failed;
     } catch (const std::exception& error) {
-      logmsgf(kLogError, kAlertProgram,
-              "Channel %s cannot use the state database, trying again: %s", name.c_str(),
-              reason_of(error).c_str());
+      logmsgf(kLogError, kAlertProgram, "Channel %s cannot use the state database: %s",
+              name.c_str(), reason_of(error).c_str());
       ++counts.failed;
     }
   };
@@ -127,8 +117,9 @@ std::string sent_in_words(const SendCounts& counts) {
 }
 
 std::string status_in_words(const ChannelStatus& status, std::int64_t at) {
-  std::string text = status.name + ": " + std::to_string(status.taken) + " delivered, " +
-                     std::to_string(status.waiting) + " pending";
+  const auto number = [](std::int64_t n) { return number_text(static_cast<double>(n)); };
+  std::string text = status.name + ": " + number(status.taken) + " delivered, " +
+                     number(status.waiting) + " pending";
   if (status.oldest > 0) text += " since " + utc_text(status.oldest);
   text += ", " + counted(status.given_up, "dead letter", "dead letters");
   if (status.last_success > 0) text += "; last delivery " + utc_text(status.last_success);
@@ -165,7 +156,7 @@ SendResult sent(const std::string& name, const Settings& settings, const std::st
 }  // namespace
 
 int run_once(const Options& options) {
-  return guarded([&] {
+  return guarded(kAlertProgram, [&] {
     StopSignals signals;
     const Settings settings = settings_of(options);
     ProgramLock lock(options.own_file(".lock"));
@@ -187,7 +178,7 @@ int run_once(const Options& options) {
 }
 
 int run_test(const Options& options) {
-  return guarded([&] {
+  return guarded(kAlertProgram, [&] {
     StopSignals signals;
     StopFlag stop;
     const Settings settings = settings_of(options);
@@ -209,7 +200,7 @@ int run_test(const Options& options) {
 }
 
 int run_status(const Options& options) {
-  return guarded([&] {
+  return guarded(kAlertProgram, [&] {
     if (!Directory::CanAccess(options.own_file(".db"))) {
       write_console(kNothingSent);
       return 0;
@@ -225,7 +216,7 @@ int run_status(const Options& options) {
 }
 
 int run_resend(const Options& options) {
-  return guarded([&] {
+  return guarded(kAlertProgram, [&] {
     StopSignals signals;
     const Settings settings = settings_of(options);
     StateDatabase state(options.own_file(".db"));

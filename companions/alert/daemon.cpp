@@ -87,8 +87,7 @@ void Daemon::follow_files() {
 }
 
 void Daemon::open() {
-  if (!is_locked_) is_locked_ = lock_.take();
-  if (!is_locked_) {
+  if (!lock_.take()) {
     throw std::runtime_error("another cvanomalyalert is using " + options_.database_path());
   }
   if (state_ == nullptr) state_ = std::make_unique<StateDatabase>(options_.own_file(".db"));

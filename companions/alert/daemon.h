@@ -42,7 +42,6 @@ class Daemon {
   std::string master_;
   FileWatch config_;
   ProgramLock lock_;
-  bool is_locked_ = false;
   Settings settings_;
   bool has_settings_ = false;
   bool has_new_settings_ = false;

@@ -1,9 +1,8 @@
-// The alerts' own database, beside the anomaly database: what was read, delivered, and is
-// pending.
+// The alerts' own database, beside the anomaly database: what was read, what was delivered, and
+// what is pending.
 //
-//   record    an anomaly that was read. pending: how many channels have not delivered their
-//   part
-//             yet; is_marked: it is PROCESSED in the anomaly database
+//   record    an anomaly that was read. pending: how many channels have yet to deliver their part;
+//             is_marked: it is PROCESSED in the anomaly database
 //   incident  what its records have in common: one id at the web service. ended_by: see IncidentEnd
 //   message   what is sent; its words never change
 //   delivery  a message for one channel. not_before: pending until then. failing_since: when it

@@ -16,10 +16,15 @@ std::string reason_of(const std::exception& error) {
   return reason;
 }
 
-void complain_on_console(const char* program, const std::exception& error) {
-  const std::string text = std::string(program) + ": " + reason_of(error);
-  write_console_error(text + "\n");
-  logmsg(kLogError, program, text.c_str());
+int guarded(const char* program, const std::function<int()>& work) {
+  try {
+    return work();
+  } catch (const std::exception& error) {
+    const std::string text = std::string(program) + ": " + reason_of(error);
+    write_console_error(text + "\n");
+    logmsg(kLogError, program, text.c_str());
+    return 1;
+  }
 }
 
 }  // namespace corvane

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <exception>
+#include <functional>
 #include <string>
 
 namespace corvane {
@@ -9,7 +10,8 @@ namespace corvane {
 // With SQLite's own text where there is one, once.
 std::string reason_of(const std::exception& error);
 
-// "program: reason" on standard error and, at level 16, in the log.
-void complain_on_console(const char* program, const std::exception& error);
+// What `work` returns, or 1 when it throws: then "program: reason" stands on standard error and, at
+// level 16, in the log.
+int guarded(const char* program, const std::function<int()>& work);
 
 }  // namespace corvane

@@ -13,7 +13,7 @@ class StopSignals {
 
   bool arrived() { return wait(0); }
 
-  // Up to so many seconds; true when it is time to stop, now and from then on.
+  // Waits up to `seconds`. True once a signal has arrived, and from then on.
   bool wait(int seconds);
 
  private:

@@ -39,11 +39,9 @@ Settings settings_of(const Options& options) {
 }  // namespace
 
 Daemon::Daemon(const Options& options, std::function<bool()> stop)
-    : options_(options),
-      stop_(std::move(stop)),
-      config_(options.config_file),
-      settings_(settings_of(options)) {
-  config_.changed();
+    : options_(options), stop_(std::move(stop)), config_(options.config_file) {
+  config_.changed();  // before the file is read: a change in between is noticed by the first step
+  settings_ = settings_of(options_);
 }
 
 int Daemon::step() {
@@ -102,7 +100,7 @@ int run_daemon(const Options& options) {
 }
 
 int run_once(const Options& options) {
-  try {
+  return guarded(kDetectionProgram, [&] {
     StopSignals signals;
     Detector detector(options.database_path(), settings_of(options),
                       [&] { return signals.arrived(); });
@@ -110,27 +108,21 @@ int run_once(const Options& options) {
     write_console(std::to_string(counts.normal) + " normal, " + std::to_string(counts.learning) +
                   " learning, " + std::to_string(counts.anomalous) + " anomalous\n");
     return 0;
-  } catch (const std::exception& error) {
-    complain_on_console(kDetectionProgram, error);
-    return 1;
-  }
+  });
 }
 
 int run_backtest(const Options& options) {
-  try {
+  return guarded(kDetectionProgram, [&] {
     Connection database = open_for_reading(options.database_path());
     const Backtest result = backtest(database, settings_of(options), options.backtest_days);
     write_console(options.json ? json_text(to_json(result).get(), JSON_INDENT(1)) + "\n"
                                : text_of(result));
     return 0;
-  } catch (const std::exception& error) {
-    complain_on_console(kDetectionProgram, error);
-    return 1;
-  }
+  });
 }
 
 int run_explain(const Options& options) {
-  try {
+  return guarded(kDetectionProgram, [&] {
     Connection database = open_for_reading(options.database_path());
     const std::optional<Explanation> explanation =
         explain(database, settings_of(options), options.unique_key);
@@ -140,10 +132,7 @@ int run_explain(const Options& options) {
     }
     write_console(json_text(to_json(*explanation).get(), JSON_INDENT(1)) + "\n");
     return 0;
-  } catch (const std::exception& error) {
-    complain_on_console(kDetectionProgram, error);
-    return 1;
-  }
+  });
 }
 
 }  // namespace corvane::detect

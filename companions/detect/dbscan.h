@@ -71,8 +71,8 @@ class Dbscan {
   double eps_ = 0;
   double eps2_ = 0;
   double side_ = 0;
-  std::int32_t reach_ = 0;      // neighbours are at most so many cells apart in each dimension
-  std::int32_t most_gap2_ = 0;  // and the cells between them at most so many, squared and summed
+  std::int32_t reach_ = 0;      // neighbours are at most this many cells apart in each dimension
+  std::int32_t most_gap2_ = 0;  // the cells between them, squared and summed, at most
 
   std::vector<Cell> cells_;
   std::vector<Index> cell_of_;  // by point

@@ -244,7 +244,7 @@ void Detector::apply_feedback(const std::string& id, Feedback feedback) {
     add_to_history(database_, key, cluster);
     model_.learn(*backup, cluster);
   } else {
-    remove_false_positive(database_, key);
+    if (!remove_false_positive(database_, key)) return;  // an accepted backup stays one
     model_.forget_false_positive(*backup);
     model_.hold(*backup, {});
     // The rowid of a deleted row may be used again.

@@ -81,7 +81,7 @@ std::string parse_options(int count, const char* const* arguments, Options& opti
       if (name == "-backtest" || name == "-explain") ++modes;
     }
   }
-  if (modes > 1) return "-once, -backtest and -explain cannot be combined";
+  if (modes > 1) return "Use only one of -once, -backtest and -explain";
   if (options.json && options.mode != Options::Mode::kBacktest)
     return "-json is only valid with -backtest";
   return {};

@@ -149,8 +149,8 @@ JsonPtr to_json(const Explanation& explanation) {
 
 std::string totals_of(const Backtest& backtest) {
   return counted(static_cast<std::int64_t>(backtest.judged), "backup", "backups") +
-         " judged again, " + std::to_string(backtest.findings.size()) +
-         " would have been reported, " + std::to_string(backtest.learning) +
+         " judged again, " + number_text(static_cast<double>(backtest.findings.size())) +
+         " would have been reported, " + number_text(static_cast<double>(backtest.learning)) +
          " in streams that were still learning\n";
 }
 

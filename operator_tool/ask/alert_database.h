@@ -1,4 +1,4 @@
-// The alerts' own database beside the anomaly database, opened for reading alone.
+// The alerts' own database beside the anomaly database, opened read-only.
 #pragma once
 
 #include "companions/alert/state_database.h"

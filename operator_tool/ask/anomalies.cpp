@@ -19,7 +19,7 @@ FoundAnomaly read_found(AnomalyRow row) {
   return {std::move(anomaly), std::move(details)};
 }
 
-// Of the rows that may be of the backup, the newest that is.
+// The newest anomaly of this backup among the candidates.
 std::optional<FoundAnomaly> newest_of_backup(std::vector<AnomalyRow> rows, const std::string& id) {
   std::optional<FoundAnomaly> newest;
   for (AnomalyRow& row : rows) {

@@ -26,7 +26,7 @@ struct AnomalyFilter {
   bool passes(const Anomaly& anomaly) const;
 };
 
-// Whose rows keep ANOMALY_DETAILS.
+// Decides whose rows keep ANOMALY_DETAILS.
 using KeepsDetails = std::function<bool(const Anomaly&)>;
 
 // All of them, the newest backup first. Details that cannot be read leave what the row knows. These
@@ -38,7 +38,7 @@ struct FoundAnomaly {
   JsonPtr details;  // as they stand in its row; null when they cannot be read
 };
 // By ANOMALY_UNIQUE_ID, by the unique key in it, or by the id of the backup: then the newest.
-// Parses the details of what it finds alone.
+// Parses only the details of candidates.
 std::optional<FoundAnomaly> find_anomaly(Connection& database, const std::string& id);
 
 }  // namespace corvane::ctl

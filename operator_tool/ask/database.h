@@ -13,9 +13,9 @@
 
 namespace corvane::ctl {
 
-// How to open a database for reading alone. Usually with a share in its write-ahead log. One that
-// nobody has open has no such log. Making one would take permission to write, so it is then read as
-// a file that does not change, and has_changed() tells when that did not hold.
+// How to open a database read-only. Normally its write-ahead log is shared. A database that no
+// program has open has no log, and creating one needs write permission; it is then read as a file
+// that does not change, and has_changed() tells if it did.
 class ReadOnlySource {
  public:
   // Throws Trouble when there is no such file, or it may not be read.
@@ -53,7 +53,7 @@ class Database {
   const std::string& path() const { return source_.path(); }
   Connection& connection() { return *connection_; }
 
-  // Throws ChangedMeanwhile when what was read may be no state that the database ever had.
+  // Throws ChangedMeanwhile if what was read may mix two states of the database.
   void check_unchanged() const;
 
  private:

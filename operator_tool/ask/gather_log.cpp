@@ -36,7 +36,7 @@ bool take(std::string_view& text, std::string_view begin) {
 std::optional<std::int64_t> take_time(std::string_view& line) {
   constexpr std::array kBefore{"", "-", "-", "T", ":", ":"};
   std::array<unsigned, kBefore.size()> parts{};
-  // A line whose begin is cut off may begin with a shorter year.
+  // If the beginning of a line is cut off, its year may be shorter.
   if (line.find('-') != 4) return std::nullopt;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     if (!take(line, kBefore.at(i))) return std::nullopt;

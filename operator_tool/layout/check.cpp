@@ -75,7 +75,10 @@ void judge_gather(const Health& health, const Limits& limits, Judge& judge) {
 
 void judge_alerts(const Health& health, const Thresholds& at, Judge& judge) {
   const AlertHealth& alerts = health.alerts;
-  if (!alerts.trouble.empty()) judge.add(CheckStatus::kWarning, alerts.trouble);
+  if (std::string problem = alerts.trouble; !problem.empty()) {
+    if (problem.ends_with('.')) problem.pop_back();  // problems are separated by semicolons
+    judge.add(CheckStatus::kWarning, problem);
+  }
   if (const std::int64_t due = alerts.due(); due > 0 && due <= health.now) {
     const std::int64_t pending = health.now - due;
     judge.add_if_high(pending, kMinute * at.alerts_warning, kMinute * at.alerts_critical,

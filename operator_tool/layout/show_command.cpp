@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t kMostPoints = 200;
 constexpr std::size_t kChartHeight = 6;
 
-// As its row has it: names in the details have lost bytes that are not UTF-8.
+// From the backup's own row: in the details, bytes that are not UTF-8 were replaced.
 StreamKey stream_of(Connection& database, const Anomaly& anomaly) {
   const auto backup = find_backup(database, unique_key_of(anomaly.row.id));
   return backup ? backup->stream : anomaly.finding.stream;

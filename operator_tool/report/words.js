@@ -7,7 +7,6 @@ const words = (() => {
   const whole = format(0, 0, true);
   const fine = format(0, 2, false);
   const tenths = format(1, 1, false);
-  const plain = format(0, 0, false);
   const UNITS = ["KB", "MB", "GB", "TB", "PB", "EB"];
   const isKnown = (value) => value !== null && value !== undefined;
 
@@ -27,7 +26,7 @@ const words = (() => {
     if (!isKnown(kilobytes) || !(kilobytes >= 0)) return "-";
     const power = powerOf(kilobytes);
     const amount = kilobytes / 1024 ** power;
-    return (amount < 10 && power ? tenths : plain).format(amount) + " " + UNITS[power];
+    return (amount < 10 && power ? tenths : whole).format(amount) + " " + UNITS[power];
   };
 
   const span = (seconds) => {

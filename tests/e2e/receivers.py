@@ -273,7 +273,7 @@ class Journal:
 
 
 def wait_for(receiver, count, seconds=30):
-    """Waits until so many messages are taken, and gives them."""
+    """Waits until `count` messages have arrived, and returns them."""
     deadline = time.monotonic() + seconds
     while len(receiver.taken) < count:
         if time.monotonic() > deadline:

@@ -76,7 +76,7 @@ class World:
     def companions(self):
         place = ("-database_location", self.directory, "-database_file_name", self.path.name)
         self.run("cvanomalydetect", *place, "-config_file", self.directory / "anomaly_config.conf", "-once")
-        # There is no web service, so that nothing is delivered; what is to be told is made all the same.
+        # There is no web service, so nothing is delivered; the messages are created nevertheless.
         self.run("cvanomalyalert", *place, "-master", "localhost", "-once", check=False)
 
     def ctl(self, *arguments):
@@ -196,7 +196,7 @@ def test_a_false_positive_before_the_adoption(world):
     world.check({first: False})
     world.feedback(first, FALSE_POSITIVE)
     world.check({first: True})
-    world.nights(DOUBLED)  # taken for usual now
+    world.nights(DOUBLED)  # treated as normal now
     world.check({first: True})
     world.feedback(first, CONFIRMED)
     world.check({first: True})  # a backup after it was accepted

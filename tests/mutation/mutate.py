@@ -37,6 +37,7 @@ FIRST_TESTS = {
     "companions/detect": ("detect",), "companions/alert": ("alert",), "operator_tool": ("operator_tool",),
     "embedded_host": ("embedded_host",),
 }
+TESTS = "tests/unit/all"  # the target
 BUILD_SECONDS = 900
 SHARDS = 4  # of a test program; its tests wait more than they work
 
@@ -58,7 +59,8 @@ class Copy:
         self._log = open(scratch / "mutate.log", "a", encoding="utf-8")
         setup = ["cmake", "-G", "Ninja", "-B", "build", "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O0 -g0 -w",
                  "-DCV_BUILD_BENCH=OFF"]
-        if not self._succeeds(setup, BUILD_SECONDS) or not self._build(None):
+        everything = ["ninja", "-C", "build", TESTS]  # with all processors: the other copies have to wait
+        if not self._succeeds(setup, BUILD_SECONDS) or not self._succeeds(everything, None):
             self._give_up("the sound project does not build")
         self.programs = {path.name.removesuffix("_test"): path
                          for path in (scratch / "build/tests/unit").glob("*/*_test") if path.is_file()}
@@ -115,7 +117,7 @@ class Copy:
             target.chmod(source.stat().st_mode)
 
     def _build(self, targets):
-        targets = targets or ["tests/unit/all"]
+        targets = targets or [TESTS]
         return self._succeeds(["ninja", "-C", "build", f"-j{self.jobs}", *targets], BUILD_SECONDS)
 
     def _passes(self, name, seconds=None):
@@ -182,17 +184,24 @@ def described(mistake, text):
 
 
 def try_all(copies, candidates, count):
-    """Yields the outcome of each that compiles, until there are so many."""
+    """Yields the outcome of each mistake that compiles, up to `count`."""
     lock, results = threading.Lock(), queue.Queue()
     left = count
 
     def work(copy):
+        try:
+            try_some(copy)
+        except BaseException as error:  # the reader must not wait for ever
+            results.put(error)
+        results.put(None)
+
+    def try_some(copy):
         nonlocal left
         while True:
             with lock:
                 mistake = next(candidates, None) if left > 0 else None
                 if mistake is None:
-                    break
+                    return
                 left -= 1
             outcome = copy.outcome(mistake)
             if outcome.verdict == "does not compile":
@@ -200,13 +209,15 @@ def try_all(copies, candidates, count):
                     left += 1
             else:
                 results.put(outcome)
-        results.put(None)
 
     threads = [threading.Thread(target=work, args=(copy,), daemon=True) for copy in copies]
     for thread in threads:
         thread.start()
     for _ in threads:
-        yield from iter(results.get, None)
+        for outcome in iter(results.get, None):
+            if isinstance(outcome, BaseException):
+                raise outcome
+            yield outcome
 
 
 def arguments():

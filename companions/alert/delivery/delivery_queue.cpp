@@ -2,11 +2,12 @@
 
 #include <vector>
 
+#include "finding/words.h"
+
 namespace corvane::alert {
 
 namespace {
 
-constexpr std::int64_t kDay = 86'400;
 constexpr std::int64_t kKeepDelivered = 2 * kDay;  // longer than any storm's window
 
 }  // namespace

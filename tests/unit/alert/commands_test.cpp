@@ -160,7 +160,7 @@ TEST_F(Commands, OnceSaysThatAChannelCannotUseTheState) {
                             ""}));
   ASSERT_FALSE(fake::log_lines(16).empty());
   EXPECT_THAT(fake::log_lines(16).back().text,
-              AllOf(HasSubstr("Channel web cannot use the state database, trying again: "),
+              AllOf(HasSubstr("Channel web cannot use the state database: "),
                     HasSubstr("damaged")));
 }
 

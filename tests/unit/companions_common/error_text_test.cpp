@@ -31,11 +31,19 @@ TEST(ReasonOf, AFailedQuerySaysWhatSqliteSaysOnce) {
   }
 }
 
-using ComplainOnConsole = PlatformFake;
+using Guarded = PlatformFake;
 
-TEST_F(ComplainOnConsole, SaysTheReasonOnScreenAndInTheLog) {
+TEST_F(Guarded, ReturnsWhatTheWorkReturns) {
+  for (const int status : {0, 7}) {
+    EXPECT_EQ(guarded("companion", [status] { return status; }), status);
+  }
+  EXPECT_TRUE(fake::log_lines().empty());
+}
+
+TEST_F(Guarded, SaysTheReasonOnScreenAndInTheLog) {
   testing::internal::CaptureStderr();
-  complain_on_console("companion", sqlite_exception("cannot begin", "database is locked"));
+  const auto work = []() -> int { throw sqlite_exception("cannot begin", "database is locked"); };
+  EXPECT_EQ(guarded("companion", work), 1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "companion: cannot begin (database is locked)\n");
   EXPECT_EQ(fake::log_lines(),

@@ -74,7 +74,7 @@ TEST(Options, RefusesTheRestAndSaysWhy) {
 
 TEST(Options, DoOneThingAtATime) {
   Options options;
-  const std::string both = "-once, -backtest and -explain cannot be combined";
+  const std::string both = "Use only one of -once, -backtest and -explain";
   EXPECT_EQ(parse({"-once", "-explain", "x"}, options), both);
   EXPECT_EQ(parse({"-backtest", "3", "-once"}, options), both);
   EXPECT_EQ(parse({"-explain", "x", "-backtest", "3"}, options), both);

@@ -44,6 +44,8 @@ class LifeLine {
   bool is_held() const { return polled() == POLLIN; }
   // Waits until nobody holds it any more; a process that was killed needs a moment.
   bool is_let_go() const {
+    // Somebody must have been there: poll() does not report that nobody ever was.
+    close(open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
     char bytes[16];
     while (read(descriptor_, bytes, sizeof bytes) > 0) {
     }
@@ -53,7 +55,7 @@ class LifeLine {
  private:
   short polled() const {
     pollfd waited{descriptor_, POLLIN, 0};
-    return poll(&waited, 1, 5000) == 1 ? waited.revents : short{0};
+    return poll(&waited, 1, 30'000) == 1 ? waited.revents : short{0};
   }
 
   std::string path_;

@@ -167,13 +167,12 @@ TEST(MailText, RepairsWhatIsNoUtf8) {
 // A mail server that answers as the test says and keeps what it is told.
 class MailServer {
  public:
-  LoopbackServer server{[this](Conversation& client) { serve(client); }};
-
   std::vector<std::string> commands;  // read them when the transfer is over
   std::string mail;
   std::string extensions;  // of EHLO, with their codes and line ends
   std::string refused;     // the beginning of a command that gets `refusal`
   std::string refusal = "550 no";
+  LoopbackServer server{[this](Conversation& client) { serve(client); }};  // it ends first
 
  private:
   void serve(Conversation& client) {

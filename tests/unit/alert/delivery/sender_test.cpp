@@ -193,7 +193,7 @@ TEST_F(SenderTest, AnOutcomeThatCannotBeNotedIsLeftWhenWeAreToEnd) {
 }
 
 TEST_F(SenderTest, AnOutcomeIsNotedAsSoonAsItCanBe) {
-  // Nobody else can write while this stands; it is taken back when the complaint is seen.
+  // The trigger makes the sender's update fail. It is dropped once the failure is logged.
   channel.on_send = [&] {
     test::query(state_->handle(),
                 "CREATE TRIGGER full BEFORE UPDATE ON delivery WHEN new.state = "

@@ -148,7 +148,9 @@ TEST(Check, DeadLetters) {
 TEST(Check, AnAlertDatabaseThatCannotBeRead) {
   Health health = good();
   health.alerts.trouble = "It is damaged.";
-  EXPECT_EQ(said_of(health), "WARNING; It is damaged.");
+  EXPECT_EQ(said_of(health), "WARNING; It is damaged");
+  health.alerts.trouble = "It is damaged";
+  EXPECT_EQ(said_of(health), "WARNING; It is damaged");
 }
 
 TEST(Check, ADiskThatIsNearlyFull) {
