@@ -88,8 +88,9 @@ inline constexpr Setting kSettings[] = {
      .default_value = "1",
      .most = 1,
      .readers = kFlagReaders,
-     .meaning = "0 runs cvanomalyalert beside the detection, so that people are notified of "
-                "anomalies; 1 does not."},
+     .meaning =
+         "0 runs cvanomalyalert, so that people are notified of anomalies; with 1, nobody is "
+         "notified."},
     {.section = &kGather,
      .key = "LIVE_DATA_GATHER_FREQUENCY_IN_MIN",
      .type = SettingType::kInteger,
@@ -126,7 +127,7 @@ inline constexpr Setting kSettings[] = {
      .most = 100,
      .unit = "percent",
      .readers = kDetectionReaders,
-     .meaning = "How small a deviation is reported: 100 halves the deviation that counts as an "
+     .meaning = "How sensitive the detection is: 100 halves the deviation that counts as an "
                 "anomaly, -100 doubles it."},
     {.section = &kModel,
      .key = "MIN_OBSERVATIONS_FOR_TRAINING",
@@ -280,8 +281,9 @@ inline constexpr Setting kSettings[] = {
      .default_value = "",
      .unit = "hours in local time, as in 22:00-07:00",
      .readers = kAlertReaders,
-     .meaning = "The hours in which warnings (severity 1) are held back until the hours end; "
-                "empty: none."},
+     .meaning =
+         "Warnings (severity 1) that arise in these hours are held back until the hours end; "
+         "empty: no quiet hours."},
     {.section = &kAlerts,
      .key = "ALERT_STORM_LIMIT",
      .type = SettingType::kInteger,

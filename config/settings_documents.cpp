@@ -129,7 +129,7 @@ std::string settings_guide() {
       "`cvanomalyalert` keeps its former settings instead, and after a start sends nothing until "
       "the\n"
       "file is fixed. A value out of bounds counts as the default, with a line in the log of the\n"
-      "program that reads it, unless something else is said here.\n";
+      "program that reads it, unless stated otherwise below.\n";
   for (const Setting& setting : all_settings()) {
     const SettingsSection& section = *setting.section;
     if (begins_section(setting)) {

@@ -108,7 +108,7 @@ LoadResult load_backups(Connection& catalog, std::istream& lines, const std::str
   } catch (const QueryError& error) {
     throw LoadFailure("cannot write the catalog: " + error.inner_message() + so_far());
   }
-  if (lines.bad()) throw LoadFailure(name + ": cannot read on" + so_far());
+  if (lines.bad()) throw LoadFailure(name + ": read error" + so_far());
   return result;
 }
 

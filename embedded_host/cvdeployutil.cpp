@@ -13,7 +13,7 @@ constexpr std::string_view kUsage =
     "usage: cvdeployutil -d START -e END [--master NAME] [--root DIR] [--catalog FILE]\n"
     "Writes an archive of the images from START to END (seconds since 1970, UTC, both included),\n"
     "and prints its path. The archive is a folder with master.txt, gather_options.json and\n"
-    "qpimagelist.out; it gets its name once it is complete.\n"
+    "qpimagelist.out; it is renamed to its final name once it is complete.\n"
     "  --master NAME  the master server's name; default: from the master configuration\n"
     "  --root DIR     the folder of archives; default: var/global/incremental below the install "
     "root\n"

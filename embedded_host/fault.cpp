@@ -21,18 +21,18 @@ constexpr std::size_t kMaxFaultFile = std::size_t{64} << 10;
 struct ActionForm {
   std::string_view word;
   FaultAction action;
-  std::optional<std::int64_t> fallback;  // of the argument; without it the argument is required
-  std::int64_t least;
-  std::int64_t most;  // below `least`: the action has no argument
+  bool needs_argument = false;
+  std::int64_t least = 0;
+  std::int64_t most = 0;  // 0: it has no argument
 };
 
 constexpr ActionForm kActions[] = {
-    {"status", FaultAction::kStatus, std::nullopt, 100, 599},
-    {"garbage", FaultAction::kGarbage, 0, 0, -1},
-    {"truncate", FaultAction::kTruncate, 0, 0, -1},
-    {"cut", FaultAction::kCut, 0, 0, -1},
-    {"hang", FaultAction::kHang, std::nullopt, 0, 3600},
-    {"null-end-time", FaultAction::kNullEndTime, 0, 0, 1'000'000},
+    {"status", FaultAction::kStatus, true, 100, 599},
+    {"garbage", FaultAction::kGarbage},
+    {"truncate", FaultAction::kTruncate},
+    {"cut", FaultAction::kCut},
+    {"hang", FaultAction::kHang, true, 0, 3600},
+    {"null-end-time", FaultAction::kNullEndTime, false, 0, 1'000'000},
 };
 
 class LineParser {
@@ -87,8 +87,8 @@ class LineParser {
 
   std::int64_t argument(const ActionForm& form) {
     const bool given = !word_.empty() && word_ != "skip" && word_ != "count";
-    if (form.fallback && !given) return *form.fallback;
-    if (form.most < form.least) fail("only skip and count may follow, not '" + word_ + "'");
+    if (!given && !form.needs_argument) return 0;
+    if (form.most == 0) fail("only skip and count may follow, not '" + word_ + "'");
     return number(form.least, form.most);
   }
 

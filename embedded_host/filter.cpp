@@ -18,8 +18,8 @@ enum class TokenKind { kWord, kText, kOpen, kClose, kEnd };
 
 struct Token {
   TokenKind kind = TokenKind::kEnd;
-  std::string text;  // a word as it is, a quoted text without quotes
-  std::size_t position = 1;
+  std::string text;        // a word as it is, a quoted text without quotes
+  std::size_t position{};  // counted from 1
 };
 
 class Lexer {

@@ -117,20 +117,20 @@ def read_records(path):
 
 def main():
     parser = argparse.ArgumentParser(
-        description="Makes a catalog (JSON Lines for cvhostd load, on standard output) out of recorded "
-        "backup runs.")
+        description="Creates a catalog (JSON Lines for cvhostd load, on standard output) from recorded "
+        "backups.")
     parser.add_argument("records", help="the records, such as tests/data/backups.jsonl")
     parser.add_argument("--clock-begin", metavar="TIME", type=instant,
                         help="move the records so that history ends here (2026-01-31T04:05:06Z); "
                         "without it they stay where they are")
     parser.add_argument("--days-after", metavar="N", type=int, default=5,
-                        help="how many of the records' last days follow the clock's begin (5)")
+                        help="number of the records' last days that follow the start of the clock (default: 5)")
     parser.add_argument("--lead", metavar="SECONDS", type=int, default=1800,
-                        help="from the clock's begin to the first backup after it (1800)")
+                        help="seconds from the start of the clock to the first backup after it (default: 1800)")
     parser.add_argument("--long-every", metavar="N", type=int, default=16,
-                        help="every Nth job runs long; 0: none (16)")
+                        help="every Nth job is a long one; 0: none (default: 16)")
     parser.add_argument("--long-seconds", metavar="SECONDS", type=int, default=1200,
-                        help="how long that is (1200)")
+                        help="duration of a long job (default: 1200)")
     options = parser.parse_args()
     if not 1 <= options.days_after <= 3650:
         parser.error("--days-after is at least 1")

@@ -62,7 +62,7 @@ PageQuery parse_page_query(std::string_view query) {
     const std::string key = percent_decode(pair.substr(0, equals), "query");
     const std::string value =
         percent_decode(pair.substr(std::min(equals + 1, pair.size())), printable(key));
-    if (!seen.insert(key).second) throw BadRequest("is given twice", printable(key));
+    if (!seen.insert(key).second) throw BadRequest("given more than once", printable(key));
     if (key == "page[offset]") {
       result.offset = page_number(value, 0, key);
     } else if (key == "page[limit]") {

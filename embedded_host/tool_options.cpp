@@ -32,7 +32,7 @@ ToolOptions::ToolOptions(std::span<const OptionForm> forms,
       value = words[i];
     }
     if (!values_.emplace(form->name, value).second) {
-      throw UsageError(std::string(form->name) + ": is given twice");
+      throw UsageError(std::string(form->name) + ": given more than once");
     }
   }
   for (const OptionForm& form : forms) {

@@ -39,7 +39,7 @@ Cause cause(CauseKind kind) { return {kind, words_of(kind).sentence}; }
 
 Cause slow_encryption() {
   return {CauseKind::kEncryption,
-          "Files may be undergoing slow encryption: several backups in a row found more new "
+          "Files may be undergoing slow encryption: several backups in a row contained more new "
           "content than ever before."};
 }
 

@@ -29,7 +29,7 @@ enum class IncidentEnd {
 
 struct IncidentFacts {
   std::int64_t last = 0;            // backup time of its latest record
-  bool has_false_positive = false;  // one of its records is called one
+  bool has_false_positive = false;  // one of its records is marked as one
   bool is_adopted = false;
   // Time of the latest known accepted backup of a matching stream; 0: none.
   std::int64_t last_accepted = 0;
@@ -59,7 +59,7 @@ struct Incident {
 struct IncidentContext {
   // Time of the latest accepted backup of the matching streams, by DETECTION_KEY; 0: none.
   std::function<std::int64_t(const std::string& detection_key)> last_accepted;
-  // Whether people call the anomaly a false positive. Its record may have been purged.
+  // Whether people marked the anomaly as a false positive. Its record may have been purged.
   std::function<bool(const std::string& anomaly_id)> is_false_positive;
 };
 

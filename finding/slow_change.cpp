@@ -19,9 +19,9 @@ std::string percent(double share) {
 }  // namespace
 
 std::string in_words(const SlowChange& change) {
-  const std::string found = change.of_files ? " of the files changed" : " of the data new";
+  const std::string found = change.of_files ? " of the files had changed" : " of the data was new";
   const std::string runs = std::to_string(change.runs);
-  return "each of " + runs + " backups in a row found at least " + percent(change.share) + found +
+  return "in each of " + runs + " backups in a row, at least " + percent(change.share) + found +
          " (previous maximum for " + runs + " in a row: " + percent(change.share_before) + ")";
 }
 

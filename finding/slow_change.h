@@ -17,7 +17,7 @@ struct SlowChange {
   double share_before = 0;  // the largest such share of as many accepted backups in a row before
 };
 
-// "each of 3 backups in a row found at least ...": part of a sentence.
+// "in each of 3 backups in a row, at least ...": part of a sentence.
 std::string in_words(const SlowChange& change);
 
 }  // namespace corvane

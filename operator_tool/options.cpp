@@ -40,7 +40,7 @@ std::string install_directory() {
 }
 
 void add_global(CLI::App& app, Options& options) {
-  app.add_flag("--json", options.json, "Print one JSON document, see docs/operator-tool.md");
+  app.add_flag("--json", options.json, "Print one JSON document (operator-tool.md describes it)");
   app.add_flag("--utc", options.utc, "Show times in UTC instead of local time");
   app.add_flag("--no-color", options.no_colour,
                "Use no colour on a terminal; NO_COLOR does the same");
@@ -123,12 +123,14 @@ void add_single(CLI::App& app, Options& options) {
   CLI::App* explain =
       app.add_subcommand("explain", "How a backup is judged against the backups before it");
   explain->callback([&] { options.command = Command::kExplain; });
-  explain->add_option("UNIQUE_KEY", options.id, "Key of the backup in the database")
+  explain
+      ->add_option("UNIQUE_KEY", options.id,
+                   "UNIQUE_KEY of the backup: an anomaly's id without anomaly_")
       ->required()
       ->type_name("");
 
   CLI::App* backtest =
-      app.add_subcommand("backtest", "Judge the backups of the last days again, in memory");
+      app.add_subcommand("backtest", "Judge the backups of the last DAYS days again, in memory");
   backtest->callback([&] { options.command = Command::kBacktest; });
   add_days(*backtest, options, "Number of days", "DAYS")->required()->type_name("");
 }

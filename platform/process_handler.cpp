@@ -64,8 +64,8 @@ std::string executable_name(const std::filesystem::path& process) {
 // A process that has ended stays in the table, with its name, until its parent waits for it.
 bool is_running(const std::filesystem::path& process) {
   const std::string stat = read_start(process / "stat");
-  const std::size_t name_end = stat.rfind(')');  // the name before it may contain anything
-  if (name_end == std::string::npos || name_end + 2 >= stat.size()) return false;
+  const std::size_t name_end = stat.rfind(") ");  // the name before it may contain anything
+  if (name_end == std::string::npos) return false;
   const char state = stat[name_end + 2];
   return state != 'Z' && state != 'X' && state != 'x';
 }

@@ -160,7 +160,10 @@ int run_once(const Options& options) {
     StopSignals signals;
     const Settings settings = settings_of(options);
     ProgramLock lock(options.own_file(".lock"));
-    if (!lock.take()) throw std::runtime_error("another cvanomalyalert is running");
+    if (!lock.take()) {
+      throw std::runtime_error(
+          "another cvanomalyalert is running and sends pending messages by itself");
+    }
     StateDatabase state(options.own_file(".db"));
     Intake intake(options.database_path(), state, master_name(options), 0,
                   [&] { return signals.arrived(); });

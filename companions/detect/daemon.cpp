@@ -127,7 +127,8 @@ int run_explain(const Options& options) {
     const std::optional<Explanation> explanation =
         explain(database, settings_of(options), options.unique_key);
     if (!explanation) {
-      write_console_error("No backup has the key " + options.unique_key + "\n");
+      write_console_error("No backup has the UNIQUE_KEY " + options.unique_key +
+                          ". It is an anomaly's id without \"anomaly_\".\n");
       return 1;
     }
     write_console(json_text(to_json(*explanation).get(), JSON_INDENT(1)) + "\n");

@@ -251,8 +251,8 @@ void Detector::apply_feedback(const std::string& id, Feedback feedback) {
     last_history_ = std::min(last_history_, last_history_rowid(database_));
   }
   transaction.commit();
-  logmsgf(kLogEvent, kDetectionProgram, "Feedback: [%s] is %s", id.c_str(),
-          false_positive ? "a false positive" : "not a false positive");
+  logmsgf(kLogEvent, kDetectionProgram, "Anomaly [%s] %s a false positive", id.c_str(),
+          false_positive ? "was marked as" : "is no longer marked as");
 }
 
 }  // namespace corvane::detect

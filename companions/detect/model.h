@@ -25,7 +25,7 @@ struct Held {
   std::string incident;  // its name; empty: not looked up yet
 };
 
-// An anomalous backup that people called a false positive.
+// An anomalous backup that people marked as a false positive.
 struct FalsePositive {
   std::string unique_key;
   std::optional<std::string> incident;  // its name; absent: not looked up yet

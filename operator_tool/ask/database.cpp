@@ -118,7 +118,7 @@ Trouble trouble_of(const std::string& path, const std::exception& error) {
       return {ExitStatus::kUnreadable,
               "Cannot read " + path +
                   " or its write-ahead log: permission denied. Try again as root or as the "
-                  "service's account."};
+                  "service account."};
     default:
       break;
   }

@@ -38,7 +38,7 @@ std::string text_of(const detect::Explanation& judged, const Terminal& terminal,
                    (finding.by_other_stream ? " of another stream, " : " of its own stream, ") +
                    std::to_string(std::lround(judged.noise_share * kPercent)) + " percent noise");
   if (finding.slow_change) {
-    text += line(terminal, "Sustained", "several runs in a row that are anomalous together");
+    text += line(terminal, "Slow change", "several backups in a row are anomalous together");
   }
   if (is_anomalous) text += anomaly_lines(terminal, finding);
   text += last_good_line(terminal, finding, utc);
@@ -50,7 +50,8 @@ std::string run_explain(const Context& context) {
   const std::optional<detect::Explanation> judged = detect::explain(
       context.database.connection(), read_configuration(options.config).detect, options.id);
   if (!judged)
-    throw Trouble(ExitStatus::kNotFound, "No backup has the unique key " + options.id + ".");
+    throw Trouble(ExitStatus::kNotFound, "No backup has the UNIQUE_KEY " + options.id +
+                                             ". It is an anomaly's id without \"anomaly_\".");
   if (!options.json) return text_of(*judged, context.terminal, options.utc);
   const JsonPtr root = document("explain");
   put(root.get(), "unique_key", options.id);

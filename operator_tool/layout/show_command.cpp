@@ -157,8 +157,9 @@ std::string run_show(const Context& context) {
   Connection& database = context.database.connection();
   std::optional<FoundAnomaly> found = find_anomaly(database, context.options.id);
   if (!found) {
-    throw Trouble(ExitStatus::kNotFound, "No anomaly found with the id, unique key or backup id " +
-                                             context.options.id + ".");
+    throw Trouble(ExitStatus::kNotFound, "No anomaly has the id, UNIQUE_KEY or backup id " +
+                                             context.options.id +
+                                             ". \"cvanomalyctl anomalies\" lists the ids.");
   }
   const Anomaly& anomaly = found->anomaly;
   const std::vector<HistoryPoint> history =

@@ -52,7 +52,7 @@ std::string last_gather_words(const Health& health, bool utc) {
 std::string next_gather_words(const Health& health, bool utc) {
   if (health.gather.next == 0) return "none while the service is not running";
   if (health.gather.next < health.now) {
-    return "was due at " + time_text(health.gather.next, utc) + ", or is running now";
+    return "was due at " + time_text(health.gather.next, utc) + ": it is late, or running now";
   }
   return "expected at " + time_text(health.gather.next, utc);
 }

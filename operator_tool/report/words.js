@@ -2,11 +2,11 @@
 // Numbers, amounts and spans as finding/words.cpp writes them; tests/support/words.tsv holds both to
 // the same texts.
 const words = (() => {
-  const format = (least, most, useGrouping) => new Intl.NumberFormat("en", {
-    minimumFractionDigits: least, maximumFractionDigits: most, useGrouping, roundingMode: "halfEven"});
-  const whole = format(0, 0, true);
-  const fine = format(0, 2, false);
-  const tenths = format(1, 1, false);
+  const format = (least, most) => new Intl.NumberFormat("en", {
+    minimumFractionDigits: least, maximumFractionDigits: most, roundingMode: "halfEven"});
+  const whole = format(0, 0);
+  const fine = format(0, 2);
+  const tenths = format(1, 1);
   const UNITS = ["KB", "MB", "GB", "TB", "PB", "EB"];
   const isKnown = (value) => value !== null && value !== undefined;
 

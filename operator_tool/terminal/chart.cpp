@@ -23,7 +23,7 @@ constexpr char kAxis[] = "\xE2\x94\xA4";
 
 // How many eighths of a bar fall into one line; the last line is 0. A value above 0 always shows.
 std::size_t eighths_of(double value, double highest, std::size_t line, std::size_t height) {
-  if (!(value >= 0) || highest <= 0) return 0;
+  if (!(value >= 0)) return 0;
   const double all = value / highest * static_cast<double>(height * kEighths);
   auto eighths = static_cast<std::size_t>(std::lround(all));
   if (value > 0) eighths = std::max<std::size_t>(eighths, 1);

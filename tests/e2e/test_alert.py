@@ -87,7 +87,8 @@ def test_what_people_can_ask(world):
     assert "mail: failed: localhost: " in answer.stdout and "451" in answer.stdout
     assert webhook.taken[0]["kind"] == "test" and webhook.taken[0]["signed"]
     assert world.run("-test", "webhook").stdout == "webhook: delivered\n"
-    assert world.run("-test", "syslog", check=False).stdout == "syslog: failed: the channel is not configured\n"
+    assert world.run("-test", "syslog", check=False).stdout == (
+        "syslog: failed: the channel is not configured: see ALERT_SETTINGS in anomaly_config.conf\n")
 
     world.anomaly("a", "web01")
     answer = world.run("-once", check=False)
@@ -120,7 +121,7 @@ def test_ten_thousand_at_once(world):
         assert peak < 64 * 1024 or SANITIZED
         assert world.stop(process) < 1 * host.patience
     assert summary["kind"] == "summary" and summary["records"] == 10000
-    assert "10,000 new incidents, 10,000 clients" in summary["subject"]
+    assert "10,000 new incidents, on 10,000 clients" in summary["subject"]
     assert summary["details"]["total"] == 10000
     assert len(world.reports()) == 10000
 

@@ -14,7 +14,7 @@ namespace {
 class MissingChannel : public Channel {
  public:
   SendResult send(const Message& /*message*/) override {
-    return {false, "the channel is not configured"};
+    return {false, "the channel is not configured: see ALERT_SETTINGS in anomaly_config.conf"};
   }
 };
 

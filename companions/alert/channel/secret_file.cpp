@@ -28,7 +28,8 @@ struct OpenFile {
 std::string why_not_secret(const struct stat& file, uid_t user) {
   if (!S_ISREG(file.st_mode)) return "it is not a regular file";
   if (file.st_uid != user && file.st_uid != 0) return "it belongs to another user";
-  if ((file.st_mode & (S_IRWXG | S_IRWXO)) != 0) return "other users have access to it";
+  if ((file.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+    return "other users have access to it; set its mode to 0600";
   return {};
 }
 

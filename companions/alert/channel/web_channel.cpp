@@ -30,12 +30,13 @@ bool is_confirmed(const std::string& reply) {
 WebChannel::WebChannel(std::string master) : master_(std::move(master)) {}
 
 SendResult WebChannel::send(const Message& message) {
-  if (master_.empty()) return {false, "the master server is not known"};
+  if (master_.empty()) return {false, "the master server is unknown: corvane.conf names none"};
   CurlClient client(master_, kPath, REST_POST, body_of(message));
   const int result = client.execute();
   if (result >= 100) return {false, "HTTP status " + std::to_string(result)};
   if (result != 0)
-    return {false, "the request failed with libcurl error " + std::to_string(result)};
+    return {false, "the request failed with libcurl error " + std::to_string(result) +
+                       "; see EXIT CODES in curl(1)"};
   if (!is_confirmed(client.get_response())) {
     return {false, "the reply does not confirm the delivery"};
   }

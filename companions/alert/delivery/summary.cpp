@@ -157,7 +157,7 @@ void write_summary(StateDatabase& state, std::int64_t id, const std::string& cha
   const std::string first = utc_text(totals.first);
   const std::string last = utc_text(totals.last);
   message.subject =
-      "Many alerts at once: " + kinds + ", " + counted(totals.clients, "client", "clients");
+      "Many alerts at once: " + kinds + ", on " + counted(totals.clients, "client", "clients");
   message.body = first == last ? "At " + first : "Between " + first + " and " + last;
   message.body += ": " + kinds + ", on " + counted(totals.clients, "client", "clients") + ".\n";
   message.body += severities_in_words(totals) + causes_in_words(folded);

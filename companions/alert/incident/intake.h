@@ -73,7 +73,7 @@ class Intake {
   std::function<bool()> stop_;
   Settings settings_;
   std::int64_t seen_version_ = -1;
-  // Names of the incidents with a record that people call a false positive, as of the last pass.
+  // Names of the incidents with a record that is marked as a false positive, as of the last pass.
   std::unordered_set<std::string> false_positives_;
   // Incident names by record, for records that were processed before the alerts kept records.
   std::unordered_map<std::string, std::string> former_records_;

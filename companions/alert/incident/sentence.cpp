@@ -120,9 +120,9 @@ Words words_for_anomaly(const Anomaly& anomaly, const Told& told) {
                     ? std::string("No earlier good backup is known.\n")
                     : "The last good backup is " + plain_text(finding.last_good.backup_id) +
                           " from " + utc_text(finding.last_good.time) + ".\n";
-  words.body += "If this backup is as expected, give anomaly " +
+  words.body += "If this backup is as expected, mark anomaly " +
                 plain_text(told.anomaly_id, kMostWords) +
-                " the feedback FALSE_POSITIVE in the web interface of " +
+                " as FALSE_POSITIVE in the web interface of " +
                 (told.master.empty() ? std::string("the master server") : plain_text(told.master)) +
                 ". Similar backups are then treated as normal.\n";
   return words;
@@ -134,8 +134,8 @@ Words words_for_end(const Ending& ending) {
   Words words;
   words.subject = "Back to normal since " + until + ": the" + backup.substr(3);
   words.body = backup + " has been back to normal since " + until + ". It had been unusual since " +
-               utc_text(ending.since) + ", in " + counted(ending.records, "backup", "backups") +
-               ".\n";
+               utc_text(ending.since) + " (" + counted(ending.records, "backup", "backups") +
+               ").\n";
   if (ending.adopted) {
     words.body += "The change has lasted and is now part of the baseline.\n";
   }

@@ -123,7 +123,9 @@ TEST_F(Commands, OnceDoesNotWaitForMoreOfAStorm) {
 TEST_F(Commands, OnceIsTheOnlyOne) {
   ProgramLock other(options.own_file(".lock"));
   ASSERT_TRUE(other.take());
-  EXPECT_EQ(run(run_once), (Answer{1, "", "cvanomalyalert: another cvanomalyalert is running\n"}));
+  EXPECT_EQ(run(run_once), (Answer{1, "",
+                                   "cvanomalyalert: another cvanomalyalert is running and sends "
+                                   "pending messages by itself\n"}));
 }
 
 TEST_F(Commands, AMalformedConfigurationIsAnError) {
@@ -159,9 +161,9 @@ TEST_F(Commands, OnceSaysThatAChannelCannotUseTheState) {
                             "-status, 0 anomalies processed\n",
                             ""}));
   ASSERT_FALSE(fake::log_lines(16).empty());
-  EXPECT_THAT(fake::log_lines(16).back().text,
-              AllOf(HasSubstr("Channel web cannot use the state database: "),
-                    HasSubstr("damaged")));
+  EXPECT_THAT(
+      fake::log_lines(16).back().text,
+      AllOf(HasSubstr("Channel web cannot use the state database: "), HasSubstr("damaged")));
 }
 
 TEST_F(Commands, TestNotifiesEveryConfiguredChannel) {
@@ -192,7 +194,10 @@ TEST_F(Commands, TestOfOneChannelSaysWhyItFailed) {
   web_status = 503;
   EXPECT_EQ(run(run_test), (Answer{1, "web: failed: HTTP status 503\n", ""}));
   options.test_channel = "mail";
-  EXPECT_EQ(run(run_test), (Answer{1, "mail: failed: the channel is not configured\n", ""}));
+  EXPECT_EQ(run(run_test), (Answer{1,
+                                   "mail: failed: the channel is not configured: see "
+                                   "ALERT_SETTINGS in anomaly_config.conf\n",
+                                   ""}));
   configure("MAIL_TO=a@b\nMAIL_FROM=a\n");
   EXPECT_EQ(run(run_test),
             (Answer{1, "mail: failed: MAIL_FROM contains an invalid mail address\n", ""}));

@@ -229,9 +229,12 @@ TEST_F(DaemonTest, SendsWhatIsPendingForAChannelThatIsNoLongerConfigured) {
   EXPECT_EQ(daemon().step(), kSettled);
   set_time(kFirst + 1000);  // now that the former sender has ended: it would use up the attempt
   step_until([&] { return failures().size() == 2; });
-  EXPECT_THAT(failures(),
-              testing::ElementsAre(testing::EndsWith(": the program exited with status 1"),
-                                   testing::EndsWith(": the channel is not configured")));
+  EXPECT_THAT(
+      failures(),
+      testing::ElementsAre(
+          testing::EndsWith(": the program exited with status 1"),
+          testing::EndsWith(
+              ": the channel is not configured: see ALERT_SETTINGS in anomaly_config.conf")));
 }
 
 TEST_F(DaemonTest, BeginsAnewWithoutItsStateDatabase) {

@@ -44,8 +44,8 @@ TEST(SettingsDocuments, SampleIsAFileWithEveryDefault) {
     EXPECT_EQ(count(text, line), 1U) << setting.key;
     EXPECT_EQ(value_of(file, setting), setting.default_value) << setting.key;
   }
-  EXPECT_THAT(text, HasSubstr("\n# How small a deviation is reported: 100 halves the deviation "
-                              "that counts as an anomaly, -100\n# doubles it.\n"
+  EXPECT_THAT(text, HasSubstr("\n# How sensitive the detection is: 100 halves the deviation that "
+                              "counts as an anomaly, -100 doubles\n# it.\n"
                               "# Value: -100 to 100 percent. Read by cvanomalydetect when the file "
                               "changes, cvanomalyctl when it is\n# called.\n"
                               "SENSITIVITY_PERCENTAGE=0\n"));

@@ -290,7 +290,8 @@ TEST_F(RunTest, ExplainKnowsNoOtherBackup) {
   run(run_explain, made);
   EXPECT_EQ(exit_status_, 1);
   EXPECT_EQ(output_, "");
-  EXPECT_EQ(errors_, "No backup has the key other\n");
+  EXPECT_EQ(errors_,
+            "No backup has the UNIQUE_KEY other. It is an anomaly's id without \"anomaly_\".\n");
 }
 
 TEST_F(RunTest, TheDaemonEndsOnASignalBeforeItsFirstStep) {

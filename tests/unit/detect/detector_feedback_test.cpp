@@ -21,8 +21,8 @@ TEST_F(DetectorFeedback, IsLoggedOnceForEachChange) {
     feedback(bad_, value);
     detector.pass();
   }
-  const std::string yes = "Feedback: [" + id + "] is a false positive";
-  const std::string no = "Feedback: [" + id + "] is not a false positive";
+  const std::string yes = "Anomaly [" + id + "] was marked as a false positive";
+  const std::string no = "Anomaly [" + id + "] is no longer marked as a false positive";
   EXPECT_EQ(fake::log_lines(), (std::vector<fake::LogLine>{{4, "cvanomalydetect", yes},
                                                            {4, "cvanomalydetect", no},
                                                            {4, "cvanomalydetect", yes}}));

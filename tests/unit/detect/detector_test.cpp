@@ -397,6 +397,11 @@ TEST_F(DetectorTest, KeepsTheRadiusOfEachStream) {
   gather(daily(44));
   make().pass();
   EXPECT_EQ(radii(), (std::vector<std::string>{"2.5", "7.0"})) << "read at the start";
+  world_.run("UPDATE DBSCAN_MODEL_PARAMS SET CAPTURE_DATE = 1");
+  gather(daily(45));
+  make().pass();
+  EXPECT_EQ(world_.one("SELECT COUNT(*) FROM DBSCAN_MODEL_PARAMS WHERE CAPTURE_DATE <> 1"), "0")
+      << "written only when it differs";
 }
 
 // INSERT OR REPLACE gives it another rowid. Its new self is judged by the next pass.

@@ -49,7 +49,7 @@ TEST(QueryString, PercentDecoding) {
 
 TEST(QueryString, SaysWhatItCannotRead) {
   EXPECT_EQ(complaint("page=1"), "query: unknown parameter 'page'");
-  EXPECT_EQ(complaint("sort=a&sort=b"), "sort: is given twice");
+  EXPECT_EQ(complaint("sort=a&sort=b"), "sort: given more than once");
   EXPECT_EQ(complaint("sort=%zz"), "sort: '%' without two hexadecimal digits: '%zz'");
   EXPECT_EQ(complaint("page[limit]=0"), "page[limit]: not a number from 1 to 2147483647: '0'");
   EXPECT_EQ(complaint("page[limit]=ten"), "page[limit]: not a number from 1 to 2147483647: 'ten'");

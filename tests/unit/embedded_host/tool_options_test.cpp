@@ -45,7 +45,7 @@ TEST(ToolOptions, ReadsOptionsInAnyOrder) {
 TEST(ToolOptions, SaysWhatIsWrong) {
   EXPECT_EQ(complaint({}), "-d is missing");
   EXPECT_EQ(complaint({"-d"}), "-d: the value is missing");
-  EXPECT_EQ(complaint({"-d", "1", "-d", "2"}), "-d: is given twice");
+  EXPECT_EQ(complaint({"-d", "1", "-d", "2"}), "-d: given more than once");
   EXPECT_EQ(complaint({"-d", "1", "stray"}), "unknown option 'stray'");
   EXPECT_EQ(complaint({"-d", "1", "-z"}), "unknown option '-z'");
 }

@@ -174,6 +174,17 @@ TEST_F(WebServiceTest, ABadReportIsRefused) {
   EXPECT_THAT(ids(answer("GET", "/corvane/wui/anomalies").body), ElementsAre());
 }
 
+TEST_F(WebServiceTest, AnIdHasABound) {
+  const auto post = [&](std::size_t bytes) {
+    return answer("POST", "/corvane/wui/anomalies",
+                  R"({"data":{"type":"anomaly","id":")" + std::string(bytes, 'a') +
+                      R"(","attributes":{}}})")
+        .status;
+  };
+  EXPECT_EQ(post(256), 201);
+  EXPECT_EQ(post(257), 400);
+}
+
 TEST_F(WebServiceTest, AMissingCatalogShowsAtOnce) {
   EXPECT_THROW(WebService(world_.dir("none.db"), AcceptedClients::kBoth, 0, stopping_),
                CatalogError);

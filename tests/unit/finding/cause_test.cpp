@@ -52,7 +52,7 @@ TEST(CauseTest, WhatIsNotKnownIsUnclear) {
 TEST(CauseTest, SlowEncryptionIsEncryptionWithASentenceOfItsOwn) {
   EXPECT_EQ(slow_encryption().kind, CauseKind::kEncryption);
   EXPECT_EQ(slow_encryption().words,
-            "Files may be undergoing slow encryption: several backups in a row found more new "
+            "Files may be undergoing slow encryption: several backups in a row contained more new "
             "content than ever before.");
 }
 

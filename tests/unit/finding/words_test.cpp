@@ -43,7 +43,7 @@ TEST(Words, SizesAreOfUnitsOf1024) {
   EXPECT_EQ(size_text(-1), "-");
   EXPECT_EQ(size_text(0), "0 KB");
   EXPECT_EQ(size_text(9.4), "9 KB");
-  EXPECT_EQ(size_text(1023), "1023 KB");
+  EXPECT_EQ(size_text(1023), "1,023 KB");
   EXPECT_EQ(size_text(1024), "1.0 MB");
   EXPECT_EQ(size_text(9.9 * 1024), "9.9 MB");
   EXPECT_EQ(size_text(10 * 1024), "10 MB");
@@ -51,7 +51,7 @@ TEST(Words, SizesAreOfUnitsOf1024) {
   EXPECT_EQ(size_text(std::exp2(30)), "1.0 TB");
   EXPECT_EQ(size_text(std::exp2(40)), "1.0 PB");
   EXPECT_EQ(size_text(std::exp2(50)), "1.0 EB");
-  EXPECT_EQ(size_text(std::exp2(60)), "1024 EB");
+  EXPECT_EQ(size_text(std::exp2(60)), "1,024 EB");
 }
 
 TEST(Words, Spans) {

@@ -230,6 +230,10 @@ TEST_F(Archives, CoveredSpanThatIsGivenIsWidened) {
   gather.filter_cvutil_dirs_by_timerange({world.path("a")}, 500, 5000, covered_start, covered_end);
   EXPECT_EQ(covered_start, 1000);
   EXPECT_EQ(covered_end, 2500);
+  world.archive("b", 2000, 3000);
+  gather.filter_cvutil_dirs_by_timerange({world.path("b")}, 500, 5000, covered_start, covered_end);
+  EXPECT_EQ(covered_start, 1000);
+  EXPECT_EQ(covered_end, 3000);
 }
 
 TEST_F(Archives, FoldersKeepTheDirectorysOrder) {

@@ -213,7 +213,7 @@ TEST_F(OptionsTest, Help) {
             std::string("Shows the status of backup anomaly detection and the anomalies that it "
                         "found. Changes nothing.\nUsage: cvanomalyctl [OPTIONS] SUBCOMMAND\n") +
                 kHelpLine +
-                R"(  --json                  Print one JSON document, see docs/operator-tool.md
+                R"(  --json                  Print one JSON document (operator-tool.md describes it)
   --utc                   Show times in UTC instead of local time
   --no-color              Use no colour on a terminal; NO_COLOR does the same
   --database FILE         The anomaly database (default: CV_Anomaly.db of the installed service)
@@ -226,7 +226,7 @@ Subcommands:
   anomalies               Anomalies, newest first
   show                    One anomaly: figures, cause, history of its stream
   explain                 How a backup is judged against the backups before it
-  backtest                Judge the backups of the last days again, in memory
+  backtest                Judge the backups of the last DAYS days again, in memory
   check                   One line and an exit status for monitoring
   metrics                 Metrics in the Prometheus text format
   report                  Report with charts, as one HTML file
@@ -262,9 +262,10 @@ std::vector<CommandHelp> helps_of_commands() {
        "the backup",
        ""},
       {"explain", "How a backup is judged against the backups before it",
-       " UNIQUE_KEY\n\nPositionals:\n  UNIQUE_KEY REQUIRED     Key of the backup in the database",
+       " UNIQUE_KEY\n\nPositionals:\n  UNIQUE_KEY REQUIRED     UNIQUE_KEY of the backup: an "
+       "anomaly's id without anomaly_",
        ""},
-      {"backtest", "Judge the backups of the last days again, in memory",
+      {"backtest", "Judge the backups of the last DAYS days again, in memory",
        " DAYS\n\nPositionals:\n  DAYS REQUIRED           Number of days", ""},
       {"check", "One line and an exit status for monitoring", "",
        R"(  --gather-warning N      WARNING N minutes after the last gather (default: 3 gather intervals)

@@ -1,16 +1,19 @@
 #include "platform/credentials.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <string>
 
+#include "tests/support/in_child.h"
 #include "tests/support/scratch_dir.h"
 
 using corvane::credentials_in;
 using corvane::key_refusal;
 using corvane::stamp_of;
+using corvane::test::in_child;
 using corvane::test::ScratchDir;
 using corvane::test::write_file;
 
@@ -66,6 +69,19 @@ TEST_F(KeyFile, AnotherUsersKeyIsRefused) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
   ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
   EXPECT_EQ(key_refusal(path), "private key " + path + " is refused: it belongs to another user");
+}
+
+TEST_F(KeyFile, AnOrdinaryUserMayUseItsOwnAndRoots) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  constexpr uid_t kUser = 65534;
+  ASSERT_EQ(chmod(scratch.path().c_str(), 0711), 0);
+  for (const uid_t owner : {kUser, uid_t{0}}) {
+    set_mode(0600);
+    ASSERT_EQ(chown(path.c_str(), owner, owner), 0);
+    EXPECT_EQ(in_child([this] { return seteuid(kUser) == 0 && key_refusal(path).empty() ? 0 : 1; }),
+              0)
+        << owner;
+  }
 }
 
 TEST_F(KeyFile, MissingKeyIsLeftToItsReader) { EXPECT_EQ(key_refusal(scratch("missing")), ""); }

@@ -1,6 +1,7 @@
 #include "platform/json_memory.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstdlib>
 #include <string>
@@ -66,6 +67,18 @@ TEST(JsonMemoryTest, WhatDoesNotFitComesFromTheHeap) {
     EXPECT_EQ(text_of(root), large);
   }
   EXPECT_EQ(text_of(load_json(R"({"a":1})")), R"({"a":1})");
+}
+
+TEST(JsonMemoryTest, WhatCameFromTheHeapGoesBack) {
+  const std::string large = array_of(300'000);
+  const JsonMemory memory;
+  const auto in_use = [&] {
+    load_json(large);
+    return mallinfo2().uordblks;
+  };
+  in_use();  // Jansson and the library keep something of their first use
+  const std::size_t before = in_use();
+  EXPECT_EQ(in_use(), before);
 }
 
 TEST(JsonMemoryTest, DocumentsOfTheHeapMayEndDuringALife) {

@@ -205,6 +205,16 @@ TEST_F(ProcessTable, ThreadsAreNotCounted) {
   EXPECT_EQ(ProcessHandler(name).getProcessIDs(), Pids{});
 }
 
+TEST_F(ProcessTable, NoDescriptorIsLeft) {
+  const auto open_descriptors = [] {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  const auto before = open_descriptors();
+  EXPECT_TRUE(ProcessHandler(name).getProcessIDs().empty());
+  EXPECT_EQ(open_descriptors(), before);
+}
+
 TEST_F(ProcessTable, IdsAreAscending) {
   const auto named = [this] {
     take_name(name);

@@ -16,6 +16,19 @@ TEST(ValidUtf8, KeepsOnlyUtf8) {
   EXPECT_EQ(valid_utf8(""), "");
 }
 
+TEST(ValidUtf8, KnowsTheBounds) {
+  for (const char* valid :
+       {"\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80",
+        "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"}) {
+    EXPECT_EQ(utf8_length(valid), std::string_view(valid).size()) << valid;
+  }
+  for (const char* invalid :
+       {"\x80", "\xBF", "\xC1\xBF", "\xC2\x7F", "\xC2\xC0", "\xE0\x9F\xBF", "\xED\xA0\x80",
+        "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80"}) {
+    EXPECT_EQ(utf8_length(invalid), 0U) << invalid;
+  }
+}
+
 TEST(ValidUtf8, LengthOfTheFirstCharacter) {
   EXPECT_EQ(utf8_length("a"), 1U);
   EXPECT_EQ(utf8_length("öa"), 2U);

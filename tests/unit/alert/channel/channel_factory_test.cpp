@@ -66,7 +66,9 @@ TEST_F(ChannelFactory, HandsOnTheSettings) {
 TEST_F(ChannelFactory, AChannelThatIsNotConfiguredRefuses) {
   settings = {};
   for (const char* name : {kSyslog, kWebhook, kMail, kCommand, "other"}) {
-    EXPECT_EQ(refusal(name), "the channel is not configured") << name;
+    EXPECT_EQ(refusal(name),
+              "the channel is not configured: see ALERT_SETTINGS in anomaly_config.conf")
+        << name;
   }
   EXPECT_TRUE(is<WebChannel>(kWeb));
 }

@@ -34,7 +34,8 @@ TEST(WhyNotSecret, RefusesAFileOfAnotherUser) {
 
 TEST(WhyNotSecret, RefusesAFileThatOthersHaveAccessTo) {
   for (const mode_t mode : {0640U, 0620U, 0610U, 0604U, 0602U, 0601U}) {
-    EXPECT_EQ(why_not_secret(file_of(7, S_IFREG | mode), 7), "other users have access to it")
+    EXPECT_EQ(why_not_secret(file_of(7, S_IFREG | mode), 7),
+              "other users have access to it; set its mode to 0600")
         << mode;
   }
 }
@@ -86,7 +87,7 @@ TEST_F(SecretFile, HasOneByteTo4KiB) {
 
 TEST_F(SecretFile, IsRefusedForWhatTheSystemSaysOfIt) {
   EXPECT_EQ(read(), refused("No such file or directory"));
-  EXPECT_EQ(read("x", 0640), refused("other users have access to it"));
+  EXPECT_EQ(read("x", 0640), refused("other users have access to it; set its mode to 0600"));
   std::filesystem::remove(path);
   std::filesystem::create_directory(path);
   EXPECT_EQ(read(), refused("it is not a regular file"));

@@ -55,7 +55,8 @@ TEST_F(WebChannelTest, OnlyASuccessIsADelivery) {
 TEST_F(WebChannelTest, AFailedTransferIsNone) {
   for (const int code : {1, 28, 99}) {
     EXPECT_EQ(sent({{.result = code, .status = 200, .body = R"({"data":{}})"}}),
-              "the request failed with libcurl error " + std::to_string(code));
+              "the request failed with libcurl error " + std::to_string(code) +
+                  "; see EXIT CODES in curl(1)");
   }
 }
 
@@ -79,7 +80,7 @@ TEST_F(WebChannelTest, AnErrorAfterTheOtherCertificateIsNoSuccess) {
 TEST_F(WebChannelTest, WithoutAMasterNothingIsSent) {
   const SendResult result = WebChannel("").send(message);
   EXPECT_FALSE(result.is_taken);
-  EXPECT_EQ(result.reason, "the master server is not known");
+  EXPECT_EQ(result.reason, "the master server is unknown: corvane.conf names none");
   EXPECT_TRUE(fake.requests.empty());
 }
 

@@ -106,7 +106,7 @@ TEST_F(OutboxRowsTest, ASummaryHasTheSeverityOfItsDelivery) {
   set(folded, "state = {folded}, summary = " + std::to_string(summary));
   const Message content = begun(kMail, kFirst).content;
   EXPECT_EQ(content.severity, Severity::kCritical);
-  EXPECT_EQ(content.subject, "Many alerts at once: 1 new incident, 0 clients");
+  EXPECT_EQ(content.subject, "Many alerts at once: 1 new incident, on 0 clients");
   EXPECT_EQ(content.created, kFirst);
 }
 

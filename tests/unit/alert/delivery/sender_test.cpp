@@ -37,13 +37,14 @@ class SenderTest : public AlertWorld {
   using Line = fake::LogLine;
   using Step = Sender::Step;
 
-  SenderTest() {
-    anomaly("a", details_of("c", "a", 3, kFirst));
-    pass();
-  }
+  SenderTest() { add("a", "c"); }
   void SetUp() override {
     AlertWorld::SetUp();
     fake.now = kFirst;
+  }
+  void add(const std::string& id, const std::string& client) {
+    anomaly(id, details_of(client, id, 3, kFirst));
+    pass();
   }
 
   std::string state_file = directory_("state.db");
@@ -73,6 +74,22 @@ TEST_F(SenderTest, SaysAReasonOnceAndThatItIsOver) {
   fake.now += 100;
   EXPECT_EQ(sender.step(), Step::kTaken);
   EXPECT_EQ(fake::log_lines().back(), (Line{4, program, "Channel mail works again"}));
+  EXPECT_EQ(fake::log_lines().size(), 2U);
+}
+
+TEST_F(SenderTest, SaysAReasonAgainAfterTheChannelWorked) {
+  add("b", "d");
+  channel.answers = {"no route", "", "", "no route"};
+  for (const Step expected : {Step::kFailed, Step::kTaken, Step::kTaken}) {
+    EXPECT_EQ(sender.step(), expected);
+    fake.now += 100;
+  }
+  add("e", "f");
+  EXPECT_EQ(sender.step(), Step::kFailed);
+  EXPECT_EQ(fake::log_lines(),
+            (std::vector<Line>{{8, program, "Channel mail failed, trying again: no route"},
+                               {4, program, "Channel mail works again"},
+                               {8, program, "Channel mail failed, trying again: no route"}}));
 }
 
 TEST_F(SenderTest, SaysEachNewReason) {

@@ -110,7 +110,8 @@ TEST_F(SendersTest, OthersAreOnesThatAreNoLongerConfigured) {
   senders_.start(without, {kCommand});
   EXPECT_TRUE(comes([] { return !fake::log_lines(8).empty(); }));
   EXPECT_EQ(fake::log_lines(8).at(0).text,
-            "Channel command failed, trying again: the channel is not configured");
+            "Channel command failed, trying again: the channel is not configured: see "
+            "ALERT_SETTINGS in anomaly_config.conf");
   EXPECT_TRUE(senders_.end(20'000, true));
   EXPECT_EQ(runs(), "");
 }

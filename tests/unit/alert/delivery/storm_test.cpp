@@ -33,7 +33,7 @@ TEST_F(Storm, OneMoreBecomesOneSummaryAndNothingIsDropped) {
   pass();
   EXPECT_THAT(take(kMail), IsEmpty());
   EXPECT_THAT(take(kMail, kFirst + 5), ElementsAre("summary  2"));
-  EXPECT_THAT(taken_.back().subject, HasSubstr("11 new incidents, 11 clients"));
+  EXPECT_THAT(taken_.back().subject, HasSubstr("11 new incidents, on 11 clients"));
   EXPECT_EQ(taken_.back().records, 11);
   EXPECT_THAT(taken_.back().body,
               AllOf(HasSubstr("By severity: major (11).\n"), HasSubstr("encryption (11)"),

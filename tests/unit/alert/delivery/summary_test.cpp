@@ -72,7 +72,7 @@ TEST_F(SummaryTest, CountsKindsClientsSeveritiesAndCauses) {
   fold({.client = "by itself", .summary = 0});
   const Message message = written();
   EXPECT_EQ(message.subject,
-            "Many alerts at once: 5 new incidents, 1 now worse, 1 back to normal, 3 clients");
+            "Many alerts at once: 5 new incidents, 1 now worse, 1 back to normal, on 3 clients");
   EXPECT_EQ(
       message.body,
       "Between 2023-11-14 22:13 UTC and 2023-11-14 22:23 UTC: 5 new incidents, 1 now worse, "
@@ -100,7 +100,7 @@ TEST_F(SummaryTest, ListsThemAsJson) {
 
 TEST_F(SummaryTest, OfEndsHasNeitherSeveritiesNorCauses) {
   fold({.client = "a", .kind = Kind::kEnd});
-  EXPECT_EQ(written().subject, "Many alerts at once: 1 back to normal, 1 client");
+  EXPECT_EQ(written().subject, "Many alerts at once: 1 back to normal, on 1 client");
   EXPECT_EQ(written().body,
             "At 2023-11-14 22:13 UTC: 1 back to normal, on 1 client.\n"
             "All of them:\n"

@@ -262,7 +262,7 @@ TEST_F(IntakeTest, AnEndIsToldAtTheSeverityThatTheChannelKnows) {
   EXPECT_EQ(
       taken_.back().body,
       "The daily backup of client c (policy nightly) has been back to normal since 2023-11-15 "
-      "22:13 UTC. It had been unusual since 2023-11-14 22:13 UTC, in 2 backups.\n");
+      "22:13 UTC. It had been unusual since 2023-11-14 22:13 UTC (2 backups).\n");
   EXPECT_EQ(state_count("told"), "0");
 }
 
@@ -413,7 +413,7 @@ TEST_F(IntakeTest, TenThousandAreOneSummaryAndAllOfThemReports) {
   transaction.commit();
   EXPECT_EQ(pass().records, 10000U);
   EXPECT_THAT(take(kMail, kFirst + 60), ElementsAre("summary  1"));
-  EXPECT_THAT(taken_.back().subject, HasSubstr("10,000 new incidents, 10,000 clients"));
+  EXPECT_THAT(taken_.back().subject, HasSubstr("10,000 new incidents, on 10,000 clients"));
   EXPECT_LT(taken_.back().details.size(), std::size_t{1} << 20);
   EXPECT_EQ(take(kWeb).size(), 10000U);
   EXPECT_EQ(pass().processed, 10000U);

@@ -42,8 +42,8 @@ TEST(Sentence, SaysWhatDiffersByHowMuchSinceWhenAndWhatToDo) {
             "Likely cause: Files may have been encrypted.\n"
             "Unusual since 2023-11-13 22:13 UTC. The last good backup is good from 2023-11-13 "
             "18:26 UTC.\n"
-            "If this backup is as expected, give anomaly anomaly_0 the feedback FALSE_POSITIVE in "
-            "the web interface of m. Similar backups are then treated as normal.\n");
+            "If this backup is as expected, mark anomaly anomaly_0 as FALSE_POSITIVE in the web "
+            "interface of m. Similar backups are then treated as normal.\n");
 }
 
 TEST(Sentence, NamesTheTwoThatAreOffTheFarthestAndTheDurationLast) {
@@ -105,7 +105,8 @@ TEST(Sentence, OfASlowChangeNamesTheRunsThatItTook) {
   const std::string change =
       R"({"runs":3,"measure":"kb_transferred","share":0.0512,"share_before":0.01})";
   const std::string words =
-      "each of 3 backups in a row found at least 5.1 % of the data new (previous maximum for 3 in "
+      "in each of 3 backups in a row, at least 5.1 % of the data was new (previous maximum for 3 "
+      "in "
       "a row: 1 %)";
   const Words said = words_for(read(begin + change + "}"), "m");
   EXPECT_EQ(said.subject, "The backup of client c: " + words + "; looks like encryption");
@@ -203,7 +204,7 @@ TEST(Sentence, CutsLongTexts) {
       words_for_anomaly(anomaly, {kFirst, most + "yz", std::string(201, 'm')}).body;
   EXPECT_THAT(body, HasSubstr(" is unusual. " + most + "\u2026\n"));
   EXPECT_THAT(body, HasSubstr("Likely cause: " + most + "\u2026\n"));
-  EXPECT_THAT(body, HasSubstr("give anomaly " + most + "\u2026 the feedback"));
+  EXPECT_THAT(body, HasSubstr("mark anomaly " + most + "\u2026 as FALSE_POSITIVE"));
   EXPECT_THAT(body, HasSubstr("web interface of " + std::string(200, 'm') + "\u2026. Similar"));
 }
 
@@ -224,11 +225,11 @@ TEST(Sentence, TheEnd) {
   EXPECT_EQ(
       words.body,
       "The daily backup of client c (policy p) has been back to normal since 2023-11-15 22:13 "
-      "UTC. It had been unusual since 2023-11-14 22:13 UTC, in 1 backup.\n");
+      "UTC. It had been unusual since 2023-11-14 22:13 UTC (1 backup).\n");
   EXPECT_EQ(
       words_for_end({stream, kFirst, kFirst, 3, true}).body,
       "The daily backup of client c (policy p) has been back to normal since 2023-11-14 22:13 "
-      "UTC. It had been unusual since 2023-11-14 22:13 UTC, in 3 backups.\n"
+      "UTC. It had been unusual since 2023-11-14 22:13 UTC (3 backups).\n"
       "The change has lasted and is now part of the baseline.\n");
 }
 

@@ -360,7 +360,7 @@ TEST_F(TroubleOf, SaysWhatItIs) {
   };
   const std::string denied =
       "Cannot read x.db or its write-ahead log: permission denied. Try again as root or as the "
-      "service's account.";
+      "service account.";
   expect(trouble([&] { open().query("SELECT no FROM t"); }), ExitStatus::kOlder,
          "x.db is from another version of the service: Query failed: no such column: no.");
   EXPECT_EQ(trouble([&] { open().execute("SELECT 1 FROM none"); }).status(), ExitStatus::kOlder);

@@ -220,7 +220,7 @@ TEST(Check, TheWorstFirstAndEqualOnesInTheirOrder) {
   health.disk = {1000, 20};
   EXPECT_EQ(said_of(health),
             "CRITICAL; cvanomalymgmt is not running; cvanomalydetect is not running; 2.0 percent "
-            "free on the database's disk; last gather 46 min ago; It is damaged.");
+            "free on the database's disk; last gather 46 min ago; It is damaged");
 }
 
 TEST(Check, Names) {

@@ -60,7 +60,7 @@ TEST(ExplanationText, OfWhatIsNotAnomalousThereIsNoCause) {
             "Verdict       normal\n"
             "Stream state  learning 3 of 30\n"
             "Baseline      1 backup of another stream, 100 percent noise\n"
-            "Sustained     several runs in a row that are anomalous together\n\n" +
+            "Slow change   several backups in a row are anomalous together\n\n" +
                 figures_table({}, judged.finding.figures));
 }
 
@@ -161,7 +161,9 @@ TEST_F(ExplainCommand, OfNoBackup) {
   const Said said = say({"explain", "none"});
   EXPECT_EQ(said.status, 1);
   EXPECT_EQ(said.out, "");
-  EXPECT_EQ(said.error, "cvanomalyctl: No backup has the unique key none.\n");
+  EXPECT_EQ(said.error,
+            "cvanomalyctl: No backup has the UNIQUE_KEY none. It is an anomaly's id without "
+            "\"anomaly_\".\n");
 }
 
 TEST_F(ExplainCommand, Colours) {

@@ -73,7 +73,8 @@ TEST_F(ShowCommand, OfNothing) {
   EXPECT_EQ(none.status, 1);
   EXPECT_EQ(none.out, "");
   EXPECT_EQ(none.error,
-            "cvanomalyctl: No anomaly found with the id, unique key or backup id nothing.\n");
+            "cvanomalyctl: No anomaly has the id, UNIQUE_KEY or backup id nothing. "
+            "\"cvanomalyctl anomalies\" lists the ids.\n");
 }
 
 TEST_F(ShowCommand, OfDetailsThatAreNoJson) {

@@ -92,7 +92,7 @@ TEST_F(StatusText, TheNextGatherIsDueWhenItsTimeIsPast) {
   health_.gather.next = kNow;
   EXPECT_EQ(line("Next gather"), "expected at 2023-11-14 22:13");
   health_.gather.next = kNow - 60;
-  EXPECT_EQ(line("Next gather"), "was due at 2023-11-14 22:12, or is running now");
+  EXPECT_EQ(line("Next gather"), "was due at 2023-11-14 22:12: it is late, or running now");
 }
 
 TEST_F(StatusText, AGatherMayTakeNoTimeOrAnUnknownOne) {

@@ -22,7 +22,7 @@ TEST(Words, Spans) {
 TEST(Words, Sizes) {
   EXPECT_EQ(size_text(-1), "-");
   EXPECT_EQ(size_text(0), "0 KB");
-  EXPECT_EQ(size_text(1023), "1023 KB");
+  EXPECT_EQ(size_text(1023), "1,023 KB");
   EXPECT_EQ(size_text(1536), "1.5 MB");
   EXPECT_EQ(size_text(1024.0 * 1024 * 100), "100 GB");
 }
