@@ -64,8 +64,8 @@ std::optional<Instant> parse_iso_time(std::string_view text) {
   const int milliseconds = take_fraction(text);
   const bool complete = has_month && has_day && has_hour && has_minute && has_second &&
                         take_mark(text, 'Z') && text.empty();
-  if (!complete || year < 0 || month < 0 || day < 0 || hour < 0 || minute < 0 || second < 0 ||
-      milliseconds < 0 || hour > 23 || minute > 59 || second > 59) {
+  if (!complete || year < 0 || hour < 0 || minute < 0 || second < 0 || milliseconds < 0 ||
+      hour > 23 || minute > 59 || second > 59) {
     return std::nullopt;
   }
   const std::chrono::year_month_day date{std::chrono::year{year},

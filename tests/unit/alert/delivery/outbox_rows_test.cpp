@@ -215,6 +215,16 @@ TEST_F(OutboxRowsTest, AFailureIsNotedForMessageAndChannel) {
   EXPECT_THAT(column("not_before BETWEEN 1700000010 + 128 AND 1700000010 + 384"), ElementsAre("1"));
 }
 
+TEST_F(OutboxRowsTest, APauseGrowsWithTheFailuresOfItsChannelOnly) {
+  sql_state("INSERT INTO channel VALUES ('another', 0, 0, 0, '', 0, 0)");
+  const std::int64_t message = add();
+  for (int i = 0; i < 6; ++i) outbox().failed(of(message), "no route", kFirst);
+  const ChannelStatus status = outbox().status().at(1);
+  EXPECT_EQ(status.name, kMail);
+  EXPECT_GE(status.paused_until, kFirst + 16);
+  EXPECT_LE(status.paused_until, kFirst + 48);
+}
+
 TEST_F(OutboxRowsTest, AFailureMakesLateWhatIsDueByTheNextAttempt) {
   const std::int64_t failed = add();
   const std::int64_t due = add();
