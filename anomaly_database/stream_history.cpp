@@ -40,9 +40,8 @@ std::vector<HistoryPoint> read_stream_history(Connection& database, const Stream
   std::ranges::transform(points, std::back_inserter(sorted),
                          [](auto& entry) { return std::move(entry.second); });
   std::ranges::stable_sort(sorted, {}, &HistoryPoint::time);
-  if (sorted.size() > most) {
-    sorted.erase(sorted.begin(), sorted.end() - static_cast<std::ptrdiff_t>(most));
-  }
+  const std::size_t kept = std::min(sorted.size(), most);
+  sorted.erase(sorted.begin(), sorted.end() - static_cast<std::ptrdiff_t>(kept));
   return sorted;
 }
 

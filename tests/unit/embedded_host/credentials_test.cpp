@@ -56,6 +56,21 @@ TEST_F(Credentials, AuthorityVouchesForAll) {
   EXPECT_FALSE(vouched("host", X509_PURPOSE_SSL_SERVER, kNow));
 }
 
+TEST_F(Credentials, EachNamesTheKeyThatSignedIt) {
+  make_credentials(set_, {});
+  const auto key_of = [](const ASN1_OCTET_STRING* id) {
+    return id == nullptr ? "" : std::string(reinterpret_cast<const char*>(id->data), id->length);
+  };
+  const CertificatePtr authority = certificate(set_ + "/ca.pem");
+  const std::string signer = key_of(X509_get0_subject_key_id(authority.get()));
+  for (const char* name : {"server", "host", "service"}) {
+    const CertificatePtr end = certificate(set_ + "/" + name + ".pem");
+    EXPECT_EQ(key_of(X509_get0_authority_key_id(end.get())), signer) << name;
+    EXPECT_NE(key_of(X509_get0_subject_key_id(end.get())), signer) << name;
+  }
+  EXPECT_NE(signer, "");
+}
+
 TEST_F(Credentials, AreGoodWhateverTheClockShows) {
   make_credentials(set_, {});
   EXPECT_TRUE(vouched("host", X509_PURPOSE_SSL_CLIENT, 946684801));     // 2000
