@@ -27,7 +27,7 @@ class PartialFolder {
   }
   ~PartialFolder() {
     std::error_code ignored;
-    if (!path_.empty()) fs::remove_all(path_, ignored);
+    fs::remove_all(path_, ignored);  // nothing has this name once it is renamed
   }
   PartialFolder(const PartialFolder&) = delete;
   PartialFolder& operator=(const PartialFolder&) = delete;
@@ -44,10 +44,7 @@ class PartialFolder {
   }
 
   // Fails if a folder with content already exists.
-  void rename_to(const fs::path& path) {
-    fs::rename(path_, path);
-    path_.clear();
-  }
+  void rename_to(const fs::path& path) const { fs::rename(path_, path); }
 
  private:
   fs::path path_;

@@ -170,24 +170,20 @@ Backup parse_backup(std::string_view line) {
   if (!json_is_object(root.get())) throw BadBackup("not a JSON object");
 
   Backup backup;
-  std::size_t found = 0;
   for (const BackupField& field : field_table()) {
     const json_t* value = json_object_get(root.get(), std::string(field.attribute).c_str());
     if (value == nullptr) {
       if (field.required) throw BadBackup(quoted(field.attribute) + " is missing");
       backup.push_back(field.fallback);
     } else {
-      ++found;
       backup.push_back(read_field(field, value));
     }
   }
-  if (found != json_object_size(root.get())) {
-    const char* name = nullptr;
-    json_t* value = nullptr;
-    json_object_foreach(root.get(), name, value) {
-      if (position_of(name) == field_table().size()) {
-        throw BadBackup("unknown member " + quoted(name));
-      }
+  const char* name = nullptr;
+  json_t* member = nullptr;
+  json_object_foreach(root.get(), name, member) {
+    if (position_of(name) == field_table().size()) {
+      throw BadBackup("unknown member " + quoted(name));
     }
   }
   complete(backup, root.get());

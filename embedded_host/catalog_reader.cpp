@@ -73,7 +73,7 @@ std::string order_by(const Collection& collection, const std::string& sort) {
 }
 
 int look_for_stop(void* stopping) {
-  return static_cast<const std::atomic<bool>*>(stopping)->load() ? 1 : 0;
+  return static_cast<const std::atomic<bool>*>(stopping)->load();
 }
 
 }  // namespace
@@ -164,7 +164,7 @@ std::string CatalogReader::page(const Collection& collection, const PageQuery& q
   pagination.add("offset", query.offset);
   pagination.add("limit", limit);
   pagination.add("count", total);
-  if (query.offset + written < total && written > 0) pagination.add("next", query.offset + written);
+  if (query.offset + written < total) pagination.add("next", query.offset + written);
   pagination.close();
   out += "}}";
   return out;

@@ -6,8 +6,6 @@ namespace corvane::host {
 
 namespace {
 
-constexpr std::chrono::hours kNoDeadline{24 * 365};
-
 thread_local const SSL* current_connection = nullptr;
 
 }  // namespace
@@ -78,24 +76,24 @@ void ConnectionGuard::received(const SSL* connection, std::size_t bytes) {
   if (entry.bytes > limit) ::shutdown(entry.socket, SHUT_RDWR);
 }
 
-void ConnectionGuard::set_state(const SSL* connection, State state, std::chrono::seconds allowed) {
+void ConnectionGuard::set_state(const SSL* connection, State state, Clock::time_point deadline) {
   const std::lock_guard lock(mutex_);
   const auto found = connections_.find(connection);
   if (found == connections_.end()) return;
   found->second.state = state;
-  found->second.deadline = Clock::now() + allowed;
+  found->second.deadline = deadline;
 }
 
 void ConnectionGuard::header_read(const SSL* connection) {
-  set_state(connection, State::kReadingBody, limits_.reading);
+  set_state(connection, State::kReadingBody, Clock::now() + limits_.reading);
 }
 
 void ConnectionGuard::answering(const SSL* connection, std::chrono::seconds allowed) {
-  set_state(connection, State::kAnswering, allowed);
+  set_state(connection, State::kAnswering, Clock::now() + allowed);
 }
 
 void ConnectionGuard::idle(const SSL* connection) {
-  set_state(connection, State::kIdle, kNoDeadline);
+  set_state(connection, State::kIdle, Clock::time_point::max());
 }
 
 void ConnectionGuard::forget(const SSL* connection) {

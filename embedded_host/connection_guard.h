@@ -61,7 +61,7 @@ class ConnectionGuard {
 
   void begin(const SSL* connection);
   void received(const SSL* connection, std::size_t bytes);
-  void set_state(const SSL* connection, State state, std::chrono::seconds allowed);
+  void set_state(const SSL* connection, State state, Clock::time_point deadline);
   void forget(const SSL* connection);
 
   const ConnectionLimits limits_;

@@ -1,6 +1,5 @@
 #include "embedded_host/job_list.h"
 
-#include <algorithm>
 #include <string>
 #include <unordered_set>
 
@@ -21,8 +20,8 @@ void append_job(std::string& text, const Query& row, std::int64_t now) {
   const std::int64_t start = row.integer(8);
   const std::int64_t end = row.integer(9);
   const bool done = end <= now;
-  const std::int64_t percent =
-      done ? 100 : (now - start) * 100 / std::max<std::int64_t>(1, end - start);
+  // A job that has begun and not ended takes at least a second.
+  const std::int64_t percent = done ? 100 : (now - start) * 100 / (end - start);
   const auto so_far = [&](std::int64_t figure) { return figure * percent / 100; };
   JsonObject job(text);
   job.add("JobId", row.integer(0));

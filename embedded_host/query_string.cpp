@@ -39,8 +39,9 @@ std::string percent_decode(std::string_view text, const std::string& where) {
       decoded += text[at];
       continue;
     }
-    const int high = at + 1 < text.size() ? hex_digit(text[at + 1]) : -1;
-    const int low = at + 2 < text.size() ? hex_digit(text[at + 2]) : -1;
+    const bool has_both = at + 2 < text.size();
+    const int high = has_both ? hex_digit(text[at + 1]) : -1;
+    const int low = has_both ? hex_digit(text[at + 2]) : -1;
     if (high < 0 || low < 0) {
       throw BadRequest(
           "'%' without two hexadecimal digits: '" + printable(text.substr(at, 3)) + "'", where);

@@ -59,22 +59,19 @@ bool Dbscan::lay_grid() {
   side_ = eps_ / root_of_dimensions * (1 - kSlack);
   reach_ = static_cast<std::int32_t>(root_of_dimensions * (1 + 4 * kSlack)) + 1;
   most_gap2_ = static_cast<std::int32_t>(static_cast<double>(dimensions_) * (1 + 8 * kSlack));
-  double low[kMaxDimensions];
-  double high[kMaxDimensions];
-  std::fill_n(low, kMaxDimensions, std::numeric_limits<double>::infinity());
-  std::fill_n(high, kMaxDimensions, -std::numeric_limits<double>::infinity());
-  const std::size_t count = labels_.size();
-  for (std::size_t i = 0; i < count; ++i) {
-    for (std::size_t d = 0; d < dimensions_; ++d) {
-      low[d] = std::min(low[d], points_[i * dimensions_ + d]);
-      high[d] = std::max(high[d], points_[i * dimensions_ + d]);
+  double low[kMaxDimensions] = {};
+  for (std::size_t d = 0; d < dimensions_; ++d) {
+    double least = std::numeric_limits<double>::infinity();
+    double most = -std::numeric_limits<double>::infinity();
+    for (std::size_t i = d; i < points_.size(); i += dimensions_) {
+      least = std::min(least, points_[i]);
+      most = std::max(most, points_[i]);
     }
+    // However far from 0 they are: the difference of two numbers near each other is exact.
+    if (!((most - least) / side_ < kMaxCells)) return false;
+    low[d] = least;
   }
-  for (std::size_t d = 0; d < dimensions_ && count > 0; ++d) {
-    if (!((high[d] - low[d]) / side_ < kMaxCells)) return false;
-    // The difference must stay exact to a small part of a cell.
-    if (std::max(std::abs(low[d]), std::abs(high[d])) / side_ > 1 / kSlack) return false;
-  }
+  const std::size_t count = labels_.size();
   cells_.clear();
   table_.assign(std::bit_ceil(2 * count + 1), kNone);
   const double per_side = 1 / side_;
@@ -155,17 +152,16 @@ bool Dbscan::are_near(const Cell& a, const Cell& b) const {
   for (std::size_t d = 0; d < dimensions_; ++d) {
     const std::int32_t apart = std::abs(a.at[d] - b.at[d]);
     if (apart > reach_) return false;
-    if (apart > 1) gap2 += (apart - 1) * (apart - 1);
+    const std::int32_t between = std::max(apart - 1, 0);
+    gap2 += between * between;
   }
   return gap2 <= most_gap2_;
 }
 
 void Dbscan::find_core_points() {
   for (Cell& cell : cells_) {
-    const bool dense = cell.end - cell.begin >= min_samples_;
-    cell.has_core = false;
     for (Index i = cell.begin; i < cell.end; ++i) {
-      if (!dense && !has_enough_neighbours(cell, order_[i])) continue;
+      if (!has_enough_neighbours(cell, order_[i])) continue;
       core_[order_[i]] = 1;
       cell.has_core = true;
     }
@@ -174,14 +170,15 @@ void Dbscan::find_core_points() {
 
 bool Dbscan::has_enough_neighbours(const Cell& cell, Index point) const {
   std::size_t neighbours = cell.end - cell.begin;
-  for (Index n = cell.near_begin; n < cell.near_end && neighbours < min_samples_; ++n) {
+  if (neighbours >= min_samples_) return true;
+  for (Index n = cell.near_begin; n < cell.near_end; ++n) {
     const Cell& other = cells_[n];
     if (&other == &cell || !are_near(cell, other)) continue;
-    for (Index i = other.begin; i < other.end && neighbours < min_samples_; ++i) {
-      if (distance2(point, order_[i]) <= eps2_) ++neighbours;
+    for (Index i = other.begin; i < other.end; ++i) {
+      if (distance2(point, order_[i]) <= eps2_ && ++neighbours >= min_samples_) return true;
     }
   }
-  return neighbours >= min_samples_;
+  return false;
 }
 
 void Dbscan::join_cells() {

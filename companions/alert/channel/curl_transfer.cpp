@@ -88,10 +88,11 @@ CURLcode CurlTransfer::perform(long seconds, const StopFlag& stop) {
   if (multi == nullptr) throw std::runtime_error("cannot create a libcurl handle");
   const Added added(multi.get(), handle_.get());
   curl_waitfd stopped{stop.descriptor(), CURL_WAIT_POLLIN, 0};
-  for (int running = 1; running > 0;) {
+  for (int running = 0;;) {
     if (stop.is_asked()) return CURLE_ABORTED_BY_CALLBACK;
     if (curl_multi_perform(multi.get(), &running) != CURLM_OK) return CURLE_FAILED_INIT;
-    if (running > 0) curl_multi_poll(multi.get(), &stopped, 1, kLookEveryMs, nullptr);
+    if (running == 0) break;
+    curl_multi_poll(multi.get(), &stopped, 1, kLookEveryMs, nullptr);
   }
   int left = 0;
   const CURLMsg* ended = curl_multi_info_read(multi.get(), &left);
@@ -124,10 +125,9 @@ UrlParts parts_of_url(const Setting& setting, const std::string& url) {
       !part(parsed.get(), CURLUPART_PASSWORD).empty()) {
     throw std::runtime_error(key + " must not contain a user name or password");
   }
-  UrlParts parts{part(parsed.get(), CURLUPART_SCHEME), part(parsed.get(), CURLUPART_HOST), false};
-  if (parts.host.empty()) throw std::runtime_error(key + " has no host name");
-  parts.is_loopback = is_loopback(parts.host);
-  return parts;
+  const std::string host = part(parsed.get(), CURLUPART_HOST);
+  if (host.empty()) throw std::runtime_error(key + " has no host name");
+  return {part(parsed.get(), CURLUPART_SCHEME), host, is_loopback(host)};
 }
 
 }  // namespace corvane::alert

@@ -24,11 +24,11 @@ constexpr std::size_t kBase64Line = 57;  // bytes that make a line of 76 charact
 constexpr std::size_t kWordBytes = 42;   // of an encoded word, so that a header line has 78
 
 std::string base64(std::string_view text) {
-  std::string encoded((text.size() + 2) / 3 * 4 + 1, '\0');
-  const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(encoded.data()),
-                                     reinterpret_cast<const unsigned char*>(text.data()),
-                                     static_cast<int>(text.size()));
-  encoded.resize(static_cast<std::size_t>(length));
+  std::string encoded((text.size() + 2) / 3 * 4, '\0');
+  // Ends with a null character, as a std::string does.
+  EVP_EncodeBlock(reinterpret_cast<unsigned char*>(encoded.data()),
+                  reinterpret_cast<const unsigned char*>(text.data()),
+                  static_cast<int>(text.size()));
   return encoded;
 }
 

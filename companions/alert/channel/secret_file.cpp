@@ -39,8 +39,8 @@ std::string read_secret(const std::string& path) {
   if (descriptor == -1) refuse(path, std::strerror(errno));
   const OpenFile file{descriptor};
   struct stat found {};
-  if (fstat(descriptor, &found) != 0) refuse(path, std::strerror(errno));
-  const std::string why_not = why_not_secret(found, geteuid());
+  const std::string why_not =
+      fstat(descriptor, &found) == 0 ? why_not_secret(found, geteuid()) : std::strerror(errno);
   if (!why_not.empty()) refuse(path, why_not);
   std::string secret(kMostBytes + 1, '\0');
   const ssize_t bytes = read(descriptor, secret.data(), secret.size());

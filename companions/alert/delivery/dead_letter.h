@@ -23,6 +23,7 @@ class DeadLetterFile {
   void clear() const;
 
  private:
+  DeadLetterFile(const std::string& path, int descriptor);
   [[noreturn]] void fail() const;
 
   std::string path_;

@@ -154,7 +154,7 @@ void Intake::deliver(const NewDelivery& delivery) {
   queue_.add_delivery(delivery);
   if (delivery.channel == kWeb) return;  // it gets every message by itself
   queue_.fold_storm(delivery, {settings_.storm_limit, std::int64_t{60} * settings_.storm_minutes,
-                               settle_, settle_ == 0 ? 0 : kLongestSettle});
+                               settle_, kLongestSettle});
 }
 
 // The name of a record's incident. A record that is neither in the book nor in the anomaly database

@@ -54,6 +54,16 @@ class AlertWorld : public PlatformFake {
     restart();
   }
 
+  // A statement that was not brought to its end would keep the database from being checkpointed.
+  void TearDown() override {
+    sqlite3* state = state_ ? state_->handle() : nullptr;
+    for (sqlite3_stmt* one = state == nullptr ? nullptr : sqlite3_next_stmt(state, nullptr);
+         one != nullptr; one = sqlite3_next_stmt(state, one)) {
+      EXPECT_EQ(sqlite3_stmt_busy(one), 0) << sqlite3_sql(one);
+    }
+    PlatformFake::TearDown();
+  }
+
   void sql(const std::string& statement) { test::query(database_.get_db_handle(), statement); }
   std::string unprocessed() {
     return test::query_one(database_.get_db_handle(),

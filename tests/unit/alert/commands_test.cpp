@@ -276,6 +276,17 @@ TEST_F(Commands, StatusOfEachChannel) {
   EXPECT_THAT(run(run_status).out, HasSubstr("with status 1\nweb: "));
 }
 
+TEST_F(Commands, StatusKnowsTheFirstSecondOfTheClock) {
+  fake.now = 1;
+  configure_command();
+  break_command();
+  anomaly("a", details_of("c", "a", 3, 1), 1);
+  run(run_once);
+  EXPECT_THAT(run(run_status).out,
+              AllOf(HasSubstr("1 pending since 1970-01-01 00:00 UTC, "),
+                    HasSubstr("0 dead letters; last delivery 1970-01-01 00:00 UTC\n")));
+}
+
 TEST_F(Commands, StatusChangesNothingInTheDatabase) {
   { const StateDatabase state(options.own_file(".db")); }
   const auto journal_mode = [&](const char* pragma) {

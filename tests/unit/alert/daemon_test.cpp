@@ -120,6 +120,13 @@ TEST_F(DaemonTest, DeliversAnAnomalyAndMarksIt) {
             (Lines{{2, kProgram, "New anomalies: 1, new incidents: 1, resolved incidents: 0"},
                    {2, kProgram, "New anomalies: 1, new incidents: 0, resolved incidents: 0"},
                    {2, kProgram, "New anomalies: 0, new incidents: 0, resolved incidents: 1"}}));
+  anomaly("d", details_of("d", "d", 3, kFirst + 200));
+  step_until_processed();
+  anomaly("e", details_of("e", "e", 3, kFirst + 300));
+  usual_backup("d", kFirst + 300);
+  EXPECT_EQ(daemon().step(), kSettled);
+  EXPECT_EQ(log_without_transfers(2).back().text,
+            "New anomalies: 1, new incidents: 1, resolved incidents: 1");
   EXPECT_THAT(log_without_transfers(4), IsEmpty());
   EXPECT_THAT(log_without_transfers(16), IsEmpty());
 }
@@ -146,6 +153,25 @@ TEST_F(DaemonTest, TriesAgainUntilTheDatabasesCanBeUsed) {
   std::filesystem::rename(path, path + ".away");
   EXPECT_EQ(daemon().step(), kFailed);
   EXPECT_EQ(fake::log_lines(16).size(), 2U);
+}
+
+TEST_F(DaemonTest, OpensADatabaseAgainThatFailedWhileItWasRead) {
+  EXPECT_EQ(daemon().step(), kSettled);
+  sql("ALTER TABLE ANOMALY_DATA RENAME TO away");
+  EXPECT_EQ(daemon().step(), kFailed);
+  EXPECT_EQ(daemon().step(), kFailed);
+  sql("ALTER TABLE away RENAME TO ANOMALY_DATA");
+  EXPECT_EQ(daemon().step(), kSettled);
+}
+
+TEST_F(DaemonTest, WaitsFiveSecondsForMoreOfAStorm) {
+  configure("[ALERT_SETTINGS]\nMAIL_TO=a@b\nALERT_STORM_LIMIT=1\n");
+  for (const char* id : {"a", "b", "c"}) anomaly(id, details_of(id, id, 3, kFirst));
+  EXPECT_EQ(daemon().step(), kSettled);
+  const Connection state(options.own_file(".db"), Connection::Access::kRead);
+  EXPECT_EQ(test::query_one(state.handle(),
+                            typed_sql("SELECT not_before FROM delivery WHERE kind = {summary}")),
+            std::to_string(kFirst + 5));
 }
 
 TEST_F(DaemonTest, IsTheOnlyOne) {

@@ -193,12 +193,56 @@ TEST(Dbscan, SurvivesHugeDistances) {
   EXPECT_EQ(dbscan.labels(), (std::vector<int>{0, 0, 0, kNoise, kNoise}));
 }
 
+// So far from the lowest one that rounding would put pairs that are no neighbours into one cell.
+TEST(Dbscan, MeasuresPairsThatAreTooFarApartForAGrid) {
+  Dbscan dbscan;
+  const double eps = 0.0007;
+  const double side = eps * (1 - 1e-9);
+  std::vector<double> points{-6.3e5};
+  for (int i = 1; i <= 300; ++i) {
+    const double first = points.front() + (8.9e8 - 12 * i) * side + (i % 81 - 40) * 7e-12;
+    points.insert(points.end(), {first, first + eps * (1 + 2e-9)});
+  }
+  dbscan.run(points, 1, eps, 2);
+  EXPECT_EQ(dbscan.clusters(), 0);
+  EXPECT_EQ(dbscan.labels(), std::vector<int>(points.size(), kNoise));
+}
+
+// The same points, moved: whole numbers, so that nothing is rounded.
+TEST(Dbscan, FindsTheSameFarFromTheOrigin) {
+  Dbscan dbscan;
+  for (const double origin : {-1e15, -1e10, 0.0, 1e10, 1e15}) {
+    std::vector<double> points;
+    for (const double at : {0, 1, 2, 4, 10, 11, 12, 14}) points.push_back(origin + at);
+    dbscan.run(points, 1, 1, 3);
+    EXPECT_EQ(dbscan.labels(), (std::vector<int>{0, 0, 0, kNoise, 1, 1, 1, kNoise})) << origin;
+  }
+}
+
+// The cells are a little smaller than eps: neighbours can be one cell further apart than eps is
+// long, and what is in one cell is never too far apart.
+TEST(Dbscan, IsExactWhereCellsMeet) {
+  Dbscan dbscan;
+  dbscan.run(std::vector<double>{0, 1 + 5e-10}, 1, 1, 2);
+  EXPECT_EQ(dbscan.clusters(), 0);
+  const double before_border = 1 - 1.5e-9;
+  for (const std::size_t dimensions : {1U, 4U}) {
+    const double eps = std::sqrt(static_cast<double>(dimensions));
+    std::vector<double> points(3 * dimensions);
+    points[dimensions] = before_border;
+    points[2 * dimensions] = before_border + eps * (1 - 1e-12);
+    dbscan.run(points, dimensions, eps, 3);
+    EXPECT_EQ(dbscan.core(), (std::vector<std::uint8_t>{0, 1, 0})) << dimensions;
+  }
+}
+
 TEST(Dbscan, RefusesWhatIsNoSetOfPoints) {
   Dbscan dbscan;
   const std::vector<double> three{1, 2, 3};
   EXPECT_THROW(dbscan.run(three, 2, 1, 3), std::invalid_argument);
   EXPECT_THROW(dbscan.run(three, 0, 1, 3), std::invalid_argument);
   EXPECT_THROW(dbscan.run(std::vector<double>(6), 6, 1, 3), std::invalid_argument);
+  EXPECT_THROW(dbscan.run(three, 1, 0, 3), std::invalid_argument);
   EXPECT_THROW(dbscan.run(three, 1, 0, 3), std::invalid_argument);
   EXPECT_THROW(dbscan.run(three, 1, -1, 3), std::invalid_argument);
   EXPECT_THROW(dbscan.run(three, 1, 1, 0), std::invalid_argument);

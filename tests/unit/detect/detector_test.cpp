@@ -200,6 +200,17 @@ TEST_F(DetectorTest, AStopEndsTheFirstReadEarly) {
   EXPECT_EQ(status(bad_), "2");
 }
 
+TEST_F(DetectorTest, AfterAStopThereIsNewsUntilAWholePass) {
+  bool stopped = false;
+  Detector detector(world_.path(), Settings{}, [&] { return stopped; });
+  for (const bool stops : {false, true, true, false}) {
+    stopped = stops;
+    detector.has_news();
+    detector.pass();
+    EXPECT_EQ(detector.has_news(), stops);
+  }
+}
+
 TEST_F(DetectorTest, ADatabaseThatIsNotThereIsAnError) {
   EXPECT_THROW(Detector("/nonexistent/CV_Anomaly.db", Settings{}, [] { return false; }),
                sqlite_exception);
@@ -336,13 +347,14 @@ TEST_F(DetectorTest, LogsTheAdoptionOfAChange) {
 }
 
 TEST_F(DetectorTest, LogsTheShareOfNoise) {
-  for (int day = 0; day < 40; ++day) {
+  for (int day = 0; day < 43; ++day) {
     world_.insert("HIST_DATA", daily(day, day % 5 == 4 ? 1000 * std::exp2(1 + day / 5) : 1000), -1);
   }
-  gather(daily(40, 10));
+  const Backup last = daily(43, 10);
+  gather(last);
   make().pass();
   Connection database = open_for_reading(world_.path());
-  const double share = explain(database, Settings{}, good_.unique_key)->noise_share;
+  const double share = explain(database, Settings{}, last.unique_key)->noise_share;
   EXPECT_EQ(fake::log_lines(),
             (std::vector<fake::LogLine>{{8, "cvanomalydetect",
                                          "[" + good_.stream.text() + "] is inconclusive: " +

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <tuple>
 
 #include "tests/unit/detect/judge_world.h"
 
@@ -117,14 +118,14 @@ TEST_F(JudgeFullBackup, AFigureCountsWhenHalfTheLeastHistoryKnowsIt) {
 }
 
 TEST_F(JudgeFullBackup, IsInconclusiveWhenMoreThanAThirdOfTheHistoryIsNoise) {
-  for (const auto& [noisy, expected] :
-       {std::pair(3, Outcome::kAnomalous), {4, Outcome::kInconclusive}}) {
+  for (const auto& [noisy, all, expected] :
+       {std::tuple(3, 9, Outcome::kAnomalous), {4, 11, Outcome::kInconclusive}}) {
     history_.clear();
     for (int i = 0; i < noisy; ++i) fill(history_, 1, {24, 936, 1000. * (i + 1), -1, -1});
-    fill(history_, 9 - noisy, {24, 936, 0, -1, -1});
+    fill(history_, all - noisy, {24, 936, 0, -1, -1});
     const Verdict verdict = judge({24, 100'000, 0, -1, -1});
     EXPECT_EQ(verdict.outcome, expected);
-    EXPECT_DOUBLE_EQ(verdict.noise_share, noisy / 9.0);
+    EXPECT_DOUBLE_EQ(verdict.noise_share, static_cast<double>(noisy) / all);
     EXPECT_EQ(verdict.causes.empty(), expected != Outcome::kAnomalous);
     EXPECT_EQ(outcome({24, 936, 0, -1, -1}), Outcome::kNormal);
   }

@@ -207,6 +207,11 @@ TEST_F(ModelStreams, ThatMatchAreOneHistory) {
   EXPECT_NEAR(verdict.figures[kFiles].usual, vague(daily(kEnough - 1, 1300)).figures.files, 400);
   EXPECT_DOUBLE_EQ(verdict.change.files, (daily(kEnough, 1300).figures.files + 1) /
                                              (daily(kEnough - 1, 1300).figures.files + 1));
+  learn(daily(kEnough, 1000));
+  EXPECT_DOUBLE_EQ(
+      model_.judge(daily(kEnough + 1, 1300)).change.files,
+      (daily(kEnough + 1, 1300).figures.files + 1) / (daily(kEnough, 1000).figures.files + 1))
+      << "by time, whichever stream comes first";
   const Backup first = daily(kEnough + 1, 1000, 1e6, 9e5);
   EXPECT_EQ(model_.judge(first).outcome, Outcome::kAnomalous);
   model_.learn(vague(first), 1);

@@ -1,6 +1,8 @@
 #include "embedded_host/access_log.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <system_error>
 
@@ -41,6 +43,21 @@ TEST(AccessLog, IsContinued) {
   for (int i = 0; i < 2; ++i) AccessLog(dir("log")).write(record("/x"));
   const std::string text = read_file(dir("log"));
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
+}
+
+TEST(AccessLog, ItsFileMayHaveAnyDescriptorAndIsClosedAgain) {
+  const ScratchDir dir;
+  const mode_t before = umask(0);
+  const int input = dup(STDIN_FILENO);
+  close(STDIN_FILENO);
+  AccessLog(dir("log")).write(record("/x"));
+  const bool is_closed = fcntl(STDIN_FILENO, F_GETFD) < 0;
+  dup2(input, STDIN_FILENO);
+  close(input);
+  umask(before);
+  EXPECT_TRUE(is_closed);
+  EXPECT_THAT(read_file(dir("log")), ::testing::HasSubstr("/x"));
+  EXPECT_EQ(std::filesystem::status(dir("log")).permissions(), std::filesystem::perms(0640));
 }
 
 TEST(AccessLog, WithoutAPathNothingIsWritten) { AccessLog("").write(record("/x")); }

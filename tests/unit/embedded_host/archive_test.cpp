@@ -14,7 +14,7 @@ using test::kDay;
 
 class Archive : public ::testing::Test {
  protected:
-  Archive() { world_.load({backup_line(1, kDay, 1), backup_line(2, kDay + 10, 1)}); }
+  Archive() { world_.load({backup_line(1, kDay, 10), backup_line(2, kDay + 10, 1)}); }
 
   std::string write(const ArchiveRequest& request) {
     Connection catalog = open_catalog(world_.path, Connection::Access::kRead);
@@ -40,6 +40,7 @@ TEST_F(Archive, HoldsItsThreeFiles) {
   EXPECT_NE(images.find("\"job_id\":1,"), std::string::npos);
   EXPECT_EQ(images.find("\"job_id\":2,"), std::string::npos);
   EXPECT_EQ(entries(), 1U) << "nothing half-made is left";
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms(0755));
 }
 
 TEST_F(Archive, AnEmptyWindowIsAnArchiveToo) {

@@ -101,6 +101,17 @@ TEST(Backup, WrongMembersAreNamed) {
   EXPECT_EQ(complaint(with("label", "\"normal\"")), "unknown member 'label'");
 }
 
+TEST(Backup, BoundsAreStillGood) {
+  EXPECT_EQ(complaint(with("jobId", "2147483647")), "read");
+  EXPECT_EQ(complaint(with("status", "0")), "read");
+  EXPECT_EQ(complaint(with("clientName", "\"" + std::string(1024, 'x') + "\"")), "read");
+  EXPECT_EQ(complaint(with("backupId", "\"09AZaz._-:\"")), "read");
+  EXPECT_EQ(complaint(with("startTime", "\"1970-01-01T00:00:00.000Z\"")), "read");
+  EXPECT_EQ(complaint(with("endTime", "\"2038-01-19T03:14:07.000Z\"")), "read");
+  EXPECT_EQ(complaint(with("endTime", "\"2026-01-31T00:00:00.000Z\"")), "read");
+  EXPECT_EQ(complaint(with("backupTime", "\"2026-01-31T00:01:00.000Z\"")), "read");
+}
+
 TEST(Backup, WrongTimesAreNamed) {
   EXPECT_EQ(complaint(with("startTime", "1769817600")), "'startTime' is not a text");
   EXPECT_EQ(complaint(with("startTime", "\"2026-02-30T00:00:00.000Z\"")),

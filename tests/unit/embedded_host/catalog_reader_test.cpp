@@ -196,6 +196,20 @@ TEST_F(CatalogReaderTest, TheLastPageHasNoNext) {
   EXPECT_EQ(page(2147483647, 2), "2147483647 2 3 -");
 }
 
+TEST_F(CatalogReaderTest, PagesOfNothingSayThatThereIsNothing) {
+  world_.load({});
+  for (const std::int64_t offset : {0, 1, 2}) {
+    EXPECT_EQ(pagination(jobs(kDay, {.offset = offset, .limit = 7})),
+              std::to_string(offset) + " 7 0 -");
+  }
+}
+
+TEST_F(CatalogReaderTest, APageMayHaveOneElement) {
+  world_.load({backup_line(1, kDay, 1), backup_line(2, kDay + 1, 1)});
+  EXPECT_EQ(pagination(jobs(kDay + 9, {.limit = 1})), "0 1 2 1");
+  EXPECT_EQ(pagination(jobs(kDay + 9, {.offset = 1, .limit = 1})), "1 1 2 -");
+}
+
 TEST_F(CatalogReaderTest, SortsByAnyAttribute) {
   world_.load({backup_line(1, kDay + 5, 1, ",\"kbytes\":20"),
                backup_line(2, kDay + 9, 1, ",\"kbytes\":30"),
@@ -279,6 +293,20 @@ TEST_F(CatalogReaderTest, AHugePageEndsEarly) {
   const std::string second = reader().page(anomalies_, {.offset = 34}, at(0));
   EXPECT_EQ(pagination(second), "34 100000 40 -");
   EXPECT_EQ(ids(first).size() + ids(second).size(), 40U);
+}
+
+TEST_F(CatalogReaderTest, AfterExactly32MebibytesThereIsRoomForOneMore) {
+  world_.load({});
+  const std::string around = R"({"data":[{"type":"anomaly","id":"1","attributes":""})";
+  {
+    Connection catalog = open_catalog(world_.path, Connection::Access::kWrite);
+    const std::string filling((std::size_t{32} << 20) - around.size(), 'x');
+    put_report(catalog, kAnomaly, "1", "\"" + filling + "\"");
+    put_report(catalog, kAnomaly, "2", "{}");
+  }
+  const std::string answer = reader().page(anomalies_, {}, at(0));
+  EXPECT_EQ(answer.substr(answer.rfind("\"meta\"")),
+            R"("meta":{"pagination":{"offset":0,"limit":100000,"count":2}}})");
 }
 
 TEST_F(CatalogReaderTest, GathersUseTheIndexes) {

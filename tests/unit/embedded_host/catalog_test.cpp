@@ -43,6 +43,9 @@ TEST_F(Catalog, IsInWalModeAndWaitsForLocks) {
   Connection catalog = open_catalog(path_, Connection::Access::kCreate);
   EXPECT_EQ(query_one(catalog.handle(), "PRAGMA journal_mode"), "wal");
   EXPECT_EQ(query_one(catalog.handle(), "PRAGMA busy_timeout"), "5000");
+  EXPECT_EQ(query_one(catalog.handle(), "PRAGMA synchronous"), "1");
+  Connection writer = open_catalog(path_, Connection::Access::kWrite);
+  EXPECT_EQ(query_one(writer.handle(), "PRAGMA synchronous"), "1");
 }
 
 TEST_F(Catalog, OtherFilesAreRefusedAndLeftAlone) {
@@ -98,6 +101,13 @@ TEST_F(Catalog, FeedbackOfAnotherKindIsRefused) {
   EXPECT_THROW(put_feedback(catalog, "", "NONE"), std::invalid_argument);
   EXPECT_THROW(put_feedback(catalog, std::string(257, 'a'), "NONE"), std::invalid_argument);
   EXPECT_EQ(query_one(catalog.handle(), "SELECT count(*) FROM reports"), "0");
+}
+
+TEST_F(Catalog, TheLongestIdIsTaken) {
+  Connection catalog = open_catalog(path_, Connection::Access::kCreate);
+  put_feedback(catalog, std::string(256, 'a'), "NONE");
+  EXPECT_EQ(query_one(catalog.handle(), "SELECT attributes FROM reports"),
+            "{\"feedback\":\"NONE\"}");
 }
 
 TEST_F(Catalog, WritersWaitForOneAnother) {

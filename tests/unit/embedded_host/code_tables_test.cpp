@@ -32,4 +32,5 @@ TEST(CodeTables, NamesAreTakenExactly) {
   EXPECT_FALSE(policy_type_code("Standard"));
   EXPECT_FALSE(policy_type_code(""));
   EXPECT_FALSE(schedule_type_code("full"));
+  EXPECT_FALSE(schedule_type_code(""));
 }

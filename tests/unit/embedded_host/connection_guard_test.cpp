@@ -68,6 +68,9 @@ class Pair {
     return (end.revents & POLLHUP) != 0;
   }
 
+  // An event of the connection that is not its start.
+  void server_says_goodbye() { SSL_shutdown(server_.get()); }
+
   const SSL* server() const { return server_.get(); }
   void free_server() { server_.reset(); }
 
@@ -171,6 +174,14 @@ TEST_F(ConnectionGuardTest, AHeaderMayHaveSoManyBytes) {
   EXPECT_TRUE(pair->is_broken_off());
 }
 
+TEST_F(ConnectionGuardTest, AHeaderMayNotHaveAByteMore) {
+  const auto pair = connect();
+  guard_.idle(pair->server());
+  EXPECT_TRUE(pair->client_sends(10'000));
+  pair->client_sends(10'001);
+  EXPECT_TRUE(pair->is_broken_off());
+}
+
 TEST_F(ConnectionGuardTest, ABodyMayHaveSoManyMore) {
   const auto pair = connect();
   guard_.idle(pair->server());
@@ -202,6 +213,13 @@ TEST_F(ConnectionGuardTest, AThreadKnowsTheConnectionThatItServes) {
   EXPECT_EQ(ConnectionGuard::current(), pair->server());
   pair->free_server();
   EXPECT_EQ(ConnectionGuard::current(), nullptr);
+}
+
+TEST_F(ConnectionGuardTest, AThreadServesTheConnectionThatBeganLast) {
+  const auto first = connect();
+  const auto second = connect();
+  first->server_says_goodbye();
+  EXPECT_EQ(ConnectionGuard::current(), second->server());
 }
 
 TEST_F(ConnectionGuardTest, AConnectionThatEndedIsForgotten) {

@@ -4,6 +4,9 @@
 #include <openssl/pem.h>
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 #include "tests/support/scratch_dir.h"
 
@@ -96,7 +99,38 @@ TEST_F(Credentials, KeysAreTheirOwnersAlone) {
     EXPECT_EQ(fs::status(set_ + "/" + key).permissions(), fs::perms(0600)) << key;
   }
   EXPECT_EQ(fs::status(set_ + "/private").permissions(), fs::perms(0700));
-  EXPECT_EQ(fs::status(set_ + "/ca.pem").permissions(), fs::perms(0644));
+  EXPECT_EQ(fs::status(set_).permissions(), fs::perms(0755));
+  for (const char* name : {"ca.pem", "server.pem", "host.pem", "service.pem"}) {
+    EXPECT_EQ(fs::status(set_ + "/" + name).permissions(), fs::perms(0644)) << name;
+  }
+}
+
+TEST_F(Credentials, CertificatesSayWhoseTheyAre) {
+  make_credentials(set_, {"media01"});
+  const auto line = [](const X509_NAME* name) {
+    const std::unique_ptr<BIO, decltype(&BIO_free_all)> bio(BIO_new(BIO_s_mem()), BIO_free_all);
+    X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_ONELINE);
+    char* text = nullptr;
+    const long length = BIO_get_mem_data(bio.get(), &text);
+    return std::string(text, static_cast<std::size_t>(length));
+  };
+  const std::string authority =
+      "O = Corvane, OU = certificate authority, CN = Corvane certificate authority";
+  const std::pair<const char*, std::string> subjects[] = {
+      {"ca", authority},
+      {"server", "O = Corvane, OU = web service, CN = media01"},
+      {"host", "O = Corvane, OU = host certificate, CN = host"},
+      {"service", "O = Corvane, OU = service certificate, CN = service"}};
+  std::set<std::uint64_t> serial_numbers{0};
+  for (const auto& [name, subject] : subjects) {
+    const CertificatePtr shown = certificate(set_ + "/" + name + ".pem");
+    EXPECT_EQ(line(X509_get_subject_name(shown.get())), subject);
+    EXPECT_EQ(line(X509_get_issuer_name(shown.get())), authority);
+    EXPECT_EQ(X509_get_version(shown.get()), X509_VERSION_3);
+    std::uint64_t number = 0;
+    ASN1_INTEGER_get_uint64(&number, X509_get0_serialNumber(shown.get()));
+    EXPECT_TRUE(serial_numbers.insert(number).second) << name;
+  }
 }
 
 TEST_F(Credentials, KeysFitTheirCertificates) {
@@ -132,12 +166,54 @@ TEST_F(Credentials, AHalfMadeSetIsTakenBack) {
   }
 }
 
+TEST_F(Credentials, NoFileStaysOpen) {
+  const auto open_files = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  make_credentials(dir_("first"), {});  // what OpenSSL opens once and keeps
+  const auto before = open_files();
+  make_credentials(set_, {});
+  EXPECT_EQ(open_files(), before);
+}
+
+TEST_F(Credentials, AFileThatCannotBeWrittenIsNamed) {
+  const auto limited = [&](rlim_t bytes) -> std::string {
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit limit{bytes, before.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    std::string failure = "made";
+    setrlimit(RLIMIT_FSIZE, &limit);
+    try {
+      make_credentials(set_, {});
+    } catch (const CredentialsFailure& error) {
+      failure = error.what();
+    }
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_FALSE(fs::exists(set_ + "/private/ca.key"));
+    return failure;
+  };
+  EXPECT_EQ(limited(0), set_ + "/private/ca.key: File too large");
+  EXPECT_EQ(limited(10), set_ + "/private/ca.key: No space left on device");
+}
+
+TEST_F(Credentials, LongNamesAreTaken) {
+  EXPECT_THROW(make_credentials(set_, {"media01", std::string(254, 'a')}), CredentialsFailure);
+  make_credentials(set_, {"media01", std::string(253, 'a')});
+}
+
 TEST_F(Credentials, BadNamesAndFoldersAreRefused) {
   for (const char* name : {"", "a b", "a,DNS:evil", "a\n", "*.example.com"}) {
     EXPECT_THROW(make_credentials(set_, {name}), CredentialsFailure) << name;
   }
   EXPECT_FALSE(fs::exists(set_));
-  EXPECT_THROW(make_credentials(dir_("no/such"), {}), CredentialsFailure);
+  try {
+    make_credentials(dir_("no/such"), {});
+    FAIL();
+  } catch (const CredentialsFailure& failure) {
+    EXPECT_EQ(failure.what(), dir_("no/such") + ": No such file or directory");
+  }
 }
 
 }  // namespace

@@ -51,6 +51,13 @@ TEST(Fault, SaysWhatItCannotRead) {
   EXPECT_EQ(complaint("status 5x"), "line 1: expected a number from 100 to 599, not '5x'");
   EXPECT_EQ(complaint("garbage 5"), "line 1: only skip and count may follow, not '5'");
   EXPECT_EQ(complaint("status 500 twice"), "line 1: unknown word 'twice'");
+  EXPECT_EQ(complaint("hang"), "line 1: expected a number from 0 to 3600, not ''");
+  EXPECT_EQ(complaint("null-end-time x"), "line 1: expected a number from 0 to 1000000, not 'x'");
+  EXPECT_EQ(complaint("status 500 skip x"),
+            "line 1: expected a number from 0 to 1000000000, not 'x'");
+  EXPECT_EQ(complaint("status 100\nstatus 599\nhang 0 skip 0\nhang 3600 count 1\n"
+                      "null-end-time 1000000 skip 1000000000"),
+            "read");
   EXPECT_EQ(complaint("status 500 count 0"),
             "line 1: expected a number from 1 to 1000000000, not '0'");
 }
@@ -111,6 +118,31 @@ TEST_F(FaultFileTest, CountsFromWhenItWasWritten) {
   EXPECT_EQ(hits(5), ".xx..");
 }
 
+TEST_F(FaultFileTest, AnotherFileCountsAnewThoughItSaysTheSame) {
+  write_file(path_, "status 500 count 2\n");
+  EXPECT_EQ(hits(3), "xx.");
+  write_file(path_ + ".new", "status 500 count 2\n");
+  std::filesystem::rename(path_ + ".new", path_);
+  EXPECT_EQ(hits(3), "xx.");
+}
+
+TEST_F(FaultFileTest, AFileHoldsAgainAfterABadOneInItsPlace) {
+  write_file(path_, "status 500\n");
+  EXPECT_EQ(hits(1), "x");
+  std::filesystem::rename(path_, path_ + ".aside");
+  write_file(path_, "explode now\n");
+  EXPECT_THROW(file_.next("/x"), BadFaultFile);
+  std::filesystem::rename(path_ + ".aside", path_);
+  EXPECT_EQ(hits(1), "x");
+}
+
+TEST_F(FaultFileTest, IsReadToItsLastByte) {
+  write_file(path_, std::string(65'000, '\n') + "garbage\n");
+  EXPECT_EQ(hits(1), "x");
+  write_file(path_, std::string(4090, '\n') + "hang 12");  // a byte more than is read at once
+  EXPECT_EQ(file_.next("/x")->argument, 12);
+}
+
 TEST_F(FaultFileTest, TheFirstLineThatFitsIsTaken) {
   write_file(path_, "corvane/catalog status 500\nstatus 401 count 1\ngarbage\n");
   EXPECT_EQ(file_.next("/corvane/catalog/images")->argument, 500);
@@ -128,7 +160,7 @@ TEST_F(FaultFileTest, AFileThatCannotBeReadIsAnError) {
       EXPECT_EQ(error.what(), path_ + ": line 1: unknown action 'now'");
     }
   }
-  write_file(path_, std::string(100'000, '\n'));
+  write_file(path_, std::string(std::size_t{64} << 10, '\n'));
   EXPECT_THROW(file_.next("/x"), BadFaultFile);
   std::filesystem::remove(path_);
   std::filesystem::create_directory(path_);

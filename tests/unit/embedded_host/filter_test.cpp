@@ -92,8 +92,17 @@ TEST(Filter, SaysWhatItCannotReadAndWhere) {
   EXPECT_EQ(complaint("status eq 1 and"), "16: expected an attribute");
   EXPECT_EQ(complaint("and status eq 1"), "1: unknown attribute 'and'");
   EXPECT_EQ(complaint("status eq 1; DROP TABLE backups"), "12: cannot read ';'");
+  EXPECT_EQ(complaint("Az_+ eq 1"), "1: unknown attribute 'Az_+'");
   EXPECT_EQ(complaint("\xff"), "1: cannot read '\\xff'");
   EXPECT_EQ(complaint(std::string_view("\0", 1)), "1: cannot read '\\x00'");
+}
+
+TEST(Filter, NothingBehindItsEndIsRead) {
+  const auto cut = [](std::string_view text) { return text.substr(0, text.size() - 1); };
+  EXPECT_EQ(std::get<std::int64_t>(translate(cut("status eq 12")).values[0]), 1);
+  EXPECT_EQ(translate(cut("status eq 1 ")).condition, "status=?5");
+  EXPECT_EQ(complaint(cut("jobType eq 'x'")), "12: the text has no closing quote");
+  EXPECT_EQ(std::get<std::string>(translate(cut("jobType eq 'x''")).values[0]), "x");
 }
 
 TEST(Filter, ParenthesesMayBe32Deep) {

@@ -40,6 +40,12 @@ TEST_F(ImageList, CodesStandForNames) {
   const JsonPtr image = test::parse(list(0, kDay * 2, kDay * 2));
   EXPECT_EQ(json_integer_value(json_object_get(image.get(), "client_type")), 6);
   EXPECT_EQ(json_integer_value(json_object_get(image.get(), "sched_type")), 1);
+
+  Connection(world_.path, Connection::Access::kWrite)
+      .execute("UPDATE backups SET policy_type = 'X', schedule_type = 'Y'");
+  const JsonPtr unknown = test::parse(list(0, kDay * 2, kDay * 2));
+  EXPECT_EQ(json_integer_value(json_object_get(unknown.get(), "client_type")), -1);
+  EXPECT_EQ(json_integer_value(json_object_get(unknown.get(), "sched_type")), -1);
 }
 
 TEST_F(ImageList, BothEndsAreIncludedAndTimeOrders) {
@@ -53,6 +59,7 @@ TEST_F(ImageList, BothEndsAreIncludedAndTimeOrders) {
   EXPECT_LT(first, third);
   EXPECT_NE(third, std::string::npos);
   EXPECT_EQ(text.find("\"job_id\":4"), std::string::npos);
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3);
 }
 
 TEST_F(ImageList, NothingFoundIsALine) {
@@ -60,6 +67,7 @@ TEST_F(ImageList, NothingFoundIsALine) {
   EXPECT_EQ(list(0, kDay - 1, kDay * 2), "no entity was found\n");
   EXPECT_EQ(list(kDay + 5, kDay, kDay * 2), "no entity was found\n");
   EXPECT_EQ(list(0, kDay * 2, kDay + 9), "no entity was found\n") << "the job is still running";
+  EXPECT_NE(list(0, kDay * 2, kDay + 10), "no entity was found\n");
 }
 
 TEST_F(ImageList, AFullDiskIsAnError) {

@@ -19,7 +19,8 @@ TEST(IsoTime, WritesEarlyYearsWithFourDigits) {
 }
 
 TEST(IsoTime, ReadsWhatItWrites) {
-  for (const std::int64_t seconds : {0LL, -1LL, 951782400LL, 1682936430LL, 4102444799LL}) {
+  for (const std::int64_t seconds :
+       {0LL, -1LL, -62167219200LL, 951782400LL, 1682936430LL, 4102444799LL}) {
     const auto read = parse_iso_time(iso_time(seconds));
     ASSERT_TRUE(read) << iso_time(seconds);
     EXPECT_EQ(read->seconds, seconds);
@@ -55,6 +56,17 @@ TEST(IsoTime, RefusesEverythingElse) {
                            "2026-01-31 04:05:06Z",
                            "+026-01-31T04:05:06Z",
                            "2026-1-31T04:05:06Z",
+                           "-01-31T04:05:06Z",
+                           "2026--31T04:05:06Z",
+                           "2026-01-T04:05:06Z",
+                           "2026-01-31T:05:06Z",
+                           "2026-01-31T04::06Z",
+                           "2026-01-31T04:05:Z",
+                           "202601-31T04:05:06Z",
+                           "2026-0131T04:05:06Z",
+                           "2026-01-3104:05:06Z",
+                           "2026-01-31T0405:06Z",
+                           "2026-01-31T04:0506Z",
                            "2026-01-31T04:05:06.-10Z"}) {
     EXPECT_FALSE(parse_iso_time(text)) << text;
   }

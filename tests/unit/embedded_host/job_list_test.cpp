@@ -50,6 +50,8 @@ TEST_F(JobList, ARunningJobHasNoEnd) {
             R"("EndTime":0,"KilobytesTransferred":500,"Files":150,"StreamNumber":7,)"
             R"("DestinationStorageUnitName":"disk","DedupRatio":2.5}])"
             "\n");
+  EXPECT_NE(list({42}, kDay + 59).find("\"KilobytesTransferred\":980,\"Files\":294,"),
+            std::string::npos);
   EXPECT_EQ(list({42}, kDay - 1), "[]\n");
   EXPECT_EQ(found({42}, kDay), std::vector<std::int64_t>{42}) << "it has just begun";
 }

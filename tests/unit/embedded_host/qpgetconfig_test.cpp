@@ -1,28 +1,17 @@
 // The whole program: its main() is all there is of it.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <string>
 
-#include "tests/support/scratch_dir.h"
+#include "tests/support/program_run.h"
 
 namespace corvane::host {
 namespace {
 
 class ConfigurationTool : public ::testing::Test {
  protected:
-  // Its output, then what it prints to standard error, then its exit status.
   std::string answer(const std::string& arguments = "-M master01") const {
-    const std::string complaints = dir_("complaints");
-    const std::string command =
-        CV_QPGETCONFIG " " + arguments + " --config " + file_ + " 2>" + complaints;
-    std::FILE* pipe = popen(command.c_str(), "r");
-    std::string text;
-    std::array<char, 4096> buffer{};
-    while (std::fgets(buffer.data(), buffer.size(), pipe) != nullptr) text += buffer.data();
-    const int status = WEXITSTATUS(pclose(pipe));
-    return text + test::read_file(complaints) + "status " + std::to_string(status);
+    return test::program_run(CV_QPGETCONFIG " " + arguments + " --config " + file_);
   }
 
   test::ScratchDir dir_;

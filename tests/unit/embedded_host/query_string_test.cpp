@@ -40,7 +40,7 @@ TEST(QueryString, TheFirstEqualsSignSplits) {
 }
 
 TEST(QueryString, PercentDecoding) {
-  EXPECT_EQ(percent_decode("%41%4a%4A+", "path"), "AJJ+");
+  EXPECT_EQ(percent_decode("%41%4a%4A%39%4F%6f+", "path"), "AJJ9Oo+");
   EXPECT_EQ(percent_decode("%00", "path"), std::string(1, '\0'));
   for (const char* text : {"%", "%4", "a%4", "%g0", "%0g", "%%41"}) {
     EXPECT_THROW(percent_decode(text, "path"), BadRequest) << text;
@@ -51,6 +51,11 @@ TEST(QueryString, SaysWhatItCannotRead) {
   EXPECT_EQ(complaint("page=1"), "query: unknown parameter 'page'");
   EXPECT_EQ(complaint("sort=a&sort=b"), "sort: given more than once");
   EXPECT_EQ(complaint("sort=%zz"), "sort: '%' without two hexadecimal digits: '%zz'");
+  EXPECT_EQ(complaint("sort=%zz9"), "sort: '%' without two hexadecimal digits: '%zz'");
+  EXPECT_EQ(complaint(std::string_view("sort=%41").substr(0, 7)),
+            "sort: '%' without two hexadecimal digits: '%4'");
+  EXPECT_EQ(complaint("page[limit]=1&page[offset]=0"), "read");
+  EXPECT_EQ(complaint("page[limit]=2147483647&page[offset]=2147483647"), "read");
   EXPECT_EQ(complaint("page[limit]=0"), "page[limit]: not a number from 1 to 2147483647: '0'");
   EXPECT_EQ(complaint("page[limit]=ten"), "page[limit]: not a number from 1 to 2147483647: 'ten'");
   for (const char* offset :

@@ -21,6 +21,7 @@ TEST(ReaderPool, KeepsWhatCameBack) {
   const ReaderPool::Loan other = pool.borrow();
   EXPECT_EQ(again.get(), first);
   EXPECT_NE(other.get(), first);
+  EXPECT_NE(other.get(), nullptr);
 }
 
 TEST(ReaderPool, AMissingCatalogIsAnError) {

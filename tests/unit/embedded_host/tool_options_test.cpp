@@ -94,5 +94,12 @@ TEST(RunTool, ErrorsGoToStandardError) {
   EXPECT_EQ(out, "");
 }
 
+TEST(RunTool, MayBeCalledWithNoName) {
+  char* none[] = {nullptr};
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(run_tool(0, none, "usage: tool\n", kForms, [](const ToolOptions&) {}), 2);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), ": -d is missing (see --help)\n");
+}
+
 }  // namespace
 }  // namespace corvane::host

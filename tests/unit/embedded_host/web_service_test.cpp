@@ -78,6 +78,15 @@ TEST_F(WebServiceTest, UnknownPathsAre404) {
   }
 }
 
+TEST_F(WebServiceTest, WhatIsUnknownIsNamed) {
+  answer("POST", "/corvane/wui/anomalies",
+         R"({"data":{"type":"anomaly","id":"A1","attributes":{}}})");
+  EXPECT_EQ(complaint(answer("GET", "/corvane/wui/anomalies/A1")),
+            "404 nothing exists at this path (/corvane/wui/anomalies/A1)");
+  EXPECT_EQ(complaint(answer("GET", "/corvane/catalog/images/x")), "404 no such element (x)");
+  EXPECT_EQ(answer("POST", "/corvane/catalog/images").allow, "GET, HEAD");
+}
+
 TEST_F(WebServiceTest, BadRequestsSayWhatAndWhere) {
   EXPECT_EQ(complaint(answer("GET", "/corvane/admin/jobs?filter=foo%20eq%201")),
             "400 unknown attribute 'foo' (filter, character 1)");
@@ -194,6 +203,10 @@ TEST_F(WebServiceTest, ABrokenCatalogIs500) {
   answer("GET", "/corvane/admin/jobs");
   Connection(world_.path, Connection::Access::kWrite).execute("DROP TABLE backups");
   EXPECT_EQ(complaint(answer("GET", "/corvane/admin/jobs")), "500 no such table: backups");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(complaint(answer("GET", "/corvane/admin/jobs?sort=status")),
+              "500 no such table: backups");
+  }
 }
 
 TEST_F(WebServiceTest, ManyThreadsAreAnswered) {

@@ -41,6 +41,7 @@ TEST_P(ConsoleTest, WhatAClosedDescriptorDidNotTakeNeverTurnsUpInTheFileThatTake
       in_child([&] {
         close(GetParam().descriptor);
         GetParam().write("lost\n");
+        if (std::ferror(stdout) != 0 || std::ferror(stderr) != 0) return 3;
         if (open(scratch("file").c_str(), O_WRONLY | O_CREAT, 0600) != GetParam().descriptor) {
           return 2;
         }

@@ -95,6 +95,19 @@ TEST_F(DebugLog, PlainTextIsNotInterpreted) {
   EXPECT_EQ(only_text(), "tag: 100%s of %d%%n\n");
 }
 
+TEST_F(DebugLog, TagPast256CharactersIsCut) {
+  open_log();
+  logmsg(2, std::string(257, 't').c_str(), "text");
+  EXPECT_EQ(only_text(), std::string(256, 't') + ": text\n");
+}
+
+// No character of the "C" locale is as large.
+TEST_F(DebugLog, TextThatCannotBeFormattedIsLoggedAsItsPattern) {
+  open_log();
+  logmsgf(2, "tag", "%ls of 100%%", L"\u65e5");
+  EXPECT_EQ(only_text(), "tag: %ls of 100%%\n");
+}
+
 TEST_F(DebugLog, DaemonIsMarkedBehindItsProcessId) {
   open_log();
   corvane::mark_daemon(true);

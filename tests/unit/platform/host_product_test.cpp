@@ -124,6 +124,8 @@ TEST_F(InstalledProduct, MasterIsTheFirstServerExactly) {
               EXPECT_EQ(pluma_is_master_server("a"), 0);
               EXPECT_EQ(pluma_is_master_server("b"), 0);
               EXPECT_EQ(pluma_is_master_server(""), 0);
+              write_file(kConfig, "[domain]\nservers=a b;c\n");
+              EXPECT_EQ(pluma_is_master_server("a"), 0);
             }),
             0);
 }

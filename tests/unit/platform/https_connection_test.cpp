@@ -10,6 +10,7 @@ using corvane::HttpsAnswer;
 using corvane::HttpsConnection;
 using corvane::HttpsRequest;
 using corvane::stamp_of;
+using corvane::test::Exchange;
 using corvane::test::HttpsFixture;
 
 namespace {
@@ -45,4 +46,25 @@ TEST_F(HttpsConnectionTest, GoesOnAfterAnAnswerOverTheLimit) {
   EXPECT_EQ(connection.failure(), "");
   EXPECT_EQ(answer.status, 200);
   EXPECT_EQ(answer.body, "hello host");
+}
+
+TEST_F(HttpsConnectionTest, NothingIsLeftOfAnAnswerThatGrewOverTheLimit) {
+  handle = [](Exchange& exchange) {
+    if (exchange.request_line() == "GET /path HTTP/1.1") {
+      exchange.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
+      exchange.send("3\r\nabc\r\n");
+      exchange.send("3\r\ndef\r\n0\r\n\r\n");
+    } else {
+      exchange.answer(200, "");
+    }
+  };
+  server.start();
+  HttpsConnection connection(endpoint(), stamp_of(endpoint().credentials));
+  HttpsAnswer answer;
+  EXPECT_EQ(connection.perform(request(5), answer), CURLE_FILESIZE_EXCEEDED);
+  HttpsRequest next = request();
+  next.path = "empty";
+  EXPECT_EQ(connection.perform(next, answer), CURLE_OK);
+  EXPECT_EQ(connection.failure(), "");
+  EXPECT_EQ(answer.body, "");
 }

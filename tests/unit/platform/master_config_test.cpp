@@ -118,4 +118,6 @@ TEST(HostName, LettersDigitsDotsHyphensAndColons) {
   EXPECT_FALSE(is_host_name("a\nb"));
   EXPECT_FALSE(is_host_name(std::string_view("a\0b", 3)));
   EXPECT_FALSE(is_host_name("-M"));
+  for (const char c : std::string("azAZ09.:")) EXPECT_TRUE(is_host_name({&c, 1})) << c;
+  for (const char c : std::string("`{@[/;-")) EXPECT_FALSE(is_host_name({&c, 1})) << c;
 }

@@ -280,6 +280,17 @@ TEST_F(TransactionTest, IsUndoneUnlessCommitted) {
   EXPECT_EQ(count(connection.handle(), "t"), "2");
 }
 
+TEST_F(TransactionTest, OneThatIsCommittedDoesNotEndTheNext) {
+  Connection connection(path_, Access::kWrite);
+  std::optional<Transaction> first(std::in_place, connection);
+  first->commit();
+  Transaction second(connection);
+  connection.execute("INSERT INTO t VALUES(2)");
+  first.reset();
+  second.commit();
+  EXPECT_EQ(count(connection.handle(), "t"), "2");
+}
+
 TEST_F(TransactionTest, TakesTheLockForWritingAtOnce) {
   Connection connection(path_, Access::kWrite);
   const Transaction transaction(connection);

@@ -274,9 +274,13 @@ TEST_F(DBAccessTest, ExecuteQueryKeptFailsLikeANewStatement) {
 TEST_F(DBAccessTest, ExecuteQueryKeptPassesOnWhatBindingThrows) {
   db_.create_table("CREATE TABLE T (A INT)");
   insert_kept(db_, 1);
-  EXPECT_THROW(db_.execute_query_kept("INSERT INTO T VALUES (?)",
-                                      [](Statement&) { throw std::out_of_range("bind"); }),
-               std::out_of_range);
+  int bound = 0;
+  const auto fail = [&](Statement&) {
+    ++bound;
+    throw std::out_of_range("bind");
+  };
+  EXPECT_THROW(db_.execute_query_kept("INSERT INTO T VALUES (?)", fail), std::out_of_range);
+  EXPECT_EQ(bound, 1);
   insert_kept(db_, 2);
   EXPECT_EQ(rows_of(db_, "SELECT COUNT(*) FROM T"), (Texts{{{"COUNT(*)", "2"}}}));
 }

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -95,10 +96,35 @@ TEST_F(CommandChannelTest, GivesTheDocumentAndArgumentsWithoutAShell) {
 }
 
 TEST_F(CommandChannelTest, GivesTheWholeOfALargeDocument) {
-  Message message = some_message();
-  message.body = std::string(1 << 20, 'x');
-  EXPECT_EQ(sent(script("cat > " + directory("out")), message), "");
-  EXPECT_EQ(written("out"), document_of(message) + "\n");
+  const std::string program = script("cat > " + directory("out"));
+  // A pipe holds 64 KiB: of the first document a single byte is left over.
+  for (const std::size_t size : {std::size_t{65'537}, std::size_t{1} << 20}) {
+    Message message = some_message();
+    message.body.append(size - document_of(message).size() - 1, 'x');
+    const std::string document = document_of(message) + "\n";
+    ASSERT_EQ(document.size(), size);
+    EXPECT_EQ(sent(program, message), "");
+    EXPECT_EQ(written("out"), document);
+  }
+}
+
+// What somebody opens after the program has read everything may get the number of its input.
+TEST_F(CommandChannelTest, ClosesItsInputOnce) {
+  const std::string go_on = directory("go_on");
+  mkfifo(go_on.c_str(), 0600);
+  const int held = open(go_on.c_str(), O_RDWR | O_CLOEXEC);
+  std::array<int, 8> later{};
+  std::thread other([&] {
+    EXPECT_TRUE(life_line.is_held());
+    for (int& one : later) one = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+    EXPECT_EQ(write(held, "\n", 1), 1);
+  });
+  EXPECT_EQ(sent(script("cat > /dev/null; exec 3> " + life_line.path() +
+                        "; echo held >&3; read x < " + go_on)),
+            "");
+  other.join();
+  close(held);
+  EXPECT_TRUE(std::ranges::all_of(later, [](int one) { return close(one) == 0; }));
 }
 
 TEST_F(CommandChannelTest, ThatDoesNotReadStillCounts) {
@@ -146,14 +172,17 @@ TEST_F(CommandChannelTest, StartsTheProgramWithoutOutputAndDescriptors) {
   std::array<int, 2> inherited{};  // by a program that does not close them
   inherited[0] = fcntl(STDIN_FILENO, F_DUPFD, 20);
   inherited[1] = fcntl(STDIN_FILENO, F_DUPFD, 50);
+  const int flags_of_3 = fcntl(3, F_GETFD);  // the fixture's, or of whoever started the test
+  ASSERT_EQ(fcntl(3, F_SETFD, 0), 0);
   EXPECT_EQ(sent(script("exec 9> " + directory("out") +
                         "\n"
                         "echo $(readlink /proc/$$/fd/1) $(readlink /proc/$$/fd/2) >&9\n"
-                        "for fd in " +
+                        "for fd in 3 " +
                         std::to_string(inherited[0]) + " " + std::to_string(inherited[1]) +
                         "; do test -e /proc/$$/fd/$fd && echo open >&9; done; exit 0\n")),
             "");
   for (const int one : inherited) close(one);
+  fcntl(3, F_SETFD, flags_of_3);
   EXPECT_EQ(written("out"), "/dev/null /dev/null\n");
 }
 
@@ -201,6 +230,7 @@ TEST_F(CommandChannelTest, LeavesNoDescriptorAndNoChild) {
   sent("/bin/true");
   sent("/bin/false");
   sent(directory("none"));
+  sent("/bin/sleep 100", some_message(), 0);
   const int after = dup(STDIN_FILENO);
   close(after);
   EXPECT_EQ(after, next);
@@ -215,7 +245,8 @@ TEST_F(CommandChannelTest, SaysThatDescriptorsAreMissing) {
     return test::in_child([&] {
       const rlimit limit{static_cast<rlim_t>(next + more), static_cast<rlim_t>(next + more)};
       setrlimit(RLIMIT_NOFILE, &limit);
-      return sent("/bin/true") == "Too many open files" ? 1 : 0;
+      const SendResult result = CommandChannel("/bin/true", 10, stop).send(some_message());
+      return !result.is_taken && result.reason == "Too many open files" ? 1 : 0;
     });
   };
   EXPECT_EQ(is_refused_with(1), 1);

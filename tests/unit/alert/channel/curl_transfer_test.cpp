@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -31,6 +32,7 @@ TEST(UrlParts, AreSchemeAndHost) {
 }
 
 TEST(UrlParts, KnowThisMachine) {
+  EXPECT_FALSE(UrlParts{}.is_loopback);
   for (const char* url : {"http://localhost:80/", "https://127.0.0.1/x", "smtp://[::1]:25",
                           "http://127.3.2.1", "http://127.255.255.255"}) {
     EXPECT_TRUE(parts_of_url(setting::kSmtpUrl, url).is_loopback) << url;
@@ -169,6 +171,16 @@ TEST_F(CurlTransferTest, LeavesSignalsAloneAndItsSocketToNoProgram) {
   EXPECT_EQ(one.perform(10, stop), CURLE_OK);
   EXPECT_EQ(seen.inheritable_sockets, before);
   EXPECT_FALSE(seen.has_other_sigpipe);
+}
+
+TEST_F(CurlTransferTest, LeavesNothingOpen) {
+  stop.ask();  // the server would open something as well
+  const int next = dup(STDIN_FILENO);
+  close(next);
+  EXPECT_EQ(transfer().perform(10, stop), CURLE_ABORTED_BY_CALLBACK);
+  const int after = dup(STDIN_FILENO);
+  close(after);
+  EXPECT_EQ(after, next);
 }
 
 TEST_F(CurlTransferTest, EndsAfterItsTimeLimit) {

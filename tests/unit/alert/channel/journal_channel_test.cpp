@@ -2,17 +2,20 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <stdexcept>
 #include <thread>
 
 #include "tests/fakes/platform_fake_test.h"
+#include "tests/support/in_child.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/unit/alert/channel/some_message.h"
 
@@ -211,6 +214,42 @@ TEST_F(JournalChannelTest, SendsOnceAFullJournalHasRoom) {
   std::thread reader([&] { journal.receive(); });
   EXPECT_EQ(sent(some_message(), stop), "");
   reader.join();
+}
+
+TEST_F(JournalChannelTest, SaysWhatTheSystemRefuses) {
+  const Journal journal(path);
+  Message large = some_message();
+  large.body = std::string(1 << 20, 'x');
+  const auto sent_with = [&](int resource, rlim_t limit, const Message& message) {
+    std::string reason;
+    const int status = test::in_child([&] {
+      std::signal(SIGXFSZ, SIG_IGN);
+      rlimit limits{};
+      getrlimit(static_cast<__rlimit_resource>(resource), &limits);
+      const rlimit former = limits;
+      limits.rlim_cur = limit;
+      setrlimit(static_cast<__rlimit_resource>(resource), &limits);
+      reason = sent(message, stop);
+      setrlimit(static_cast<__rlimit_resource>(resource), &former);
+      test::write_file(directory("reason"), reason);
+      return 0;
+    });
+    EXPECT_EQ(status, 0);
+    return test::read_file(directory("reason"));
+  };
+  const int next = dup(STDIN_FILENO);
+  close(next);
+  const auto descriptors = static_cast<rlim_t>(next);
+  EXPECT_EQ(sent_with(RLIMIT_NOFILE, descriptors, large),
+            "cannot create a socket: Too many open files");
+  EXPECT_EQ(sent_with(RLIMIT_NOFILE, descriptors + 1, large),
+            "cannot write to the journal: Too many open files");
+  EXPECT_EQ(sent_with(RLIMIT_FSIZE, 100'000, large), "cannot write to the journal: File too large");
+  // A journal that is only full gets no file.
+  fill();
+  stop.ask();
+  EXPECT_EQ(sent_with(RLIMIT_NOFILE, descriptors + 1, some_message()),
+            "cannot write to the journal: Resource temporarily unavailable");
 }
 
 TEST_F(JournalChannelTest, SaysWhyThereIsNoJournal) {

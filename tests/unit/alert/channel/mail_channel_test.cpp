@@ -164,6 +164,14 @@ TEST(MailText, RepairsWhatIsNoUtf8) {
               HasSubstr("W21ham9yXSB0aGUgc3ViamVjdAoK77+9Cg==\r\n"));
 }
 
+TEST(MailText, HasNoEmptyLineAfterAFullOne) {
+  Message message = mailed();
+  message.body = std::string(57 - headline(message).size() - 2, 'x');
+  const std::string text = mail_text(message, "a@b", {"c@d"}, 1);
+  const std::size_t line = text.find("\r\n\r\nW21h") + 4;
+  EXPECT_EQ(text.find("\r\n\r\n--=_", line), line + 76);
+}
+
 // A mail server that answers as the test says and keeps what it is told.
 class MailServer {
  public:

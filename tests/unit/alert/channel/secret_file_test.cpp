@@ -93,6 +93,16 @@ TEST_F(SecretFile, IsRefusedForWhatTheSystemSaysOfIt) {
   EXPECT_EQ(read(), refused("it is not a regular file"));
 }
 
+TEST_F(SecretFile, ThatCannotBeReadIsRefused) {
+  // A regular file of this user; nothing is at the address 0.
+  try {
+    read_secret("/proc/self/mem");
+    ADD_FAILURE();
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "secret file /proc/self/mem cannot be used: Input/output error");
+  }
+}
+
 TEST_F(SecretFile, ThatIsAPipeIsNotWaitedFor) {
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   EXPECT_EQ(read(), refused("it is not a regular file"));

@@ -75,6 +75,7 @@ TEST_F(WebChannelTest, AnErrorAfterTheOtherCertificateIsNoSuccess) {
     }
   }
   EXPECT_EQ(sent({answer(401), answer(200)}), "");
+  EXPECT_EQ(sent({answer(200, R"({"data":{},"data":{}})")}), "");  // as JSON allows
 }
 
 TEST_F(WebChannelTest, WithoutAMasterNothingIsSent) {

@@ -130,6 +130,7 @@ TEST_F(DeadLetterTest, SaysWhatFailed) {
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
   EXPECT_EQ(error_of([&] { append({letter("a")}); }), path + ": No space left on device");
+  EXPECT_EQ(error_of([&] { append({}); }), path + ": No space left on device");
   EXPECT_EQ(error_of([&] { DeadLetterFile(path).clear(); }), path + ": Invalid argument");
   close(reader);
 }

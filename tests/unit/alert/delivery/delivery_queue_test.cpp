@@ -185,6 +185,11 @@ TEST_F(FoldStorm, IsMoreThanTheLimitInAWindow) {
   add(99);
   EXPECT_THAT(summaries(), ElementsAre("1, 99, 0, 109"));
   EXPECT_THAT(folded(), ElementsAre("3"));
+  EXPECT_EQ(test::query(state_->handle(),
+                        typed_sql("SELECT d.incident, m.incident, m.record FROM delivery d JOIN "
+                                  "message m ON m.id = d.message WHERE d.kind = {summary}")),
+            (std::vector<test::SqlRow>{{"0", "0", ""}}))
+      << "a summary belongs to no incident";
 }
 
 TEST_F(FoldStorm, TheWindowIsOpenAtItsBegin) {
@@ -248,6 +253,14 @@ TEST_F(FoldStorm, ASummaryWaitsAWindowAfterTheLast) {
   EXPECT_THAT(folded(), ElementsAre("3", "2"));
 }
 
+TEST_F(FoldStorm, ASummaryWaitsAWindowAfterOneOfTheSameSecond) {
+  for (const int at : {0, 0, 0}) add(at);
+  test::query(state_->handle(),
+              typed_sql("UPDATE delivery SET state = {delivered} WHERE kind = {summary}"));
+  add(0);
+  EXPECT_THAT(summaries(), ElementsAre("1, 0, 0, 10", "1, 0, 0, 100"));
+}
+
 TEST_F(FoldStorm, ASummaryThatIsBeingSentTakesNoMore) {
   for (const int at : {0, 0, 0}) add(at);
   ASSERT_TRUE(Outbox(*state_).begin(kMail, kFirst + 10));
@@ -281,6 +294,18 @@ TEST_F(FoldStorm, ASummaryOfQuietHoursDelaysNoOther) {
   for (const int at : {0, 1, 2}) add(at, 50);
   for (const int at : {3, 4, 5}) add(at);
   EXPECT_THAT(summaries(), ElementsAre("1, 2, 50, 50", "1, 5, 0, 15"));
+}
+
+TEST(NewDelivery, IsForNothingUntilItIsFilled) {
+  const NewDelivery delivery;
+  for (const std::int64_t one :
+       {delivery.message, delivery.incident, delivery.created, delivery.held}) {
+    EXPECT_EQ(one, 0);
+  }
+  const StormRule rule;
+  for (const std::int64_t one : {rule.limit, rule.window, rule.settle, rule.longest_settle}) {
+    EXPECT_EQ(one, 0);
+  }
 }
 
 }  // namespace

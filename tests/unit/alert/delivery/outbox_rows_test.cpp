@@ -100,6 +100,7 @@ TEST_F(OutboxRowsTest, AMessageHasEverythingOfItsIncident) {
 }
 
 TEST_F(OutboxRowsTest, ASummaryHasTheSeverityOfItsDelivery) {
+  set(add(), "state = {delivered}");
   const std::int64_t summary = add(kMail, 0, Kind::kSummary);
   set(summary, "severity = 3");
   const std::int64_t folded = add();

@@ -151,6 +151,16 @@ TEST_F(SendersTest, WhatHangsIsCancelledAfterHalfOfTheTime) {
   EXPECT_THAT(fake::log_lines(8), IsEmpty()) << "that is no failure of the channel";
 }
 
+TEST_F(SendersTest, WhatHangsIsCancelledWithItsSender) {
+  test::write_script(settings_.command, "echo ran >> " + directory_("ran") + "; exec sleep 60");
+  {
+    Senders gone({directory_("state.db"), directory_("dead")}, "master01");
+    gone.start(settings_, {});
+    EXPECT_TRUE(comes([&] { return !runs().empty(); }));
+  }
+  EXPECT_THAT(states(kCommand), ElementsAre("0"));
+}
+
 TEST_F(SendersTest, WhatCannotBeCancelledStays) {
   is_web_hanging_ = true;
   senders_.start(settings_, {});

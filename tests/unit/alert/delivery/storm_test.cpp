@@ -113,6 +113,16 @@ TEST_F(Storm, AnEndDoesNotOvertakeTheSummaryThatItsBeginIsIn) {
   EXPECT_THAT(take(kMail, kFirst + 5), ElementsAre("summary  2", "end c3 2"));
 }
 
+TEST_F(Storm, NothingIsHeldBackOutsideQuietHours) {
+  anomalies("c", 1);
+  pass();
+  take_all();
+  usual_backup("c0", kFirst + kDay);
+  EXPECT_EQ(pass(kFirst + kDay).ended, 1U);
+  EXPECT_EQ(test::query(state_->handle(), "SELECT held, count(*) FROM delivery GROUP BY held"),
+            (std::vector<test::SqlRow>{{"0", "4"}}));
+}
+
 TEST_F(Storm, WhatQuietHoursHeldBackComesAsOneToo) {
   setenv("TZ", "UTC", 1);
   tzset();

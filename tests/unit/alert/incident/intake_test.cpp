@@ -321,11 +321,12 @@ TEST_F(IntakeTest, AnAdoptionIsLookedForOnlyWithSomethingNew) {
   anomaly("anomaly_a", details_of("c", "incident_a", 2, kFirst));
   pass();
   std::string adopted = details_of("c", "incident_a", 2, kFirst);
-  adopted.insert(adopted.size() - 1, R"(,"adopted":{"backup_id":"x","time":5})");
+  adopted.insert(adopted.size() - 1, R"(,"adopted":{"backup_id":"x","time":1})");
   set_details(*detection_, "anomaly_a", adopted);
   EXPECT_EQ(pass().ended, 0U);
   usual_backup("x", kFirst);
   EXPECT_EQ(pass().ended, 1U);
+  EXPECT_EQ(IncidentBook(*state_).find_incident("incident_a")->until, 1);
 }
 
 TEST_F(IntakeTest, MarksMoreRecordsThanOneTransactionTakes) {
