@@ -13,7 +13,7 @@ std::string percent(double share) {
   std::snprintf(buffer.data(), buffer.size(), "%.1f", 100 * share);
   std::string text = buffer.data();
   if (text.ends_with(".0")) text.resize(text.size() - 2);
-  return text + " %";
+  return text + "%";
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 CV_ANOMALY_SCHEMA has to be set as anomaly_db.py says; run.sh does.
 
-Beside it three simple rules on the same records: DBSCAN on mean and standard deviation, more than 50 percent
+Beside it three simple rules on the same records: DBSCAN on mean and standard deviation, more than 50%
 away from the median, and a robust z-score above 3.5. On the stored backups of all clients it fails beyond the
 goals of docs/detection.md, and says of which.
 """
@@ -207,7 +207,7 @@ def main():
     overall = score(records, flagged, lambda r: "all")["all"]
     print(overall.line("cvanomalydetect"))
     if not options.no_rules:
-        for name, rule in (("DBSCAN, mean and sd", by_dbscan), ("+-50 % of the median", by_half),
+        for name, rule in (("DBSCAN, mean and sd", by_dbscan), ("+-50% of the median", by_half),
                            ("robust z above 3.5", by_robust_z)):
             print(score(records, by_rule(rule, records), lambda r: "all")["all"].line(name))
     for title, key in (("kind", lambda r: r["label"]), ("schedule", lambda r: r["schedule"]),

@@ -205,7 +205,7 @@ void Detector::say_inconclusive(const Backup& backup, const Verdict& verdict) {
   if (stream.said_inconclusive == day) return;
   say(kLogWarning, "[" + backup.stream.text() + "] is inconclusive: " +
                        std::to_string(std::lround(100 * verdict.noise_share)) +
-                       " percent of its history is noise");
+                       "% of its history is noise");
   stream.said_inconclusive = std::move(day);
 }
 

@@ -53,7 +53,7 @@ std::string text_of(const Context& context, const std::vector<Anomaly>& anomalie
                {"Client", false, 10},
                {"Policy", false, 8, 5},
                {"Schedule", false, 6, 6},
-               {"Looks like", false, 10},
+               {"Cause", false, 10},
                {"Review", false, 0, 4},
                {"Incident", false, 0, 2},
                {"ID", false, 24, 7}});

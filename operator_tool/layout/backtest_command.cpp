@@ -16,7 +16,7 @@ std::string text_of(const Context& context, const detect::Backtest& result) {
                {"Client", false, 10},
                {"Policy", false, 8, 4},
                {"Schedule", false, 6, 5},
-               {"Looks like", false, 10},
+               {"Cause", false, 10},
                {"Key", false, 20, 6}});
   for (const auto& [key, finding] : result.findings) {
     const SeverityWords severity = severity_words(finding.severity);

@@ -99,7 +99,7 @@ std::string percent_text(double percent) {
 void judge_disk(const Health& health, const Thresholds& at, Judge& judge) {
   if (health.disk.total == 0) return;
   const double free = health.disk.percent_free();
-  const std::string problem = percent_text(free) + " percent free on the database's disk";
+  const std::string problem = percent_text(free) + "% free on the database's disk";
   if (free <= at.disk_critical) {
     judge.add(CheckStatus::kCritical, problem);
   } else if (free <= at.disk_warning) {

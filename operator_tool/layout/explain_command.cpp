@@ -36,7 +36,7 @@ std::string text_of(const detect::Explanation& judged, const Terminal& terminal,
   text += line(terminal, "Baseline",
                counted(static_cast<std::int64_t>(finding.observations), "backup", "backups") +
                    (finding.by_other_stream ? " of another stream, " : " of its own stream, ") +
-                   std::to_string(std::lround(judged.noise_share * kPercent)) + " percent noise");
+                   std::to_string(std::lround(judged.noise_share * kPercent)) + "% noise");
   if (finding.slow_change) {
     text += line(terminal, "Slow change", "several backups in a row are anomalous together");
   }

@@ -30,16 +30,16 @@ bool has_typical_value(const TellingFigure& telling) {
   return view.high <= 4 * view.usual && 4 * view.low >= view.usual;
 }
 
-// "10 % of the usual ", "49.5 times the usual "; empty where that says nothing.
+// "10% of the usual ", "49.5 times the usual "; empty where that says nothing.
 std::string factor_words(const FigureView& view) {
   const double factor = view.value / view.usual;
   if (factor >= 2) return number_text(std::round(10 * factor) / 10) + " times the usual ";
   const double percent = std::round(100 * factor);
   if (factor <= 0 || percent == 100) return {};
-  return (percent < 1 ? "less than 1" : number_text(percent)) + " % of the usual ";
+  return (percent < 1 ? "less than 1" : number_text(percent)) + "% of the usual ";
 }
 
-// By how much a figure differs: ", 10 % of the usual 1,000".
+// By how much a figure differs: ", 10% of the usual 1,000".
 std::string difference(const TellingFigure& telling) {
   const FigureWords words = words_for(telling.figure, telling.view);
   if (!has_typical_value(telling)) return ", usually " + words.range;

@@ -359,7 +359,7 @@ TEST_F(DetectorTest, LogsTheShareOfNoise) {
             (std::vector<fake::LogLine>{{8, "cvanomalydetect",
                                          "[" + good_.stream.text() + "] is inconclusive: " +
                                              std::to_string(std::lround(100 * share)) +
-                                             " percent of its history is noise"}}));
+                                             "% of its history is noise"}}));
 }
 
 TEST_F(DetectorTest, CommitsAfter64Rows) {

@@ -54,8 +54,8 @@ TEST(FindingOf, ASlowChangeNamesTheRunsThatItTook) {
   ASSERT_EQ(verdict.outcome, Outcome::kAnomalous);
   const Finding finding = finding_of(third, verdict, model);
   EXPECT_EQ(finding.summary.substr(0, finding.summary.find(". Files may")),
-            "daily backup of client: in each of 3 backups in a row, at least 5.8 % of the data "
-            "was new (previous maximum for 3 in a row: 1.2 %)");
+            "daily backup of client: in each of 3 backups in a row, at least 5.8% of the data "
+            "was new (previous maximum for 3 in a row: 1.2%)");
   ASSERT_TRUE(finding.slow_change);
   EXPECT_EQ(finding.slow_change->runs, 3U);
   EXPECT_FALSE(finding.slow_change->of_files);

@@ -78,7 +78,7 @@ TEST_F(JudgeFullBackup, NewContentMattersWhenItIsMuchAndUnusual) {
   fill(history_, 8, {24, 936, 0, 2, 0});
   EXPECT_EQ(outcome({24, 936, 500, 2, kOneSecond}), Outcome::kAnomalous);
   EXPECT_EQ(outcome({24, 936, 499, 2, 1e6}), Outcome::kNormal);
-  settings_.eps = 2;  // 20 % are unusual, but 30 % are much
+  settings_.eps = 2;  // 20% are unusual, but 30% are much
   EXPECT_EQ(outcome({24, 936, 299, 2, 0}), Outcome::kNormal);
   EXPECT_EQ(outcome({24, 936, 300, 2, 0}), Outcome::kAnomalous);
 }

@@ -272,8 +272,8 @@ std::vector<CommandHelp> helps_of_commands() {
   --gather-critical N     CRITICAL N minutes after the last gather (default: 12 gather intervals)
   --alerts-warning N=30   WARNING when a message has been pending for N minutes
   --alerts-critical N=240 CRITICAL when a message has been pending for N minutes
-  --disk-warning N=10     WARNING at N percent or less free on the database's disk
-  --disk-critical N=3     CRITICAL at N percent or less free on the database's disk
+  --disk-warning N=10     WARNING at N% or less free on the database's disk
+  --disk-critical N=3     CRITICAL at N% or less free on the database's disk
 )"},
       {"metrics", "Metrics in the Prometheus text format", "",
        "  --output FILE           Replace this file atomically instead of printing\n"},

@@ -34,11 +34,11 @@ TEST(Sentence, SaysWhatDiffersByHowMuchSinceWhenAndWhatToDo) {
   const Anomaly anomaly = read(details_of("c", "incident_0", 3, kFirst));
   const Words words = words_for_anomaly(anomaly, {kFirst - kDay, "anomaly_0", "m"});
   EXPECT_EQ(words.subject,
-            "The daily backup of client c (policy nightly): 100 files, 10 % of the usual 1,000; "
+            "The daily backup of client c (policy nightly): 100 files, 10% of the usual 1,000; "
             "looks like encryption");
   EXPECT_EQ(words.body,
             "The daily backup of client c (policy nightly) from 2023-11-14 22:13 UTC is "
-            "unusual: 100 files, 10 % of the usual 1,000 (990 to 1,010).\n"
+            "unusual: 100 files, 10% of the usual 1,000 (990 to 1,010).\n"
             "Likely cause: Files may have been encrypted.\n"
             "Unusual since 2023-11-13 22:13 UTC. The last good backup is good from 2023-11-13 "
             "18:26 UTC.\n"
@@ -55,7 +55,7 @@ TEST(Sentence, NamesTheTwoThatAreOffTheFarthestAndTheDurationLast) {
         {"name":"image_size","value":5}]})");
   const std::string body = words_for(anomaly, "").body;
   EXPECT_THAT(body, HasSubstr("unusual: 5 KB transferred, usually 0 to 2 KB; deduplication ratio "
-                              "1.25, 3 % of the usual 50 (48 to 52).\n"));
+                              "1.25, 3% of the usual 50 (48 to 52).\n"));
   EXPECT_THAT(body, HasSubstr("web interface of the master server"));
   EXPECT_THAT(body, HasSubstr("No earlier good backup is known."));
   EXPECT_THAT(body, Not(HasSubstr("cause")));
@@ -68,7 +68,7 @@ TEST(Sentence, SaysTheRangeWhereTheUsualVariesALot) {
   EXPECT_EQ(words_for(anomaly, "").subject,
             "The backup of client c: 16,278 files, usually 0 to 2,048");
   EXPECT_THAT(words_for(anomaly, "").body,
-              HasSubstr(": 16,278 files, usually 0 to 2,048; 1 KB in size, 10 % of the usual 10 KB "
+              HasSubstr(": 16,278 files, usually 0 to 2,048; 1 KB in size, 10% of the usual 10 KB "
                         "(10 to 12 KB).\n"));
 }
 
@@ -105,9 +105,9 @@ TEST(Sentence, OfASlowChangeNamesTheRunsThatItTook) {
   const std::string change =
       R"({"runs":3,"measure":"kb_transferred","share":0.0512,"share_before":0.01})";
   const std::string words =
-      "in each of 3 backups in a row, at least 5.1 % of the data was new (previous maximum for 3 "
+      "in each of 3 backups in a row, at least 5.1% of the data was new (previous maximum for 3 "
       "in "
-      "a row: 1 %)";
+      "a row: 1%)";
   const Words said = words_for(read(begin + change + "}"), "m");
   EXPECT_EQ(said.subject, "The backup of client c: " + words + "; looks like encryption");
   EXPECT_THAT(said.body, HasSubstr(" is unusual: " + words + ".\n"));
@@ -146,11 +146,11 @@ TEST(Sentence, SaysTimesOrPercentOfTheUsualUnlessItVariesALot) {
   EXPECT_EQ(said(2000, 990, 1000, 1010), "2 times the usual 1,000 (990 to 1,010)");
   EXPECT_EQ(said(2049, 990, 1000, 1010), "2 times the usual 1,000 (990 to 1,010)");
   EXPECT_EQ(said(12'340, 990, 1000, 1010), "12.3 times the usual 1,000 (990 to 1,010)");
-  EXPECT_EQ(said(1999, 990, 1000, 1010), "200 % of the usual 1,000 (990 to 1,010)");
-  EXPECT_EQ(said(1500, 990, 1000, 1010), "150 % of the usual 1,000 (990 to 1,010)");
-  EXPECT_EQ(said(5, 990, 1000, 1010), "1 % of the usual 1,000 (990 to 1,010)");
-  EXPECT_EQ(said(4, 990, 1000, 1010), "less than 1 % of the usual 1,000 (990 to 1,010)");
-  EXPECT_EQ(said(10, 250, 1000, 4000), "1 % of the usual 1,000 (250 to 4,000)");
+  EXPECT_EQ(said(1999, 990, 1000, 1010), "200% of the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(1500, 990, 1000, 1010), "150% of the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(5, 990, 1000, 1010), "1% of the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(4, 990, 1000, 1010), "less than 1% of the usual 1,000 (990 to 1,010)");
+  EXPECT_EQ(said(10, 250, 1000, 4000), "1% of the usual 1,000 (250 to 4,000)");
   EXPECT_EQ(said(10, 249, 1000, 4000), "usually 249 to 4,000");
   EXPECT_EQ(said(10, 250, 1000, 4001), "usually 250 to 4,001");
 }
@@ -158,7 +158,7 @@ TEST(Sentence, SaysTimesOrPercentOfTheUsualUnlessItVariesALot) {
 TEST(Sentence, SaysTheRangeWhereAFactorSaysNothing) {
   EXPECT_EQ(said(0, 990, 1000, 1010), "usually 990 to 1,010");
   EXPECT_EQ(said(1004, 1001, 1000, 1002), "usually 1,001 to 1,002");
-  EXPECT_EQ(said(1006, 1001, 1000, 1002), "101 % of the usual 1,000 (1,001 to 1,002)");
+  EXPECT_EQ(said(1006, 1001, 1000, 1002), "101% of the usual 1,000 (1,001 to 1,002)");
   EXPECT_EQ(said(5, 0, 0, 0), "usually 0");
   EXPECT_EQ(said(5, -1, -2, -3), "usually -1 to -3");
   EXPECT_EQ(said(5, 0.25, 1, 4), "5 times the usual 1 (0 to 4)");

@@ -25,7 +25,7 @@ TEST_F(AnomaliesCommand, TheNewestFirst) {
   const std::string c = "anomaly_" + key_of({.client = "c"});
   EXPECT_EQ(
       say({"anomalies"}).out,
-      "Time              Severity  Client  Policy   Schedule  Looks like  Review          "
+      "Time              Severity  Client  Policy   Schedule  Cause       Review          "
       "Incident  ID\n"
       "2023-11-14 22:13  major     c       nightly  daily     encryption  not reviewed    "
       "ongoing   " +
@@ -92,7 +92,7 @@ TEST_F(AnomaliesCommand, ReviewAndIncidentAreTwoColumns) {
   anomaly({.client = "c"}, 2, {.client = "c"});
   feedback({.client = "c"}, 0);
   const Said said = say({"anomalies"});
-  EXPECT_TRUE(says(said, "Looks like  Review          Incident  ID")) << said.out;
+  EXPECT_TRUE(says(said, "Cause       Review          Incident  ID")) << said.out;
   for (const char* row :
        {"c       nightly  daily     encryption  confirmed       ongoing   anomaly_",
         "a       nightly  daily     encryption  not reviewed    resolved  anomaly_",
@@ -138,14 +138,14 @@ TEST_F(AnomaliesCommand, WhatFitsTheTerminal) {
   anomaly(long_one, 3, long_one);
   sql("UPDATE ANOMALY_DATA SET ANOMALY_DETAILS = replace(ANOMALY_DETAILS, 'encryption', "
       "'mass_deletion')");
-  EXPECT_TRUE(says(say({"anomalies"}), "  Looks like     Review        Incident  ID"));
-  EXPECT_EQ(titles_by_width(run_anomalies), R"(1: Time              Client      Looks like
-50: Time              Client      Looks like  Incident
-60: Time              Severity  Client      Looks like  Incident
-74: Time              Severity  Client      Looks like  Review        Incident
-84: Time              Severity  Client      Policy    Looks like  Review        Incident
-94: Time              Severity  Client      Policy    Schedule  Looks like  Review        Incident
-120: Time              Severity  Client      Policy    Schedule  Looks like  Review        Incident  ID
+  EXPECT_TRUE(says(say({"anomalies"}), "  Cause          Review        Incident  ID"));
+  EXPECT_EQ(titles_by_width(run_anomalies), R"(1: Time              Client      Cause
+50: Time              Client      Cause       Incident
+60: Time              Severity  Client      Cause       Incident
+74: Time              Severity  Client      Cause       Review        Incident
+84: Time              Severity  Client      Policy    Cause       Review        Incident
+94: Time              Severity  Client      Policy    Schedule  Cause       Review        Incident
+120: Time              Severity  Client      Policy    Schedule  Cause       Review        Incident  ID
 )");
 }
 

@@ -27,7 +27,7 @@ TEST_F(BacktestCommand, Whole) {
   EXPECT_EQ(said.out, "Time              " +
                           padded("Severity", std::max<std::size_t>(8, severity.size()), false) +
                           "  Client  Policy  Schedule  " +
-                          padded("Looks like", cause.size(), false) + "  Key\n2023-11-14 22:13  " +
+                          padded("Cause", cause.size(), false) + "  Key\n2023-11-14 22:13  " +
                           padded(severity, 8, false) + "  web01   p       s         " +
                           padded(cause, 10, false) + "  " + key_of(bad_) + "\n\n" +
                           detect::totals_of(five));
@@ -73,11 +73,11 @@ TEST_F(BacktestTable, WhatFitsTheTerminal) {
   insert("DATA_TO_PROCESS", bad);
   Options options;
   options.days = 1;
-  EXPECT_EQ(titles_by_width(run_backtest, options), R"(1: Time              Client      Looks like
-50: Time              Severity  Client      Looks like
-60: Time              Severity  Client      Policy    Looks like
-70: Time              Severity  Client      Policy    Schedule  Looks like
-92: Time              Severity  Client      Policy    Schedule  Looks like  Key
+  EXPECT_EQ(titles_by_width(run_backtest, options), R"(1: Time              Client      Cause
+50: Time              Severity  Client      Cause
+60: Time              Severity  Client      Policy    Cause
+70: Time              Severity  Client      Policy    Schedule  Cause
+92: Time              Severity  Client      Policy    Schedule  Cause       Key
 )");
 }
 

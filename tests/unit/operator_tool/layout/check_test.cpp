@@ -159,7 +159,7 @@ TEST(Check, ADiskThatIsNearlyFull) {
     std::string said;
     Thresholds thresholds;
   };
-  const std::string free = " percent free on the database's disk";
+  const std::string free = "% free on the database's disk";
   const Thresholds own{.disk_warning = 60, .disk_critical = 50};
   for (const auto& [disk, said, thresholds] :
        std::vector<DiskCase>{{{1000, 101}, "OK", {}},
@@ -219,7 +219,7 @@ TEST(Check, TheWorstFirstAndEqualOnesInTheirOrder) {
   health.alerts.trouble = "It is damaged.";
   health.disk = {1000, 20};
   EXPECT_EQ(said_of(health),
-            "CRITICAL; cvanomalymgmt is not running; cvanomalydetect is not running; 2.0 percent "
+            "CRITICAL; cvanomalymgmt is not running; cvanomalydetect is not running; 2.0% "
             "free on the database's disk; last gather 46 min ago; It is damaged");
 }
 

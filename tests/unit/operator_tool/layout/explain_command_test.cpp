@@ -35,7 +35,7 @@ TEST(ExplanationText, Whole) {
             "Stream        c, policy p, schedule sn (st)\n"
             "Verdict       anomalous\n"
             "Stream state  learning 3 of 30\n"
-            "Baseline      41 backups of its own stream, 13 percent noise\n"
+            "Baseline      41 backups of its own stream, 13% noise\n"
             "Summary       Unusual.\n"
             "Severity      major\n"
             "Cause         One.\n"
@@ -59,7 +59,7 @@ TEST(ExplanationText, OfWhatIsNotAnomalousThereIsNoCause) {
             "Stream        c, policy p, schedule sn (st)\n"
             "Verdict       normal\n"
             "Stream state  learning 3 of 30\n"
-            "Baseline      1 backup of another stream, 100 percent noise\n"
+            "Baseline      1 backup of another stream, 100% noise\n"
             "Slow change   several backups in a row are anomalous together\n\n" +
                 figures_table({}, judged.finding.figures));
 }
@@ -99,7 +99,7 @@ TEST_F(ExplainCommand, OfAnAnomalousBackup) {
             "Stream        web01, policy nightly, schedule daily (FULL)\n"
             "Verdict       anomalous\n"
             "Stream state  judged\n"
-            "Baseline      60 backups of its own stream, 0 percent noise\n"
+            "Baseline      60 backups of its own stream, 0% noise\n"
             "Summary       " +
                 finding.summary + "\nSeverity      critical\n" + causes +
                 "Last good     web01_1699913600 from 2023-11-13 22:13 UTC\n\n" +
@@ -115,7 +115,7 @@ TEST_F(ExplainCommand, OfANormalBackup) {
             "Stream        web01, policy nightly, schedule daily (FULL)\n"
             "Verdict       normal\n"
             "Stream state  judged\n"
-            "Baseline      59 backups of its own stream, 0 percent noise\n"
+            "Baseline      59 backups of its own stream, 0% noise\n"
             "Last good     web01_1699827200 from 2023-11-12 22:13 UTC\n\n" +
                 figures_table({}, explanation(key).finding.figures));
 }
@@ -125,7 +125,7 @@ TEST_F(ExplainCommand, OneBackupIsABaselineToo) {
   const Said said = say({"explain", key_of({.time = kNow - kDay})});
   EXPECT_TRUE(says(said, "Verdict       learning 1 of 30\n")) << said.out;
   EXPECT_TRUE(says(said, "Stream state  learning 1 of 30\n"));
-  EXPECT_TRUE(says(said, "Baseline      1 backup of its own stream, 0 percent noise\n"));
+  EXPECT_TRUE(says(said, "Baseline      1 backup of its own stream, 0% noise\n"));
 }
 
 // As the detection's own log has it.
@@ -138,7 +138,7 @@ TEST_F(ExplainCommand, RoundsTheShareOfNoise) {
   const double noise = 100 * json_real_value(member(root.get(), {"judgement", "history_noise"}));
   ASSERT_LT(noise, 2);  // and what cuts it off would say 1
   EXPECT_TRUE(says(say({"explain", key_of({})}),
-                   "Baseline      55 backups of its own stream, 2 percent noise\n"));
+                   "Baseline      55 backups of its own stream, 2% noise\n"));
 }
 
 TEST_F(ExplainCommand, AsJson) {
