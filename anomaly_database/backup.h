@@ -32,7 +32,6 @@ struct Backup {
 #define BACKUP_COLUMNS                                                  \
   "UNIQUE_KEY, BACKUP_ID, JOB_ID, BACKUP_TIME, NUM_FILES, IMAGE_SIZE, " \
   "KB_TRANSFERRED, DEDUP_RATE, TOTAL_TIME, " STREAM_KEY_COLUMNS
-inline constexpr int kBackupColumns = 9 + kStreamKeyColumns;
 
 // `first` is the column where they begin. `into` may be used for many rows: its texts keep their
 // memory.

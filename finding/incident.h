@@ -52,7 +52,7 @@ struct Incident {
   IncidentFacts facts;
   IncidentEnd end = IncidentEnd::kNone;
 
-  bool is_over() const { return end != IncidentEnd::kNone; }
+  bool is_resolved() const { return end != IncidentEnd::kNone; }
 };
 
 // What incidents_of() needs from the rest of the database.

@@ -19,8 +19,8 @@ std::vector<Incident> read_incidents(Connection& database, const std::vector<Ano
                        [&](const std::string& id) { return false_positives.contains(id); }});
 }
 
-std::int64_t Picture::incidents_not_over() const {
-  return std::ranges::count(incidents, false, &Incident::is_over);
+std::int64_t Picture::ongoing_incidents() const {
+  return std::ranges::count(incidents, false, &Incident::is_resolved);
 }
 
 std::int64_t Picture::count(Review review) const {

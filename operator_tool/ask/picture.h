@@ -17,7 +17,7 @@ struct Picture {
   std::vector<Anomaly> anomalies;   // the newest first; without their details
   std::vector<Incident> incidents;  // the latest first
 
-  std::int64_t incidents_not_over() const;
+  std::int64_t ongoing_incidents() const;
   std::int64_t count(Review review) const;
 };
 

@@ -60,7 +60,7 @@ std::string text_of(const Context& context, const std::vector<Anomaly>& anomalie
   for (const Anomaly& anomaly : anomalies) {
     const Finding& finding = anomaly.finding;
     const SeverityWords severity = severity_words(finding.severity);
-    const bool is_resolved = incidents.at(anomaly.incident).is_over();
+    const bool is_resolved = incidents.at(anomaly.incident).is_resolved();
     table.add({{time_text(anomaly.time(), context.options.utc)},
                {severity.words, severity.style},
                {finding.stream.client},
@@ -80,7 +80,7 @@ std::string json_of(const std::vector<Anomaly>& anomalies, const IncidentsByName
   JsonPtr array(json_array());
   for (const Anomaly& anomaly : anomalies) {
     JsonPtr object = to_json(anomaly, parse_details(anomaly.row.details));
-    put(object.get(), "incident_over", incidents.at(anomaly.incident).is_over());
+    put(object.get(), "incident_over", incidents.at(anomaly.incident).is_resolved());
     append(array.get(), std::move(object));
   }
   put(root.get(), "anomalies", std::move(array));
@@ -104,7 +104,7 @@ std::string run_anomalies(const Context& context) {
   std::erase_if(anomalies, [&](const Anomaly& anomaly) {
     return !is_asked_for(anomaly) ||
            (options.is_resolved &&
-            incidents.at(anomaly.incident).is_over() != *options.is_resolved);
+            incidents.at(anomaly.incident).is_resolved() != *options.is_resolved);
   });
   return options.json ? json_of(anomalies, incidents) : text_of(context, anomalies, incidents);
 }

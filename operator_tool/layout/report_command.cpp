@@ -123,7 +123,7 @@ JsonPtr json_of(const Incident& incident) {
   put_known(object.get(), "first", incident.first);
   put_known(object.get(), "last", incident.last);
   put(object.get(), "records", incident.records);
-  put(object.get(), "over", incident.is_over());
+  put(object.get(), "over", incident.is_resolved());
   return object;
 }
 
@@ -146,7 +146,7 @@ JsonPtr incidents_since(const std::vector<Incident>& incidents, std::int64_t sin
   JsonPtr array(json_array());
   for (const bool is_resolved : {false, true}) {
     for (const Incident& incident : incidents) {
-      if (incident.is_over() != is_resolved || (is_resolved && incident.last < since)) continue;
+      if (incident.is_resolved() != is_resolved || (is_resolved && incident.last < since)) continue;
       append(array.get(), json_of(incident));
     }
   }

@@ -112,7 +112,7 @@ std::string json_of(const Status& status) {
   const JsonPtr root = document("status");
   put_health(root.get(), status.health);
   put_survey(root.get(), status.picture.streams);
-  put(root.get(), "open_incidents", status.picture.incidents_not_over());
+  put(root.get(), "open_incidents", status.picture.ongoing_incidents());
   JsonPtr anomalies(json_object());
   put(anomalies.get(), "total", std::int64_t{std::ssize(status.picture.anomalies)});
   for (const Review review : {Review::kNotReviewed, Review::kConfirmed, Review::kFalsePositive}) {
@@ -129,7 +129,7 @@ std::string text_of(const Status& status, const Options& options, const Terminal
   const Picture& picture = status.picture;
   std::string text = programs_text(terminal, options.utc, health) +
                      streams_text(terminal, options.utc, picture.streams);
-  const std::int64_t ongoing = picture.incidents_not_over();
+  const std::int64_t ongoing = picture.ongoing_incidents();
   text += line(terminal, "Incidents", number(ongoing) + " ongoing",
                ongoing > 0 ? Style::kWarning : Style::kPlain);
   text += line(

@@ -136,7 +136,7 @@ def reviews(world):
     return {anomaly["id"]: anomaly["state"] for anomaly in world.ctl("anomalies")["anomalies"]}
 
 
-def test_an_incident_is_over_with_the_next_usual_backup(world):
+def test_an_incident_is_resolved_by_the_next_usual_backup(world):
     first, _ = world.nights(ENCRYPTED, DELETED)
     world.check({first: False})
     world.nights(USUAL)
@@ -179,7 +179,7 @@ def test_an_anomaly_after_a_false_positive_is_an_incident_of_its_own(world):
     world.check({records[0]: True, own: True})
 
 
-def test_an_adopted_change_is_over_whatever_people_say_afterwards(world):
+def test_an_adopted_change_is_resolved_whatever_people_say_afterwards(world):
     first, second = world.nights(DOUBLED, DOUBLED)
     world.check({first: False})
     world.nights(DOUBLED)

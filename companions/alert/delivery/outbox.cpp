@@ -22,11 +22,11 @@ std::optional<Delivery> Outbox::begin(const std::string& channel, std::int64_t n
   static constexpr char kPause[] = "SELECT paused_until FROM channel WHERE name = ?";
   // A message that is refused again and again must not hold up the others.
   static const std::string kNext = typed_sql(
-      "SELECT message, kind, attempts FROM delivery d WHERE channel = ? AND state = {waiting} AND "
-      "not_before <= ?" NOT_BEHIND_ANOTHER " ORDER BY attempts, message LIMIT 1");
+      "SELECT message, kind, attempts FROM delivery d WHERE channel = ? AND state = {waiting} "
+      "AND not_before <= ?" NOT_BEHIND_ANOTHER " ORDER BY attempts, message LIMIT 1");
   static const std::string kBegin = typed_sql(
-      "UPDATE delivery SET attempts = attempts + 1 WHERE message = ? AND channel = ? AND state = "
-      "{waiting}");
+      "UPDATE delivery SET attempts = attempts + 1 WHERE message = ? AND channel = ? "
+      "AND state = {waiting}");
   const std::int64_t paused_until = state_.query(kPause).bind(channel).first_integer();
   // A pause longer than the longest is left over from before the clock was set back.
   if (paused_until > now && paused_until <= now + kLongestPauseSeconds) return std::nullopt;
@@ -53,9 +53,9 @@ std::optional<Delivery> Outbox::begin(const std::string& channel, std::int64_t n
 
 Message Outbox::content_of(std::int64_t message, Kind kind, const std::string& channel) {
   static constexpr char kSql[] =
-      "SELECT m.severity, m.created, m.subject, m.body, m.details, i.anomaly_id, i.name, i.client, "
-      "i.policy, i.schedule_name, i.cause, i.first_time, i.until, i.records FROM message m LEFT "
-      "JOIN incident i ON i.id = m.incident WHERE m.id = ?";
+      "SELECT m.severity, m.created, m.subject, m.body, m.details, i.anomaly_id, i.name, "
+      "i.client, i.policy, i.schedule_name, i.cause, i.first_time, i.until, i.records "
+      "FROM message m LEFT JOIN incident i ON i.id = m.incident WHERE m.id = ?";
   Message content;
   content.kind = kind;
   Query& row = state_.query(kSql).bind(message);
@@ -91,29 +91,28 @@ Message Outbox::content_of(std::int64_t message, Kind kind, const std::string& c
 
 void Outbox::taken(const Delivery& delivery, std::int64_t now) {
   static const std::string kCount = typed_sql(
-      "UPDATE record SET pending = pending - 1 WHERE anomaly_id IN (SELECT m.record FROM delivery "
-      "d JOIN message m ON m.id = d.message WHERE d.message = ?1 AND d.channel = ?2 AND d.state = "
-      "{waiting})");
+      "UPDATE record SET pending = pending - 1 WHERE anomaly_id IN (SELECT m.record "
+      "FROM delivery d JOIN message m ON m.id = d.message WHERE d.message = ?1 "
+      "AND d.channel = ?2 AND d.state = {waiting})");
   static const std::string kTake = typed_sql(
-      "UPDATE delivery SET state = {delivered} WHERE message = ? AND channel = ? AND state = "
-      "{waiting}");
+      "UPDATE delivery SET state = {delivered} WHERE message = ? AND channel = ? "
+      "AND state = {waiting}");
   // A record has at most one message for each channel.
   static const std::string kCountFolded = typed_sql(
-      "UPDATE record SET pending = pending - 1 WHERE anomaly_id IN (SELECT m.record FROM delivery "
-      "d JOIN message m ON m.id = d.message WHERE d.summary = ?1 AND d.summary <> 0 AND d.channel "
-      "= ?2 AND d.state = {folded})");
+      "UPDATE record SET pending = pending - 1 WHERE anomaly_id IN (SELECT m.record "
+      "FROM delivery d JOIN message m ON m.id = d.message WHERE d.summary = ?1 "
+      "AND d.summary <> 0 AND d.channel = ?2 AND d.state = {folded})");
   static const std::string kTakeFolded = typed_sql(
-      "UPDATE delivery SET state = {delivered} WHERE summary = ? AND summary <> 0 AND channel = ? "
-      "AND state "
-      "= {folded}");
+      "UPDATE delivery SET state = {delivered} WHERE summary = ? AND summary <> 0 "
+      "AND channel = ? AND state = {folded}");
   static constexpr char kChannel[] =
-      "INSERT INTO channel VALUES (?1, 0, 0, 0, '', ?2, 1) ON CONFLICT (name) DO UPDATE SET "
-      "failures = 0, paused_until = 0, failing_since = 0, last_success = ?2, taken = taken + 1";
+      "INSERT INTO channel VALUES (?1, 0, 0, 0, '', ?2, 1) "
+      "ON CONFLICT (name) DO UPDATE SET failures = 0, paused_until = 0, failing_since = 0, "
+      "last_success = ?2, taken = taken + 1";
   // The channel works, so the day that other messages have starts again.
   static const std::string kOthers = typed_sql(
-      "UPDATE delivery SET failing_since = 0 WHERE channel = ? AND state = {waiting} AND "
-      "failing_since > 0 "
-      "AND attempts = 0");
+      "UPDATE delivery SET failing_since = 0 WHERE channel = ? AND state = {waiting} "
+      "AND failing_since > 0 AND attempts = 0");
   Transaction transaction(state_);
   for (const std::string* sql : {&kCount, &kTake, &kCountFolded, &kTakeFolded}) {
     state_.query(*sql).bind(delivery.message).bind(delivery.channel).run();
@@ -130,16 +129,15 @@ void Outbox::taken(const Delivery& delivery, std::int64_t now) {
 void Outbox::failed(const Delivery& delivery, const std::string& reason, std::int64_t now) {
   static constexpr char kFailures[] = "SELECT failures FROM channel WHERE name = ?";
   static constexpr char kChannel[] =
-      "INSERT INTO channel VALUES (?1, 1, ?2, ?3, ?4, 0, 0) ON CONFLICT (name) DO UPDATE SET "
-      "failures = failures + 1, paused_until = ?2, failing_since = iif(failing_since = 0, ?3, "
-      "failing_since), last_error = ?4";
+      "INSERT INTO channel VALUES (?1, 1, ?2, ?3, ?4, 0, 0) "
+      "ON CONFLICT (name) DO UPDATE SET failures = failures + 1, paused_until = ?2, "
+      "failing_since = iif(failing_since = 0, ?3, failing_since), last_error = ?4";
   static constexpr char kMessage[] =
       "UPDATE delivery SET not_before = ?, reason = ? WHERE message = ? AND channel = ?";
   // Messages behind it are late because of the channel, too.
   static const std::string kOverdueFrom = typed_sql(
-      "UPDATE delivery SET failing_since = ?2 WHERE channel = ?1 AND state = {waiting} AND "
-      "not_before <= "
-      "?3 AND failing_since = 0");
+      "UPDATE delivery SET failing_since = ?2 WHERE channel = ?1 AND state = {waiting} "
+      "AND not_before <= ?3 AND failing_since = 0");
   Transaction transaction(state_);
   const std::int64_t failures = state_.query(kFailures).bind(delivery.channel).first_integer() + 1;
   state_.query(kChannel)
@@ -162,9 +160,9 @@ void Outbox::failed(const Delivery& delivery, const std::string& reason, std::in
 std::vector<Delivery> Outbox::overdue(const std::string& channel, std::int64_t now,
                                       std::size_t most) {
   static const std::string kSql = typed_sql(
-      "SELECT message, kind, attempts, reason FROM delivery WHERE channel = ? AND state = "
-      "{waiting} AND "
-      "failing_since > 0 AND failing_since <= ? ORDER BY message LIMIT ?");
+      "SELECT message, kind, attempts, reason FROM delivery WHERE channel = ? "
+      "AND state = {waiting} AND failing_since > 0 AND failing_since <= ? ORDER BY message "
+      "LIMIT ?");
   std::vector<Delivery> overdue;
   std::vector<Kind> kinds;
   Query& rows = state_.query(kSql)
@@ -183,8 +181,8 @@ std::vector<Delivery> Outbox::overdue(const std::string& channel, std::int64_t n
 
 void Outbox::give_up(const std::vector<Delivery>& deliveries) {
   static const std::string kSql = typed_sql(
-      "UPDATE delivery SET state = {given_up} WHERE message = ? AND channel = ? AND state = "
-      "{waiting}");
+      "UPDATE delivery SET state = {given_up} WHERE message = ? AND channel = ? "
+      "AND state = {waiting}");
   Transaction transaction(state_);
   for (const Delivery& one : deliveries) {
     state_.query(kSql).bind(one.message).bind(one.channel).run();
@@ -221,9 +219,8 @@ void Outbox::end_pauses() {
 
 std::int64_t Outbox::revive() {
   static const std::string kSql = typed_sql(
-      "UPDATE delivery SET state = {waiting}, not_before = 0, failing_since = 0, reason = '' WHERE "
-      "state = "
-      "{given_up}");
+      "UPDATE delivery SET state = {waiting}, not_before = 0, failing_since = 0, reason = '' "
+      "WHERE state = {given_up}");
   Transaction transaction(state_);
   state_.query(kSql).run();
   const std::int64_t revived = state_.changes();
@@ -242,16 +239,14 @@ std::vector<std::string> Outbox::channels_waited_for() {
 
 std::vector<ChannelStatus> Outbox::status() {
   static const std::string kSql = typed_sql(
-      "SELECT n.name, (SELECT count(*) FROM delivery WHERE channel = n.name AND state IN "
-      "({waiting}, {folded}) AND kind "
-      "<> {summary}), (SELECT min(created) FROM delivery WHERE channel = n.name AND state IN "
-      "({waiting}, {folded})), (SELECT "
-      "count(*) FROM delivery WHERE channel = n.name AND state = {given_up}), c.taken, c.failures, "
-      "c.paused_until, c.failing_since, c.last_success, c.last_error, (SELECT min(max(created, "
-      "held)) FROM delivery WHERE channel = n.name AND state IN ({waiting}, {folded})) FROM "
-      "(SELECT name FROM channel "
-      "UNION SELECT channel FROM delivery) n LEFT JOIN channel c ON c.name = n.name ORDER BY "
-      "n.name");
+      "SELECT n.name, (SELECT count(*) FROM delivery WHERE channel = n.name "
+      "AND state IN ({waiting}, {folded}) AND kind <> {summary}), (SELECT min(created) "
+      "FROM delivery WHERE channel = n.name AND state IN ({waiting}, {folded})), "
+      "(SELECT count(*) FROM delivery WHERE channel = n.name AND state = {given_up}), c.taken, "
+      "c.failures, c.paused_until, c.failing_since, c.last_success, c.last_error, "
+      "(SELECT min(max(created, held)) FROM delivery WHERE channel = n.name "
+      "AND state IN ({waiting}, {folded})) FROM (SELECT name FROM channel UNION SELECT channel "
+      "FROM delivery) n LEFT JOIN channel c ON c.name = n.name ORDER BY n.name");
   std::vector<ChannelStatus> all;
   Query& rows = state_.query(kSql);
   while (rows.step()) {

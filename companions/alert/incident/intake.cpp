@@ -48,7 +48,7 @@ PassCounts Intake::pass(std::int64_t now) {
     // First: nobody is notified of a false positive.
     follow_feedback(now);
     take_in_new(counts, now);
-    if (!stop_()) end_what_is_over(counts, now);
+    if (!stop_()) resolve_ended(counts, now);
   }
   if (!stop_()) seen_version_ = version;
   return counts;
@@ -207,7 +207,7 @@ void Intake::reopen(const KnownIncident& incident, std::int64_t now) {
           incident.anomaly_id.c_str());
 }
 
-void Intake::end_what_is_over(PassCounts& counts, std::int64_t now) {
+void Intake::resolve_ended(PassCounts& counts, std::int64_t now) {
   const std::vector<KnownIncident> open = book_.open_incidents();
   const std::int64_t last = last_history_rowid(database_);
   std::int64_t position = state_.number_of(kHistoryPosition);

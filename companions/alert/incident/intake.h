@@ -60,7 +60,7 @@ class Intake {
   void follow_feedback(std::int64_t now);
   static void say_false_positive(const KnownIncident& incident);
   void reopen(const KnownIncident& incident, std::int64_t now);
-  void end_what_is_over(PassCounts& counts, std::int64_t now);
+  void resolve_ended(PassCounts& counts, std::int64_t now);
   bool end(const KnownIncident& incident, std::int64_t accepted, std::int64_t now);
   std::optional<BackupReference> adopted_with(const std::string& first_record);
 

@@ -33,7 +33,7 @@ TEST_F(BackupTest, IsReadFromItsColumns) {
   EXPECT_EQ(backup.figures.seconds, 16);
   EXPECT_EQ(backup.stream, (StreamKey{"client-3", "policy-4", "TYPE_5", "CUMULATIVE_INCREMENTAL",
                                       "name-7", "app-8", "disk-20"}));
-  EXPECT_EQ(rows.integer(2 + kBackupColumns), 24);  // so many, and no more
+  EXPECT_EQ(rows.integer(2 + 9 + kStreamKeyColumns), 24);  // so many, and no more
 }
 
 TEST(BackupFigures, AreUnknownUntilTheyAreRead) {

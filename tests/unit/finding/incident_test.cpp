@@ -73,7 +73,7 @@ TEST_F(IncidentsOf, GathersTheRecordsOfAName) {
   EXPECT_EQ(incident.summary, "of c");
   EXPECT_EQ(incident.latest, "anomaly_c");
   EXPECT_EQ(incident.first_record, "anomaly_a");
-  EXPECT_FALSE(incident.is_over());
+  EXPECT_FALSE(incident.is_resolved());
 }
 
 TEST_F(IncidentsOf, TheLatestRecordIsTheOneOfTheLatestBackup) {
@@ -162,7 +162,7 @@ TEST_F(IncidentsOf, AnAdoptedChangeIsOverAlsoWhenTheHistoryIsPurged) {
   add("b", "incident_a", 1);
   EXPECT_TRUE(all().front().facts.is_adopted);
   EXPECT_EQ(end(), IncidentEnd::kAdopted);
-  EXPECT_TRUE(all().front().is_over());
+  EXPECT_TRUE(all().front().is_resolved());
 }
 
 TEST_F(IncidentsOf, TwoIncidentsOfOneStreamEndEachByItself) {
@@ -170,8 +170,8 @@ TEST_F(IncidentsOf, TwoIncidentsOfOneStreamEndEachByItself) {
   add("b", "incident_b", 4);
   accepted_ = kFirst + 2 * kNight;
   const std::vector<Incident> found = all();
-  EXPECT_FALSE(found[0].is_over());
-  EXPECT_TRUE(found[1].is_over());
+  EXPECT_FALSE(found[0].is_resolved());
+  EXPECT_TRUE(found[1].is_resolved());
 }
 
 }  // namespace

@@ -22,26 +22,26 @@ TEST_F(PictureTest, AnIncidentIsNotOverUntilALaterBackupWasAccepted) {
   anomaly(second, 3, first);
   const Picture found = picture();
   ASSERT_EQ(found.incidents.size(), 1U);
-  EXPECT_FALSE(found.incidents[0].is_over());
-  EXPECT_EQ(found.incidents_not_over(), 1);
+  EXPECT_FALSE(found.incidents[0].is_resolved());
+  EXPECT_EQ(found.ongoing_incidents(), 1);
   EXPECT_EQ(found.incidents[0].records, 2);
   EXPECT_EQ(found.incidents[0].severity, Severity::kCritical);
   EXPECT_EQ(found.incidents[0].first, first.time);
   EXPECT_EQ(found.incidents[0].last, second.time);
   insert("HIST_DATA", {.time = kNow - kDay / 2});
-  EXPECT_TRUE(picture().incidents[0].is_over());
-  EXPECT_EQ(picture().incidents_not_over(), 0);
+  EXPECT_TRUE(picture().incidents[0].is_resolved());
+  EXPECT_EQ(picture().ongoing_incidents(), 0);
 }
 
 TEST_F(PictureTest, AnAcceptedBackupOfAStreamThatMatchesEndsItToo) {
   history({.time = kNow - kDay}, 5);
   anomaly({}, 1, {});
   insert("DATA_TO_PROCESS", {.mark = 2});
-  EXPECT_FALSE(picture().incidents[0].is_over());
+  EXPECT_FALSE(picture().incidents[0].is_resolved());
   insert("HIST_DATA", {.time = kNow + 60, .destination = "other"});
-  EXPECT_FALSE(picture().incidents[0].is_over());
+  EXPECT_FALSE(picture().incidents[0].is_resolved());
   insert("HIST_DATA", {.time = kNow + 60, .app = "NONE", .destination = "NA"});
-  EXPECT_TRUE(picture().incidents[0].is_over());
+  EXPECT_TRUE(picture().incidents[0].is_resolved());
 }
 
 TEST_F(PictureTest, AFalsePositiveAndAnAdoptedChangeAreOver) {
@@ -53,15 +53,15 @@ TEST_F(PictureTest, AFalsePositiveAndAnAdoptedChangeAreOver) {
   anomaly(two, 1, two, R"(,"adopted":{"backup_id":"x","time":5})");
   anomaly(three, 1, three);
   feedback(three, 0);
-  int not_over = 0;
+  int ongoing = 0;
   for (const Incident& incident : picture().incidents) {
-    if (incident.is_over()) continue;
-    ++not_over;
+    if (incident.is_resolved()) continue;
+    ++ongoing;
     EXPECT_EQ(incident.stream.client, "c");
   }
-  EXPECT_EQ(not_over, 1);
+  EXPECT_EQ(ongoing, 1);
   EXPECT_EQ(picture().count(Review::kConfirmed), 1);
-  EXPECT_EQ(picture().incidents_not_over(), 1);
+  EXPECT_EQ(picture().ongoing_incidents(), 1);
 }
 
 TEST_F(PictureTest, AFalsePositiveAmongItsRecordsEndsAnIncident) {
@@ -71,11 +71,11 @@ TEST_F(PictureTest, AFalsePositiveAmongItsRecordsEndsAnIncident) {
   for (const TestBackup& backup : {first, second, third}) anomaly(backup, 1, first);
   for (const TestBackup& called : {first, second, third}) {
     feedback(called, 1);
-    EXPECT_EQ(picture().incidents_not_over(), 0) << called.time;
+    EXPECT_EQ(picture().ongoing_incidents(), 0) << called.time;
     EXPECT_EQ(picture().count(Review::kFalsePositive), 1);
     EXPECT_EQ(picture().count(Review::kNotReviewed), 2);
     sql("DELETE FROM ANOMALY_DATA_FEEDBACK");
-    EXPECT_EQ(picture().incidents_not_over(), 1);
+    EXPECT_EQ(picture().ongoing_incidents(), 1);
   }
 }
 
@@ -83,11 +83,11 @@ TEST_F(PictureTest, AFalsePositiveAmongItsRecordsEndsAnIncident) {
 TEST_F(PictureTest, WhatWasSaidOfAPurgedFirstRecordCounts) {
   const TestBackup first{.time = kNow - 2 * kDay};
   anomaly({.time = kNow - kDay}, 1, first);
-  EXPECT_EQ(picture().incidents_not_over(), 1);
+  EXPECT_EQ(picture().ongoing_incidents(), 1);
   feedback(first, 0);
-  EXPECT_EQ(picture().incidents_not_over(), 1);
+  EXPECT_EQ(picture().ongoing_incidents(), 1);
   sql("UPDATE ANOMALY_DATA_FEEDBACK SET FEEDBACK = 1");
-  EXPECT_EQ(picture().incidents_not_over(), 0);
+  EXPECT_EQ(picture().ongoing_incidents(), 0);
 }
 
 TEST_F(PictureTest, TwoIncidentsOfAStreamAreTwo) {
@@ -99,8 +99,8 @@ TEST_F(PictureTest, TwoIncidentsOfAStreamAreTwo) {
   const Picture found = picture();
   ASSERT_EQ(found.incidents.size(), 2U);
   EXPECT_EQ(found.incidents[0].last, second.time);
-  EXPECT_FALSE(found.incidents[0].is_over());
-  EXPECT_TRUE(found.incidents[1].is_over());
+  EXPECT_FALSE(found.incidents[0].is_resolved());
+  EXPECT_TRUE(found.incidents[1].is_resolved());
 }
 
 TEST_F(PictureTest, StreamsAreJudgedByTheSettingsAndTheMoment) {
