@@ -152,8 +152,9 @@ TEST_F(Backups, AreAddedToTheHistoryColumnByColumn) {
 TEST_F(Backups, OfPeopleAloneAreRemovedFromTheHistory) {
   insert("HIST_DATA", {.client = "a", .mark = 4});
   insert("HIST_DATA", {.client = "b"});
-  remove_false_positive(database, key_of({.client = "a"}));
-  remove_false_positive(database, key_of({.client = "b"}));
+  EXPECT_TRUE(remove_false_positive(database, key_of({.client = "a"})));
+  EXPECT_FALSE(remove_false_positive(database, key_of({.client = "a"})));
+  EXPECT_FALSE(remove_false_positive(database, key_of({.client = "b"})));
   EXPECT_FALSE(is_in_history(database, key_of({.client = "a"})));
   EXPECT_TRUE(is_in_history(database, key_of({.client = "b"})));
 }

@@ -86,6 +86,19 @@ TEST_F(InstalledClient, EachOperationHasItsMethod) {
             0);
 }
 
+TEST_F(InstalledClient, EndsAtItsTimeLimit) {
+  handle = [](Exchange& exchange) {
+    exchange.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n123");
+    exchange.wait_until_left();
+  };
+  EXPECT_EQ(installed([this] {
+              CVClientCURL service = client(CERT_TYPE_SERVICE);
+              service.setupCurlOperationTimeout(1);
+              EXPECT_EQ(service.get("a"), CURLE_OPERATION_TIMEDOUT);
+            }),
+            0);
+}
+
 TEST_F(InstalledClient, ShortLivedClientsShareAConnection) {
   EXPECT_EQ(installed([this] {
               for (int i = 0; i < 10; ++i) EXPECT_EQ(client(CERT_TYPE_HOST).get("a"), 0);

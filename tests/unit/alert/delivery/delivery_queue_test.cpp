@@ -81,6 +81,13 @@ TEST_F(DeliveryQueueTest, ReplacesWhatWasNotSentYetAndSaysWhetherThatWasTheBegin
   EXPECT_THAT(states(), ElementsAre("4", "4", "0", "0"));
 }
 
+TEST_F(DeliveryQueueTest, ReplacesTheMessageByItsNumber) {
+  for (int other = 2; other <= 5; ++other) told(Kind::kBegin, other);
+  told(Kind::kBegin, 1);
+  EXPECT_TRUE(queue().replace_untold(1, kMail));
+  EXPECT_THAT(states(), ElementsAre("0", "0", "0", "0", "4"));
+}
+
 TEST_F(DeliveryQueueTest, DoesNotReplaceWhatIsBeingSent) {
   told(Kind::kBegin, 1);
   ASSERT_TRUE(Outbox(*state_).begin(kMail, kFirst));

@@ -87,6 +87,17 @@ TEST_F(SummaryTest, CountsKindsClientsSeveritiesAndCauses) {
   EXPECT_EQ(message.records, 7);
 }
 
+TEST_F(SummaryTest, BeginsWithTheFirstOfAllOfThem) {
+  for (const Kind kind : {Kind::kBegin, Kind::kEnd}) {
+    for (const int minutes : {10, 20}) {
+      const int earlier = kind == Kind::kEnd ? 5 : 0;
+      fold({.client = "a", .kind = kind, .created = kFirst + 60 * (minutes - earlier)});
+    }
+  }
+  EXPECT_EQ(written().since, kFirst + 5 * 60);
+  EXPECT_EQ(written().body.substr(0, 52), "Between 2023-11-14 22:18 UTC and 2023-11-14 22:33 UT");
+}
+
 TEST_F(SummaryTest, ListsThemAsJson) {
   fold({.client = "a", .severity = Severity::kWarning});
   fold({.client = std::string("b\0", 2), .kind = Kind::kEnd, .cause = CauseKind::kPacked});

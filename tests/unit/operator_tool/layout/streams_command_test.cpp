@@ -58,6 +58,12 @@ TEST_F(StreamsCommand, Whole) {
       "\n3 streams\n");
 }
 
+TEST_F(StreamsCommand, TextsBeginAtTheLeft) {
+  history({.client = "d", .policy = "p", .schedule_type = "X", .schedule = "s", .app = "A"}, 3);
+  EXPECT_TRUE(says(say({"streams"}),
+                   "\nd       p        s         X     A            disk                3  "));
+}
+
 TEST_F(StreamsCommand, Filters) {
   EXPECT_EQ(clients({}), "abc");
   EXPECT_EQ(clients({"--client", "b"}), "b");
