@@ -101,8 +101,8 @@ inline constexpr Setting kSettings[] = {
      .readers = "cvanomalymgmt at its start and after each gather, cvanomalyctl when it is called",
      .meaning = "The pause between the end of one gather and the start of the next.",
      .note = "cvanomalymgmt uses the number that the value begins with. A number below 15, a value "
-             "without a number and an empty value count as 15. A larger number than the largest "
-             "is not rejected: do not use one."},
+             "without a number and an empty value count as 15. A number above 35791394 is "
+             "not rejected; do not use one."},
     {.section = &kDatabase,
      .key = "PURGE_DATA_INTERVAL_IN_MONTHS",
      .type = SettingType::kInteger,

@@ -164,7 +164,8 @@ std::string CatalogReader::page(const Collection& collection, const PageQuery& q
   pagination.add("offset", query.offset);
   pagination.add("limit", limit);
   pagination.add("count", total);
-  if (query.offset + written < total) pagination.add("next", query.offset + written);
+  // A page without elements must not name itself as the next one.
+  if (written > 0 && query.offset + written < total) pagination.add("next", query.offset + written);
   pagination.close();
   out += "}}";
   return out;

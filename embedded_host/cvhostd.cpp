@@ -60,8 +60,9 @@ int load(const std::string& catalog_path, const std::string& file) {
   const LoadResult result =
       load_backups(catalog, file == "-" ? std::cin : opened, file == "-" ? "standard input" : file,
                    [](const std::string& complaint) { std::cerr << complaint << "\n"; });
-  std::cout << result.loaded << " backups loaded into " << catalog_path << ", " << result.rejected
-            << " lines rejected" << std::endl;
+  std::cout << result.loaded << (result.loaded == 1 ? " backup" : " backups") << " loaded into "
+            << catalog_path << ", " << result.rejected
+            << (result.rejected == 1 ? " line" : " lines") << " rejected" << std::endl;
   return result.rejected == 0 ? 0 : 1;
 }
 

@@ -20,7 +20,7 @@ void append_job(std::string& text, const Query& row, std::int64_t now) {
   const std::int64_t start = row.integer(8);
   const std::int64_t end = row.integer(9);
   const bool done = end <= now;
-  // A job that has begun and not ended takes at least a second.
+  // Above 0: the job has begun (start_time<=? above) and not ended.
   const std::int64_t percent = done ? 100 : (now - start) * 100 / (end - start);
   const auto so_far = [&](std::int64_t figure) { return figure * percent / 100; };
   JsonObject job(text);

@@ -277,7 +277,7 @@ def bench_idle(machine, _):
     time.sleep(30)
     share = (cpu_seconds(pid) - used) / (time.perf_counter() - begin)
     add("memory of the idle daemon", "12 MiB", f"{memory / 1024:.1f} MiB")
-    add("processor time of the idle loop", "0.1 % of a core", f"{100 * share:.3f} %")
+    add("processor time of the idle loop", "0.1% of a core", f"{100 * share:.3f}%")
     machine.stop_service()
 
 

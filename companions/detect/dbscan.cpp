@@ -67,7 +67,7 @@ bool Dbscan::lay_grid() {
       least = std::min(least, points_[i]);
       most = std::max(most, points_[i]);
     }
-    // However far from 0 they are: the difference of two numbers near each other is exact.
+    // A difference is rounded by at most 2^-53 of itself, however far from 0 the points are.
     if (!((most - least) / side_ < kMaxCells)) return false;
     low[d] = least;
   }

@@ -518,7 +518,7 @@ def test_loading_names_bad_lines_and_keeps_the_rest(tmp_path):
     done = run("cvhostd", "load", tmp_path / "c.db", lines)
     assert done.returncode == 1
     assert done.stderr.startswith(f"{lines}:2: not JSON: ") and done.stderr.count("\n") == 1
-    assert done.stdout == f"2 backups loaded into {tmp_path}/c.db, 1 lines rejected\n"
+    assert done.stdout == f"2 backups loaded into {tmp_path}/c.db, 1 line rejected\n"
 
 
 def test_loading_while_serving(credentials, tmp_path):

@@ -5,6 +5,7 @@ import itertools
 import unittest
 
 import mistakes
+import mutate
 
 
 def of(kind, text):
@@ -103,6 +104,22 @@ class Drawing(unittest.TestCase):
     def test_a_place_is_named_by_its_line(self):
         self.assertEqual(mistakes.line_of("a\n  b c\nd", 4), (2, "b c"))
         self.assertEqual(mistakes.line_of("a\nb", 0), (1, "a"))
+
+
+class Explanations(unittest.TestCase):
+    def test_each_is_of_a_line_that_is_there(self):
+        texts = mutate.texts_of_the_product([])
+        for file, before, after, why in mutate.blocks(mutate.HERE / "explained.txt"):
+            self.assertGreater(mutate.lines_like(texts.get(file, ""), before), 0, f"{file}: {before}")
+            self.assertNotEqual(before, after)
+            self.assertTrue(why.startswith("# "), f"{file}: {before}")
+
+    def test_what_could_be_tested_or_is_ambiguous_counts(self):
+        texts = mutate.texts_of_the_product([])
+        uncounted = mutate.explained(texts)
+        for file, before, after, why in mutate.blocks(mutate.HERE / "explained.txt"):
+            counts = why.startswith("# Untested") or mutate.lines_like(texts[file], before) > 1
+            self.assertEqual((file, before, after) not in uncounted, counts, f"{file}: {before}")
 
 
 if __name__ == "__main__":

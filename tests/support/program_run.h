@@ -20,8 +20,9 @@ inline std::string program_run(const std::string& command) {
   std::string text;
   std::array<char, 4096> buffer{};
   while (std::fgets(buffer.data(), buffer.size(), pipe) != nullptr) text += buffer.data();
-  const int status = WEXITSTATUS(pclose(pipe));
-  return text + read_file(dir("complaints")) + "status " + std::to_string(status);
+  const int status = pclose(pipe);
+  const int shown = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return text + read_file(dir("complaints")) + "status " + std::to_string(shown);
 }
 
 }  // namespace corvane::test

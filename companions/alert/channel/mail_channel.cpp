@@ -25,7 +25,7 @@ constexpr std::size_t kWordBytes = 42;   // of an encoded word, so that a header
 
 std::string base64(std::string_view text) {
   std::string encoded((text.size() + 2) / 3 * 4, '\0');
-  // Ends with a null character, as a std::string does.
+  // EVP_EncodeBlock() also writes a null character, where the string has its own.
   EVP_EncodeBlock(reinterpret_cast<unsigned char*>(encoded.data()),
                   reinterpret_cast<const unsigned char*>(text.data()),
                   static_cast<int>(text.size()));

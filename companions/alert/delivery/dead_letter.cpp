@@ -29,13 +29,15 @@ std::string line_of(const Delivery& delivery, std::int64_t now) {
 
 }  // namespace
 
-DeadLetterFile::DeadLetterFile(const std::string& path, int descriptor)
-    : path_(path), descriptor_(descriptor) {}
-
-// The other constructor comes first: whatever fails, the destructor closes the file.
 DeadLetterFile::DeadLetterFile(const std::string& path)
-    : DeadLetterFile(path, open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)) {
-  if (descriptor_ == -1 || flock(descriptor_, LOCK_EX) != 0) fail();
+    : path_(path),
+      descriptor_(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)) {
+  if (descriptor_ == -1) fail();
+  if (flock(descriptor_, LOCK_EX) == 0) return;
+  const int why = errno;
+  close(descriptor_);
+  errno = why;
+  fail();
 }
 
 DeadLetterFile::~DeadLetterFile() { close(descriptor_); }

@@ -23,7 +23,6 @@ class DeadLetterFile {
   void clear() const;
 
  private:
-  DeadLetterFile(const std::string& path, int descriptor);
   [[noreturn]] void fail() const;
 
   std::string path_;

@@ -45,14 +45,14 @@ TEST_F(HostProgram, HelpNamesDefaultsAndBounds) {
 TEST_F(HostProgram, LoadsAFileOrStandardInput) {
   corvane::test::write_file(lines_, backup_line(1, kDay, 1) + "\n");
   EXPECT_EQ(run("load " + catalog_ + " " + lines_),
-            "1 backups loaded into " + catalog_ + ", 0 lines rejected\nstatus 0");
+            "1 backup loaded into " + catalog_ + ", 0 lines rejected\nstatus 0");
   corvane::test::write_file(lines_, backup_line(2, kDay + 1, 1) + "\n{}\n");
-  EXPECT_EQ(run("load " + catalog_ + " " + lines_), "1 backups loaded into " + catalog_ +
-                                                        ", 1 lines rejected\n" + lines_ +
+  EXPECT_EQ(run("load " + catalog_ + " " + lines_), "1 backup loaded into " + catalog_ +
+                                                        ", 1 line rejected\n" + lines_ +
                                                         ":2: 'jobId' is missing\nstatus 1");
   EXPECT_EQ(run("load " + catalog_ + " - <" + lines_),
-            "1 backups loaded into " + catalog_ +
-                ", 1 lines rejected\nstandard input:2: 'jobId' is missing\nstatus 1");
+            "1 backup loaded into " + catalog_ +
+                ", 1 line rejected\nstandard input:2: 'jobId' is missing\nstatus 1");
   EXPECT_EQ(run("load " + catalog_ + " " + dir_("none")),
             "cvhostd: " + dir_("none") + ": No such file or directory\nstatus 1");
 }
