@@ -3,10 +3,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <stdexcept>
-
+#include "tests/support/descriptors.h"
+#include "tests/support/error_of.h"
+#include "tests/support/file_creation_mask.h"
 #include "tests/support/scratch_dir.h"
 
 namespace corvane::alert {
@@ -33,12 +33,10 @@ TEST_F(ProgramLockTest, IsHeldByOneAtATime) {
 }
 
 TEST_F(ProgramLockTest, IsAFileThatNoProgramInherits) {
-  const mode_t former = umask(022);
-  const int next = dup(STDIN_FILENO);
-  close(next);
+  const test::FileCreationMask usual(022);
+  const int next = test::lowest_free_descriptor();
   ProgramLock lock(path);
   ASSERT_TRUE(lock.take());
-  umask(former);
   EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
   struct stat found {};
   ASSERT_EQ(stat(path.c_str(), &found), 0);
@@ -48,12 +46,8 @@ TEST_F(ProgramLockTest, IsAFileThatNoProgramInherits) {
 TEST_F(ProgramLockTest, SaysWhyThereIsNone) {
   ProgramLock lock(directory("none/lock"));
   for (int i = 0; i < 2; ++i) {
-    try {
-      lock.take();
-      ADD_FAILURE();
-    } catch (const std::runtime_error& error) {
-      EXPECT_EQ(error.what(), directory("none/lock") + ": No such file or directory");
-    }
+    EXPECT_EQ(test::error_of([&] { lock.take(); }),
+              directory("none/lock") + ": No such file or directory");
   }
 }
 

@@ -158,14 +158,5 @@ TEST(Channels, AreConfiguredByTheirOwnSetting) {
   EXPECT_EQ(settings.least_severity("other"), 0);
 }
 
-TEST(Settings, AreZeroUntilTheyAreRead) {
-  const Settings settings;
-  for (const int one : {settings.syslog, settings.command_seconds, settings.syslog_severity,
-                        settings.webhook_severity, settings.mail_severity,
-                        settings.command_severity, settings.storm_limit, settings.storm_minutes}) {
-    EXPECT_EQ(one, 0);
-  }
-}
-
 }  // namespace
 }  // namespace corvane::alert

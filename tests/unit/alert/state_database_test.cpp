@@ -88,7 +88,7 @@ class FormerFile : public AlertWorld {
   std::optional<Connection> former_;
 };
 
-TEST_F(FormerFile, KeepsItsIncidentsAndSaysWhyTheyAreOver) {
+TEST_F(FormerFile, KeepsItsIncidentsAndSaysWhyTheyAreResolved) {
   incident(1, "open", 0, true, kFirst + 10);
   incident(2, "usual", kFirst + kDay, false, kFirst + kDay + 600);
   incident(3, "people", kFirst + 500, false, kFirst + 500);
@@ -140,7 +140,7 @@ TEST_F(FormerFile, AnIncidentThatWasClosedByAgeEndsWithTheUsualBackupThatCameSin
   usual_backup("age", kFirst + 100 * kDay);
   incident(4, "age", 0, false, kFirst + 90 * kDay);
   processed("age");
-  run("INSERT INTO meta VALUES ('history', 1)");  // looked at when the incident counted as over
+  run("INSERT INTO meta VALUES ('history', 1)");  // looked at when the incident counted as resolved
   restart();
   EXPECT_EQ(pass().ended, 1U);
   EXPECT_EQ(found("age").until, kFirst + 100 * kDay);

@@ -4,16 +4,17 @@
 #include <openssl/pem.h>
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
-#include <sys/resource.h>
 
-#include <csignal>
-
+#include "tests/support/error_of.h"
+#include "tests/support/file_creation_mask.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/scratch_dir.h"
 
 namespace corvane::host {
 namespace {
 
 namespace fs = std::filesystem;
+using corvane::test::error_of;
 using corvane::test::read_file;
 using corvane::test::ScratchDir;
 
@@ -92,9 +93,10 @@ TEST_F(Credentials, ServerHasItsNames) {
 }
 
 TEST_F(Credentials, KeysAreTheirOwnersAlone) {
-  const mode_t before = umask(0);
-  make_credentials(set_, {});
-  umask(before);
+  {
+    const corvane::test::FileCreationMask none(0);
+    make_credentials(set_, {});
+  }
   for (const char* key : {"server.key", "host.key", "service.key", "private/ca.key"}) {
     EXPECT_EQ(fs::status(set_ + "/" + key).permissions(), fs::perms(0600)) << key;
   }
@@ -147,12 +149,8 @@ TEST_F(Credentials, KeysFitTheirCertificates) {
 TEST_F(Credentials, NothingIsOverwritten) {
   make_credentials(set_, {});
   const std::string before = read_file(set_ + "/host.key");
-  try {
-    make_credentials(set_, {});
-    FAIL();
-  } catch (const CredentialsFailure& failure) {
-    EXPECT_EQ(failure.what(), set_ + "/private/ca.key: already exists and is not overwritten");
-  }
+  EXPECT_EQ(error_of<CredentialsFailure>([&] { make_credentials(set_, {}); }),
+            set_ + "/private/ca.key: already exists and is not overwritten");
   EXPECT_EQ(read_file(set_ + "/host.key"), before);
 }
 
@@ -177,20 +175,11 @@ TEST_F(Credentials, NoFileStaysOpen) {
 }
 
 TEST_F(Credentials, AFileThatCannotBeWrittenIsNamed) {
-  const auto limited = [&](rlim_t bytes) -> std::string {
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit limit{bytes, before.rlim_max};
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    std::string failure = "made";
-    setrlimit(RLIMIT_FSIZE, &limit);
-    try {
+  const auto limited = [&](std::size_t bytes) {
+    const std::string failure = error_of<CredentialsFailure>([&] {
+      const corvane::test::FileSizeLimit limit(bytes);
       make_credentials(set_, {});
-    } catch (const CredentialsFailure& error) {
-      failure = error.what();
-    }
-    setrlimit(RLIMIT_FSIZE, &before);
-    std::signal(SIGXFSZ, handler);
+    });
     EXPECT_FALSE(fs::exists(set_ + "/private/ca.key"));
     return failure;
   };
@@ -208,12 +197,8 @@ TEST_F(Credentials, BadNamesAndFoldersAreRefused) {
     EXPECT_THROW(make_credentials(set_, {name}), CredentialsFailure) << name;
   }
   EXPECT_FALSE(fs::exists(set_));
-  try {
-    make_credentials(dir_("no/such"), {});
-    FAIL();
-  } catch (const CredentialsFailure& failure) {
-    EXPECT_EQ(failure.what(), dir_("no/such") + ": No such file or directory");
-  }
+  EXPECT_EQ(error_of<CredentialsFailure>([&] { make_credentials(dir_("no/such"), {}); }),
+            dir_("no/such") + ": No such file or directory");
 }
 
 }  // namespace

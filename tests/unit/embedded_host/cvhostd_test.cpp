@@ -87,9 +87,9 @@ TEST_F(HostProgram, ServesUntilItIsTerminated) {
   // Its first line of output shows that it serves; the shell then ends it and says its status.
   const std::string script = "{ coproc " CV_HOSTD " serve --port 0 --catalog " + catalog_ +
                              " --credentials " + dir_("set") +
-                             "; read -r line <&${COPROC[0]}; echo $line; kill $COPROC_PID; "
-                             "wait $COPROC_PID; }";
-  EXPECT_THAT(corvane::test::program_run("exec bash -c '" + script + "'"),
+                             "; pid=$COPROC_PID; read -t 20 -r line <&${COPROC[0]}; echo $line; "
+                             "kill $pid; wait $pid; }";
+  EXPECT_THAT(corvane::test::program_run("exec timeout 30 bash -c '" + script + "'"),
               ::testing::MatchesRegex("cvhostd: listening on 127\\.0\\.0\\.1:[0-9]+\nstatus 0"));
   EXPECT_EQ(run("serve --port 0 --catalog " + catalog_ + " --credentials " + dir_()),
             "cvhostd: " + dir_("ca.pem") + ": No such file or directory\nstatus 1");

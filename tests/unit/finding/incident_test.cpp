@@ -152,12 +152,12 @@ TEST_F(IncidentsOf, AUsualBackupAfterTheLastRecordEndsIt) {
   EXPECT_EQ(end(), IncidentEnd::kUsualBackup);
 }
 
-TEST_F(IncidentsOf, OneThatWasJudgedLateMayBeOverFromItsBegin) {
+TEST_F(IncidentsOf, OneThatWasJudgedLateMayBeResolvedFromItsBegin) {
   add("a", "incident_a", 0).finding.usual_since = kFirst + kNight;
   EXPECT_EQ(end(), IncidentEnd::kUsualBackup);
 }
 
-TEST_F(IncidentsOf, AnAdoptedChangeIsOverAlsoWhenTheHistoryIsPurged) {
+TEST_F(IncidentsOf, AnAdoptedChangeIsResolvedAlsoWhenTheHistoryIsPurged) {
   add("a", "incident_a", 0).finding.adopted = BackupReference{"x", kFirst + kNight};
   add("b", "incident_a", 1);
   EXPECT_TRUE(all().front().facts.is_adopted);

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -17,9 +16,11 @@
 #include <vector>
 
 #include "platform/daemon_mark.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/in_child.h"
 #include "tests/support/scratch_dir.h"
 
+using corvane::test::FileSizeLimit;
 using corvane::test::in_child;
 using corvane::test::read_file;
 using corvane::test::ScratchDir;
@@ -101,7 +102,7 @@ TEST_F(DebugLog, TagPast256CharactersIsCut) {
   EXPECT_EQ(only_text(), std::string(256, 't') + ": text\n");
 }
 
-// No character of the "C" locale is as large.
+// The "C" locale cannot convert this character.
 TEST_F(DebugLog, TextThatCannotBeFormattedIsLoggedAsItsPattern) {
   open_log();
   logmsgf(2, "tag", "%ls of 100%%", L"\u65e5");
@@ -365,23 +366,24 @@ TEST_F(DebugLog, SignalHandlerMayLogWhileTheProgramLogs) {
 }
 
 TEST_F(DebugLog, RecordCutByAFullDiskDoesNotSwallowTheNext) {
-  EXPECT_EQ(in_child([this] {
-              open_log();
-              signal(SIGXFSZ, SIG_IGN);
-              const rlimit small{100, RLIM_INFINITY};
-              setrlimit(RLIMIT_FSIZE, &small);
-              logmsg(2, "tag", std::string(200, 'x').c_str());
-              logmsg(2, "tag", "lost");
-              const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
-              setrlimit(RLIMIT_FSIZE, &none);
-              logmsg(2, "tag", "after");
-              logmsg(2, "tag", "last");
-              return 0;
-            }),
-            0);
-  const std::vector<std::string> lines = lines_of(content());
-  ASSERT_EQ(lines.size(), 3U);
-  EXPECT_EQ(lines[0].size(), 100U);
-  EXPECT_TRUE(lines[1].ends_with("2 tag: after")) << lines[1];
-  EXPECT_TRUE(lines[2].ends_with("2 tag: last")) << lines[2];
+  for (const std::size_t room : {100U, 1U}) {
+    const std::string name = "room for " + std::to_string(room);
+    EXPECT_EQ(in_child([&] {
+                open_log(name.c_str());
+                {
+                  const FileSizeLimit full(room);
+                  logmsg(2, "tag", std::string(200, 'x').c_str());
+                  logmsg(2, "tag", "lost");
+                }
+                logmsg(2, "tag", "after");
+                logmsg(2, "tag", "last");
+                return 0;
+              }),
+              0);
+    const std::vector<std::string> lines = lines_of(content(name.c_str()));
+    ASSERT_EQ(lines.size(), 3U) << name;
+    EXPECT_EQ(lines[0].size(), room);
+    EXPECT_TRUE(lines[1].ends_with("2 tag: after")) << lines[1];
+    EXPECT_TRUE(lines[2].ends_with("2 tag: last")) << lines[2];
+  }
 }

@@ -14,8 +14,6 @@
 namespace corvane::alert {
 namespace {
 
-TEST(SendResult, IsNoDeliveryUntilItIsFilled) { EXPECT_FALSE(SendResult{}.is_taken); }
-
 class ChannelFactory : public PlatformFake {
  protected:
   ChannelFactory() {

@@ -19,6 +19,7 @@
 #include <thread>
 
 #include "tests/fakes/platform_fake_test.h"
+#include "tests/support/descriptors.h"
 #include "tests/support/in_child.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/shell_script.h"
@@ -172,17 +173,20 @@ TEST_F(CommandChannelTest, StartsTheProgramWithoutOutputAndDescriptors) {
   std::array<int, 2> inherited{};  // by a program that does not close them
   inherited[0] = fcntl(STDIN_FILENO, F_DUPFD, 20);
   inherited[1] = fcntl(STDIN_FILENO, F_DUPFD, 50);
-  const int flags_of_3 = fcntl(3, F_GETFD);  // the fixture's, or of whoever started the test
-  ASSERT_EQ(fcntl(3, F_SETFD, 0), 0);
-  EXPECT_EQ(sent(script("exec 9> " + directory("out") +
-                        "\n"
-                        "echo $(readlink /proc/$$/fd/1) $(readlink /proc/$$/fd/2) >&9\n"
-                        "for fd in 3 " +
-                        std::to_string(inherited[0]) + " " + std::to_string(inherited[1]) +
-                        "; do test -e /proc/$$/fd/$fd && echo open >&9; done; exit 0\n")),
-            "");
+  const std::string program =
+      script("exec 9> " + directory("out") +
+             "\n"
+             "echo $(readlink /proc/$$/fd/1) $(readlink /proc/$$/fd/2) >&9\n"
+             "for fd in 3 " +
+             std::to_string(inherited[0]) + " " + std::to_string(inherited[1]) +
+             "; do test -e /proc/$$/fd/$fd && echo open >&9; done; exit 0\n");
+  const auto send_it = [&] {
+    EXPECT_EQ(fcntl(3, F_SETFD, 0), 0);  // the fixture's, or of whoever started the test
+    EXPECT_EQ(sent(program), "");
+    return 0;
+  };
+  EXPECT_EQ(test::in_child(send_it), 0);
   for (const int one : inherited) close(one);
-  fcntl(3, F_SETFD, flags_of_3);
   EXPECT_EQ(written("out"), "/dev/null /dev/null\n");
 }
 
@@ -225,22 +229,18 @@ TEST_F(CommandChannelTest, KillsTheProgramAndWhatItStartedForTheStopFlag) {
 }
 
 TEST_F(CommandChannelTest, LeavesNoDescriptorAndNoChild) {
-  const int next = dup(STDIN_FILENO);
-  close(next);
+  const int next = test::lowest_free_descriptor();
   sent("/bin/true");
   sent("/bin/false");
   sent(directory("none"));
   sent("/bin/sleep 100", some_message(), 0);
-  const int after = dup(STDIN_FILENO);
-  close(after);
-  EXPECT_EQ(after, next);
+  EXPECT_EQ(test::lowest_free_descriptor(), next);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
 }
 
 TEST_F(CommandChannelTest, SaysThatDescriptorsAreMissing) {
-  const int next = dup(STDIN_FILENO);
-  close(next);
+  const int next = test::lowest_free_descriptor();
   const auto is_refused_with = [&](int more) {
     return test::in_child([&] {
       const rlimit limit{static_cast<rlim_t>(next + more), static_cast<rlim_t>(next + more)};

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -14,6 +13,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "tests/support/descriptors.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/unit/alert/channel/loopback_server.h"
 #include "tests/unit/platform/test_certificates.h"
@@ -32,7 +32,6 @@ TEST(UrlParts, AreSchemeAndHost) {
 }
 
 TEST(UrlParts, KnowThisMachine) {
-  EXPECT_FALSE(UrlParts{}.is_loopback);
   for (const char* url : {"http://localhost:80/", "https://127.0.0.1/x", "smtp://[::1]:25",
                           "http://127.3.2.1", "http://127.255.255.255"}) {
     EXPECT_TRUE(parts_of_url(setting::kSmtpUrl, url).is_loopback) << url;
@@ -175,12 +174,12 @@ TEST_F(CurlTransferTest, LeavesSignalsAloneAndItsSocketToNoProgram) {
 
 TEST_F(CurlTransferTest, LeavesNothingOpen) {
   stop.ask();  // the server would open something as well
-  const int next = dup(STDIN_FILENO);
-  close(next);
+  const StopFlag go_on;
+  CurlTransfer refused("http://127.0.0.1:1/", "http", "");
+  const int next = test::lowest_free_descriptor();
   EXPECT_EQ(transfer().perform(10, stop), CURLE_ABORTED_BY_CALLBACK);
-  const int after = dup(STDIN_FILENO);
-  close(after);
-  EXPECT_EQ(after, next);
+  EXPECT_EQ(refused.perform(10, go_on), CURLE_COULDNT_CONNECT);
+  EXPECT_EQ(test::lowest_free_descriptor(), next);
 }
 
 TEST_F(CurlTransferTest, EndsAfterItsTimeLimit) {

@@ -2,19 +2,19 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <stdexcept>
 #include <thread>
 
 #include "tests/fakes/platform_fake_test.h"
+#include "tests/support/descriptors.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/in_child.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/unit/alert/channel/some_message.h"
@@ -90,6 +90,21 @@ class JournalChannelTest : public PlatformFake {
     const SendResult result = JournalChannel(to, until).send(message);
     EXPECT_EQ(result.is_taken, result.reason.empty());
     return result.reason;
+  }
+  // In a process of its own, with a limit of this type.
+  template <typename Limit>
+  std::string sent_under(std::size_t amount, const Message& message) const {
+    const auto send_it = [&] {
+      std::string reason;
+      {
+        const Limit limit(amount);
+        reason = sent(message, stop);
+      }
+      test::write_file(directory("reason"), reason);
+      return 0;
+    };
+    EXPECT_EQ(test::in_child(send_it), 0);
+    return test::read_file(directory("reason"));
   }
   // Sends without waiting until the journal takes no more.
   void fill() const {
@@ -186,15 +201,12 @@ TEST_F(JournalChannelTest, SendsALargeEntryAsASealedFile) {
 
 TEST_F(JournalChannelTest, LeavesNothingOpen) {
   const Journal journal(path);
-  const int next = dup(STDIN_FILENO);
-  close(next);
+  const int next = test::lowest_free_descriptor();
   Message large = some_message();
   large.body = std::string(1 << 20, 'x');
   sent(some_message(), stop);
   sent(large, stop);
-  const int after = dup(STDIN_FILENO);
-  close(after);
-  EXPECT_EQ(after, next);
+  EXPECT_EQ(test::lowest_free_descriptor(), next);
 }
 
 TEST_F(JournalChannelTest, WaitsForAFullJournalUntilTheStopFlag) {
@@ -220,38 +232,20 @@ TEST_F(JournalChannelTest, SaysWhatTheSystemRefuses) {
   const Journal journal(path);
   Message large = some_message();
   large.body = std::string(1 << 20, 'x');
-  const auto sent_with = [&](int resource, rlim_t limit, const Message& message) {
-    std::string reason;
-    const int status = test::in_child([&] {
-      std::signal(SIGXFSZ, SIG_IGN);
-      rlimit limits{};
-      getrlimit(static_cast<__rlimit_resource>(resource), &limits);
-      const rlimit former = limits;
-      limits.rlim_cur = limit;
-      setrlimit(static_cast<__rlimit_resource>(resource), &limits);
-      reason = sent(message, stop);
-      setrlimit(static_cast<__rlimit_resource>(resource), &former);
-      test::write_file(directory("reason"), reason);
-      return 0;
-    });
-    EXPECT_EQ(status, 0);
-    return test::read_file(directory("reason"));
-  };
   // A sanitizer that meets a class for the first time needs descriptors.
   EXPECT_EQ(sent(some_message(), stop), "");
   journal.receive();
-  const int next = dup(STDIN_FILENO);
-  close(next);
-  const auto descriptors = static_cast<rlim_t>(next);
-  EXPECT_EQ(sent_with(RLIMIT_NOFILE, descriptors, large),
+  const auto descriptors = static_cast<std::size_t>(test::lowest_free_descriptor());
+  EXPECT_EQ(sent_under<test::DescriptorLimit>(descriptors, large),
             "cannot create a socket: Too many open files");
-  EXPECT_EQ(sent_with(RLIMIT_NOFILE, descriptors + 1, large),
+  EXPECT_EQ(sent_under<test::DescriptorLimit>(descriptors + 1, large),
             "cannot write to the journal: Too many open files");
-  EXPECT_EQ(sent_with(RLIMIT_FSIZE, 100'000, large), "cannot write to the journal: File too large");
+  EXPECT_EQ(sent_under<test::FileSizeLimit>(100'000, large),
+            "cannot write to the journal: File too large");
   // A journal that is only full gets no file.
   fill();
   stop.ask();
-  EXPECT_EQ(sent_with(RLIMIT_NOFILE, descriptors + 1, some_message()),
+  EXPECT_EQ(sent_under<test::DescriptorLimit>(descriptors + 1, some_message()),
             "cannot write to the journal: Resource temporarily unavailable");
 }
 

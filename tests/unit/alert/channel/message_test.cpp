@@ -73,13 +73,5 @@ TEST(DetailsForReceivers, ThatCannotBeReadAreATextOf4KiB) {
   EXPECT_EQ(details_for_receivers(most + "y", nullptr), R"({"unreadable":")" + most + "\"}");
 }
 
-TEST(Message, IsEmptyUntilItIsFilled) {
-  EXPECT_EQ(document_of(Message{}),
-            R"({"schema":1,"alert":"","kind":"begin","state":"open","severity":1,)"
-            R"("subject":"[warning] ","text":"","id":"","incident":"","clientName":"",)"
-            R"("policyName":"","scheduleName":"","cause":"","created":0,"since":0,)"
-            R"("records":0,"details":{}})");
-}
-
 }  // namespace
 }  // namespace corvane::alert

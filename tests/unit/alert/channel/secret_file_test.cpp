@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "tests/support/descriptors.h"
+#include "tests/support/error_of.h"
 #include "tests/support/scratch_dir.h"
 
 namespace corvane::alert {
@@ -95,12 +97,8 @@ TEST_F(SecretFile, IsRefusedForWhatTheSystemSaysOfIt) {
 
 TEST_F(SecretFile, ThatCannotBeReadIsRefused) {
   // A regular file of this user; nothing is at the address 0.
-  try {
-    read_secret("/proc/self/mem");
-    ADD_FAILURE();
-  } catch (const std::runtime_error& error) {
-    EXPECT_STREQ(error.what(), "secret file /proc/self/mem cannot be used: Input/output error");
-  }
+  EXPECT_EQ(test::error_of([] { read_secret("/proc/self/mem"); }),
+            "secret file /proc/self/mem cannot be used: Input/output error");
 }
 
 TEST_F(SecretFile, ThatIsAPipeIsNotWaitedFor) {
@@ -117,13 +115,10 @@ TEST_F(SecretFile, OfAnotherUserIsRefused) {
 }
 
 TEST_F(SecretFile, IsClosedAgain) {
-  const int next = dup(STDIN_FILENO);
-  close(next);
+  const int next = test::lowest_free_descriptor();
   read("x");
   read("");
-  const int after = dup(STDIN_FILENO);
-  close(after);
-  EXPECT_EQ(after, next);
+  EXPECT_EQ(test::lowest_free_descriptor(), next);
 }
 
 }  // namespace

@@ -3,17 +3,18 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <stdexcept>
-
+#include "tests/support/error_of.h"
+#include "tests/support/file_creation_mask.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/scratch_dir.h"
 
 namespace corvane::alert {
 namespace {
+
+using test::error_of;
 
 class DeadLetterTest : public ::testing::Test {
  protected:
@@ -32,38 +33,9 @@ class DeadLetterTest : public ::testing::Test {
            document_of(letter(client).content) + "}\n";
   }
   void append(const std::vector<Delivery>& letters) { DeadLetterFile(path).append(letters, 1700); }
-  template <typename Action>
-  static std::string error_of(Action action) {
-    try {
-      action();
-    } catch (const std::runtime_error& error) {
-      return error.what();
-    }
-    return "";
-  }
 
   test::ScratchDir directory;
   std::string path = directory("letters");
-};
-
-// A size that no file of this process may pass, while it lives.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(std::size_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &former_);
-    const rlimit lower{bytes, former_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &lower);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &former_);
-    std::signal(SIGXFSZ, former_handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit former_{};
-  void (*former_handler_)(int) = std::signal(SIGXFSZ, SIG_IGN);
 };
 
 TEST_F(DeadLetterTest, IsOneJsonObjectOnEachLine) {
@@ -76,9 +48,10 @@ TEST_F(DeadLetterTest, IsOneJsonObjectOnEachLine) {
 }
 
 TEST_F(DeadLetterTest, IsForItsOwnerOnly) {
-  const mode_t former = umask(0);
-  append({});
-  umask(former);
+  {
+    const test::FileCreationMask none(0);
+    append({});
+  }
   struct stat status {};
   ASSERT_EQ(stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0600U);
@@ -111,12 +84,12 @@ TEST_F(DeadLetterTest, ClearEmptiesIt) {
 TEST_F(DeadLetterTest, IsUnchangedWhenTheDiskIsFull) {
   append({letter("a")});
   {
-    const FileSizeLimit limit(line("a").size() + 10);
+    const test::FileSizeLimit limit(line("a").size() + 10);
     EXPECT_EQ(error_of([&] { append({letter("b")}); }), path + ": No space left on device");
   }
   EXPECT_EQ(test::read_file(path), line("a"));
   {
-    const FileSizeLimit limit(line("a").size());
+    const test::FileSizeLimit limit(line("a").size());
     EXPECT_EQ(error_of([&] { append({letter("b")}); }), path + ": File too large");
   }
   append({letter("c")});

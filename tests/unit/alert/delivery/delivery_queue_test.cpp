@@ -303,17 +303,5 @@ TEST_F(FoldStorm, ASummaryOfQuietHoursDelaysNoOther) {
   EXPECT_THAT(summaries(), ElementsAre("1, 2, 50, 50", "1, 5, 0, 15"));
 }
 
-TEST(NewDelivery, IsForNothingUntilItIsFilled) {
-  const NewDelivery delivery;
-  for (const std::int64_t one :
-       {delivery.message, delivery.incident, delivery.created, delivery.held}) {
-    EXPECT_EQ(one, 0);
-  }
-  const StormRule rule;
-  for (const std::int64_t one : {rule.limit, rule.window, rule.settle, rule.longest_settle}) {
-    EXPECT_EQ(one, 0);
-  }
-}
-
 }  // namespace
 }  // namespace corvane::alert

@@ -150,17 +150,5 @@ TEST(DeliveryStateTest, IsSaidInTheWordsOfTheGlossary) {
   EXPECT_STREQ(words_for(DeliveryState::kReplaced), "replaced");
 }
 
-TEST(ChannelStatus, IsThatOfAnUnusedChannelUntilItIsFilled) {
-  const ChannelStatus status;
-  for (const std::int64_t one :
-       {status.waiting, status.oldest, status.given_up, status.taken, status.failures,
-        status.paused_until, status.failing_since, status.last_success, status.due}) {
-    EXPECT_EQ(one, 0);
-  }
-  EXPECT_EQ(ToldMessage{}.created, 0);
-  EXPECT_EQ(Delivery{}.message, 0);
-  EXPECT_EQ(Delivery{}.attempts, 0);
-}
-
 }  // namespace
 }  // namespace corvane::alert

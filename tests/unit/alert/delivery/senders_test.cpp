@@ -2,11 +2,16 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <thread>
 
+#include "tests/support/in_child.h"
 #include "tests/support/shell_script.h"
 #include "tests/unit/alert/alert_world.h"
 
@@ -153,12 +158,16 @@ TEST_F(SendersTest, WhatHangsIsCancelledAfterHalfOfTheTime) {
 
 TEST_F(SendersTest, WhatHangsIsCancelledWithItsSender) {
   test::write_script(settings_.command, "echo ran >> " + directory_("ran") + "; exec sleep 60");
+  std::chrono::steady_clock::time_point begin;
   {
     Senders gone({directory_("state.db"), directory_("dead")}, "master01");
     gone.start(settings_, {});
     EXPECT_TRUE(comes([&] { return !runs().empty(); }));
+    begin = std::chrono::steady_clock::now();
   }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(9));
   EXPECT_THAT(states(kCommand), ElementsAre("0"));
+  EXPECT_THAT(fake::log_lines(8), IsEmpty()) << "that is no failure of the channel";
 }
 
 TEST_F(SendersTest, WhatCannotBeCancelledStays) {
@@ -171,15 +180,45 @@ TEST_F(SendersTest, WhatCannotBeCancelledStays) {
   EXPECT_THAT(states(kWeb), ElementsAre("2"));
 }
 
-TEST_F(SendersTest, SayOnceThatTheStateDatabaseCannotBeUsed) {
+TEST_F(SendersTest, SayThatTheStateDatabaseCannotBeUsed) {
   Senders lost({directory_("no_such_folder/state.db"), directory_("dead")}, "master01");
   lost.start({}, {});
   EXPECT_TRUE(comes([] { return !fake::log_lines(16).empty(); }));
   EXPECT_THAT(fake::log_lines(16).at(0).text,
               ::testing::StartsWith(
                   "Channel web cannot use the state database, trying again: Could not open"));
+  lost.end(200, true);  // cancels its pause
   EXPECT_TRUE(lost.end(20'000, true));
   EXPECT_EQ(fake::log_lines(16).size(), 1U);
+}
+
+std::atomic<int> opened_databases = 0;
+
+int count_opened_database() { return ++opened_databases, SQLITE_OK; }
+
+// In a process of its own, whose signals cut the pauses between the attempts short.
+TEST_F(SendersTest, SayOnceWhyTheStateDatabaseCannotBeUsed) {
+  const auto try_often = [this] {
+    test::write_file(directory_("broken.db"), std::string(4096, 'x'));
+    sqlite3_auto_extension(reinterpret_cast<void (*)()>(&count_opened_database));
+    std::signal(SIGUSR1, [](int) {});
+    Senders broken({directory_("broken.db"), directory_("dead")}, "master01");
+    broken.start({}, {});
+    sigset_t cut_short;
+    sigemptyset(&cut_short);
+    sigaddset(&cut_short, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &cut_short, nullptr);  // left to the thread of the sender
+    EXPECT_TRUE(comes([] {
+      kill(getpid(), SIGUSR1);
+      return opened_databases >= 4;
+    }));
+    EXPECT_EQ(fake::log_lines(16).size(), 1U);
+    EXPECT_EQ(fake::log_lines(16).at(0).text,
+              "Channel web cannot use the state database, trying again: Query failed: file is not "
+              "a database");
+    return 0;
+  };
+  EXPECT_EQ(test::in_child(try_often), 0);
 }
 
 }  // namespace

@@ -240,15 +240,5 @@ TEST_F(IncidentBookTest, ARecordKnowsItsIncidentAndHowManyDeliveriesItNeeds) {
   EXPECT_THAT(book.done_records(10), ElementsAre("s")) << "the other one is not marked";
 }
 
-TEST(KnownIncident, IsOngoingAndUnknownUntilItIsFilled) {
-  const KnownIncident incident;
-  for (const std::int64_t one :
-       {incident.id, incident.first_time, incident.last_time, incident.records, incident.until}) {
-    EXPECT_EQ(one, 0);
-  }
-  EXPECT_FALSE(incident.has_stream);
-  EXPECT_TRUE(incident.is_open());
-}
-
 }  // namespace
 }  // namespace corvane::alert

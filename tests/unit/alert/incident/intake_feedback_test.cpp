@@ -159,7 +159,7 @@ TEST_F(IntakeFeedbackTest, ARecordThatWasJudgedLateTellsItsBeginAndItsEnd) {
   EXPECT_THAT(take(kMail), ElementsAre("begin c 2", "end c 2"));
   EXPECT_EQ(taken_.back().until, usual);
   EXPECT_THAT(take(kWeb), ElementsAre("report c 2", "end c 2"));
-  // Called a false positive and not, it is over as before, whatever of the history is left.
+  // Called a false positive and not, it is resolved as before, whatever of the history is left.
   sql("DELETE FROM HIST_DATA");
   feedback("anomaly_1", 1);
   pass();
@@ -193,7 +193,7 @@ TEST_F(IntakeFeedbackTest, ARecordAfterTheUsualBackupOpensItAgain) {
   EXPECT_EQ(taken_.back().until, 0);
 }
 
-TEST_F(IntakeFeedbackTest, AnAdoptedChangeIsOverWhateverCameLast) {
+TEST_F(IntakeFeedbackTest, AnAdoptedChangeIsResolvedWhateverCameLast) {
   three_records();
   std::string adopted = details_of("c", "incident_1", 2, kFirst);
   adopted.insert(adopted.size() - 1,

@@ -253,13 +253,5 @@ TEST(Document, IsJsonWhateverTheNamesAre) {
   EXPECT_THAT(document_of(message), HasSubstr(R"("state":"ended")"));
 }
 
-TEST(Ending, IsEmptyUntilItIsFilled) {
-  const Ending ending;
-  for (const std::int64_t one : {ending.since, ending.until, ending.records, Told{}.since}) {
-    EXPECT_EQ(one, 0);
-  }
-  EXPECT_FALSE(ending.adopted);
-}
-
 }  // namespace
 }  // namespace corvane::alert

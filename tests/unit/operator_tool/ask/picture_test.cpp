@@ -14,7 +14,7 @@ class PictureTest : public OperatorWorld {
   }
 };
 
-TEST_F(PictureTest, AnIncidentIsNotOverUntilALaterBackupWasAccepted) {
+TEST_F(PictureTest, AnIncidentIsOngoingUntilALaterBackupWasAccepted) {
   const TestBackup first{.time = kNow - 2 * kDay};
   const TestBackup second{.time = kNow - kDay};
   history({.time = kNow - 2 * kDay}, 5);
@@ -44,7 +44,7 @@ TEST_F(PictureTest, AnAcceptedBackupOfAStreamThatMatchesEndsItToo) {
   EXPECT_TRUE(picture().incidents[0].is_resolved());
 }
 
-TEST_F(PictureTest, AFalsePositiveAndAnAdoptedChangeAreOver) {
+TEST_F(PictureTest, AFalsePositiveAndAnAdoptedChangeAreResolved) {
   const TestBackup one{.client = "a"};
   const TestBackup two{.client = "b"};
   const TestBackup three{.client = "c"};

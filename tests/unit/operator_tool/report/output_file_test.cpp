@@ -1,15 +1,14 @@
 #include "operator_tool/report/output_file.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <set>
 
 #include "operator_tool/trouble.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/in_child.h"
 #include "tests/support/scratch_dir.h"
 
@@ -94,19 +93,14 @@ TEST_F(OutputFile, IsNotWrittenWhereTheDirectoryIsMissing) {
 TEST_F(OutputFile, LeavesNothingBehindWhenItFails) {
   test::write_file(directory_("target"), "former");
   const int status = test::in_child([&] {
-    rlimit limit{};
-    getrlimit(RLIMIT_FSIZE, &limit);
-    const rlimit small{4, limit.rlim_max};
-    signal(SIGXFSZ, SIG_IGN);  // so that the write fails
-    setrlimit(RLIMIT_FSIZE, &small);
     int found = 0;
     try {
+      const test::FileSizeLimit full(4);
       replace_file(directory_("target"), "too much");
     } catch (const Trouble& trouble) {
       found = static_cast<int>(trouble.status());
       EXPECT_EQ(trouble.what(), "Cannot write " + directory_("target") + ": File too large.");
     }
-    setrlimit(RLIMIT_FSIZE, &limit);
     return found;
   });
   EXPECT_EQ(status, static_cast<int>(ExitStatus::kFailed));
