@@ -152,10 +152,9 @@ void add_check(CLI::App& app, Options& options) {
       "WARNING when a message has been pending for N minutes", kMostMinutes);
   add("--alerts-critical", at.alerts_critical,
       "CRITICAL when a message has been pending for N minutes", kMostMinutes);
-  add("--disk-warning", at.disk_warning, "WARNING at N% or less free on the database's disk",
+  add("--disk-warning", at.disk_warning, "WARNING at N% or less free on the database's disk", 100);
+  add("--disk-critical", at.disk_critical, "CRITICAL at N% or less free on the database's disk",
       100);
-  add("--disk-critical", at.disk_critical,
-      "CRITICAL at N% or less free on the database's disk", 100);
 }
 
 void add_documents(CLI::App& app, Options& options) {

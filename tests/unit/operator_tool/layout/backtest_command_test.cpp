@@ -26,11 +26,10 @@ TEST_F(BacktestCommand, Whole) {
   const std::string cause = noun_for(five.findings[0].finding.likeliest_cause());
   EXPECT_EQ(said.out, "Time              " +
                           padded("Severity", std::max<std::size_t>(8, severity.size()), false) +
-                          "  Client  Policy  Schedule  " +
-                          padded("Cause", cause.size(), false) + "  Key\n2023-11-14 22:13  " +
-                          padded(severity, 8, false) + "  web01   p       s         " +
-                          padded(cause, 10, false) + "  " + key_of(bad_) + "\n\n" +
-                          detect::totals_of(five));
+                          "  Client  Policy  Schedule  " + padded("Cause", cause.size(), false) +
+                          "  Key\n2023-11-14 22:13  " + padded(severity, 8, false) +
+                          "  web01   p       s         " + padded(cause, 10, false) + "  " +
+                          key_of(bad_) + "\n\n" + detect::totals_of(five));
 }
 
 TEST_F(BacktestCommand, WithoutFindingsTheTotalsAlone) {

@@ -137,8 +137,8 @@ TEST_F(ExplainCommand, RoundsTheShareOfNoise) {
   const JsonPtr root = json({"explain", key_of({})});
   const double noise = 100 * json_real_value(member(root.get(), {"judgement", "history_noise"}));
   ASSERT_LT(noise, 2);  // and what cuts it off would say 1
-  EXPECT_TRUE(says(say({"explain", key_of({})}),
-                   "Baseline      55 backups of its own stream, 2% noise\n"));
+  EXPECT_TRUE(
+      says(say({"explain", key_of({})}), "Baseline      55 backups of its own stream, 2% noise\n"));
 }
 
 TEST_F(ExplainCommand, AsJson) {
