@@ -1,10 +1,9 @@
 // The descriptors that this process has open, and how many it may have.
 #pragma once
 
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstddef>
+#include "tests/support/resource_limit.h"
 
 namespace corvane::test {
 
@@ -16,20 +15,7 @@ inline int lowest_free_descriptor() {
   return descriptor;
 }
 
-// While it lives, this process gets no descriptor of the number `count` or above.
-class DescriptorLimit {
- public:
-  explicit DescriptorLimit(std::size_t count) {
-    getrlimit(RLIMIT_NOFILE, &former_);
-    const rlimit lower{count, former_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &lower);
-  }
-  ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &former_); }
-  DescriptorLimit(const DescriptorLimit&) = delete;
-  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
-
- private:
-  rlimit former_{};
-};
+// While it lives, this process gets no descriptor of its number or above.
+using DescriptorLimit = ResourceLimit<RLIMIT_NOFILE>;
 
 }  // namespace corvane::test

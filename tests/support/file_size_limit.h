@@ -1,10 +1,10 @@
 // A disk that is full, as far as one process can tell.
 #pragma once
 
-#include <sys/resource.h>
-
 #include <csignal>
 #include <cstddef>
+
+#include "tests/support/resource_limit.h"
 
 namespace corvane::test {
 
@@ -13,21 +13,14 @@ namespace corvane::test {
 // output may go to a file.
 class FileSizeLimit {
  public:
-  explicit FileSizeLimit(std::size_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &former_);
-    const rlimit lower{bytes, former_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &lower);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &former_);
-    std::signal(SIGXFSZ, former_handler_);
-  }
+  explicit FileSizeLimit(std::size_t bytes) : limit_(bytes) {}
+  ~FileSizeLimit() { std::signal(SIGXFSZ, former_handler_); }
   FileSizeLimit(const FileSizeLimit&) = delete;
   FileSizeLimit& operator=(const FileSizeLimit&) = delete;
 
  private:
-  rlimit former_{};
-  void (*former_handler_)(int) = std::signal(SIGXFSZ, SIG_IGN);
+  void (*former_handler_)(int) = std::signal(SIGXFSZ, SIG_IGN);  // before there is a limit
+  ResourceLimit<RLIMIT_FSIZE> limit_;
 };
 
 }  // namespace corvane::test
