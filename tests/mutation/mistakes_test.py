@@ -114,7 +114,7 @@ class Explanations(unittest.TestCase):
             self.assertNotEqual(before, after)
             self.assertTrue(why.startswith("# "), f"{file}: {before}")
 
-    def test_what_could_be_tested_or_is_ambiguous_counts(self):
+    def test_what_could_be_tested_or_is_ambiguous_is_no_reason(self):
         texts = mutate.texts_of_the_product([])
         uncounted = mutate.explained(texts)
         for file, before, after, why in mutate.blocks(mutate.HERE / "explained.txt"):
