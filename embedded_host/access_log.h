@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/descriptor.h"
+
 namespace corvane::host {
 
 struct AccessRecord {
@@ -24,15 +26,12 @@ class AccessLog {
  public:
   // With an empty path nothing is written. Throws std::system_error if the file cannot be opened.
   explicit AccessLog(const std::string& path);
-  ~AccessLog();
-  AccessLog(const AccessLog&) = delete;
-  AccessLog& operator=(const AccessLog&) = delete;
 
   // A failed write is not reported.
   void write(const AccessRecord& record);
 
  private:
-  int file_ = -1;
+  Descriptor file_;
 };
 
 }  // namespace corvane::host

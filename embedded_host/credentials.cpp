@@ -12,6 +12,8 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/descriptor.h"
+
 namespace corvane::host {
 
 namespace {
@@ -120,17 +122,16 @@ class NewFiles {
 
   void add(const std::string& name, const std::string& text, mode_t mode) {
     const std::string path = directory_ + "/" + name;
-    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (file < 0) {
+    const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (!file.is_open()) {
       const std::string reason =
           errno == EEXIST ? "already exists and is not overwritten" : std::strerror(errno);
       throw CredentialsFailure(path + ": " + reason);
     }
     made_.push_back(path);
-    const ssize_t written = ::write(file, text.data(), text.size());
+    const ssize_t written = ::write(file.get(), text.data(), text.size());
     const int error = errno;
-    const bool kept = ::fsync(file) == 0;
-    ::close(file);
+    const bool kept = ::fsync(file.get()) == 0;
     if (written != static_cast<ssize_t>(text.size()) || !kept) {
       throw CredentialsFailure(path + ": " + std::strerror(written < 0 ? error : ENOSPC));
     }

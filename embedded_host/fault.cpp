@@ -5,18 +5,18 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <sstream>
 
 #include "embedded_host/json_writer.h"
+#include "embedded_host/parse_number.h"
 #include "platform/c_handles.h"
 
 namespace corvane::host {
 
 namespace {
 
-constexpr std::size_t kMaxFaultFile = std::size_t{64} << 10;
+constexpr off_t kMaxFaultFile = off_t{64} << 10;
 
 struct ActionForm {
   std::string_view word;
@@ -74,15 +74,13 @@ class LineParser {
   }
 
   std::int64_t number(std::int64_t least, std::int64_t most) {
-    std::int64_t value = 0;
-    const char* end = word_.data() + word_.size();
-    const auto read = std::from_chars(word_.data(), end, value);
-    if (read.ec != std::errc() || read.ptr != end || value < least || value > most) {
+    const auto value = parse_number<std::int64_t>(word_);
+    if (!value || *value < least || *value > most) {
       fail("expected a number from " + std::to_string(least) + " to " + std::to_string(most) +
            ", not '" + word_ + "'");
     }
     advance();
-    return value;
+    return *value;
   }
 
   std::int64_t argument(const ActionForm& form) {
@@ -118,16 +116,12 @@ std::string read_fault_file(const std::string& path) {
   }
   struct stat state {};
   fstat(fileno(file.get()), &state);
-  std::string text = std::to_string(state.st_ino) + " " + std::to_string(state.st_mtim.tv_sec) +
-                     " " + std::to_string(state.st_mtim.tv_nsec) + "\n";
-  char buffer[4096];
-  std::size_t length = 0;
-  while ((length = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) {
-    text.append(buffer, length);
-    if (text.size() > kMaxFaultFile) throw BadFaultFile(path + ": too long");
-  }
+  if (state.st_size >= kMaxFaultFile) throw BadFaultFile(path + ": too long");
+  std::string text(static_cast<std::size_t>(state.st_size), '\0');
+  text.resize(std::fread(text.data(), sizeof(char), text.size(), file.get()));
   if (std::ferror(file.get()) != 0) throw BadFaultFile(path + ": cannot be read");
-  return text;
+  return std::to_string(state.st_ino) + " " + std::to_string(state.st_mtim.tv_sec) + " " +
+         std::to_string(state.st_mtim.tv_nsec) + "\n" + text;
 }
 
 std::string with_null_end_time(const std::string& body, std::int64_t element) {

@@ -1,11 +1,11 @@
 #include "embedded_host/filter.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 
 #include "embedded_host/iso_time.h"
 #include "embedded_host/json_writer.h"
+#include "embedded_host/parse_number.h"
 
 namespace corvane::host {
 
@@ -172,20 +172,13 @@ class Parser {
   }
 
   void add_number(const std::string& name) {
-    const char* begin = token_.text.data();
-    const char* end = begin + token_.text.size();
-    std::int64_t whole = 0;
-    if (const auto read = std::from_chars(begin, end, whole);
-        read.ec == std::errc() && read.ptr == end) {
-      result_.values.emplace_back(whole);
+    if (const auto whole = parse_number<std::int64_t>(token_.text)) {
+      result_.values.emplace_back(*whole);
       return;
     }
-    double number = 0;
-    const auto read = std::from_chars(begin, end, number);
-    if (read.ec != std::errc() || read.ptr != end || !std::isfinite(number)) {
-      fail(name + " needs a number");
-    }
-    result_.values.emplace_back(number);
+    const auto number = parse_number<double>(token_.text);
+    if (!number || !std::isfinite(*number)) fail(name + " needs a number");
+    result_.values.emplace_back(*number);
   }
 
   Lexer lexer_;

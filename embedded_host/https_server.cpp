@@ -57,9 +57,8 @@ class PoolFront : public httplib::TaskQueue {
 httplib::Server::HandlerResponse explain_failure(const httplib::Request& /*request*/,
                                                  httplib::Response& response) {
   if (!response.body.empty()) return httplib::Server::HandlerResponse::Unhandled;
-  const char* reason = response.status == 413   ? "the body is too large"
-                       : response.status == 414 ? "the path is too long"
-                                                : "the request cannot be parsed";
+  const char* reason =
+      response.status == 414 ? "the path is too long" : "the request cannot be parsed";
   response.set_content(error_reply(response.status, reason).body, kJson);
   return httplib::Server::HandlerResponse::Handled;
 }

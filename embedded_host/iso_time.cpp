@@ -1,5 +1,6 @@
 #include "embedded_host/iso_time.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 
@@ -7,12 +8,12 @@ namespace corvane::host {
 
 namespace {
 
-// Takes `digits` digits from the front of `text`. Negative if there are fewer.
-int take_number(std::string_view& text, std::size_t digits) {
-  if (text.size() < digits) return -1;
+// Takes `digits` digits from the front of `text`. Nothing if there are fewer.
+std::optional<int> take_number(std::string_view& text, std::size_t digits) {
+  if (text.size() < digits) return std::nullopt;
   int number = 0;
   for (const char c : text.substr(0, digits)) {
-    if (c < '0' || c > '9') return -1;
+    if (c < '0' || c > '9') return std::nullopt;
     number = number * 10 + (c - '0');
   }
   text.remove_prefix(digits);
@@ -25,14 +26,20 @@ bool take_mark(std::string_view& text, char mark) {
   return true;
 }
 
-// The fraction after the seconds, in milliseconds; 0 if there is none, negative if it is invalid.
-int take_fraction(std::string_view& text) {
+// The fraction after the seconds, in milliseconds; 0 if there is none, nothing if it is invalid.
+std::optional<int> take_fraction(std::string_view& text) {
   if (!take_mark(text, '.')) return 0;
   const std::size_t digits = text.find_first_not_of("0123456789");
-  if (digits == 0 || digits > 3) return -1;  // npos, no end at all, is above 3 too
-  int milliseconds = take_number(text, digits);
-  for (std::size_t place = digits; place < 3; ++place) milliseconds *= 10;
+  if (digits == 0 || digits > 3) return std::nullopt;  // npos, no end at all, is above 3 too
+  std::optional<int> milliseconds = take_number(text, digits);
+  for (std::size_t place = digits; place < 3; ++place) *milliseconds *= 10;
   return milliseconds;
+}
+
+// With zeros in front, if it has fewer digits.
+std::string padded(int number, std::size_t digits) {
+  const std::string text = std::to_string(number);
+  return std::string(digits - std::min(digits, text.size()), '0') + text;
 }
 
 }  // namespace
@@ -41,39 +48,36 @@ std::string iso_time(std::int64_t seconds) {
   const auto time = static_cast<std::time_t>(seconds);
   std::tm parts{};
   gmtime_r(&time, &parts);
-  char rest[40];
-  const std::size_t length = std::strftime(rest, sizeof rest, "-%m-%dT%H:%M:%S.000Z", &parts);
-  // strftime writes early years with fewer than four digits.
-  std::string text = std::to_string(parts.tm_year + 1900);
-  if (text.size() < 4) text.insert(0, 4 - text.size(), '0');
-  return text.append(rest, length);
+  return padded(parts.tm_year + 1900, 4) + "-" + padded(parts.tm_mon + 1, 2) + "-" +
+         padded(parts.tm_mday, 2) + "T" + padded(parts.tm_hour, 2) + ":" + padded(parts.tm_min, 2) +
+         ":" + padded(parts.tm_sec, 2) + ".000Z";
 }
 
 std::optional<Instant> parse_iso_time(std::string_view text) {
-  const int year = take_number(text, 4);
+  const auto year = take_number(text, 4);
   const bool has_month = take_mark(text, '-');
-  const int month = take_number(text, 2);
+  const auto month = take_number(text, 2);
   const bool has_day = take_mark(text, '-');
-  const int day = take_number(text, 2);
+  const auto day = take_number(text, 2);
   const bool has_hour = take_mark(text, 'T');
-  const int hour = take_number(text, 2);
+  const auto hour = take_number(text, 2);
   const bool has_minute = take_mark(text, ':');
-  const int minute = take_number(text, 2);
+  const auto minute = take_number(text, 2);
   const bool has_second = take_mark(text, ':');
-  const int second = take_number(text, 2);
-  const int milliseconds = take_fraction(text);
-  const bool complete = has_month && has_day && has_hour && has_minute && has_second &&
-                        take_mark(text, 'Z') && text.empty();
-  if (!complete || year < 0 || hour < 0 || minute < 0 || second < 0 || milliseconds < 0 ||
-      hour > 23 || minute > 59 || second > 59) {
+  const auto second = take_number(text, 2);
+  const auto milliseconds = take_fraction(text);
+  const bool has_marks = has_month && has_day && has_hour && has_minute && has_second &&
+                         take_mark(text, 'Z') && text.empty();
+  const bool has_numbers = year && month && day && hour && minute && second && milliseconds;
+  if (!has_marks || !has_numbers || *hour > 23 || *minute > 59 || *second > 59) {
     return std::nullopt;
   }
-  const std::chrono::year_month_day date{std::chrono::year{year},
-                                         std::chrono::month{static_cast<unsigned>(month)},
-                                         std::chrono::day{static_cast<unsigned>(day)}};
+  const std::chrono::year_month_day date{std::chrono::year{*year},
+                                         std::chrono::month{static_cast<unsigned>(*month)},
+                                         std::chrono::day{static_cast<unsigned>(*day)}};
   if (!date.ok()) return std::nullopt;
   const auto days = std::chrono::sys_days{date}.time_since_epoch().count();
-  return Instant{((std::int64_t{days} * 24 + hour) * 60 + minute) * 60 + second, milliseconds};
+  return Instant{((std::int64_t{days} * 24 + *hour) * 60 + *minute) * 60 + *second, *milliseconds};
 }
 
 }  // namespace corvane::host

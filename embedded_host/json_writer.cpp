@@ -1,9 +1,19 @@
 #include "embedded_host/json_writer.h"
 
 #include <charconv>
-#include <cstdio>
 
 namespace corvane::host {
+
+namespace {
+
+void append_hex(std::string& out, char byte) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  const auto value = static_cast<unsigned char>(byte);
+  out += kDigits[value / 16];
+  out += kDigits[value % 16];
+}
+
+}  // namespace
 
 void append_json_text(std::string& out, std::string_view text) {
   out += '"';
@@ -14,9 +24,13 @@ void append_json_text(std::string& out, std::string_view text) {
     if (!control && c != '"' && c != '\\') continue;
     out += text.substr(done, at - done);
     done = at + 1;
-    char escape[8];
-    std::snprintf(escape, sizeof escape, control ? "\\u%04x" : "\\%c", c);
-    out += escape;
+    if (control) {
+      out += "\\u00";
+      append_hex(out, c);
+    } else {
+      out += '\\';
+      out += c;
+    }
   }
   out += text.substr(done);
   out += '"';
@@ -63,10 +77,8 @@ std::string printable(std::string_view text) {
     if (c >= 0x20 && c < 0x7f) {
       shown += c;
     } else {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\x%02x",
-                    static_cast<unsigned>(static_cast<unsigned char>(c)));
-      shown += escape;
+      shown += "\\x";
+      append_hex(shown, c);
     }
   }
   return shown;

@@ -1,33 +1,31 @@
 #include "embedded_host/query_string.h"
 
-#include <charconv>
 #include <limits>
 #include <set>
 
 #include "embedded_host/json_writer.h"
+#include "embedded_host/parse_number.h"
 
 namespace corvane::host {
 
 namespace {
 
-int hex_digit(char c) {
+std::optional<int> hex_digit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
+  return std::nullopt;
 }
 
 std::int64_t page_number(const std::string& text, std::int64_t least, const std::string& where) {
   constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
-  std::int64_t number = 0;
-  const char* end = text.data() + text.size();
-  const auto read = std::from_chars(text.data(), end, number);
-  if (read.ec != std::errc() || read.ptr != end || number < least || number > kMost) {
+  const auto number = parse_number<std::int64_t>(text);
+  if (!number || *number < least || *number > kMost) {
     throw BadRequest("not a number from " + std::to_string(least) + " to " + std::to_string(kMost) +
                          ": '" + printable(text) + "'",
                      where);
   }
-  return number;
+  return *number;
 }
 
 }  // namespace
@@ -40,13 +38,13 @@ std::string percent_decode(std::string_view text, const std::string& where) {
       continue;
     }
     const bool has_both = at + 2 < text.size();
-    const int high = has_both ? hex_digit(text[at + 1]) : -1;
-    const int low = has_both ? hex_digit(text[at + 2]) : -1;
-    if (high < 0 || low < 0) {
+    const auto high = has_both ? hex_digit(text[at + 1]) : std::nullopt;
+    const auto low = has_both ? hex_digit(text[at + 2]) : std::nullopt;
+    if (!high || !low) {
       throw BadRequest(
           "'%' without two hexadecimal digits: '" + printable(text.substr(at, 3)) + "'", where);
     }
-    decoded += static_cast<char>(high * 16 + low);
+    decoded += static_cast<char>(*high * 16 + *low);
     at += 2;
   }
   return decoded;

@@ -10,7 +10,7 @@ namespace corvane::host {
 
 // Writes `text`. Throws std::system_error.
 inline void write_all(std::FILE* out, const std::string& text) {
-  if (std::fwrite(text.data(), 1, text.size(), out) != text.size()) {
+  if (std::fwrite(text.data(), sizeof(char), text.size(), out) != text.size()) {
     throw std::system_error(errno, std::generic_category(), "cannot write the output");
   }
 }

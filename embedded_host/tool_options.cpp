@@ -2,22 +2,21 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 
 #include "embedded_host/catalog.h"
+#include "embedded_host/parse_number.h"
+#include "embedded_host/text_output.h"
 
 namespace corvane::host {
 
 std::int64_t whole_number(std::string_view text, std::string_view name) {
-  std::int64_t number = 0;
-  const char* end = text.data() + text.size();
-  const auto read = std::from_chars(text.data(), end, number);
-  if (read.ec != std::errc() || read.ptr != end) {
+  const auto number = parse_number<std::int64_t>(text);
+  if (!number) {
     throw UsageError(std::string(name) + ": not a whole number: '" + std::string(text) + "'");
   }
-  return number;
+  return *number;
 }
 
 ToolOptions::ToolOptions(std::span<const OptionForm> forms,
@@ -58,7 +57,7 @@ int run_tool(int argc, char** argv, std::string_view usage, std::span<const Opti
   const std::string name(path.substr(path.rfind('/') + 1));
   try {
     if (std::find(words.begin(), words.end(), "--help") != words.end()) {
-      std::fwrite(usage.data(), 1, usage.size(), stdout);
+      write_all(stdout, std::string(usage));
     } else {
       work(ToolOptions(forms, words));
     }

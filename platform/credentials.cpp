@@ -7,15 +7,12 @@ namespace corvane {
 
 namespace {
 
-std::int64_t nanoseconds(const timespec& time) {
-  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
+FileTime file_time(const timespec& time) { return {time.tv_sec, time.tv_nsec}; }
 
 FileStamp file_stamp(const std::string& path) {
   struct stat info {};
   if (stat(path.c_str(), &info) != 0) return {};
-  return {info.st_dev, info.st_ino, info.st_size, nanoseconds(info.st_mtim),
-          nanoseconds(info.st_ctim)};
+  return {info.st_dev, info.st_ino, info.st_size, file_time(info.st_mtim), file_time(info.st_ctim)};
 }
 
 }  // namespace

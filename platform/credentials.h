@@ -4,7 +4,7 @@
 #include <sys/types.h>
 
 #include <array>
-#include <cstdint>
+#include <ctime>
 #include <string>
 
 namespace corvane {
@@ -19,14 +19,20 @@ struct Credentials {
 // The product's names of the files of one certificate ("host", "service") in a directory.
 Credentials credentials_in(const std::string& directory, const std::string& certificate);
 
+struct FileTime {
+  std::time_t seconds = 0;
+  long nanoseconds = 0;
+  bool operator==(const FileTime&) const = default;
+};
+
 // Identifies the files; two stamps differ if a file was replaced or rewritten in between. A missing
 // file has a stamp too.
 struct FileStamp {
   dev_t device = 0;
   ino_t inode = 0;
   off_t size = 0;
-  std::int64_t modified_ns = 0;
-  std::int64_t changed_ns = 0;
+  FileTime modified;
+  FileTime changed;
   bool operator==(const FileStamp&) const = default;
 };
 using CredentialsStamp = std::array<FileStamp, 3>;

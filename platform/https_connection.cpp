@@ -15,6 +15,8 @@ namespace corvane {
 
 namespace {
 
+constexpr long kOn = 1;
+constexpr long kOff = 0;
 constexpr long kMostConnectSeconds = 30;
 constexpr long kMostSeconds = INT_MAX / 1000;  // libcurl counts in milliseconds
 
@@ -57,7 +59,7 @@ HttpsConnection::~HttpsConnection() {
 }
 
 void HttpsConnection::set_callbacks() {
-  set(CURLOPT_NOSIGNAL, 1L);
+  set(CURLOPT_NOSIGNAL, kOn);
   set(CURLOPT_ERRORBUFFER, failure_.data());
   set(CURLOPT_OPENSOCKETFUNCTION, &open_socket);
   set(CURLOPT_WRITEFUNCTION, &HttpsConnection::on_data);
@@ -67,11 +69,11 @@ void HttpsConnection::set_callbacks() {
 void HttpsConnection::set_peer() {
   set(CURLOPT_PROTOCOLS_STR, "https");
   set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-  set(CURLOPT_FOLLOWLOCATION, 0L);
-  set(CURLOPT_PATH_AS_IS, 1L);
+  set(CURLOPT_FOLLOWLOCATION, kOff);
+  set(CURLOPT_PATH_AS_IS, kOn);
   set(CURLOPT_PROXY, "");  // none, whatever the environment says
   set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-  set(CURLOPT_SSL_VERIFYPEER, 1L);
+  set(CURLOPT_SSL_VERIFYPEER, kOn);
   set(CURLOPT_SSL_VERIFYHOST, 2L);
   set(CURLOPT_CAINFO, endpoint_.credentials.authorities.c_str());
   // libcurl's default is the system's directory of authorities, which are not the product's.
@@ -94,12 +96,12 @@ void HttpsConnection::set_request(const HttpsRequest& request) {
   // From the address alone libcurl would remove "#..." and encode bytes that are not ASCII.
   set(CURLOPT_REQUEST_TARGET, ("/" + request.path).c_str());
   if (request.body != nullptr) {
-    set(CURLOPT_POST, 1L);
+    set(CURLOPT_POST, kOn);
     set(CURLOPT_POSTFIELDS, request.body->c_str());
     set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
     set(CURLOPT_HTTPHEADER, json_headers_.get());
   } else {
-    set(CURLOPT_HTTPGET, 1L);
+    set(CURLOPT_HTTPGET, kOn);
     set(CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
   }
   set(CURLOPT_CUSTOMREQUEST, request.method);

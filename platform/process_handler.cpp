@@ -17,6 +17,8 @@
 #include <thread>
 #include <utility>
 
+#include "platform/descriptor.h"
+
 namespace {
 
 using std::chrono::steady_clock;
@@ -37,11 +39,10 @@ std::optional<pid_t> process_id(std::string_view name) {
 // The beginning of a small file of /proc; one read returns all of it. Empty if the process has
 // ended.
 std::string read_start(const std::filesystem::path& path) {
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) return "";
+  const corvane::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.is_open()) return "";
   std::array<char, 256> buffer{};
-  const ssize_t size = read(descriptor, buffer.data(), buffer.size());
-  close(descriptor);
+  const ssize_t size = read(file.get(), buffer.data(), buffer.size());
   return size > 0 ? std::string(buffer.data(), static_cast<std::size_t>(size)) : "";
 }
 

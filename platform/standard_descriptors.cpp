@@ -11,13 +11,7 @@ StandardDescriptorsFilled::StandardDescriptorsFilled() {
   for (int standard = 0; standard <= STDERR_FILENO; ++standard) {
     if (fcntl(standard, F_GETFD) >= 0 || errno != EBADF) continue;
     // It is the lowest free one.
-    fillers_[static_cast<std::size_t>(standard)] = open("/dev/null", O_RDWR | O_CLOEXEC);
-  }
-}
-
-StandardDescriptorsFilled::~StandardDescriptorsFilled() {
-  for (const int filler : fillers_) {
-    if (filler >= 0) close(filler);
+    fillers_[static_cast<std::size_t>(standard)].reset(open("/dev/null", O_RDWR | O_CLOEXEC));
   }
 }
 

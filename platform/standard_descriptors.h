@@ -3,6 +3,8 @@
 
 #include <array>
 
+#include "platform/descriptor.h"
+
 namespace corvane {
 
 // Opens /dev/null (close-on-exec) on those descriptors from 0 to 2 that are free, for as long as it
@@ -11,12 +13,12 @@ namespace corvane {
 class StandardDescriptorsFilled {
  public:
   StandardDescriptorsFilled();
-  ~StandardDescriptorsFilled();
+  ~StandardDescriptorsFilled() = default;
   StandardDescriptorsFilled(const StandardDescriptorsFilled&) = delete;
   StandardDescriptorsFilled& operator=(const StandardDescriptorsFilled&) = delete;
 
  private:
-  std::array<int, 3> fillers_{-1, -1, -1};
+  std::array<Descriptor, 3> fillers_;
 };
 
 }  // namespace corvane

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "tests/support/sql.h"
 #include "tests/unit/embedded_host/catalog_world.h"
@@ -337,6 +338,32 @@ TEST_F(CatalogReaderTest, AQueryEndsWhenTheServerStops) {
   EXPECT_EQ(ids(jobs(kDay + 6000)).size(), 100U);
   stopping_ = true;
   EXPECT_THROW(jobs(kDay + 6000, {.sort = "kilobytesTransferred"}), QueryError);
+}
+
+TEST_F(CatalogReaderTest, AQueryLooksEvery10000StepsWhetherTheServerStops) {
+  world_.load({});
+  Connection catalog = open_catalog(world_.path, Connection::Access::kWrite);
+  // Looking at so many reports takes some 15,000 steps.
+  catalog.execute(
+      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<3400)"
+      " INSERT INTO reports(type, id, attributes) SELECT 'anomaly', i, '{}' FROM n");
+  stopping_ = true;
+  EXPECT_THROW(reader().page(anomalies_, {.filter = "id eq 'none'"}, at(0)), QueryError);
+}
+
+TEST_F(CatalogReaderTest, SixtyFourCompiledQueriesAreKept) {
+  world_.load({});
+  std::vector<sqlite3_int64> used;  // memory, after each new filter
+  for (unsigned i = 1; i <= 70; ++i) {
+    std::string filter = "status eq 0";
+    for (unsigned bit = 1; bit < 128; bit *= 2) {
+      filter += (i & bit) != 0 ? " and status eq 0" : " or status eq 0";
+    }
+    jobs(kDay, {.filter = filter});
+    used.push_back(sqlite3_memory_used());
+  }
+  const auto less = std::adjacent_find(used.begin(), used.end(), std::greater<>());
+  EXPECT_EQ(less + 1 - used.begin(), 64) << "the next one takes the place of all";
 }
 
 TEST_F(CatalogReaderTest, ManyDifferentFiltersAreAnswered) {

@@ -193,6 +193,33 @@ TEST_F(ConnectionGuardTest, ABodyMayHaveSoManyMore) {
   EXPECT_TRUE(pair->is_broken_off());
 }
 
+TEST_F(ConnectionGuardTest, ByDefaultARequestMayHave64KibibytesAndTwoMebibytesMore) {
+  ConnectionGuard usual{{}};
+  usual.attach(server_.get());
+  const auto pair = connect();
+  usual.idle(pair->server());
+  for (int i = 0; i < 4; ++i) EXPECT_TRUE(pair->client_sends(16 << 10));
+  EXPECT_FALSE(pair->is_broken_off());
+  usual.header_read(pair->server());
+  for (int i = 0; i < 128; ++i) EXPECT_TRUE(pair->client_sends(16 << 10));
+  EXPECT_FALSE(pair->is_broken_off());
+  pair->client_sends(kRecordOverhead + 1);
+  EXPECT_TRUE(pair->is_broken_off());
+}
+
+TEST_F(ConnectionGuardTest, ByDefaultReadingMayTakeTenSeconds) {
+  ConnectionGuard usual{{}};
+  usual.attach(server_.get());
+  const auto pair = connect();
+  const auto before = Clock::now();
+  usual.header_read(pair->server());
+  const auto after = Clock::now();
+  usual.sweep(before + 10s, true);
+  EXPECT_FALSE(pair->is_broken_off());
+  usual.sweep(after + 10s + 1ns, false);
+  EXPECT_TRUE(pair->is_broken_off());
+}
+
 TEST_F(ConnectionGuardTest, EachRequestIsCountedByItself) {
   const auto pair = connect();
   for (int i = 0; i < 5; ++i) {
