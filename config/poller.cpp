@@ -125,7 +125,7 @@ int Poller::poller() {
     struct stat file;
     status = stat(path_.c_str(), &file);
     if (status == 0) {
-      if (std::difftime(file.st_mtime, last) > 0.0) {
+      if (std::difftime(file.st_mtime, last) > 0) {
         setModified();
         last = file.st_mtime;
       }

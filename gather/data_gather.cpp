@@ -93,7 +93,6 @@ void DataGather::set_detection_state(int state) { detection_state = state != 0; 
 void DataGather::init_attributes() {
   policy_types = by_code(kPolicyTypes);
   schedule_types = by_code(kScheduleTypes);
-  slp_policy_types.reserve(2);
   slp_policy_types = {"CLOUD", "NAS_DATA_PROTECTION"};
 }
 
@@ -118,7 +117,6 @@ int DataGather::str_to_time(const std::string& text) {
   utc.tm_hour = number_at(text, 11, 2);
   utc.tm_min = number_at(text, 14, 2);
   utc.tm_sec = number_at(text, 17, 2);
-  utc.tm_isdst = -1;
   return static_cast<int>(timegm(&utc));
 }
 

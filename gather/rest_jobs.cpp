@@ -88,7 +88,6 @@ void DataGather::do_data_gather_api(const int& start, const int& end, const int&
 
   if (live == 1) {
     response.clear();
-    offset = 0;
     do {
       get_api_response(response, start, end, offset, API_ADMIN_JOBS);
       parse_api_response(response, images, jobs, offset, kJobsPage);

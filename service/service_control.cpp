@@ -16,6 +16,7 @@
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/debug_log.h"
+#include "platform/descriptor.h"
 #include "platform/host_product.h"
 #include "platform/process_handler.h"
 #include "platform/program_names.h"
@@ -43,36 +44,29 @@ constexpr int kStartChecks = 10;
 class ChildHasCounted {
  public:
   ChildHasCounted() {
-    if (pipe2(ends_.data(), O_CLOEXEC) != 0) ends_ = {-1, -1};
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) return;
+    read_end_.reset(ends.front());
+    write_end_.reset(ends.back());
   }
-  ~ChildHasCounted() {
-    close_end(0);
-    close_end(1);
-  }
-  ChildHasCounted(const ChildHasCounted&) = delete;
-  ChildHasCounted& operator=(const ChildHasCounted&) = delete;
 
   // For the child.
   void tell() {
-    close_end(0);
-    close_end(1);
+    read_end_.reset();
+    write_end_.reset();
   }
 
   // For the parent. Gives up after 2 seconds.
   void wait() {
-    close_end(1);
-    pollfd end_of_pipe{ends_[0], POLLIN, 0};
-    while (ends_[0] >= 0 && poll(&end_of_pipe, 1, 2000) == -1 && errno == EINTR) {
+    write_end_.reset();
+    pollfd end_of_pipe{read_end_.get(), POLLIN, 0};
+    while (read_end_.is_open() && poll(&end_of_pipe, 1, 2000) == -1 && errno == EINTR) {
     }
   }
 
  private:
-  void close_end(std::size_t end) {
-    if (ends_[end] >= 0) close(ends_[end]);
-    ends_[end] = -1;
-  }
-
-  std::array<int, 2> ends_{-1, -1};
+  corvane::Descriptor read_end_;
+  corvane::Descriptor write_end_;
 };
 
 int await_start(ChildHasCounted& child_has_counted) {

@@ -10,12 +10,11 @@ bool FileWatch::changed() {
   struct stat now {};
   const bool exists = stat(path_.c_str(), &now) == 0;
   const bool same =
-      !first_ && exists == exists_ &&
+      existed_ == exists &&
       (!exists || (now.st_ino == seen_.st_ino && now.st_dev == seen_.st_dev &&
                    now.st_size == seen_.st_size && now.st_mtim.tv_sec == seen_.st_mtim.tv_sec &&
                    now.st_mtim.tv_nsec == seen_.st_mtim.tv_nsec));
-  first_ = false;
-  exists_ = exists;
+  existed_ = exists;
   seen_ = now;
   return !same;
 }

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <optional>
 #include <string>
 
 namespace corvane {
@@ -16,8 +17,7 @@ class FileWatch {
 
  private:
   std::string path_;
-  bool first_ = true;
-  bool exists_ = false;
+  std::optional<bool> existed_;  // nothing before the first call
   struct stat seen_ {};
 };
 

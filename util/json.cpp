@@ -102,7 +102,6 @@ std::string quoted_json(std::string_view text) {
 
 std::string without_nul(std::string_view json) {
   std::string safe;
-  safe.reserve(json.size());
   while (!json.empty()) {
     std::size_t length = json[0] == '\\' ? 2 : 1;  // so that "\\u0000" is not mistaken for a NUL
     if (json.starts_with("\\u0000")) {

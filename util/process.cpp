@@ -12,6 +12,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/descriptor.h"
 #include "platform/standard_descriptors.h"
 
 namespace {
@@ -56,10 +57,7 @@ class SpawnOptions {
 Process::Process(const std::string& command, std::string arguments)
     : command_(command), arguments_(std::move(arguments)) {}
 
-void Process::redirect_to_file(const std::string& path) {
-  redirect_ = true;
-  output_path_ = path;
-}
+void Process::redirect_to_file(const std::string& path) { output_path_ = path; }
 
 void Process::start() {
   const std::size_t line_buffer =
@@ -68,21 +66,20 @@ void Process::start() {
   ACE_Process_Options& options = *spawn_options;
 
   ACE_Process process;
-  ACE_HANDLE output = ACE_INVALID_HANDLE;
-  if (redirect_) {
+  corvane::Descriptor output;
+  if (output_path_) {
     // The spawn duplicates its three handles into the lowest free descriptors, and the child closes
     // the duplicates after moving them into place. If a duplicate got 1 or 2, which the daemon has
     // closed, the tool's output would be lost with it.
     const corvane::StandardDescriptorsFilled filled;
-    output = ACE_OS::open(output_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    options.set_handles(0, output, output);
+    output.reset(ACE_OS::open(output_path_->c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    options.set_handles(0, output.get(), output.get());
     process.spawn(options);
     options.release_handles();
   } else {
     process.spawn(options);
   }
   ACE_OS::waitpid(process.getpid(), &exit_status_, 0);
-  if (output != ACE_INVALID_HANDLE) ACE_OS::close(output);
 }
 
 int Process::exit_code() const { return exit_status_; }

@@ -1,6 +1,7 @@
 // Runs one of the product's command-line tools to completion.
 #pragma once
 
+#include <optional>
 #include <string>
 
 class Process {
@@ -23,7 +24,6 @@ class Process {
  private:
   std::string command_;
   std::string arguments_;
-  bool redirect_ = false;
-  std::string output_path_;
+  std::optional<std::string> output_path_;
   int exit_status_ = -1;
 };

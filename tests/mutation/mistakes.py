@@ -89,7 +89,7 @@ class _Source:
 def _next_number(number):
     """The next one of a small number, twice a large one: one more of a time limit makes no difference."""
     if "." in number or "e" in number:
-        return repr(float(number) * 1.2)
+        return repr(float(number) * 1.2 or 1.0)
     if re.fullmatch("0[0-7]+", number):
         return f"0{int(number, 8) + 1:o}"
     value = int(number.replace("'", ""))

@@ -36,7 +36,7 @@ class Operators(unittest.TestCase):
 class Constants(unittest.TestCase):
     def test_small_numbers_grow_by_one_and_large_ones_double(self):
         for before, after in (("0", "1"), ("100", "101"), ("3'600", "7200"), ("1.5", "1.7999999999999998"),
-                              ("30s", "31s"), ("0644", "0645"), ("0677", "0700")):
+                              ("0.0", "1.0"), ("30s", "31s"), ("0644", "0645"), ("0677", "0700")):
             self.assertEqual(of("constant", f"f({before});"), [f"f({after});"])
 
     def test_sizes_of_arrays_and_names_are_left_alone(self):
