@@ -1,5 +1,6 @@
 // cvdeployutil: archives a part of the host's image list for programs that read it later.
 
+#include <array>
 #include <ctime>
 
 #include "embedded_host/archive.h"
@@ -33,11 +34,11 @@ std::string configured_master() {
 }
 
 std::string default_root() {
-  char install_root[512];
-  if (getCVInstallDir(install_root, sizeof install_root) != 0) {
+  std::array<char, 512> install_root{};
+  if (getCVInstallDir(install_root.data(), install_root.size()) != 0) {
     throw std::runtime_error("the install root is unknown; see --root");
   }
-  return std::string(install_root) + "var/global/incremental";
+  return std::string(install_root.data()) + "var/global/incremental";
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "embedded_host/json_writer.h"
 
+#include <array>
 #include <charconv>
 
 namespace corvane::host {
@@ -37,9 +38,9 @@ void append_json_text(std::string& out, std::string_view text) {
 }
 
 void append_json_real(std::string& out, double value) {
-  char digits[40];
-  const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  const std::string_view text(digits, static_cast<std::size_t>(end - digits));
+  std::array<char, 40> digits{};
+  const char* const end = std::to_chars(digits.begin(), digits.end(), value).ptr;
+  const std::string_view text(digits.begin(), static_cast<std::size_t>(end - digits.begin()));
   out += text;
   if (text.find_first_of(".e") == std::string_view::npos) out += ".0";
 }

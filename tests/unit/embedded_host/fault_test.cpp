@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "platform/c_handles.h"
+#include "tests/support/heap.h"
 #include "tests/support/scratch_dir.h"
 
 namespace corvane::host {
@@ -85,6 +86,15 @@ TEST(Fault, ChangesTheReply) {
   EXPECT_EQ(changed("null-end-time", "no JSON").body, "no JSON");
   EXPECT_EQ(changed("cut", jobs).body, jobs);
   EXPECT_EQ(changed("hang 1", jobs).body, jobs);
+}
+
+TEST(Fault, LeavesNothingOfTheReplyInMemory) {
+  const Fault fault = parse_faults("null-end-time").at(0);
+  EXPECT_EQ(corvane::test::bytes_left_by([&] {
+              WebReply reply{.status = 200, .body = R"({"data":[{"attributes":{"endTime":1}}]})"};
+              apply_fault(fault, reply);
+            }),
+            0);
 }
 
 class FaultFileTest : public ::testing::Test {
