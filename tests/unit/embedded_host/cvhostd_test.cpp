@@ -39,6 +39,9 @@ TEST_F(HostProgram, HelpNamesDefaultsAndBounds) {
     shown.append(value).append("[ \n]| \\[").append(value).append("])");
     EXPECT_THAT(help.substr(found + option.size()), ::testing::ContainsRegex(shown)) << option;
   }
+  for (const char* option : {"--accept ", "--access-log TEXT ", "--fault-file TEXT "}) {
+    EXPECT_THAT(help, ::testing::HasSubstr(option));
+  }
   EXPECT_THAT(help, ::testing::EndsWith("status 0"));
 }
 
@@ -93,6 +96,12 @@ TEST_F(HostProgram, ServesUntilItIsTerminated) {
               ::testing::MatchesRegex("cvhostd: listening on 127\\.0\\.0\\.1:[0-9]+\nstatus 0"));
   EXPECT_EQ(run("serve --port 0 --catalog " + catalog_ + " --credentials " + dir_()),
             "cvhostd: " + dir_("ca.pem") + ": No such file or directory\nstatus 1");
+}
+
+TEST_F(HostProgram, DoesNotServeWithoutTheLogThatItIsToWrite) {
+  open_catalog(catalog_, Connection::Access::kCreate);
+  EXPECT_EQ(run("serve --port 0 --catalog " + catalog_ + " --access-log " + dir_("none/log")),
+            "cvhostd: " + dir_("none/log") + ": No such file or directory\nstatus 1");
 }
 
 }  // namespace
