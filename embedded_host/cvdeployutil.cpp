@@ -1,12 +1,12 @@
 // cvdeployutil: archives a part of the host's image list for programs that read it later.
 
-#include <array>
 #include <ctime>
 
 #include "embedded_host/archive.h"
 #include "embedded_host/catalog.h"
 #include "embedded_host/tool_options.h"
 #include "platform/host_product.h"
+#include "platform/install_root.h"
 
 namespace {
 
@@ -33,13 +33,7 @@ std::string configured_master() {
   return get_master_config_ptr()->servers[0];
 }
 
-std::string default_root() {
-  std::array<char, 512> install_root{};
-  if (getCVInstallDir(install_root.data(), install_root.size()) != 0) {
-    throw std::runtime_error("the install root is unknown; see --root");
-  }
-  return std::string(install_root.data()) + "var/global/incremental";
-}
+std::string default_root() { return std::string(corvane::kInstallRoot) + "var/global/incremental"; }
 
 }  // namespace
 
