@@ -54,7 +54,7 @@ class Model {
   const Settings& settings() const { return settings_; }
 
   // A row of the history: accepted (cluster -1) or a false positive. A row with the same key
-  // replaces the former one. Call settle() at the end of the first load.
+  // replaces the former one. After the first load settle() or judge() must come before the rest.
   void learn(const Backup& backup, int cluster);
   // An anomalous row that is not in the history. An empty name of its incident is looked up when it
   // is needed.
