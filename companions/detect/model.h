@@ -54,14 +54,15 @@ class Model {
   const Settings& settings() const { return settings_; }
 
   // A row of the history: accepted (cluster -1) or a false positive. A row with the same key
-  // replaces the former one. After the first load settle() or judge() must come before the rest.
+  // replaces the former one. Call settle() at the end of the first load.
   void learn(const Backup& backup, int cluster);
   // An anomalous row that is not in the history. An empty name of its incident is looked up when it
   // is needed.
   void hold(const Backup& backup, const std::string& incident);
   // Undoes a false positive.
   void forget_false_positive(const Backup& backup);
-  // Sorts what learn() has appended so far; from then on learn() keeps the order.
+  // Sorts what learn() has appended so far; from then on learn() keeps the order. judge() does so,
+  // too.
   void settle();
   void clear();
 
