@@ -64,6 +64,7 @@ void for_each_channel(const std::vector<std::string>& channels, StopSignals& sig
                       StopFlag& stop, const std::function<void(const std::string&)>& work) {
   std::atomic<std::size_t> busy{channels.size()};
   std::vector<std::thread> threads;
+  threads.reserve(channels.size());
   for (const std::string& channel : channels) {
     threads.emplace_back([&, channel] {
       work(channel);

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -126,7 +127,8 @@ class Running {
 
 pid_t spawn(const std::vector<std::string>& words, int input) {
   std::vector<char*> arguments;
-  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  std::ranges::transform(words, std::back_inserter(arguments),
+                         [](const std::string& word) { return const_cast<char*>(word.c_str()); });
   arguments.push_back(nullptr);
   const SpawnSettings settings(input);
   pid_t pid{};
