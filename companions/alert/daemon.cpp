@@ -125,9 +125,9 @@ void Daemon::look() {
 
 void Daemon::prune() {
   // The clock may have been set back.
-  if (now() < next_prune_ && now() >= next_prune_ - kPruneEverySeconds) return;
+  if (pruned_ && now() >= *pruned_ && now() < *pruned_ + kPruneEverySeconds) return;
   intake_->prune(now());
-  next_prune_ = now() + kPruneEverySeconds;
+  pruned_ = now();
 }
 
 void Daemon::complain(const std::string& reason) {

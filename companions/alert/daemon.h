@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "companions/alert/delivery/senders.h"
@@ -50,9 +51,9 @@ class Daemon {
   FileIdentity state_file_;
   std::unique_ptr<StateDatabase> state_;
   std::unique_ptr<Intake> intake_;
-  std::int64_t state_version_ = -1;
-  std::int64_t next_prune_ = 0;
-  std::string problem_;  // the reason that was logged last
+  std::optional<std::int64_t> state_version_;
+  std::optional<std::int64_t> pruned_;  // when
+  std::string problem_;                 // the reason that was logged last
   Senders senders_;
 };
 

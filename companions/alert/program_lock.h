@@ -3,15 +3,14 @@
 
 #include <string>
 
+#include "platform/descriptor.h"
+
 namespace corvane::alert {
 
 // The system releases the lock when the process ends, also after a crash.
 class ProgramLock {
  public:
   explicit ProgramLock(std::string path);
-  ~ProgramLock();
-  ProgramLock(const ProgramLock&) = delete;
-  ProgramLock& operator=(const ProgramLock&) = delete;
 
   // False while another process holds the lock. Throws std::runtime_error when the file cannot be
   // created.
@@ -19,7 +18,7 @@ class ProgramLock {
 
  private:
   std::string path_;
-  int descriptor_ = -1;
+  Descriptor file_;
 };
 
 }  // namespace corvane::alert

@@ -11,7 +11,7 @@ namespace corvane {
 void open_program_log(const char* program) {
   char install_dir[PATH_MAX];
   if (getCVInstallDir(install_dir, sizeof install_dir) != 0) return;
-  int status = 0;
+  int status{};
   const std::string directory = std::string(install_dir) + "corvane/logs";
   open_debug_log(directory.c_str(), program, program, 0644, &status);
 }

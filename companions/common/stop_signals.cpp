@@ -12,8 +12,8 @@ StopSignals::StopSignals() {
 }
 
 bool StopSignals::wait(int seconds) {
-  const timespec limit{seconds, 0};
-  if (!stopped_ && sigtimedwait(&signals_, nullptr, &limit) > 0) stopped_ = true;
+  const timespec limit{seconds, {}};
+  if (!stopped_ && sigtimedwait(&signals_, nullptr, &limit) != -1) stopped_ = true;
   return stopped_;
 }
 

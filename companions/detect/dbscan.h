@@ -66,13 +66,13 @@ class Dbscan {
   double distance2(Index a, Index b) const;
 
   std::span<const double> points_;
-  std::size_t dimensions_ = 0;
-  std::size_t min_samples_ = 0;
-  double eps_ = 0;
-  double eps2_ = 0;
-  double side_ = 0;
-  std::int32_t reach_ = 0;      // neighbours are at most this many cells apart in each dimension
-  std::int32_t most_gap2_ = 0;  // the cells between them, squared and summed, at most
+  std::size_t dimensions_{};
+  std::size_t min_samples_{};
+  double eps_{};
+  double eps2_{};
+  double side_{};
+  std::int32_t reach_{};      // neighbours are at most this many cells apart in each dimension
+  std::int32_t most_gap2_{};  // the cells between them, squared and summed, at most
 
   std::vector<Cell> cells_;
   std::vector<Index> cell_of_;  // by point

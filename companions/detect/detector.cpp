@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ctime>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -13,6 +12,7 @@
 #include "companions/detect/finding_of.h"
 #include "finding/anomaly.h"
 #include "finding/finding_json.h"
+#include "finding/words.h"
 #include "platform/clock.h"
 #include "platform/debug_log.h"
 #include "platform/program_names.h"
@@ -25,14 +25,8 @@ namespace {
 // A few milliseconds of work, so that the service never waits long for its turn to write.
 constexpr std::size_t kRowsPerTransaction = 64;
 
-std::string day_of(std::int32_t time) {
-  const std::time_t seconds = time;
-  std::tm utc{};
-  gmtime_r(&seconds, &utc);
-  char text[16];
-  std::strftime(text, sizeof text, "%Y-%m-%d", &utc);
-  return text;
-}
+// To ask for a stop takes longer than to read a row.
+constexpr std::size_t kRowsPerQuestion = 4096;
 
 }  // namespace
 
@@ -92,24 +86,28 @@ void Detector::start_over() {
   last_row_ = 0;
 }
 
+bool Detector::goes_on_after(std::size_t rows) const {
+  return rows % kRowsPerQuestion != 0 || !stop_();
+}
+
 void Detector::read_new_history() {
-  std::size_t count = 0;
+  std::size_t rows{};
   last_history_ = read_history(database_, last_history_, [&](const Backup& backup, int cluster) {
     model_.learn(backup, cluster);
-    return ++count % 4096 != 0 || !stop_();
+    return goes_on_after(++rows);
   });
 }
 
 void Detector::read_new_rows() {
   std::vector<Backup> reported;
-  std::size_t count = 0;
+  std::size_t rows{};
   last_row_ = read_rows_to_process(database_, last_row_,
                                    [&](const RowToProcess& row, ProcessedStatus status) {
                                      if (status == ProcessedStatus::kWaiting)
                                        waiting_.push_back(row);
                                      if (status == ProcessedStatus::kAnomalous)
                                        reported.push_back(row.backup);
-                                     return ++count % 4096 != 0 || !stop_();
+                                     return goes_on_after(++rows);
                                    });
   for (const Backup& backup : reported) {
     if (!is_in_history(database_, backup.unique_key)) model_.hold(backup, {});
@@ -201,7 +199,7 @@ void Detector::say_adopted(const Backup& backup) {
 
 void Detector::say_inconclusive(const Backup& backup, const Verdict& verdict) {
   Stream& stream = model_.stream_of(backup.stream);
-  std::string day = day_of(backup.time);
+  std::string day = formatted_time(backup.time, true, "%Y-%m-%d");
   if (stream.said_inconclusive == day) return;
   say(kLogWarning, "[" + backup.stream.text() + "] is inconclusive: " +
                        std::to_string(std::lround(100 * verdict.noise_share)) +

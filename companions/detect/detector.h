@@ -1,9 +1,11 @@
 // The detection over one database: reads the history once, then judges what is new, pass by pass.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -47,6 +49,7 @@ class Detector {
 
  private:
   void load();
+  bool goes_on_after(std::size_t rows) const;
   void read_new_history();
   void read_new_rows();
   void start_over();
@@ -66,9 +69,9 @@ class Detector {
   Model model_;
   std::function<bool()> stop_;
   bool loaded_ = false;
-  std::int64_t seen_version_ = -1;
-  std::int64_t last_history_ = 0;
-  std::int64_t last_row_ = 0;
+  std::optional<std::int64_t> seen_version_;
+  std::int64_t last_history_{};
+  std::int64_t last_row_{};
   std::vector<RowToProcess> waiting_;
   // Level and text; logged when the transaction is committed.
   std::vector<std::pair<int, std::string>> lines_;

@@ -61,7 +61,8 @@ class Model {
   void hold(const Backup& backup, const std::string& incident);
   // Undoes a false positive.
   void forget_false_positive(const Backup& backup);
-  // Sorts what learn() has appended so far; from then on learn() keeps the order.
+  // Sorts what learn() has appended so far; from then on learn() keeps the order. judge() does so,
+  // too.
   void settle();
   void clear();
 

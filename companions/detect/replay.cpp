@@ -62,7 +62,6 @@ std::vector<Backup> load(Connection& database, int days, Model& model) {
           model.hold(backup, {});
         }
       });
-  model.settle();
   std::sort(to_judge.begin(), to_judge.end(), judged_before);
   return to_judge;
 }

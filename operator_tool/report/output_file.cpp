@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "operator_tool/trouble.h"
+#include "platform/descriptor.h"
 
 namespace corvane::ctl {
 
@@ -53,16 +54,15 @@ void replace_file(const std::string& path, std::string_view text) {
   // Hidden, and with another ending: programs that collect the files of a directory skip it.
   std::string scratch =
       (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-  const int descriptor = mkostemp(scratch.data(), O_CLOEXEC);
-  if (descriptor < 0) fail(path, std::strerror(errno));
-  const bool written = write_all(descriptor, text) && fchmod(descriptor, creation_mode()) == 0 &&
-                       fsync(descriptor) == 0;
-  int error = written ? 0 : errno;
-  close(descriptor);  // fsync() has reported what could fail
-  if (error == 0 && std::rename(scratch.c_str(), path.c_str()) != 0) error = errno;
-  if (error == 0) return;
+  const Descriptor file(mkostemp(scratch.data(), O_CLOEXEC));
+  if (!file.is_open()) fail(path, std::strerror(errno));
+  if (write_all(file.get(), text) && fchmod(file.get(), creation_mode()) == 0 &&
+      fsync(file.get()) == 0 && std::rename(scratch.c_str(), path.c_str()) == 0) {
+    return;
+  }
+  const std::string why = std::strerror(errno);
   unlink(scratch.c_str());
-  fail(path, std::strerror(error));
+  fail(path, why);
 }
 
 }  // namespace corvane::ctl

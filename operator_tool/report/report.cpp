@@ -16,7 +16,7 @@ namespace {
 // "'sha256-...'", as a content security policy names an inline script or style.
 std::string source_hash(std::string_view text) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned size = 0;
+  unsigned size{};
   if (EVP_Digest(text.data(), text.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) {
     throw Trouble(ExitStatus::kFailed, "SHA-256 is not available on this machine.");
   }

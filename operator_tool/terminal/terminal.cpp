@@ -125,7 +125,7 @@ std::string fitted(std::string_view text, std::size_t width) {
 
 std::string padded(std::string_view text, std::size_t width, bool right) {
   const std::size_t used = display_width(text);
-  const std::string blanks(width > used ? width - used : 0, ' ');
+  const std::string blanks(std::max(width, used) - used, ' ');
   return right ? blanks + std::string(text) : std::string(text) + blanks;
 }
 

@@ -8,14 +8,19 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <iterator>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "config/settings.h"
+#include "platform/descriptor.h"
 #include "platform/sigpipe_blocked.h"
 
 namespace corvane::alert {
@@ -23,8 +28,6 @@ namespace corvane::alert {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr int kLookEveryMs = 1000;
 
 void check(int error) {
   if (error != 0) throw std::runtime_error(std::strerror(error));
@@ -68,78 +71,69 @@ class SpawnSettings {
 // A child that gets `text` on its input. At the end nothing of its process group is left running.
 class Running {
  public:
-  Running(pid_t pid, int input, const std::string& text)
+  Running(pid_t pid, Descriptor input, const std::string& text)
       : pid_(pid),
-        input_(input),
+        input_(std::move(input)),
         ended_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))),
         text_(text) {}
-  ~Running() {
-    finish();
-    close_input();
-    if (ended_ != -1) close(ended_);
-  }
+  ~Running() { finish(); }
   Running(const Running&) = delete;
   Running& operator=(const Running&) = delete;
 
   // True when the child has ended by itself.
   bool watch(Clock::time_point deadline, const StopFlag& stop) {
-    if (ended_ == -1) throw std::runtime_error("cannot wait for the program");
+    if (!ended_.is_open()) throw std::runtime_error("cannot wait for the program");
     for (;;) {
       const auto left =
           std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
       if (left <= 0 || stop.is_asked()) return false;
-      pollfd polled[]{{ended_, POLLIN, 0}, {stop.descriptor(), POLLIN, 0}, {input_, POLLOUT, 0}};
-      poll(polled, 3, static_cast<int>(std::min<long long>(left, kLookEveryMs)));
-      if (polled[0].revents != 0) break;
-      if (polled[2].revents != 0) feed();
+      pollfd polled[]{
+          {ended_.get(), POLLIN, {}}, {input_.get(), POLLOUT, {}}, {stop.descriptor(), POLLIN, {}}};
+      poll(polled, std::size(polled), static_cast<int>(left));
+      const auto& [ended, room, stopped] = polled;
+      if (ended.revents != 0) return true;
+      if (room.revents != 0) feed();
     }
-    finish();
-    return true;
   }
 
-  int status() const { return status_; }
+  // Ends what is left of its process group. Returns waitpid()'s status of the child.
+  int finish() {
+    if (status_) return *status_;
+    // Before waitpid(): until then no other group can get this number.
+    kill(-pid_, SIGKILL);
+    int status{};
+    while (waitpid(pid_, &status, 0) == -1 && errno == EINTR) {
+    }
+    status_ = status;
+    return status;
+  }
 
  private:
   void feed() {
     const SigpipeBlocked blocked;
-    const ssize_t written = write(input_, text_.data() + at_, text_.size() - at_);
+    const ssize_t written = write(input_.get(), text_.data() + at_, text_.size() - at_);
     if (written > 0) at_ += static_cast<std::size_t>(written);
     const bool is_over = written < 0 && errno != EAGAIN && errno != EINTR;
-    if (is_over || at_ == text_.size()) close_input();
-  }
-
-  void close_input() {
-    if (input_ != -1) close(input_);
-    input_ = -1;
-  }
-
-  // Before waitpid(): until then no other group can get this number.
-  void finish() {
-    if (is_finished_) return;
-    is_finished_ = true;
-    kill(-pid_, SIGKILL);
-    while (waitpid(pid_, &status_, 0) == -1 && errno == EINTR) {
-    }
+    if (is_over || at_ == text_.size()) input_.reset();
   }
 
   pid_t pid_;
-  int input_;
-  int ended_;
+  Descriptor input_;
+  Descriptor ended_;
   const std::string& text_;
   std::size_t at_ = 0;
-  int status_ = 0;
-  bool is_finished_ = false;
+  std::optional<int> status_;
 };
 
 pid_t spawn(const std::vector<std::string>& words, int input) {
   std::vector<char*> arguments;
-  arguments.reserve(words.size() + 1);
-  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  std::ranges::transform(words, std::back_inserter(arguments),
+                         [](const std::string& word) { return const_cast<char*>(word.c_str()); });
   arguments.push_back(nullptr);
   const SpawnSettings settings(input);
-  pid_t pid = 0;
-  check(posix_spawn(&pid, arguments[0], settings.actions(), settings.attributes(), arguments.data(),
-                    environ));
+  pid_t pid{};
+  check(posix_spawn(&pid, arguments.front(), settings.actions(), settings.attributes(),
+                    arguments.data(), environ));
   return pid;
 }
 
@@ -160,25 +154,25 @@ CommandChannel::CommandChannel(const std::string& command, int seconds, const St
 }
 
 SendResult CommandChannel::send(const Message& message) {
-  if (words_.empty() || !words_[0].starts_with('/')) {
+  if (words_.empty() || !words_.front().starts_with('/')) {
     return {false, std::string(setting::kCommand.key) + " must be the full path of a program"};
   }
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return {false, std::strerror(errno)};
-  fcntl(ends[1], F_SETFL, O_NONBLOCK);
-  pid_t pid = 0;
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return {false, std::strerror(errno)};
+  Descriptor output(ends.front());
+  Descriptor input(ends.back());
+  fcntl(input.get(), F_SETFL, O_NONBLOCK);
+  pid_t pid{};
   try {
-    pid = spawn(words_, ends[0]);
+    pid = spawn(words_, output.get());
   } catch (const std::exception& error) {
-    close(ends[0]);
-    close(ends[1]);
-    return {false, words_[0] + ": " + error.what()};
+    return {false, words_.front() + ": " + error.what()};
   }
-  close(ends[0]);
+  output.reset();
   const std::string text = document_of(message) + "\n";
-  Running running(pid, ends[1], text);
+  Running running(pid, std::move(input), text);
   if (running.watch(Clock::now() + std::chrono::seconds(seconds_), stop_)) {
-    return result_of(running.status());
+    return result_of(running.finish());
   }
   if (stop_.is_asked()) return {false, "interrupted: cvanomalyalert is stopping"};
   return {false, "the program took longer than " + std::to_string(seconds_) + " s and was killed"};

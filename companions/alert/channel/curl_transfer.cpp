@@ -87,20 +87,20 @@ CURLcode CurlTransfer::perform(long seconds, const StopFlag& stop) {
   const std::unique_ptr<CURLM, CloseMulti> multi(curl_multi_init());
   if (multi == nullptr) throw std::runtime_error("cannot create a libcurl handle");
   const Added added(multi.get(), handle_.get());
-  curl_waitfd stopped{stop.descriptor(), CURL_WAIT_POLLIN, 0};
-  for (int running = 0;;) {
+  curl_waitfd stopped{stop.descriptor(), CURL_WAIT_POLLIN, {}};
+  for (int running{};;) {
     if (stop.is_asked()) return CURLE_ABORTED_BY_CALLBACK;
     if (curl_multi_perform(multi.get(), &running) != CURLM_OK) return CURLE_FAILED_INIT;
     if (running == 0) break;
     curl_multi_poll(multi.get(), &stopped, 1, kLookEveryMs, nullptr);
   }
-  int left = 0;
+  int left{};
   const CURLMsg* ended = curl_multi_info_read(multi.get(), &left);
   return ended == nullptr ? CURLE_FAILED_INIT : ended->data.result;
 }
 
 long CurlTransfer::status() const {
-  long status = 0;
+  long status{};
   curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
   return status;
 }

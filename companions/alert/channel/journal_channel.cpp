@@ -1,7 +1,6 @@
 #include "companions/alert/channel/journal_channel.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -15,6 +14,7 @@
 #include <utility>
 
 #include "config/settings.h"
+#include "platform/descriptor.h"
 #include "platform/program_names.h"
 #include "util/valid_utf8.h"
 
@@ -22,22 +22,8 @@ namespace corvane::alert {
 
 namespace {
 
-constexpr int kPatienceMs = 5000;
-constexpr int kLookEveryMs = 10;
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  ~Descriptor() {
-    if (descriptor_ != -1) close(descriptor_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
+constexpr std::chrono::seconds kPatience(5);
+constexpr std::chrono::milliseconds kLookEvery(10);
 
 // A value of several lines comes after its length: 8 bytes, the least significant first.
 void add_field(std::string& entry, const char* name, std::string_view value) {
@@ -68,12 +54,11 @@ SendResult failure(const char* what) {
 
 // A busy journal refuses messages for a moment. Returns sendmsg's result, with its errno.
 ssize_t send_patiently(int socket, const msghdr& datagram, const StopFlag& stop) {
-  const auto give_up = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
+  const auto give_up = std::chrono::steady_clock::now() + kPatience;
   for (;;) {
     const ssize_t sent = sendmsg(socket, &datagram, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent != -1 || (errno != EAGAIN && errno != EINTR)) return sent;
-    pollfd stopped{stop.descriptor(), POLLIN, 0};
-    if (std::chrono::steady_clock::now() >= give_up || poll(&stopped, 1, kLookEveryMs) > 0) {
+    if (std::chrono::steady_clock::now() >= give_up || stop.wait(kLookEvery)) {
       errno = EAGAIN;
       return -1;
     }
@@ -83,7 +68,7 @@ ssize_t send_patiently(int socket, const msghdr& datagram, const StopFlag& stop)
 // An entry that is too large for a datagram is sent as a sealed file.
 ssize_t send_as_file(int socket, msghdr datagram, const std::string& entry, const StopFlag& stop) {
   const Descriptor file(memfd_create("entry", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (file.get() == -1) return -1;
+  if (!file.is_open()) return -1;
   for (std::size_t at = 0; at < entry.size();) {
     const ssize_t written = write(file.get(), entry.data() + at, entry.size() - at);
     if (written == -1) return -1;
@@ -136,7 +121,7 @@ SendResult JournalChannel::send(const Message& message) {
     return {false, std::string(setting::kSyslogSocket.key) + " is too long"};
   socket_.copy(address.sun_path, socket_.size());
   const Descriptor journal(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  if (journal.get() == -1) return failure("cannot create a socket");
+  if (!journal.is_open()) return failure("cannot create a socket");
   if (connect(journal.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return failure("cannot connect to the journal");
   }

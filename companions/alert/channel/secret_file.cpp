@@ -4,20 +4,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+
+#include "platform/descriptor.h"
 
 namespace corvane::alert {
 
 namespace {
 
 constexpr std::size_t kMostBytes = 4096;
-
-struct OpenFile {
-  int descriptor;
-  ~OpenFile() { close(descriptor); }
-};
 
 [[noreturn]] void refuse(const std::string& path, const std::string& why) {
   throw std::runtime_error("secret file " + path + " cannot be used: " + why);
@@ -35,17 +33,16 @@ std::string why_not_secret(const struct stat& file, uid_t user) {
 
 std::string read_secret(const std::string& path) {
   // Without blocking: it might be a pipe that nobody writes to.
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor == -1) refuse(path, std::strerror(errno));
-  const OpenFile file{descriptor};
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file.is_open()) refuse(path, std::strerror(errno));
   struct stat found {};
   const std::string why_not =
-      fstat(descriptor, &found) == 0 ? why_not_secret(found, geteuid()) : std::strerror(errno);
+      fstat(file.get(), &found) == 0 ? why_not_secret(found, geteuid()) : std::strerror(errno);
   if (!why_not.empty()) refuse(path, why_not);
-  std::string secret(kMostBytes + 1, '\0');
-  const ssize_t bytes = read(descriptor, secret.data(), secret.size());
+  std::array<char, kMostBytes + 1> content{};
+  const ssize_t bytes = read(file.get(), content.data(), content.size());
   if (bytes == -1) refuse(path, std::strerror(errno));
-  secret.resize(static_cast<std::size_t>(bytes));
+  std::string secret(content.data(), static_cast<std::size_t>(bytes));
   if (secret.size() > kMostBytes) refuse(path, "it is longer than 4 KiB");
   if (secret.ends_with('\n')) secret.pop_back();
   if (secret.ends_with('\r')) secret.pop_back();

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+
+#include "platform/descriptor.h"
 
 namespace corvane::alert {
 
@@ -10,18 +13,15 @@ class Wakeup {
  public:
   // Throws std::runtime_error when no descriptor is available.
   Wakeup();
-  ~Wakeup();
-  Wakeup(const Wakeup&) = delete;
-  Wakeup& operator=(const Wakeup&) = delete;
 
   // Readable once notified.
-  int descriptor() const { return descriptor_; }
+  int descriptor() const { return descriptor_.get(); }
   void notify();
   // Waits for a notification and clears it. False when none came in time.
-  bool wait(int milliseconds);
+  bool wait(std::chrono::milliseconds limit);
 
  private:
-  int descriptor_;
+  Descriptor descriptor_;
 };
 
 // A request to stop, which also wakes whoever polls its descriptor.
@@ -32,6 +32,8 @@ class StopFlag {
     wakeup_.notify();
   }
   bool is_asked() const { return asked_; }
+  // Waits for the request. False when it was not made in time.
+  bool wait(std::chrono::milliseconds limit) const;
   // Readable once the request was made.
   int descriptor() const { return wakeup_.descriptor(); }
 

@@ -24,7 +24,7 @@ std::string webhook_signature(const std::string& secret, std::int64_t now,
   const std::string time = std::to_string(now);
   const std::string signed_text = time + "." + body;
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned length = 0;
+  unsigned length{};
   if (HMAC(EVP_sha256(), secret.data(), static_cast<int>(secret.size()),
            reinterpret_cast<const unsigned char*>(signed_text.data()), signed_text.size(),
            digest.data(), &length) == nullptr) {

@@ -30,33 +30,25 @@ std::string line_of(const Delivery& delivery, std::int64_t now) {
 }  // namespace
 
 DeadLetterFile::DeadLetterFile(const std::string& path)
-    : path_(path),
-      descriptor_(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)) {
-  if (descriptor_ == -1) fail();
-  if (flock(descriptor_, LOCK_EX) == 0) return;
-  const int why = errno;
-  close(descriptor_);
-  errno = why;
-  fail();
+    : path_(path), file_(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)) {
+  if (!file_.is_open() || flock(file_.get(), LOCK_EX) != 0) fail();
 }
-
-DeadLetterFile::~DeadLetterFile() { close(descriptor_); }
 
 void DeadLetterFile::append(const std::vector<Delivery>& deliveries, std::int64_t now) const {
   std::string lines;
   for (const Delivery& delivery : deliveries) lines += line_of(delivery, now);
-  const off_t before = lseek(descriptor_, 0, SEEK_END);
-  const ssize_t written = write(descriptor_, lines.data(), lines.size());
-  if (written == static_cast<ssize_t>(lines.size()) && fsync(descriptor_) == 0) return;
+  const off_t before = lseek(file_.get(), 0, SEEK_END);
+  const ssize_t written = write(file_.get(), lines.data(), lines.size());
+  if (written == static_cast<ssize_t>(lines.size()) && fsync(file_.get()) == 0) return;
   const int why = written >= 0 ? ENOSPC : errno;
   // If even this fails, part of the lines stays, and they are written again later.
-  [[maybe_unused]] const int ignored = ftruncate(descriptor_, before);
+  [[maybe_unused]] const int ignored = ftruncate(file_.get(), before);
   errno = why;
   fail();
 }
 
 void DeadLetterFile::clear() const {
-  if (ftruncate(descriptor_, 0) != 0) fail();
+  if (ftruncate(file_.get(), 0) != 0) fail();
 }
 
 void DeadLetterFile::fail() const { throw std::runtime_error(path_ + ": " + std::strerror(errno)); }

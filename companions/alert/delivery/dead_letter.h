@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "companions/alert/delivery/outbox.h"
+#include "platform/descriptor.h"
 
 namespace corvane::alert {
 
@@ -14,9 +15,6 @@ namespace corvane::alert {
 class DeadLetterFile {
  public:
   explicit DeadLetterFile(const std::string& path);
-  ~DeadLetterFile();
-  DeadLetterFile(const DeadLetterFile&) = delete;
-  DeadLetterFile& operator=(const DeadLetterFile&) = delete;
 
   // All are on disk when it returns. When it throws, the file is unchanged.
   void append(const std::vector<Delivery>& deliveries, std::int64_t now) const;
@@ -26,7 +24,7 @@ class DeadLetterFile {
   [[noreturn]] void fail() const;
 
   std::string path_;
-  int descriptor_;
+  Descriptor file_;
 };
 
 }  // namespace corvane::alert

@@ -32,9 +32,7 @@ std::optional<Delivery> Outbox::begin(const std::string& channel, std::int64_t n
   if (paused_until > now && paused_until <= now + kLongestPauseSeconds) return std::nullopt;
 
   // First without a transaction: mostly there is nothing.
-  Query& next = state_.query(kNext).bind(channel).bind(now);
-  if (!next.step()) return std::nullopt;
-  next.restart();
+  if (!state_.query(kNext).bind(channel).bind(now).has_row()) return std::nullopt;
 
   Transaction transaction(state_);
   Query& row = state_.query(kNext).bind(channel).bind(now);
@@ -81,9 +79,8 @@ Message Outbox::content_of(std::int64_t message, Kind kind, const std::string& c
   if (kind == Kind::kSummary) {
     static constexpr char kSeverity[] =
         "SELECT severity FROM delivery WHERE message = ? AND channel = ?";
-    Query& severity = state_.query(kSeverity).bind(message).bind(channel);
-    if (severity.step()) content.severity = severity_of(severity.integer(0));
-    severity.restart();
+    content.severity =
+        severity_of(state_.query(kSeverity).bind(message).bind(channel).first_integer());
     write_summary(state_, message, channel, content);
   }
   return content;

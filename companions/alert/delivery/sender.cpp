@@ -1,7 +1,6 @@
 #include "companions/alert/delivery/sender.h"
 
-#include <poll.h>
-
+#include <chrono>
 #include <exception>
 #include <optional>
 #include <utility>
@@ -20,14 +19,9 @@ namespace corvane::alert {
 namespace {
 
 constexpr std::size_t kDeadAtOnce = 100;
-constexpr int kTryAgainAfterMs = 1000;
-constexpr std::int64_t kLongestSleepSeconds = 60;
-constexpr std::int64_t kSleepAfterProblemSeconds = 5;
-
-void wait_for_stop(const StopFlag& stop, int milliseconds) {
-  pollfd stopped{stop.descriptor(), POLLIN, 0};
-  poll(&stopped, 1, milliseconds);
-}
+constexpr std::chrono::seconds kTryAgainAfter(1);
+constexpr std::chrono::seconds kLongestSleep(60);
+constexpr std::chrono::seconds kSleepAfterProblem(5);
 
 }  // namespace
 
@@ -84,7 +78,7 @@ void Sender::note(const std::function<void()>& write) {
                ", trying again: " + reason_of(error));
     }
     if (stop_.is_asked()) return;
-    wait_for_stop(stop_, kTryAgainAfterMs);
+    stop_.wait(kTryAgainAfter);
   }
 }
 
@@ -146,7 +140,7 @@ void SenderThread::run() {
                 reason.c_str());
       }
       problem = reason;
-      wait_for_stop(stop_, kSleepAfterProblemSeconds * 1000);
+      stop_.wait(kSleepAfterProblem);
     }
   }
   ended_ = true;
@@ -156,8 +150,7 @@ void SenderThread::work() {
   Sender sender(name_, files_, *channel_, stop_);
   while (!is_to_end_) {
     if (sender.step() != Sender::Step::kNothing) continue;
-    const std::int64_t seconds = sender.seconds_to_next(kLongestSleepSeconds);
-    wakeup_.wait(static_cast<int>(seconds * 1000));
+    wakeup_.wait(std::chrono::seconds(sender.seconds_to_next(kLongestSleep.count())));
   }
 }
 

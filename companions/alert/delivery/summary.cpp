@@ -62,9 +62,7 @@ Totals read_totals(const Folded& folded) {
     totals.first = totals.first == 0 ? rows.integer(3) : std::min(totals.first, rows.integer(3));
     totals.last = std::max(totals.last, rows.integer(4));
   }
-  Query& clients = folded.query(kClients);
-  if (clients.step()) totals.clients = clients.integer(0);
-  clients.restart();
+  totals.clients = folded.query(kClients).first_integer();
   return totals;
 }
 

@@ -72,7 +72,7 @@ class Intake {
   std::int64_t settle_;
   std::function<bool()> stop_;
   Settings settings_;
-  std::int64_t seen_version_ = -1;
+  std::optional<std::int64_t> seen_version_;
   // Names of the incidents with a record that is marked as a false positive, as of the last pass.
   std::unordered_set<std::string> false_positives_;
   // Incident names by record, for records that were processed before the alerts kept records.

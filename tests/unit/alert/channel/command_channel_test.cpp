@@ -20,6 +20,7 @@
 
 #include "tests/fakes/platform_fake_test.h"
 #include "tests/support/descriptors.h"
+#include "tests/support/idle.h"
 #include "tests/support/in_child.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/shell_script.h"
@@ -133,6 +134,15 @@ TEST_F(CommandChannelTest, ThatDoesNotReadStillCounts) {
   message.body = std::string(1 << 20, 'x');
   EXPECT_EQ(sent("/bin/true", message), "");
   EXPECT_EQ(sent(script("exec 0< /dev/null; exit 0"), message), "");
+}
+
+TEST_F(CommandChannelTest, RestsWhileTheProgramNeitherReadsNorEnds) {
+  Message message = some_message();
+  message.body = std::string(1 << 20, 'x');
+  for (const char* body : {"sleep 0.2", "exec 0< /dev/null; sleep 0.2", "cat; sleep 0.2"}) {
+    const std::string program = script(body);
+    EXPECT_TRUE(test::is_idle_during([&] { EXPECT_EQ(sent(program, message), ""); })) << body;
+  }
 }
 
 TEST_F(CommandChannelTest, SaysHowTheProgramFailed) {

@@ -14,6 +14,8 @@
 namespace corvane::alert {
 namespace {
 
+using namespace std::chrono_literals;
+
 bool is_readable(int descriptor) {
   pollfd polled{descriptor, POLLIN, 0};
   return poll(&polled, 1, 0) == 1;
@@ -22,22 +24,22 @@ bool is_readable(int descriptor) {
 TEST(Wakeup, KeepsANotificationForTheNextWait) {
   Wakeup wakeup;
   EXPECT_FALSE(is_readable(wakeup.descriptor()));
-  EXPECT_FALSE(wakeup.wait(0));
+  EXPECT_FALSE(wakeup.wait(0ms));
   wakeup.notify();
   wakeup.notify();
   EXPECT_TRUE(is_readable(wakeup.descriptor()));
-  EXPECT_TRUE(wakeup.wait(0));
-  EXPECT_FALSE(wakeup.wait(0));
+  EXPECT_TRUE(wakeup.wait(0ms));
+  EXPECT_FALSE(wakeup.wait(0ms));
 }
 
 TEST(Wakeup, WaitsForANotification) {
   Wakeup wakeup;
   std::thread notifier([&] { wakeup.notify(); });
-  EXPECT_TRUE(wakeup.wait(10'000));
+  EXPECT_TRUE(wakeup.wait(10s));
   notifier.join();
   const auto begin = std::chrono::steady_clock::now();
-  EXPECT_FALSE(wakeup.wait(20));
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(19));
+  EXPECT_FALSE(wakeup.wait(20ms));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, 19ms);
 }
 
 TEST(Wakeup, ClosesItsDescriptorAndLeavesItToNoProgram) {
@@ -68,6 +70,15 @@ TEST(Wakeup, ThrowsWithoutADescriptor) {
               return 1;
             }),
             0);
+}
+
+TEST(StopFlag, EndsAWait) {
+  StopFlag stop;
+  EXPECT_FALSE(stop.wait(0ms));
+  std::thread asker([&] { stop.ask(); });
+  EXPECT_TRUE(stop.wait(10s));
+  asker.join();
+  EXPECT_TRUE(stop.wait(0ms));
 }
 
 TEST(StopFlag, StaysRaised) {

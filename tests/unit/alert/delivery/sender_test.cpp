@@ -7,6 +7,7 @@
 #include <deque>
 #include <stdexcept>
 
+#include "tests/support/idle.h"
 #include "tests/unit/alert/alert_world.h"
 
 namespace corvane::alert {
@@ -217,11 +218,12 @@ TEST_F(SenderTest, AnOutcomeIsNotedAsSoonAsItCanBe) {
                 "2 BEGIN SELECT RAISE(ABORT, 'disk full'); END");
   };
   std::thread repair([&] {
-    while (fake::log_lines(16).empty()) std::this_thread::yield();
+    while (fake::log_lines(16).empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the sender rests meanwhile
     StateDatabase other(state_file);
     test::query(other.handle(), "DROP TRIGGER full");
   });
-  EXPECT_EQ(sender.step(), Step::kTaken);
+  EXPECT_TRUE(test::is_idle_during([&] { EXPECT_EQ(sender.step(), Step::kTaken); }));
   repair.join();
   EXPECT_THAT(fake::log_lines(16).at(0).text,
               HasSubstr("Cannot record the outcome for channel mail, trying again: "));

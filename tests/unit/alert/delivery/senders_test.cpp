@@ -11,6 +11,7 @@
 #include <csignal>
 #include <thread>
 
+#include "tests/support/idle.h"
 #include "tests/support/in_child.h"
 #include "tests/support/shell_script.h"
 #include "tests/unit/alert/alert_world.h"
@@ -71,6 +72,7 @@ class SendersTest : public AlertWorld {
              std::ranges::all_of(all, [](const std::string& state) { return state == "2"; });
     });
   }
+  static void rest() { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }
   void another() {
     anomaly("b", details_of("d", "b", 3, kFirst));
     pass();
@@ -85,6 +87,7 @@ TEST_F(SendersTest, SendToTheWebServiceAndToEachConfiguredChannel) {
   EXPECT_TRUE(is_delivered(kWeb));
   EXPECT_TRUE(is_delivered(kCommand));
   EXPECT_EQ(runs(), "ran\n");
+  EXPECT_TRUE(test::is_idle_during(&rest));
   {
     const auto held = fake::lock();
     EXPECT_EQ(fake.requests.at(0).server, "master01");
@@ -148,7 +151,7 @@ TEST_F(SendersTest, WhatHangsIsCancelledAfterHalfOfTheTime) {
   senders_.start(settings_, {});
   EXPECT_TRUE(comes([&] { return !runs().empty(); }));
   const auto begin = std::chrono::steady_clock::now();
-  senders_.end(1000, false);
+  EXPECT_TRUE(test::is_idle_during([&] { senders_.end(1000, false); }));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
   EXPECT_TRUE(senders_.end(20'000, false));
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(9));
@@ -187,6 +190,7 @@ TEST_F(SendersTest, SayThatTheStateDatabaseCannotBeUsed) {
   EXPECT_THAT(fake::log_lines(16).at(0).text,
               ::testing::StartsWith(
                   "Channel web cannot use the state database, trying again: Could not open"));
+  EXPECT_TRUE(test::is_idle_during(&rest));
   lost.end(200, true);  // cancels its pause
   EXPECT_TRUE(lost.end(20'000, true));
   EXPECT_EQ(fake::log_lines(16).size(), 1U);
