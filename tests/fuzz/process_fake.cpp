@@ -19,15 +19,12 @@ void corvane::fuzz::set_tool(Tool tool) { the_tool() = std::move(tool); }
 Process::Process(const std::string& command, std::string arguments)
     : command_(command), arguments_(std::move(arguments)) {}
 
-void Process::redirect_to_file(const std::string& path) {
-  redirect_ = true;
-  output_path_ = path;
-}
+void Process::redirect_to_file(const std::string& path) { output_path_ = path; }
 
 void Process::start() {
   exit_status_ = 0;
-  if (!redirect_ || !the_tool()) return;
-  std::ofstream output(output_path_, std::ios::binary | std::ios::app);
+  if (!output_path_ || !the_tool()) return;
+  std::ofstream output(*output_path_, std::ios::binary | std::ios::app);
   output << the_tool()(command_ + " " + arguments_);
 }
 
