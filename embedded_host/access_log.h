@@ -16,9 +16,9 @@ struct AccessRecord {
   std::string_view certificate;
   std::string method;
   std::string target;
-  int status;
-  std::size_t bytes;  // of the body
-  std::chrono::milliseconds duration;
+  int status = 0;
+  std::size_t bytes = 0;  // of the body
+  std::chrono::milliseconds duration{};
 };
 
 // Thread-safe: a line is one write to a file that is open for appending.

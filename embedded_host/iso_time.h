@@ -9,8 +9,8 @@
 namespace corvane::host {
 
 struct Instant {
-  std::int64_t seconds;  // since the epoch
-  int milliseconds;
+  std::int64_t seconds = 0;  // since the epoch
+  int milliseconds = 0;
 };
 
 // The text of a time in whole seconds since the epoch, from the year 0 to 9999.
