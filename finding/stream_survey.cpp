@@ -1,6 +1,7 @@
 #include "finding/stream_survey.h"
 
 #include <algorithm>
+#include <numeric>
 #include <tuple>
 
 #include "anomaly_database/backup_types.h"
@@ -65,7 +66,7 @@ void survey_family(Family& family, const StreamSettings& settings, std::int64_t 
 
 void sort_streams(StreamSurvey& result) {
   std::vector<std::size_t> order(result.streams.size());
-  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::iota(order.begin(), order.end(), 0);
   std::ranges::sort(order, {}, [&](std::size_t i) {
     const StreamKey& key = result.streams[i].key;
     return std::tie(key.client, key.policy, key.schedule_name, key.schedule_type, key.app_type,

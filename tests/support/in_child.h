@@ -11,8 +11,11 @@
 
 namespace corvane::test {
 
-// Forks; the child runs `body`, which may use EXPECT_ and returns the exit status. A status of 0
-// becomes 1 when an expectation failed. Returns the child's id.
+// What a child ends with when an expectation failed in it, whatever it would have ended with.
+inline constexpr int kExpectationFailed = 98;
+
+// Forks; the child runs `body`, which may use EXPECT_ and returns the exit status. Returns the
+// child's id.
 inline pid_t start_child(const std::function<int()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
@@ -23,7 +26,7 @@ inline pid_t start_child(const std::function<int()>& body) {
   } catch (...) {
     std::fputs("an exception left the child's body\n", stderr);
   }
-  if (status == 0 && ::testing::Test::HasFailure()) status = 1;
+  if (::testing::Test::HasFailure()) status = kExpectationFailed;
   std::fflush(nullptr);
   _exit(status);
 }

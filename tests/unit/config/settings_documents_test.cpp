@@ -69,6 +69,10 @@ TEST(SettingsDocuments, GuideHasARowForEverySetting) {
   const std::string text = settings_guide();
   for (const Setting& setting : all_settings()) {
     EXPECT_EQ(count(text, std::string("\n| ") + setting.key + " | "), 1U) << setting.key;
+    const SettingsSection& section = *setting.section;
+    const std::string about = section.about;
+    EXPECT_THAT(text, HasSubstr(std::string("\n## ") + section.name + "\n\n" + about +
+                                (about.empty() ? "" : "\n\n") + "| key | default | "));
   }
   EXPECT_EQ(count(text, "\n## "), 6U);
   EXPECT_EQ(count(text, "|"), 6 * (6 + 6) + 6 * all_settings().size());

@@ -26,6 +26,10 @@ TEST_F(ConfigurationTool, PrintsWhatIsSet) {
 
 TEST_F(ConfigurationTool, WithoutAFileNothingIsSet) { EXPECT_EQ(answer(), "status 0"); }
 
+TEST_F(ConfigurationTool, NeedsNoNameOfAFile) {
+  EXPECT_TRUE(test::program_run(CV_QPGETCONFIG " -M master01").ends_with("status 0"));
+}
+
 TEST_F(ConfigurationTool, NamesTheFirstBadLineAndPrintsTheRest) {
   test::write_file(file_, "A = b\nnonsense\n= c\nTWO WORDS = d\nB = e\n");
   EXPECT_EQ(answer(),
