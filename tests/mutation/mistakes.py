@@ -34,6 +34,8 @@ _NOT = re.compile(r"(?<![\w!=])!(?=[\w(:*])")
 _STEP = re.compile(r"(?<![-+])(\+\+|--)(?![-+])")
 _NUMBER = re.compile(r"(?<![\w.'])(\d[\d']*(?:\.\d+)?(?:e-?\d+)?)(?=(?:ms|s|min|h|L|LL|U|UL|ULL|F)?(?![\w.'>]))")
 _BOOLEAN = re.compile(r"\b(true|false)\b")
+# A number that begins with {} begins with 0.
+_ZERO = re.compile(r"\b(?:unsigned|int|long|double|std::size_t|std::u?int\d+_t|\w+fd_t|pid_t) \w+(\{\})(?=;)")
 # An assignment, a call or a step; what declares something or leaves the function is none.
 _STATEMENT = re.compile(
     r"(?:(?<=[;{}])\s*|(?<=\))\s+|\belse\s+)"
@@ -112,6 +114,8 @@ def _constants(code):
         yield "constant", found.start(1), found[1], _next_number(found[1])
     for found in _BOOLEAN.finditer(code):
         yield "constant", found.start(), found[1], {"true": "false", "false": "true"}[found[1]]
+    for found in _ZERO.finditer(code):
+        yield "constant", found.start(1), found[1], "{1}"
 
 
 def _statements(source):

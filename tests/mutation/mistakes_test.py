@@ -44,6 +44,8 @@ class Constants(unittest.TestCase):
 
     def test_booleans(self):
         self.assertEqual(of("constant", "return true;"), ["return false;"])
+        self.assertEqual(of("constant", "int left{};"), ["int left{1};"])
+        self.assertEqual(of("constant", "std::tm parts{};"), [])
 
 
 class Statements(unittest.TestCase):
