@@ -12,14 +12,21 @@ inline std::chrono::nanoseconds shown_by(clockid_t clock) {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
+// The processor time of all threads of this process while `work` is done.
+template <typename Work>
+std::chrono::nanoseconds processor_time_of(const Work& work) {
+  const std::chrono::nanoseconds before = shown_by(CLOCK_PROCESS_CPUTIME_ID);
+  work();
+  return shown_by(CLOCK_PROCESS_CPUTIME_ID) - before;
+}
+
 // True when all threads of this process together worked for less than a quarter of the time that it
 // took; without a pause they get more than that also on a busy machine. It should take some 100 ms.
 template <typename Work>
 bool is_idle_during(const Work& work) {
-  const std::chrono::nanoseconds worked = shown_by(CLOCK_PROCESS_CPUTIME_ID);
   const std::chrono::nanoseconds began = shown_by(CLOCK_MONOTONIC);
-  work();
-  return 4 * (shown_by(CLOCK_PROCESS_CPUTIME_ID) - worked) < shown_by(CLOCK_MONOTONIC) - began;
+  const std::chrono::nanoseconds worked = processor_time_of(work);
+  return 4 * worked < shown_by(CLOCK_MONOTONIC) - began;
 }
 
 }  // namespace corvane::test
