@@ -70,6 +70,12 @@ void read_anomaly_rows(Connection& database, const std::function<void(AnomalyRow
   while (rows.step()) visit(read_row(rows));
 }
 
+std::vector<AnomalyRow> unprocessed_rows(Connection& database) {
+  static constexpr char kSql[] =
+      ANOMALY_ROWS " WHERE a.PROCESSED = ? ORDER BY a.DETECTION_TIME, a.rowid";
+  return read_rows(database.query(kSql).bind(AnomalyStatus::kUnprocessed));
+}
+
 std::vector<std::string> unprocessed_anomalies(Connection& database) {
   static constexpr char kSql[] =
       "SELECT ANOMALY_UNIQUE_ID FROM ANOMALY_DATA WHERE PROCESSED = ? "

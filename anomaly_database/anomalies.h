@@ -41,6 +41,9 @@ std::vector<AnomalyRow> find_anomalies_that_name(Connection& database,
 // All anomalies, by rowid.
 void read_anomaly_rows(Connection& database, const std::function<void(AnomalyRow&&)>& visit);
 
+// Those that are not processed, the oldest detection first.
+std::vector<AnomalyRow> unprocessed_rows(Connection& database);
+
 // Ids of the anomalies that are not processed, the oldest detection first.
 std::vector<std::string> unprocessed_anomalies(Connection& database);
 

@@ -4,16 +4,35 @@
 
 namespace corvane {
 
+namespace {
+
+#define HISTORY_ROWS \
+  "SELECT rowid, USER_IDENTIFIED_CLUSTER, MODE, " BACKUP_COLUMNS " FROM HIST_DATA"
+
+void read_row(const Query& rows, HistoryRow& into) {
+  into.rowid = rows.integer(0);
+  into.cluster = static_cast<int>(rows.integer(1));
+  into.mode = static_cast<GatherMode>(rows.integer(2));
+  read_backup(rows, 3, into.backup);
+}
+
+std::string first_text(Query& rows) {
+  std::string text = rows.step() ? rows.text(0) : "";
+  rows.restart();
+  return text;
+}
+
+}  // namespace
+
 std::int64_t read_history(Connection& database, std::int64_t after,
-                          const std::function<bool(const Backup&, int cluster)>& visit) {
-  static constexpr char kSql[] = "SELECT rowid, USER_IDENTIFIED_CLUSTER, " BACKUP_COLUMNS
-                                 " FROM HIST_DATA WHERE rowid > ? ORDER BY rowid";
+                          const std::function<bool(const HistoryRow&)>& visit) {
+  static constexpr char kSql[] = HISTORY_ROWS " WHERE rowid > ? ORDER BY rowid";
   Query& rows = database.query(kSql).bind(after);
-  Backup backup;
+  HistoryRow row;
   while (rows.step()) {
-    read_backup(rows, 2, backup);
-    after = rows.integer(0);
-    if (!visit(backup, static_cast<int>(rows.integer(1)))) break;
+    read_row(rows, row);
+    after = row.rowid;
+    if (!visit(row)) break;
   }
   rows.restart();
   return after;
@@ -22,6 +41,11 @@ std::int64_t read_history(Connection& database, std::int64_t after,
 std::int64_t last_history_rowid(Connection& database) {
   static constexpr char kSql[] = "SELECT max(rowid) FROM HIST_DATA";
   return database.number(kSql);
+}
+
+std::string last_history_key(Connection& database) {
+  static constexpr char kSql[] = "SELECT UNIQUE_KEY FROM HIST_DATA ORDER BY rowid DESC LIMIT 1";
+  return first_text(database.query(kSql));
 }
 
 std::int64_t read_rows_to_process(
@@ -43,6 +67,23 @@ std::int64_t read_rows_to_process(
 std::int64_t last_rowid_to_process(Connection& database) {
   static constexpr char kSql[] = "SELECT max(rowid) FROM DATA_TO_PROCESS";
   return database.number(kSql);
+}
+
+std::string last_key_to_process(Connection& database) {
+  static constexpr char kSql[] =
+      "SELECT UNIQUE_KEY FROM DATA_TO_PROCESS ORDER BY rowid DESC LIMIT 1";
+  return first_text(database.query(kSql));
+}
+
+std::int64_t count_waiting(Connection& database) {
+  static constexpr char kSql[] = "SELECT count(*) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS = ?";
+  return database.query(kSql).bind(ProcessedStatus::kWaiting).first_integer();
+}
+
+std::int64_t first_waiting(Connection& database) {
+  static constexpr char kSql[] =
+      "SELECT min(rowid) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS = ?";
+  return database.query(kSql).bind(ProcessedStatus::kWaiting).first_integer();
 }
 
 void read_accepted(Connection& database, std::int64_t after, std::int64_t since,
@@ -73,6 +114,16 @@ std::optional<Backup> find_backup(Connection& database, const std::string& uniqu
     return backup;
   }
   return std::nullopt;
+}
+
+std::optional<HistoryRow> find_in_history(Connection& database, const std::string& unique_key) {
+  static constexpr char kSql[] = HISTORY_ROWS " WHERE UNIQUE_KEY = ?";
+  Query& asked = database.query(kSql).bind(unique_key);
+  if (!asked.step()) return std::nullopt;
+  HistoryRow row;
+  read_row(asked, row);
+  asked.restart();
+  return row;
 }
 
 bool is_in_history(Connection& database, const std::string& unique_key) {

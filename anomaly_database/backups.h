@@ -19,19 +19,34 @@ struct RowToProcess {
   Backup backup;
 };
 
+struct HistoryRow {
+  std::int64_t rowid = 0;
+  Backup backup;
+  int cluster = kNoCluster;  // USER_IDENTIFIED_CLUSTER
+  GatherMode mode = GatherMode::kLive;
+};
+
 // --- Scans ---
 
 // Rows of the history with a rowid above `after`, by rowid. Returns the last rowid that was read.
 // Ends early when `visit` returns false.
 std::int64_t read_history(Connection& database, std::int64_t after,
-                          const std::function<bool(const Backup&, int cluster)>& visit);
+                          const std::function<bool(const HistoryRow&)>& visit);
 std::int64_t last_history_rowid(Connection& database);
+// UNIQUE_KEY of the last row; empty without a row.
+std::string last_history_key(Connection& database);
 
 // The same of DATA_TO_PROCESS.
 std::int64_t read_rows_to_process(
     Connection& database, std::int64_t after,
     const std::function<bool(const RowToProcess&, ProcessedStatus)>& visit);
 std::int64_t last_rowid_to_process(Connection& database);
+std::string last_key_to_process(Connection& database);
+
+// Backups that wait for the detection. first_waiting(): the rowid of the one that came first; 0:
+// none waits.
+std::int64_t count_waiting(Connection& database);
+std::int64_t first_waiting(Connection& database);
 
 // Accepted backups with a rowid above `after` and a time above `since` (seconds since the epoch),
 // in the order of rowids.
@@ -42,6 +57,7 @@ void read_accepted(Connection& database, std::int64_t after, std::int64_t since,
 
 // Of either table.
 std::optional<Backup> find_backup(Connection& database, const std::string& unique_key);
+std::optional<HistoryRow> find_in_history(Connection& database, const std::string& unique_key);
 bool is_in_history(Connection& database, const std::string& unique_key);
 
 // --- What the detection writes, inside its transactions ---

@@ -3,6 +3,7 @@
 #include <array>
 #include <climits>
 
+#include "platform/answer_filter.h"
 #include "platform/host_product.h"
 #include "platform/https_session.h"
 #include "platform/master_config.h"
@@ -20,10 +21,27 @@ corvane::HttpsEndpoint installed_endpoint(const std::string& server, int port,
           settings ? settings->connect_to : ""};
 }
 
+std::function<std::string(std::string_view)>& answer_filter() {
+  static std::function<std::string(std::string_view)> filter;
+  return filter;
+}
+
 }  // namespace
+
+void corvane::set_answer_filter(std::function<std::string(std::string_view)> filter) {
+  answer_filter() = std::move(filter);
+}
 
 struct CVClientCURL::Impl {
   corvane::HttpsSession session;
+  std::string filtered;
+
+  int request(const char* method, const std::string& path, const std::string* body = nullptr) {
+    const int result = session.request(method, path, body);
+    if (answer_filter()) filtered = answer_filter()(session.answer().body);
+    return result;
+  }
+  const std::string& body() const { return answer_filter() ? filtered : session.answer().body; }
 };
 
 CVClientCURL::CVClientCURL(const std::string& server, int port, cert_type certificate,
@@ -35,24 +53,24 @@ CVClientCURL::CVClientCURL(const std::string& server, int port, cert_type certif
                            const std::string& /*content_type*/, bool /*compressed*/,
                            bool& /*token_expired*/, const std::string& /*audit_id*/,
                            int /*retries*/)
-    : impl_(new Impl{corvane::HttpsSession(installed_endpoint(server, port, certificate))}) {}
+    : impl_(new Impl{corvane::HttpsSession(installed_endpoint(server, port, certificate)), {}}) {}
 
 CVClientCURL::~CVClientCURL() = default;
 
 void CVClientCURL::setupCurlOperationTimeout(long seconds) { impl_->session.set_timeout(seconds); }
 
-int CVClientCURL::get(const std::string& path) { return impl_->session.request("GET", path); }
+int CVClientCURL::get(const std::string& path) { return impl_->request("GET", path); }
 
 int CVClientCURL::post(const std::string& path, const std::string& body, CurlClient* /*caller*/) {
-  return impl_->session.request("POST", path, &body);
+  return impl_->request("POST", path, &body);
 }
 
 int CVClientCURL::patch(const std::string& path, const std::string& body, CurlClient* /*caller*/) {
-  return impl_->session.request("PATCH", path, &body);
+  return impl_->request("PATCH", path, &body);
 }
 
-int CVClientCURL::remove(const std::string& path) { return impl_->session.request("DELETE", path); }
+int CVClientCURL::remove(const std::string& path) { return impl_->request("DELETE", path); }
 
 long CVClientCURL::http_status() const { return impl_->session.answer().status; }
 
-const std::string& CVClientCURL::response_body() const { return impl_->session.answer().body; }
+const std::string& CVClientCURL::response_body() const { return impl_->body(); }

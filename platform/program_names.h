@@ -9,6 +9,7 @@ namespace corvane {
 inline constexpr char kManagementProgram[] = "cvanomalymgmt";   // the service
 inline constexpr char kDetectionProgram[] = "cvanomalydetect";  // finds the anomalous backups
 inline constexpr char kAlertProgram[] = "cvanomalyalert";       // notifies people of them
+inline constexpr char kHealProgram[] = "cvanomalyheal";         // gathers what is missing
 inline constexpr char kOperatorProgram[] = "cvanomalyctl";      // the operator's tool; has no log
 
 }  // namespace corvane

@@ -2,6 +2,7 @@
 
 #include <grp.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,18 +24,36 @@ struct Ids {
   gid_t group;
 };
 
-// Looks up the account; returns an empty text, or why that failed.
-std::string find_account(const std::string& account, Ids& ids) {
+// Calls ask(passwd&, char*, size_t, passwd*&), one of the getpw..._r(), and use(passwd&) with what
+// it has found. Returns an empty text, or why that failed.
+template <typename Ask, typename Use>
+std::string look_up(Ask ask, Use use) {
   for (std::vector<char> room(kFirstEntryRoom);; room.resize(2 * room.size())) {
     passwd entry{};
     passwd* found = nullptr;
-    const int error = getpwnam_r(account.c_str(), &entry, room.data(), room.size(), &found);
+    const int error = ask(entry, room.data(), room.size(), found);
     if (error == ERANGE && room.size() < kMostEntryRoom) continue;
     if (error != 0) return std::strerror(error);
     if (found == nullptr) return "no such account";
-    ids = {entry.pw_uid, entry.pw_gid};
+    use(entry);
     return "";
   }
+}
+
+std::string find_account(const std::string& account, Ids& ids) {
+  return look_up(
+      [&](passwd& entry, char* room, std::size_t size, passwd*& found) {
+        return getpwnam_r(account.c_str(), &entry, room, size, &found);
+      },
+      [&](const passwd& entry) {
+        ids = {entry.pw_uid, entry.pw_gid};
+      });
+}
+
+std::string find_name(uid_t user, std::string& name) {
+  return look_up([&](passwd& entry, char* room, std::size_t size,
+                     passwd*& found) { return getpwuid_r(user, &entry, room, size, &found); },
+                 [&](const passwd& entry) { name = entry.pw_name; });
 }
 
 std::string system_error(std::string_view call) {
@@ -64,6 +83,15 @@ std::string take_account(const std::string& account) {
   if (setresgid(ids.group, ids.group, ids.group) != 0) return system_error("setresgid");
   if (setresuid(ids.user, ids.user, ids.user) != 0) return system_error("setresuid");
   return holds_only(ids) ? "" : "root could be regained";
+}
+
+std::string take_owner(const std::string& path) {
+  struct stat file {};
+  if (geteuid() != 0 || stat(path.c_str(), &file) != 0 || file.st_uid == 0) return "";
+  std::string account;
+  std::string reason = find_name(file.st_uid, account);
+  if (reason.empty()) reason = take_account(account);
+  return reason.empty() ? "" : "cannot run as the owner of " + path + ": " + reason;
 }
 
 std::string take_configured_account(const std::string& config_path) {

@@ -10,6 +10,10 @@ namespace corvane {
 // given up some of its rights and should end.
 std::string take_account(const std::string& account);
 
+// Switches to the account that owns a file, if this process runs as root; nothing happens if the
+// file is absent. Returns an empty text, or why the process must not go on.
+std::string take_owner(const std::string& path);
+
 // Switches to the account that the configuration file names, if any, if this process runs as root.
 // Returns an empty text, or why the process must not go on: switching failed, or the file exists
 // but cannot be read, so that the account is not known.

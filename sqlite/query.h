@@ -19,6 +19,8 @@ class QueryError : public Altamir::Corvane::UsageReporting::SQLiteDatabase::sqli
   QueryError(const std::string& message, sqlite3* db);
   int extended_code() const { return code_; }
   int code() const { return code_ & 0xFF; }
+  // The file is no database, or a damaged one.
+  bool is_damage() const { return code() == SQLITE_CORRUPT || code() == SQLITE_NOTADB; }
   // The errno if a file could not be opened; 0 for other failures.
   int system_errno() const { return system_errno_; }
 

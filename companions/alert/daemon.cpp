@@ -40,6 +40,7 @@ int Daemon::step() {
     if (has_new_settings_ || must_restart_) use_settings();
     look();
     prune();
+    if (heartbeat_.is_due()) state_->set_number(kLastPass, now());
     if (!problem_.empty()) logmsg(kLogEvent, kAlertProgram, "The databases can be used again");
     problem_.clear();
     return kLookEverySeconds;
@@ -91,6 +92,7 @@ void Daemon::open() {
     throw std::runtime_error("another cvanomalyalert is using " + options_.database_path());
   }
   if (state_ == nullptr) state_ = std::make_unique<StateDatabase>(options_.own_file(".db"));
+  heartbeat_.reset();
   state_file_.remember(options_.own_file(".db"));
   anomalies_.remember(options_.database_path());
   intake_ = std::make_unique<Intake>(options_.database_path(), *state_, master_, kSettleSeconds,

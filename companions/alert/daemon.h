@@ -9,9 +9,10 @@
 #include "companions/alert/delivery/senders.h"
 #include "companions/alert/incident/intake.h"
 #include "companions/alert/options.h"
-#include "companions/alert/program_lock.h"
 #include "companions/alert/settings_file.h"
 #include "companions/alert/state_database.h"
+#include "companions/common/heartbeat.h"
+#include "companions/common/program_lock.h"
 #include "companions/common/stop_signals.h"
 #include "util/file_watch.h"
 
@@ -53,7 +54,8 @@ class Daemon {
   std::unique_ptr<Intake> intake_;
   std::optional<std::int64_t> state_version_;
   std::optional<std::int64_t> pruned_;  // when
-  std::string problem_;                 // the reason that was logged last
+  Heartbeat heartbeat_;
+  std::string problem_;  // the reason that was logged last
   Senders senders_;
 };
 

@@ -48,7 +48,7 @@ int main(int argc, char* argv[]) {
     corvane::write_console_error(error + "\n" + corvane::alert::usage());
     return 2;
   }
-  umask(022);
+  umask(027);  // what it knows of the backups is not for everybody
   if (options.mode != corvane::alert::Options::Mode::kHelp) {
     enable_process_for_service_account();
     corvane::open_program_log(kAlertProgram);

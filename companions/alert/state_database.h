@@ -34,6 +34,9 @@ enum class DeliveryState {
 // std::logic_error for any other name.
 std::string typed_sql(std::string_view text);
 
+// The number under which the end of the program's last pass is stored, in seconds since the epoch.
+inline constexpr char kLastPass[] = "last_pass";
+
 // One connection, for one thread. Everything throws QueryError.
 class StateDatabase : public Connection {
  public:

@@ -17,4 +17,10 @@ bool StopSignals::wait(int seconds) {
   return stopped_;
 }
 
+StopSignals::Unblocked::Unblocked(const StopSignals& signals) : signals_(signals.signals_) {
+  sigprocmask(SIG_UNBLOCK, &signals_, nullptr);
+}
+
+StopSignals::Unblocked::~Unblocked() { sigprocmask(SIG_BLOCK, &signals_, nullptr); }
+
 }  // namespace corvane

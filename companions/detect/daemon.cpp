@@ -12,6 +12,7 @@
 #include "companions/common/stop_signals.h"
 #include "companions/detect/replay.h"
 #include "companions/detect/settings_file.h"
+#include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/debug_log.h"
 #include "platform/program_names.h"
@@ -49,6 +50,7 @@ int Daemon::step() {
     follow_files();
     if (detector_ == nullptr) open();
     if (detector_->has_news()) pass();
+    if (heartbeat_.is_due()) note_pass();
     if (!problem_.empty()) logmsg(kLogEvent, kDetectionProgram, "The database can be used again");
     problem_.clear();
     return kLookEverySeconds;
@@ -65,22 +67,33 @@ void Daemon::follow_files() {
     logmsg(kLogEvent, kDetectionProgram, "Configuration reloaded");
     if (detector_ != nullptr) detector_->set_settings(settings_);
   }
-  if (detector_ != nullptr && !database_.is_same()) detector_.reset();
+  if (!database_.is_same() || !verdicts_.is_same()) detector_.reset();
 }
 
 void Daemon::open() {
   database_.remember(options_.database_path());
-  detector_ = std::make_unique<Detector>(options_.database_path(), settings_, stop_);
+  heartbeat_.reset();
+  // Asked again and again while a pass goes on. One that fails at its begin is no progress.
+  const auto stop = [this] {
+    if (progress_.is_due()) note_pass();
+    return stop_();
+  };
+  detector_ = std::make_unique<Detector>(options_.database_path(), settings_, stop);
+  verdicts_.remember(detector_->verdict_path());
 }
 
 void Daemon::pass() {
+  progress_.restart();
   const auto begin = std::chrono::steady_clock::now();
   const PassCounts counts = detector_->pass();
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+  pass_seconds_ = std::chrono::duration_cast<std::chrono::seconds>(took).count();
   if (counts.normal + counts.learning + counts.anomalous == 0) return;
   logmsgf(kLogDetail, kDetectionProgram, "Judged %zu normal, %zu learning, %zu anomalous in %.3f s",
           counts.normal, counts.learning, counts.anomalous, took.count());
 }
+
+void Daemon::note_pass() { detector_->note_pass({now(), pass_seconds_}); }
 
 void Daemon::complain(const std::string& reason) {
   if (reason == problem_) return;

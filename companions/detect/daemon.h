@@ -1,10 +1,12 @@
 // The program's modes: the daemon, and what people call by hand.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "companions/common/heartbeat.h"
 #include "companions/detect/detector.h"
 #include "companions/detect/options.h"
 #include "util/file_watch.h"
@@ -26,6 +28,7 @@ class Daemon {
   void follow_files();
   void open();
   void pass();
+  void note_pass();
   void complain(const std::string& reason);
 
   Options options_;
@@ -33,8 +36,12 @@ class Daemon {
   FileWatch config_;
   Settings settings_;
   FileIdentity database_;
+  FileIdentity verdicts_;  // the detection's own database
   std::unique_ptr<Detector> detector_;
-  std::string problem_;  // the reason logged last; empty while the database can be used
+  std::int64_t pass_seconds_ = 0;  // that the last pass took
+  Heartbeat heartbeat_;            // of passes that have ended
+  Heartbeat progress_;             // of the pass that lasts
+  std::string problem_;            // the reason logged last; empty while the database can be used
 };
 
 // Runs until SIGTERM or SIGINT, then returns 0.

@@ -24,16 +24,13 @@ namespace {
 
 // A few milliseconds of work, so that the service never waits long for its turn to write.
 constexpr std::size_t kRowsPerTransaction = 64;
+// Between two transactions of the detection's own database.
+constexpr std::size_t kRowsPerPortion = 1024;
 
 // To ask for a stop takes longer than to read a row.
 constexpr std::size_t kRowsPerQuestion = 4096;
 
 }  // namespace
-
-std::string reported_incident(Connection& database, const std::string& unique_key) {
-  std::optional<AnomalyRow> row = find_anomaly_row(database, anomaly_id(unique_key));
-  return row ? read_anomaly(std::move(*row)).incident : std::string();
-}
 
 bool judged_before(const Backup& a, const Backup& b) {
   const bool a_part = a.stream.is_incremental();
@@ -44,8 +41,9 @@ bool judged_before(const Backup& a, const Backup& b) {
 Detector::Detector(const std::string& database, const Settings& settings,
                    std::function<bool()> stop)
     : database_(open_for_companion(database)),
-      model_(settings,
-             [this](const std::string& key) { return reported_incident(database_, key); }),
+      verdict_path_(verdict_database_path(database_)),
+      verdicts_(database_, open_verdicts(verdict_path_)),
+      model_(settings, [this](const std::string& key) { return verdicts_.incident_of(key); }),
       stop_(std::move(stop)) {}
 
 bool Detector::has_news() {
@@ -59,8 +57,9 @@ PassCounts Detector::pass() {
   // Rowids only grow: when the last one is lower than before, the table was emptied.
   if (last_history_rowid(database_) < last_history_ || last_rowid_to_process(database_) < last_row_)
     start_over();
-  read_new_history();
+  // First what was reported, so that the history is not read without it.
   read_new_rows();
+  read_new_history();
   if (stop_()) {
     loaded_ = false;  // possibly read in part only
     return counts;
@@ -84,6 +83,7 @@ void Detector::start_over() {
   feedback_.clear();
   last_history_ = 0;
   last_row_ = 0;
+  verdicts_.begin_history(last_history_rowid(database_));
 }
 
 bool Detector::goes_on_after(std::size_t rows) const {
@@ -92,10 +92,17 @@ bool Detector::goes_on_after(std::size_t rows) const {
 
 void Detector::read_new_history() {
   std::size_t rows{};
-  last_history_ = read_history(database_, last_history_, [&](const Backup& backup, int cluster) {
-    model_.learn(backup, cluster);
-    return goes_on_after(++rows);
+  last_history_ = read_history(database_, last_history_, [&](const HistoryRow& row) {
+    const Standing standing = verdicts_.note(row);
+    if (standing.is_held) {
+      model_.hold(*standing.backup, {});
+    } else {
+      model_.learn(*standing.backup, standing.cluster);
+    }
+    if (++rows % kRowsPerPortion == 0) verdicts_.store(row.rowid);
+    return goes_on_after(rows);
   });
+  verdicts_.store(last_history_);
 }
 
 void Detector::read_new_rows() {
@@ -103,15 +110,36 @@ void Detector::read_new_rows() {
   std::size_t rows{};
   last_row_ = read_rows_to_process(database_, last_row_,
                                    [&](const RowToProcess& row, ProcessedStatus status) {
+                                     if (status != ProcessedStatus::kNormal)
+                                       verdicts_.add_reported(row.backup);
                                      if (status == ProcessedStatus::kWaiting)
                                        waiting_.push_back(row);
                                      if (status == ProcessedStatus::kAnomalous)
                                        reported.push_back(row.backup);
                                      return goes_on_after(++rows);
                                    });
+  verdicts_.store(last_history_);
+  std::vector<KnownVerdict> lost;
   for (const Backup& backup : reported) {
-    if (!is_in_history(database_, backup.unique_key)) model_.hold(backup, {});
+    if (is_in_history(database_, backup.unique_key)) continue;
+    std::optional<KnownVerdict> known = verdicts_.find(backup.unique_key);
+    if (known && known->is_false_positive()) {
+      lost.push_back(*std::move(known));
+    } else {
+      model_.hold(known ? known->backup : backup, {});
+    }
   }
+  if (lost.empty()) return;
+  Transaction transaction(database_);
+  for (const KnownVerdict& false_positive : lost) put_back(false_positive);
+  transaction.commit();
+}
+
+// A false positive that the history lacks: the anomaly database is an older copy, for example.
+void Detector::put_back(const KnownVerdict& false_positive) {
+  const Backup& backup = false_positive.backup;
+  add_to_history(database_, backup.unique_key, false_positive.cluster);
+  model_.learn(backup, false_positive.cluster);
 }
 
 void Detector::judge_waiting(PassCounts& counts) {
@@ -133,25 +161,25 @@ void Detector::judge_some(std::size_t begin, std::size_t end, PassCounts& counts
   transaction.commit();
   for (const auto& [level, text] : lines_) logmsg(level, kDetectionProgram, text.c_str());
   lines_.clear();
+  verdicts_.store(last_history_);
 }
 
 void Detector::judge(const RowToProcess& row, PassCounts& counts) {
   const Backup& backup = row.backup;
-  // Gathered again after it was judged: the first verdict stands.
-  if (has_anomaly(database_, anomaly_id(backup.unique_key))) {
-    mark_processed(database_, row.rowid, ProcessedStatus::kAnomalous);
-    return;
-  }
-  if (is_in_history(database_, backup.unique_key)) {
-    mark_processed(database_, row.rowid, ProcessedStatus::kNormal);
-    return;
-  }
+  const std::optional<KnownVerdict> known = verdicts_.find(backup.unique_key);
+  if (keep_first_verdict(row, known)) return;
   const Verdict verdict = model_.judge(backup);
   keep_eps(backup.stream);
   if (verdict.outcome == Outcome::kAnomalous) {
     if (!mark_processed(database_, row.rowid, ProcessedStatus::kAnomalous)) return;
     report(row, verdict);
     ++counts.anomalous;
+    return;
+  }
+  if (known) {
+    // It was reported. What it is compared with today may be less than what it was compared with.
+    mark_processed(database_, row.rowid, ProcessedStatus::kAnomalous);
+    model_.hold(known->backup, known->incident);
     return;
   }
   if (!mark_processed(database_, row.rowid, ProcessedStatus::kNormal)) return;
@@ -164,6 +192,43 @@ void Detector::judge(const RowToProcess& row, PassCounts& counts) {
     ++counts.normal;
   }
   accept(row);
+  verdicts_.add(backup, JudgedAs::kAccepted, {});
+}
+
+// Of a row that is gathered again after it was judged. One that was reported and whose anomaly was
+// lost is judged again, to be reported again. Otherwise the model forgets what it knows of the
+// backup.
+bool Detector::keep_first_verdict(const RowToProcess& row,
+                                  const std::optional<KnownVerdict>& known) {
+  const std::string& key = row.backup.unique_key;
+  const bool is_false_positive = known && known->is_false_positive();
+  const bool is_reported = known && known->judged_as == JudgedAs::kAnomalous;
+  if (has_anomaly(database_, anomaly_id(key))) {
+    if (!mark_processed(database_, row.rowid, ProcessedStatus::kAnomalous)) return true;
+    if (is_false_positive) {
+      put_back(*known);
+    } else {
+      model_.hold(known ? known->backup : row.backup, {});
+    }
+    return true;
+  }
+  const std::optional<HistoryRow> found = find_in_history(database_, key);
+  const bool is_by_verdict =
+      found && (found->cluster != kNoCluster || (found->mode == GatherMode::kLive && !is_reported));
+  if (is_by_verdict) {
+    mark_processed(database_, row.rowid, ProcessedStatus::kNormal);
+    return true;
+  }
+  if (found) model_.forget(found->backup);
+  if (known) model_.forget(known->backup);
+  if (!known || (is_reported && !is_false_positive)) return false;
+  if (!mark_processed(database_, row.rowid, ProcessedStatus::kNormal)) return true;
+  if (is_false_positive) {
+    put_back(*known);
+  } else {
+    accept(row);
+  }
+  return true;
 }
 
 void Detector::accept(const RowToProcess& row) {
@@ -182,6 +247,7 @@ void Detector::report(const RowToProcess& row, const Verdict& verdict) {
   anomaly.detection_time = now();
   add_anomaly(database_, anomaly);
   model_.hold(backup, finding.incident);
+  verdicts_.add(backup, JudgedAs::kAnomalous, finding.incident);
   say(kLogEvent,
       "Anomaly [" + anomaly.id + "] in [" + anomaly.detection_key + "]: " + finding.summary);
 }
@@ -235,22 +301,48 @@ void Detector::apply_feedback(const std::string& id, Feedback feedback) {
   const bool false_positive = feedback == Feedback::kFalsePositive;
   Transaction transaction(database_);
   const std::optional<Backup> backup = find_backup(database_, key);
-  if (!has_anomaly(database_, id) || !backup) return;
-  if (is_in_history(database_, key) == false_positive) return;
-  if (false_positive) {
-    const int cluster = model_.next_cluster(backup->stream);
-    add_to_history(database_, key, cluster);
-    model_.learn(*backup, cluster);
-  } else {
-    if (!remove_false_positive(database_, key)) return;  // an accepted backup stays one
-    model_.forget_false_positive(*backup);
-    model_.hold(*backup, {});
-    // The rowid of a deleted row may be used again.
-    last_history_ = std::min(last_history_, last_history_rowid(database_));
-  }
+  if (!backup || !was_reported(key)) return;
+  const std::optional<int> cluster =
+      false_positive ? add_false_positive(*backup) : withdraw_false_positive(*backup);
+  if (!cluster) return;
   transaction.commit();
   logmsgf(kLogEvent, kDetectionProgram, "Anomaly [%s] %s a false positive", id.c_str(),
           false_positive ? "was marked as" : "is no longer marked as");
+  verdicts_.set_cluster(key, *cluster, last_history_);
+}
+
+// Its anomaly may have been lost since.
+bool Detector::was_reported(const std::string& key) {
+  if (has_anomaly(database_, anomaly_id(key))) return true;
+  const std::optional<KnownVerdict> known = verdicts_.find(key);
+  return known && known->judged_as == JudgedAs::kAnomalous;
+}
+
+// Both return the new number of the backup's cluster; nothing when nothing changes.
+std::optional<int> Detector::add_false_positive(const Backup& backup) {
+  const std::optional<HistoryRow> found = find_in_history(database_, backup.unique_key);
+  const std::optional<KnownVerdict> known = verdicts_.find(backup.unique_key);
+  const bool is_reported = known && known->judged_as == JudgedAs::kAnomalous;
+  // Accepted, or a false positive already. What was reported is neither, whoever put it there.
+  if (found && (found->cluster != kNoCluster || !is_reported)) return std::nullopt;
+  const int cluster = is_reported && known->is_false_positive()
+                          ? known->cluster
+                          : model_.next_cluster(backup.stream);
+  add_to_history(database_, backup.unique_key, cluster);
+  model_.learn(backup, cluster);
+  return cluster;
+}
+
+std::optional<int> Detector::withdraw_false_positive(const Backup& backup) {
+  const std::optional<KnownVerdict> known = verdicts_.find(backup.unique_key);
+  const bool was_one = known && known->is_false_positive();
+  // An accepted backup stays in the history.
+  if (!remove_false_positive(database_, backup.unique_key) && !was_one) return std::nullopt;
+  model_.forget_false_positive(backup);
+  model_.hold(known ? known->backup : backup, {});
+  // The rowid of a deleted row may be used again.
+  last_history_ = std::min(last_history_, last_history_rowid(database_));
+  return kNoCluster;
 }
 
 }  // namespace corvane::detect

@@ -12,14 +12,12 @@
 
 #include "anomaly_database/backups.h"
 #include "companions/detect/model.h"
+#include "companions/detect/verdicts.h"
 
 namespace corvane::detect {
 
 // By time of backup; at equal times full backups first, since they tell more about the source.
 bool judged_before(const Backup& a, const Backup& b);
-
-// The name of the incident of an anomalous backup; empty when the backup is not in ANOMALY_DATA.
-std::string reported_incident(Connection& database, const std::string& unique_key);
 
 struct PassCounts {
   std::size_t normal = 0;
@@ -28,9 +26,10 @@ struct PassCounts {
 };
 
 // A pass writes in short transactions of a few rows. Everything that belongs to a row is in one
-// transaction: whenever the process dies, each row is either judged or waiting. After an exception
-// (sqlite_exception) the object must not be used again; make a new one. Logs under the program's
-// tag.
+// transaction: whenever the process dies, each row is either judged or waiting. The detection's own
+// database is written after each of them (see Verdicts). After an exception (sqlite_exception, or
+// std::runtime_error when that database is of a later version) the object must not be used again;
+// make a new one. Logs under the program's tag.
 class Detector {
  public:
   // `stop` is asked between rows; when it returns true the pass ends early.
@@ -44,8 +43,13 @@ class Detector {
   // Judges the waiting records and follows the feedback. Throws sqlite_exception.
   PassCounts pass();
 
+  // Notes in the detection's own database that a pass has ended.
+  void note_pass(const LastPass& pass) { verdicts_.set_last_pass(pass); }
+
   void set_settings(const Settings& settings) { model_.set_settings(settings); }
   const Model& model() const { return model_; }
+  // Of the detection's own database.
+  const std::string& verdict_path() const { return verdict_path_; }
 
  private:
   void load();
@@ -56,6 +60,8 @@ class Detector {
   void judge_waiting(PassCounts& counts);
   void judge_some(std::size_t begin, std::size_t end, PassCounts& counts);
   void judge(const RowToProcess& row, PassCounts& counts);
+  bool keep_first_verdict(const RowToProcess& row, const std::optional<KnownVerdict>& known);
+  void put_back(const KnownVerdict& false_positive);
   void accept(const RowToProcess& row);
   void report(const RowToProcess& row, const Verdict& verdict);
   void say_adopted(const Backup& backup);
@@ -64,8 +70,13 @@ class Detector {
   void keep_eps(const StreamKey& stream);
   void follow_feedback();
   void apply_feedback(const std::string& id, Feedback feedback);
+  bool was_reported(const std::string& key);
+  std::optional<int> add_false_positive(const Backup& backup);
+  std::optional<int> withdraw_false_positive(const Backup& backup);
 
   Connection database_;
+  std::string verdict_path_;
+  Verdicts verdicts_;
   Model model_;
   std::function<bool()> stop_;
   bool loaded_ = false;

@@ -44,7 +44,7 @@ int main(int argc, char* argv[]) {
     corvane::write_console_error(error + "\n" + corvane::detect::usage());
     return 2;
   }
-  umask(022);
+  umask(027);  // what it knows of the backups is not for everybody
   if (options.mode != corvane::detect::Options::Mode::kHelp) {
     enable_process_for_service_account();
     corvane::open_program_log(kDetectionProgram);

@@ -1,6 +1,9 @@
 #include "companions/detect/model.h"
 
 #include <algorithm>
+#include <iterator>
+#include <span>
+#include <utility>
 
 #include "anomaly_database/statuses.h"
 #include "finding/anomaly.h"
@@ -12,6 +15,10 @@ namespace {
 
 constexpr std::int32_t kNight = 12 * 60 * 60;
 constexpr std::size_t kHeldRemembered = 8;
+// The service gathers no older backups.
+constexpr std::int32_t kLatest = 91 * 24 * 60 * 60;
+constexpr std::size_t kRemovedAtOnce = 56;  // to remove one takes as long
+constexpr std::size_t kGoodRemembered = 4;
 
 void insert(auto& into, const Observation& observation) {
   const auto place = std::lower_bound(into.begin(), into.end(), observation);
@@ -22,8 +29,70 @@ void insert(auto& into, const Observation& observation) {
   }
 }
 
-void forget(auto& records, const std::string& unique_key) {
+void erase_key(auto& records, const std::string& unique_key) {
   std::erase_if(records, [&](const auto& record) { return record.unique_key == unique_key; });
+}
+
+void erase_backup(std::vector<BackupReference>& references, const Backup& backup) {
+  std::erase_if(references, [&](const BackupReference& one) {
+    return one.time == backup.time && one.backup_id == backup.backup_id;
+  });
+}
+
+void remember_good(std::vector<BackupReference>& good, const Backup& backup) {
+  if (good.size() == kGoodRemembered && backup.time < good.front().time) return;
+  erase_backup(good, backup);
+  good.insert(std::ranges::upper_bound(good, backup.time, {}, &BackupReference::time),
+              {backup.backup_id, backup.time});
+  if (good.size() > kGoodRemembered) good.erase(good.begin());
+}
+
+bool is_before(const Held& a, const Held& b) { return a.observation < b.observation; }
+
+std::int32_t time_of(const Held& held) { return held.observation.time(); }
+
+// Those up to `time`.
+std::span<const Held> held_until(const std::vector<Held>& held, std::int32_t time) {
+  return {held.begin(), std::ranges::upper_bound(held, time, {}, time_of)};
+}
+
+void erase_held(Stream& stream, const Backup& backup) {
+  erase_key(stream.held, backup.unique_key);
+  const auto first = std::ranges::lower_bound(stream.older_held, backup.time, {}, time_of);
+  const auto end = std::ranges::upper_bound(stream.older_held, backup.time, {}, time_of);
+  const auto at = std::find_if(
+      first, end, [&](const Held& one) { return one.unique_key == backup.unique_key; });
+  if (at != end) stream.older_held.erase(at);
+}
+
+// A backup that comes late needs those before it.
+void forget_oldest(Stream& stream) {
+  auto& older = stream.older_held;
+  const std::int32_t oldest = time_of(stream.held.front()) - kLatest;
+  const auto end = std::ranges::lower_bound(older, oldest, {}, time_of);
+  const auto count = static_cast<std::size_t>(end - older.begin());
+  if (count < kHeldRemembered + kRemovedAtOnce) return;
+  older.erase(older.begin(), end - static_cast<std::ptrdiff_t>(kHeldRemembered));
+}
+
+// The latest one up to the time of the backup, but not itself; null: none.
+Held* former_of(Stream& stream, const Backup& backup) {
+  for (auto* all : {&stream.held, &stream.older_held}) {
+    auto at = std::ranges::upper_bound(*all, backup.time, {}, time_of);
+    while (at != all->begin()) {
+      if ((--at)->unique_key != backup.unique_key) return &*at;
+    }
+  }
+  return nullptr;
+}
+
+// Of those up to `time`, as many of the latest as a stream remembers.
+void append_held(const Stream& stream, std::int32_t time, std::vector<Observation>& into) {
+  const auto latest = held_until(stream.held, time);
+  const auto older = held_until(stream.older_held, time);
+  const auto missing = std::min(older.size(), kHeldRemembered - latest.size());
+  for (const Held& one : older.last(missing)) into.push_back(one.observation);
+  for (const Held& one : latest) into.push_back(one.observation);
 }
 
 std::deque<Observation>::const_iterator first_after(const std::deque<Observation>& history,
@@ -33,11 +102,14 @@ std::deque<Observation>::const_iterator first_after(const std::deque<Observation
       [](std::int32_t value, const Observation& other) { return value < other.time(); });
 }
 
-// The newest one that is not after `time`, else the first one; null when there are none.
+// The newest one that is not after `time`; null when there is none.
 const Observation* newest_at(const std::deque<Observation>& history, std::int32_t time) {
   const auto after = first_after(history, time);
-  if (history.empty()) return nullptr;
-  return after == history.begin() ? &history.front() : &*(after - 1);
+  return after == history.begin() ? nullptr : &*(after - 1);
+}
+
+std::size_t count_until(const std::deque<Observation>& history, std::int32_t time) {
+  return static_cast<std::size_t>(first_after(history, time) - history.begin());
 }
 
 }  // namespace
@@ -59,9 +131,9 @@ void Model::learn(const Backup& backup, int cluster) {
   if (cluster != kNoCluster) {
     insert(stream.by_people, observation);
     stream.last_cluster = std::max(stream.last_cluster, cluster);
-    forget(stream.false_positives, backup.unique_key);
-    stream.false_positives.push_back({backup.unique_key, std::nullopt});
-    forget(stream.held, backup.unique_key);
+    erase_key(stream.false_positives, backup.unique_key);
+    stream.false_positives.push_back({backup.unique_key, backup.time, std::nullopt});
+    erase_held(stream, backup);
     return;
   }
   if (settled_) {
@@ -70,16 +142,30 @@ void Model::learn(const Backup& backup, int cluster) {
   } else {
     stream.history.push_back(observation);
   }
-  if (backup.time >= stream.last_good.time) stream.last_good = {backup.backup_id, backup.time};
+  remember_good(stream.last_good, backup);
 }
 
 void Model::hold(const Backup& backup, const std::string& incident) {
   Stream& stream = stream_of(backup.stream);
-  forget(stream.held, backup.unique_key);
-  stream.held.push_back({Observation(backup), backup.unique_key, incident});
-  std::sort(stream.held.begin(), stream.held.end(),
-            [](const Held& a, const Held& b) { return a.observation < b.observation; });
-  if (stream.held.size() > kHeldRemembered) stream.held.erase(stream.held.begin());
+  erase_held(stream, backup);
+  const auto insert_held = [](std::vector<Held>& into, Held one) {
+    const auto place = std::upper_bound(into.begin(), into.end(), one, is_before);
+    into.insert(place, std::move(one));
+  };
+  insert_held(stream.held, {Observation(backup), backup.unique_key, incident});
+  if (stream.held.size() <= kHeldRemembered) return;
+  insert_held(stream.older_held, std::move(stream.held.front()));
+  stream.held.erase(stream.held.begin());
+  forget_oldest(stream);
+}
+
+void Model::forget(const Backup& backup) {
+  Stream& stream = stream_of(backup.stream);
+  std::erase_if(stream.history, [gone = Observation(backup)](const Observation& other) {
+    return other.is_same_row(gone);
+  });
+  erase_backup(stream.last_good, backup);
+  erase_held(stream, backup);
 }
 
 void Model::forget_false_positive(const Backup& backup) {
@@ -87,7 +173,7 @@ void Model::forget_false_positive(const Backup& backup) {
   Stream& stream = stream_of(backup.stream);
   std::erase_if(stream.by_people,
                 [&](const Observation& other) { return other.is_same_row(gone); });
-  forget(stream.false_positives, backup.unique_key);
+  erase_key(stream.false_positives, backup.unique_key);
 }
 
 void Model::settle() {
@@ -117,8 +203,8 @@ void Model::clear() {
   settled_ = false;
 }
 
-// Merges the streams that match: a record without a known application type or destination belongs
-// to every stream of its family.
+// What is known at `time`. Merges the streams that match: a record without a known application type
+// or destination belongs to every stream of its family.
 void Model::collect(const StreamKey& key, std::int32_t time, std::vector<Observation>& history,
                     std::vector<Observation>& by_people, std::vector<Observation>& held) {
   history.clear();
@@ -126,14 +212,13 @@ void Model::collect(const StreamKey& key, std::int32_t time, std::vector<Observa
   held.clear();
   for (const Stream* stream : sources_[key.client_and_policy()].streams) {
     const bool same_kind = !key.is_incremental() && !stream->key.is_incremental();
-    if (same_kind || stream->key.matches(key)) {
-      for (const Held& other : stream->held) held.push_back(other.observation);
-    }
+    if (same_kind || stream->key.matches(key)) append_held(*stream, time, held);
     if (!stream->key.matches(key)) continue;
     const auto middle =
-        history.insert(history.end(), stream->history.begin(), stream->history.end());
+        history.insert(history.end(), stream->history.begin(), first_after(stream->history, time));
     std::inplace_merge(history.begin(), middle, history.end());
-    by_people.insert(by_people.end(), stream->by_people.begin(), stream->by_people.end());
+    std::ranges::copy_if(stream->by_people, std::back_inserter(by_people),
+                         [&](const Observation& other) { return other.time() <= time; });
   }
   keep_newest(history, time);
 }
@@ -149,10 +234,11 @@ void Model::keep_newest(std::vector<Observation>& history, std::int32_t time) co
 void Model::find_full_backups(const Backup& backup, Question& question) {
   full_backups_.clear();
   const Stream* best = nullptr;
+  std::size_t most = 0;
   const Stream* night_stream = nullptr;
   bool night_is_held = false;
   const auto consider = [&](const Stream* stream, const Observation& copy, bool held) {
-    if (copy.time() > backup.time || backup.time - copy.time() > kNight) return;
+    if (backup.time - copy.time() > kNight) return;
     if (night_stream != nullptr && copy.time() < same_night_.time()) return;
     same_night_ = copy;
     night_stream = stream;
@@ -160,11 +246,16 @@ void Model::find_full_backups(const Backup& backup, Question& question) {
   };
   for (const Stream* stream : sources_[backup.stream.client_and_policy()].streams) {
     if (stream->key.is_incremental() || stream->key.matches(backup.stream)) continue;
-    if (!stream->history.empty()) {
-      if (best == nullptr || stream->history.size() > best->history.size()) best = stream;
-      consider(stream, *newest_at(stream->history, backup.time), false);
+    const std::size_t count = count_until(stream->history, backup.time);
+    if (count > most) {
+      best = stream;
+      most = count;
     }
-    for (const Held& held : stream->held) consider(stream, held.observation, true);
+    if (count > 0) consider(stream, *newest_at(stream->history, backup.time), false);
+    for (const auto* all : {&stream->older_held, &stream->held}) {
+      const auto held = held_until(*all, backup.time);
+      if (!held.empty()) consider(stream, held.back().observation, true);
+    }
   }
   if (best == nullptr) return;
   std::vector<Observation> held;
@@ -173,7 +264,8 @@ void Model::find_full_backups(const Backup& backup, Question& question) {
   if (night_stream == nullptr) return;
   question.same_night = &same_night_;
   question.same_night_is_normal =
-      !night_is_held && night_stream->history.size() >= settings_.stream.min_observations &&
+      !night_is_held &&
+      count_until(night_stream->history, backup.time) >= settings_.stream.min_observations &&
       same_night_.figures().transferred_kb >= 0;
 }
 
@@ -201,7 +293,8 @@ std::vector<const Stream*> Model::matching(const StreamKey& key) {
 BackupReference Model::last_good_of(const StreamKey& key) {
   BackupReference latest;
   for (const Stream* stream : matching(key)) {
-    if (stream->last_good.time >= latest.time) latest = stream->last_good;
+    if (stream->last_good.empty() || stream->last_good.back().time < latest.time) continue;
+    latest = stream->last_good.back();
   }
   return latest;
 }
@@ -210,7 +303,7 @@ std::optional<std::int64_t> Model::last_accepted_at(const StreamKey& key, std::i
   std::optional<std::int64_t> latest;
   for (const Stream* stream : matching(key)) {
     const Observation* accepted = newest_at(stream->history, time);
-    if (accepted == nullptr || accepted->time() > time) continue;
+    if (accepted == nullptr) continue;
     latest = std::max<std::int64_t>(latest.value_or(accepted->time()), accepted->time());
   }
   return latest;
@@ -226,25 +319,23 @@ std::int64_t Model::first_accepted_after(const StreamKey& key, std::int32_t time
   return first;
 }
 
-bool Model::is_false_positive(Stream& stream, const std::string& incident) {
-  return std::any_of(
-      stream.false_positives.begin(), stream.false_positives.end(), [&](FalsePositive& one) {
-        if (!one.incident) one.incident = reported_incident_(one.unique_key);
-        return *one.incident == incident || incident_name(one.unique_key) == incident;
-      });
+bool Model::is_false_positive(Stream& stream, const std::string& incident, std::int32_t time) {
+  return std::ranges::any_of(stream.false_positives, [&](FalsePositive& one) {
+    if (one.time > time) return false;
+    if (!one.incident) one.incident = reported_incident_(one.unique_key);
+    return *one.incident == incident || incident_name(one.unique_key) == incident;
+  });
 }
 
 std::string Model::incident_of(const Backup& backup) {
   Stream& stream = stream_of(backup.stream);
-  const auto former = std::find_if(stream.held.rbegin(), stream.held.rend(), [&](const Held& held) {
-    return held.observation.time() <= backup.time && held.unique_key != backup.unique_key;
-  });
-  if (former == stream.held.rend()) return incident_name(backup.unique_key);
+  Held* former = former_of(stream, backup);
+  if (former == nullptr) return incident_name(backup.unique_key);
   if (former->incident.empty()) former->incident = reported_incident_(former->unique_key);
   if (former->incident.empty()) former->incident = incident_name(former->unique_key);
   const bool continues =
       continues_incident(former->observation.time(), last_accepted_at(backup.stream, backup.time),
-                         is_false_positive(stream, former->incident));
+                         is_false_positive(stream, former->incident, backup.time));
   return continues ? former->incident : incident_name(backup.unique_key);
 }
 

@@ -28,6 +28,7 @@ struct Held {
 // An anomalous backup that people marked as a false positive.
 struct FalsePositive {
   std::string unique_key;
+  std::int32_t time = 0;
   std::optional<std::string> incident;  // its name; absent: not looked up yet
 };
 
@@ -37,8 +38,11 @@ struct Stream {
   std::deque<Observation> history;
   std::vector<Observation> by_people;  // false positives, by time
   std::vector<Held> held;              // the latest anomalous ones, by time
+  // Those before them, by time, for backups that come late: of 91 days, and some that are older.
+  std::vector<Held> older_held;
   std::vector<FalsePositive> false_positives;
-  BackupReference last_good;
+  // The latest accepted ones, by time: when the last is forgotten, the one before it counts again.
+  std::vector<BackupReference> last_good;
   int last_cluster = 0;           // the highest; each false positive has a cluster of its own
   std::string said_inconclusive;  // the day for which this was last logged
 };
@@ -46,6 +50,8 @@ struct Stream {
 // The name of the incident of an anomalous backup; empty when it is not known.
 using IncidentLookup = std::function<std::string(const std::string& unique_key)>;
 
+// A backup may come late, after later ones: whatever is later than it plays no part in its verdict
+// or its incident.
 class Model {
  public:
   Model(const Settings& settings, IncidentLookup reported_incident)
@@ -59,6 +65,9 @@ class Model {
   // An anomalous row that is not in the history. An empty name of its incident is looked up when it
   // is needed.
   void hold(const Backup& backup, const std::string& incident);
+  // Forgets an accepted or an anomalous backup, so that it can be judged: it is not compared with
+  // itself.
+  void forget(const Backup& backup);
   // Undoes a false positive.
   void forget_false_positive(const Backup& backup);
   // Sorts what learn() has appended so far; from then on learn() keeps the order. judge() does so,
@@ -95,7 +104,7 @@ class Model {
   void keep_newest(std::vector<Observation>& history, std::int32_t time) const;
   void find_full_backups(const Backup& backup, Question& question);
   std::vector<const Stream*> matching(const StreamKey& key);
-  bool is_false_positive(Stream& stream, const std::string& incident);
+  bool is_false_positive(Stream& stream, const std::string& incident, std::int32_t time);
 
   Settings settings_;
   IncidentLookup reported_incident_;

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include "anomaly_database/backups.h"
 #include "companions/detect/detector.h"
 #include "companions/detect/finding_of.h"
 #include "companions/detect/model.h"
+#include "companions/detect/verdicts.h"
 #include "finding/finding_json.h"
 #include "finding/words.h"
 #include "util/json.h"
@@ -16,38 +18,57 @@ namespace corvane::detect {
 
 namespace {
 
+// The stored backups, as the detection takes them.
+struct Stored {
+  explicit Stored(Connection& read)
+      : database(read), verdicts(read, open_verdicts_for_reading(verdict_database_path(read))) {}
+  // As it was judged.
+  Backup judged(const Backup& backup) {
+    const std::optional<KnownVerdict> known = verdicts.find(backup.unique_key);
+    return known ? known->backup : backup;
+  }
+
+  Connection& database;
+  KnownVerdicts verdicts;
+};
+
 // Visits every stored backup: the history, then the anomalous ones that are not in it.
-void read_all(Connection& database, const std::function<void(const Backup&, int cluster)>& visit,
+void read_all(Stored& stored, const std::function<void(const Backup&, int cluster)>& visit,
               const std::function<void(const Backup&)>& visit_anomalous) {
-  read_history(database, 0, [&](const Backup& backup, int cluster) {
-    visit(backup, cluster);
+  read_history(stored.database, 0, [&](const HistoryRow& row) {
+    const Standing standing = stored.verdicts.standing_of(row);
+    if (standing.is_held) {
+      visit_anomalous(*standing.backup);
+    } else {
+      visit(*standing.backup, standing.cluster);
+    }
     return true;
   });
   std::vector<Backup> anomalous;
-  read_rows_to_process(database, 0, [&](const RowToProcess& row, ProcessedStatus status) {
+  read_rows_to_process(stored.database, 0, [&](const RowToProcess& row, ProcessedStatus status) {
     if (status == ProcessedStatus::kAnomalous) anomalous.push_back(row.backup);
     return true;
   });
-  std::erase_if(anomalous,
-                [&](const Backup& backup) { return is_in_history(database, backup.unique_key); });
-  for (const Backup& backup : anomalous) visit_anomalous(backup);
+  std::erase_if(anomalous, [&](const Backup& backup) {
+    return is_in_history(stored.database, backup.unique_key);
+  });
+  for (const Backup& backup : anomalous) visit_anomalous(stored.judged(backup));
 }
 
-Model model_over(Connection& database, const Settings& settings) {
-  return {settings,
-          [&database](const std::string& key) { return reported_incident(database, key); }};
+Model model_over(Stored& stored, const Settings& settings) {
+  return {settings, [&stored](const std::string& key) { return stored.verdicts.incident_of(key); }};
 }
 
 // Loads what came before the last `days` days; returns what is to be judged again, in order.
-std::vector<Backup> load(Connection& database, int days, Model& model) {
+std::vector<Backup> load(Stored& stored, int days, Model& model) {
   std::int32_t newest = 0;
   read_all(
-      database, [&](const Backup& backup, int) { newest = std::max(newest, backup.time); },
+      stored, [&](const Backup& backup, int) { newest = std::max(newest, backup.time); },
       [&](const Backup& backup) { newest = std::max(newest, backup.time); });
   const std::int64_t begin = std::int64_t{newest} - std::int64_t{days} * kDay;
   std::vector<Backup> to_judge;
   read_all(
-      database,
+      stored,
       [&](const Backup& backup, int cluster) {
         if (backup.time > begin && cluster == kNoCluster) {
           to_judge.push_back(backup);
@@ -76,8 +97,9 @@ std::string stream_words(const Backup& backup, const Verdict& verdict, const Set
 }  // namespace
 
 Backtest backtest(Connection& database, const Settings& settings, int days) {
-  Model model = model_over(database, settings);
-  const std::vector<Backup> to_judge = load(database, days, model);
+  Stored stored(database);
+  Model model = model_over(stored, settings);
+  const std::vector<Backup> to_judge = load(stored, days, model);
   Backtest result;
   result.judged = to_judge.size();
   for (const Backup& backup : to_judge) {
@@ -95,29 +117,31 @@ Backtest backtest(Connection& database, const Settings& settings, int days) {
 
 std::optional<Explanation> explain(Connection& database, const Settings& settings,
                                    const std::string& unique_key) {
-  const std::optional<Backup> backup = find_backup(database, unique_key);
-  if (!backup) return std::nullopt;
-  Model model = model_over(database, settings);
+  const std::optional<Backup> gathered = find_backup(database, unique_key);
+  if (!gathered) return std::nullopt;
+  Stored stored(database);
+  const Backup backup = stored.judged(*gathered);
+  Model model = model_over(stored, settings);
   // Other sources do not count, and nothing that came later.
   const auto counts = [&](const Backup& other) {
-    return other.stream.client_and_policy() == backup->stream.client_and_policy() &&
-           judged_before(other, *backup);
+    return other.stream.client_and_policy() == backup.stream.client_and_policy() &&
+           judged_before(other, backup);
   };
   read_all(
-      database,
+      stored,
       [&](const Backup& other, int cluster) {
         if (counts(other)) model.learn(other, cluster);
       },
       [&](const Backup& other) {
         if (counts(other)) model.hold(other, {});
       });
-  const Verdict verdict = model.judge(*backup);
+  const Verdict verdict = model.judge(backup);
   Explanation explanation;
   explanation.unique_key = unique_key;
-  explanation.finding = finding_of(*backup, verdict, model);
+  explanation.finding = finding_of(backup, verdict, model);
   explanation.outcome = verdict.outcome;
   explanation.verdict = words_for(verdict, settings);
-  explanation.stream = stream_words(*backup, verdict, settings, model);
+  explanation.stream = stream_words(backup, verdict, settings, model);
   explanation.noise_share = verdict.noise_share;
   return explanation;
 }

@@ -1,4 +1,5 @@
-// Judges stored backups again, in memory, without changing the database.
+// Judges stored backups again, in memory, without changing the database. The detection's own
+// database beside it is read if there is one that can be read: see Verdicts.
 #pragma once
 
 #include <jansson.h>

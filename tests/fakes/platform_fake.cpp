@@ -7,6 +7,7 @@
 #include <ostream>
 #include <utility>
 
+#include "platform/answer_filter.h"
 #include "platform/clock.h"
 #include "platform/debug_log.h"
 #include "platform/host_product.h"
@@ -137,6 +138,8 @@ struct CVClientCURL::Impl {
     made.body = body;
     made.caller = caller;
     answer = corvane::fake::answer_to(made);
+    const auto guard = corvane::fake::lock();
+    if (state().answer_filter) answer.body = state().answer_filter(answer.body);
     return answer.result;
   }
 };
@@ -183,6 +186,11 @@ int CVClientCURL::remove(const std::string& path) {
 long CVClientCURL::http_status() const { return impl_->answer.status; }
 
 const std::string& CVClientCURL::response_body() const { return impl_->answer.body; }
+
+void corvane::set_answer_filter(std::function<std::string(std::string_view)> filter) {
+  const auto guard = corvane::fake::lock();
+  state().answer_filter = std::move(filter);
+}
 
 // Process table.
 

@@ -22,6 +22,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/cv_client_curl.h"
@@ -81,6 +82,7 @@ struct State {
   std::vector<HttpRequest> requests;
   int clients = 0;       // CVClientCURL objects alive
   int most_clients = 0;  // at most so many were alive at once
+  std::function<std::string(std::string_view)> answer_filter;
 
   // Process table.
   std::map<std::string, std::vector<pid_t>> processes;

@@ -283,4 +283,31 @@ std::vector<ToldMessage> Outbox::told_of(const std::string& incident) {
   return all;
 }
 
+std::optional<RecordState> Outbox::state_of(const std::string& anomaly_id, Severity severity) {
+  static constexpr char kRecord[] = "SELECT incident FROM record WHERE anomaly_id = ?";
+  static const std::string kOwn = typed_sql(
+      "SELECT coalesce(max(d.state = {delivered}), 0), coalesce(min(d.held) FILTER "
+      "(WHERE d.state IN ({waiting}, {folded}, {given_up})), 0), "
+      "coalesce(max(d.held) FILTER (WHERE d.state IN ({waiting}, {folded})), 0) "
+      "FROM delivery d JOIN message m ON m.id = d.message WHERE d.incident = ? AND m.record = ?");
+  // Deliveries are forgotten after some days, what a channel was told is not.
+  static const std::string kBefore = typed_sql(
+      "SELECT 1 FROM told t WHERE t.incident = ?1 AND t.severity >= ?2 AND NOT EXISTS (SELECT 1 "
+      "FROM delivery d WHERE d.incident = t.incident AND d.channel = t.channel AND d.severity >= "
+      "?2 AND d.state IN ({waiting}, {folded}, {given_up}))");
+  Query& record = state_.query(kRecord).bind(anomaly_id);
+  if (!record.step()) return std::nullopt;
+  const std::int64_t incident = record.integer(0);
+  record.restart();
+  Query& own = state_.query(kOwn).bind(incident).bind(anomaly_id);
+  own.step();
+  const bool is_delivered = own.integer(0) != 0;
+  const std::int64_t held = own.integer(1) == 0 ? 0 : own.integer(2);
+  own.restart();
+  return RecordState{
+      is_delivered ||
+          state_.query(kBefore).bind(incident).bind(std::int64_t{number_of(severity)}).has_row(),
+      held};
+}
+
 }  // namespace corvane::alert

@@ -50,6 +50,15 @@ struct ToldMessage {
 // "pending", "part of a summary", "delivered", "dead letter", "replaced".
 const char* words_for(DeliveryState state);
 
+// What came of an anomaly that the alerts have read.
+struct RecordState {
+  // A channel has delivered a message of it, or had delivered one of its incident at this severity
+  // before.
+  bool is_told = false;
+  std::int64_t held =
+      0;  // until when quiet hours hold back all that is pending of it; 0: they do not
+};
+
 // Everything throws QueryError. Messages of one incident are sent in order.
 class Outbox {
  public:
@@ -78,6 +87,8 @@ class Outbox {
   std::vector<ChannelStatus> status();
   // The messages of the incident with this name, in order.
   std::vector<ToldMessage> told_of(const std::string& incident);
+  // Nothing when the alerts have not read it.
+  std::optional<RecordState> state_of(const std::string& anomaly_id, Severity severity);
 
  private:
   Message content_of(std::int64_t message, Kind kind, const std::string& channel);

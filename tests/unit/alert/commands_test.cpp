@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "companions/alert/program_lock.h"
+#include "companions/common/program_lock.h"
 #include "companions/common/stop_signals.h"
 #include "tests/support/in_child.h"
 #include "tests/support/shell_script.h"

@@ -106,6 +106,20 @@ class DaemonTest : public AlertWorld {
   std::optional<Daemon> daemon_;
 };
 
+TEST_F(DaemonTest, NotesEveryMinuteThatItWorks) {
+  const auto noted = [&] {
+    daemon().step();
+    return StateDatabase(directory_("CV_Anomaly_Alerts.db"), false).number_of(kLastPass);
+  };
+  EXPECT_EQ(noted(), kFirst);
+  set_time(kFirst + 59);
+  EXPECT_EQ(noted(), kFirst);
+  set_time(kFirst + 60);
+  EXPECT_EQ(noted(), kFirst + 60);
+  set_time(kFirst + 59);  // set back
+  EXPECT_EQ(noted(), kFirst + 59);
+}
+
 TEST_F(DaemonTest, DeliversAnAnomalyAndMarksIt) {
   anomaly("a", details_of("c", "a", 3, kFirst));
   step_until_processed();

@@ -119,6 +119,9 @@ TEST_F(Anomalies, ThatWaitForReceiversComeTheOldestFirst) {
   sql("UPDATE ANOMALY_DATA SET DETECTION_TIME = 5 WHERE ANOMALY_UNIQUE_ID = 'old'");
   mark_processed(database, "done");
   EXPECT_EQ(unprocessed_anomalies(database), (Ids{"old", "new", "of the same time"}));
+  Ids rows;
+  for (const AnomalyRow& row : unprocessed_rows(database)) rows.push_back(row.id);
+  EXPECT_EQ(rows, unprocessed_anomalies(database));
   EXPECT_EQ(find_anomaly_row(database, "done")->status, AnomalyStatus::kProcessed);
   EXPECT_EQ(find_anomaly_row(database, "new")->status, AnomalyStatus::kUnprocessed);
 }

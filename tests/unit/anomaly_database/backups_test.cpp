@@ -66,8 +66,8 @@ TEST_F(Backups, OfTheHistoryAreReadFromARowOn) {
   insert("HIST_DATA", {.client = "b", .mark = 3});
   insert("HIST_DATA", {.client = "c"});
   std::string read;
-  const auto visit = [&](const Backup& backup, int cluster) {
-    read += backup.stream.client + std::to_string(cluster);
+  const auto visit = [&](const HistoryRow& row) {
+    read += row.backup.stream.client + std::to_string(row.cluster);
     return true;
   };
   EXPECT_EQ(read_history(database, 0, visit), 3);
@@ -78,8 +78,35 @@ TEST_F(Backups, OfTheHistoryAreReadFromARowOn) {
   EXPECT_EQ(read_history(database, 3, visit), 3);  // nothing new
   EXPECT_EQ(last_history_rowid(database), 3);
   EXPECT_EQ(last_rowid_to_process(database), 0);
+  EXPECT_EQ(last_history_key(database), key_of({.client = "c"}));
+  EXPECT_EQ(last_key_to_process(database), "");
   int seen = 0;
-  EXPECT_EQ(read_history(database, 0, [&](const Backup&, int) { return ++seen < 2; }), 2);
+  EXPECT_EQ(read_history(database, 0, [&](const HistoryRow&) { return ++seen < 2; }), 2);
+  database.execute("DROP TABLE HIST_DATA");  // no reader was left behind
+}
+
+TEST_F(Backups, OfTheHistoryHaveARowAClusterAndAMode) {
+  insert("HIST_DATA", {.client = "a", .mark = 5});
+  insert("HIST_DATA", {.client = "b"});
+  database.execute("UPDATE HIST_DATA SET MODE = CLIENT = 'a'");
+  std::vector<HistoryRow> rows;
+  read_history(database, 0, [&](const HistoryRow& row) {
+    rows.push_back(row);
+    return true;
+  });
+  ASSERT_EQ(rows.size(), 2U);
+  EXPECT_EQ(rows[0].rowid, 1);
+  EXPECT_EQ(rows[0].mode, GatherMode::kLive);
+  EXPECT_EQ(rows[1].rowid, 2);
+  EXPECT_EQ(rows[1].mode, GatherMode::kHistorical);
+  for (const HistoryRow& row : rows) {
+    const HistoryRow found = find_in_history(database, row.backup.unique_key).value();
+    EXPECT_EQ(found.rowid, row.rowid);
+    EXPECT_EQ(found.cluster, row.cluster);
+    EXPECT_EQ(found.mode, row.mode);
+    EXPECT_EQ(found.backup.stream.client, row.backup.stream.client);
+  }
+  EXPECT_FALSE(find_in_history(database, "none"));
   database.execute("DROP TABLE HIST_DATA");  // no reader was left behind
 }
 
@@ -104,8 +131,21 @@ TEST_F(Backups, ToProcessAreReadFromARowOn) {
   EXPECT_EQ(read_rows_to_process(database, 2, visit), 2);  // nothing new
   EXPECT_EQ(last_rowid_to_process(database), 2);
   EXPECT_EQ(last_history_rowid(database), 0);
+  EXPECT_EQ(last_key_to_process(database), key_of({.client = "b"}));
+  EXPECT_EQ(last_history_key(database), "");
   EXPECT_EQ(read_rows_to_process(database, 0, [](const RowToProcess&, auto) { return false; }), 1);
   database.execute("DROP TABLE DATA_TO_PROCESS");  // no reader was left behind
+}
+
+TEST_F(Backups, ThatWaitAreCountedAndTheFirstIsKnown) {
+  EXPECT_EQ(count_waiting(database), 0);
+  EXPECT_EQ(first_waiting(database), 0);
+  insert("DATA_TO_PROCESS", {.client = "a", .mark = 1});
+  insert("DATA_TO_PROCESS", {.client = "b", .mark = 0});
+  insert("DATA_TO_PROCESS", {.client = "c", .mark = 2});
+  insert("DATA_TO_PROCESS", {.client = "d", .mark = 0});
+  EXPECT_EQ(count_waiting(database), 2);
+  EXPECT_EQ(first_waiting(database), 2);
 }
 
 TEST_F(Backups, ThatWereAcceptedAreReadOfSomeTimeOn) {

@@ -54,6 +54,17 @@ TEST_P(StopSignalsTest, IsTrueFromThenOn) {
   });
 }
 
+TEST_P(StopSignalsTest, ReachesTheProgramWhileItIsUnblocked) {
+  expect_in_child([] {
+    const StopSignals signals;
+    {
+      const StopSignals::Unblocked unblocked(signals);
+      EXPECT_FALSE(is_blocked(GetParam()));
+    }
+    EXPECT_TRUE(is_blocked(GetParam()));
+  });
+}
+
 TEST_P(StopSignalsTest, EndsAWait) {
   expect_in_child([] {
     StopSignals signals;

@@ -6,6 +6,7 @@
 #include "anomaly_database/backup.h"
 #include "anomaly_database/backup_row.h"
 #include "anomaly_database/schema.h"
+#include "anomaly_database/statuses.h"
 #include "sqlite/db_access.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/sql.h"
@@ -22,12 +23,14 @@ class AnomalyDb {
   }
 
   std::string path() const { return directory_("CV_Anomaly.db"); }
+  std::string own_path() const { return directory_("CV_Anomaly_Detection.db"); }
   sqlite3* db() const { return database_.get_db_handle(); }
   void run(const std::string& sql) { test::query(db(), sql); }
   std::string one(const std::string& sql) { return test::query_one(db(), sql); }
 
   // Each column has another value. `mark`: USER_IDENTIFIED_CLUSTER or PROCESSED_STATUS.
-  void insert(const std::string& table, const Backup& backup, int mark) {
+  void insert(const std::string& table, const Backup& backup, int mark,
+              GatherMode mode = GatherMode::kLive) {
     BackupRow row;
     row.backup_id = backup.backup_id;
     row.backup_time = backup.time;
@@ -46,13 +49,22 @@ class AnomalyDb {
     row.end_time = 12;
     row.total_time = static_cast<int>(backup.figures.seconds);
     row.dedup_rate = backup.figures.ratio;
-    row.mode = 1;
+    row.mode = static_cast<int>(mode);
     row.cluster_or_status = mark;
     row.destination = backup.stream.destination;
     row.stream_number = 5;
     row.asset_id = "asset";
     row.unique_key = backup.unique_key;
     insert_row(database_, table == "HIST_DATA" ? kInsertHistData : kInsertDataToProcess, row);
+  }
+
+  // As a historical gather puts it into the history, over whatever is there: it knows the image
+  // only.
+  void gather_history(Backup backup) {
+    backup.stream.app_type = "NONE";
+    backup.stream.destination = "NA";
+    backup.figures.transferred_kb = backup.figures.ratio = backup.figures.seconds = -1;
+    insert("HIST_DATA", backup, kNoCluster, GatherMode::kHistorical);
   }
 
  private:

@@ -57,6 +57,51 @@ TEST_F(DaemonTest, JudgesWhatIsNewAndSaysHowMuch) {
   EXPECT_TRUE(new_lines().empty());
 }
 
+TEST_F(DaemonTest, NotesEveryMinuteThatItWorks) {
+  Daemon daemon(options(), [] { return false; });
+  const auto noted = [&] {
+    daemon.step();
+    Connection database(world_.path(), Connection::Access::kRead);
+    return open_verdicts_for_reading(verdict_database_path(database))->last_pass().ended;
+  };
+  const std::time_t first = fake.now;
+  EXPECT_EQ(noted(), first);
+  fake.now = first + 59;
+  EXPECT_EQ(noted(), first);
+  fake.now = first + 60;
+  EXPECT_EQ(noted(), first + 60);
+  fake.now = first + 59;  // set back
+  EXPECT_EQ(noted(), first + 59);
+}
+
+// 256 rows are four transactions.
+TEST_F(DaemonTest, NotesThatALongPassGoesOn) {
+  for (int n = 0; n < 256; ++n) {
+    Backup backup = daily(40);
+    backup.stream.client = backup.unique_key = "client" + std::to_string(n);
+    gather(backup);
+  }
+  const std::time_t first = fake.now;
+  std::vector<std::time_t> noted;
+  int seconds = 59;
+  Daemon daemon(options(), [&] {
+    const auto own = open_verdicts_for_reading(world_.own_path());
+    if (const std::time_t ended = own->last_pass().ended; ended != 0)
+      noted.push_back(ended - first);
+    fake.now += seconds;
+    return false;
+  });
+  daemon.step();
+  // Asked at 0, 59, ... seconds; at most once a minute.
+  EXPECT_EQ(noted, (std::vector<std::time_t>{118, 118, 236}));
+  noted.clear();
+  seconds = 0;
+  fake.now += 1000;
+  gather(good_);
+  daemon.step();
+  EXPECT_EQ(noted, std::vector<std::time_t>(2, 295)) << "a pass that has just begun";
+}
+
 TEST_F(DaemonTest, SaysWhichKindsItJudged) {
   Daemon daemon(options(), [] { return false; });
   const auto judged = [&](const Backup& backup) {
@@ -180,6 +225,19 @@ TEST_F(DaemonTest, OpensADatabaseThatWasReplaced) {
   EXPECT_EQ(daemon.step(), 2);
   Connection replaced = open_for_reading(world_.path());
   EXPECT_EQ(replaced.number("SELECT PROCESSED_STATUS FROM DATA_TO_PROCESS"), 2);
+}
+
+TEST_F(DaemonTest, MakesItsOwnDatabaseAgain) {
+  Daemon daemon(options(), [] { return false; });
+  daemon.step();
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    std::filesystem::remove(world_.own_path() + suffix);
+  }
+  gather(bad_);
+  EXPECT_EQ(daemon.step(), 2);
+  EXPECT_TRUE(std::filesystem::exists(world_.own_path()));
+  EXPECT_EQ(status(bad_), "2");
+  EXPECT_EQ(open_verdicts_for_reading(world_.own_path())->last_pass().ended, fake.now);
 }
 
 class RunTest : public DaemonTest {

@@ -160,14 +160,14 @@ TEST_F(DetectorTest, AnIncidentGoesOnUntilPeopleCallARecordAFalsePositive) {
 }
 
 TEST_F(DetectorTest, SaysOfABackupThatIsJudgedLateWhenTheNextUsualOneWas) {
-  const Backup late = daily(20, 300, 3e5);
+  const Backup late = daily(35, 300, 3e5);
   Backup row = late;
   row.unique_key += "late";
   gather(row);
   world_.insert("HIST_DATA", daily(41), -1);
   make().pass();
   const std::string details = world_.one("SELECT ANOMALY_DETAILS FROM ANOMALY_DATA");
-  EXPECT_NE(details.find("\"usual_since\":" + std::to_string(daily(21).time)), std::string::npos)
+  EXPECT_NE(details.find("\"usual_since\":" + std::to_string(daily(36).time)), std::string::npos)
       << details;
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "anomaly_database/anomaly_database.h"
 #include "companions/detect/finding_of.h"
@@ -213,6 +214,48 @@ TEST_F(ExplainTest, TellsTheNoiseOfTheHistory) {
   }
   gather(bad_);
   EXPECT_DOUBLE_EQ(explained(bad_).noise_share, 0.1);
+}
+
+// As the detection takes them: what was reported is not history, and figures are those of the
+// verdict.
+class ReplayOfVerdicts : public Replay {
+ protected:
+  void SetUp() override {
+    Replay::SetUp();
+    for (int day = 41; day < 61; ++day) gather(daily(day, 1000, 1e6, 9e5));
+    make().pass();
+    for (int day = 0; day < 40; ++day) world_.gather_history(daily(day));
+    for (int day = 41; day < 61; ++day) world_.gather_history(daily(day, 1000, 1e6, 9e5));
+    gather(last_);
+  }
+  const Backup last_ = daily(61, 1000, 1e6, 9e5);
+};
+
+TEST_F(ReplayOfVerdicts, GoesByTheOwnDatabase) {
+  const Explanation explanation = explained(last_);
+  EXPECT_EQ(explanation.outcome, Outcome::kAnomalous);
+  EXPECT_EQ(explanation.finding.incident, incident_name(bad_.unique_key));
+  EXPECT_EQ(explanation.finding.observations, 40U);
+  EXPECT_TRUE(explanation.finding.figures[kTransferred].has_usual);
+  EXPECT_EQ(explained(daily(60)).finding.figures[kTransferred].value,
+            static_cast<float>(daily(60, 1000, 1e6, 9e5).figures.transferred_kb));
+  EXPECT_EQ(replay(25).findings.size(), 20U);
+  EXPECT_EQ(replay(25).judged, 24U) << "20, and days 36 to 39";
+  world_.run("DELETE FROM ANOMALY_DATA");
+  EXPECT_EQ(explained(last_).finding.incident, incident_name(bad_.unique_key));
+}
+
+TEST_F(ReplayOfVerdicts, HoldsAnomaliesThatAreInNoHistoryWithTheirFigures) {
+  world_.run("DELETE FROM HIST_DATA WHERE JOB_ID > 1040");
+  world_.run("UPDATE DATA_TO_PROCESS SET KB_TRANSFERRED = 20000 WHERE PROCESSED_STATUS = 2");
+  EXPECT_EQ(replay(25).findings.size(), 20U);
+}
+
+TEST_F(ReplayOfVerdicts, DoesWithoutIt) {
+  std::filesystem::remove(world_.own_path());
+  EXPECT_EQ(explained(last_).outcome, Outcome::kNormal);
+  EXPECT_EQ(explained(last_).finding.observations, 60U);
+  EXPECT_FALSE(std::filesystem::exists(world_.own_path()));
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 using corvane::take_account;
 using corvane::take_configured_account;
+using corvane::take_owner;
 using corvane::test::in_child;
 using corvane::test::ScratchDir;
 using corvane::test::write_file;
@@ -67,6 +68,32 @@ class AsRoot : public ::testing::Test {
 };
 
 }  // namespace
+
+TEST_F(AsRoot, TheOwnerOfAFileIsTaken) {
+  write_file(scratch("file"), "");
+  ASSERT_EQ(chown(scratch("file").c_str(), user, group), 0);
+  EXPECT_EQ(in_child([this] {
+              EXPECT_EQ(setgroups(0, nullptr), 0);
+              EXPECT_EQ(take_owner(scratch("file")), "");
+              expect_account_taken();
+              return 0;
+            }),
+            0);
+}
+
+TEST_F(AsRoot, NobodyIsTakenForAFileOfRootOrNone) {
+  write_file(scratch("file"), "");
+  EXPECT_EQ(take_owner(scratch("file")), "");
+  EXPECT_EQ(take_owner(scratch("none")), "");
+  EXPECT_EQ(geteuid(), 0U);
+}
+
+TEST_F(AsRoot, AnOwnerWithoutANameIsRefused) {
+  write_file(scratch("file"), "");
+  ASSERT_EQ(chown(scratch("file").c_str(), 3'999'999, 0), 0);
+  EXPECT_EQ(take_owner(scratch("file")),
+            "cannot run as the owner of " + scratch("file") + ": no such account");
+}
 
 TEST_F(AsRoot, AccountIsTakenForGood) {
   EXPECT_EQ(in_child([this] {

@@ -387,5 +387,84 @@ TEST_F(OutboxRowsTest, WhatBecameOfAnIncident) {
   EXPECT_THAT(outbox().told_of("incident_b"), IsEmpty());
 }
 
+// The state of the record of a message of incident 7: "told", "not told", with "held until N".
+class StateOfARecord : public OutboxRowsTest {
+ protected:
+  std::string state_of(const std::string& record = "record 1") {
+    const std::optional<RecordState> state = outbox().state_of(record, Severity::kMajor);
+    if (!state) return "unknown";
+    return (state->is_told ? "told" : "not told") +
+           (state->held == 0 ? std::string() : " held until " + std::to_string(state->held));
+  }
+  // One more delivery of the first message.
+  void add_other(const char* channel, std::int64_t held) {
+    DeliveryQueue(*state_).add_delivery({1, channel, Kind::kBegin, 7, Severity::kMajor, 1, held});
+  }
+  void set_told(Severity severity) { IncidentBook(*state_).set_told(7, kMail, severity); }
+};
+
+TEST_F(StateOfARecord, IsToldOnceAChannelHasDelivered) {
+  EXPECT_EQ(state_of(), "unknown");
+  add(kMail, 7);
+  for (const auto& [state, said] : {std::pair("{waiting}", "not told"),
+                                    {"{folded}", "not told"},
+                                    {"{given_up}", "not told"},
+                                    {"{replaced}", "not told"},
+                                    {"{delivered}", "told"}}) {
+    set(1, std::string("state = ") + state);
+    EXPECT_EQ(state_of(), said) << state;
+  }
+  add_other(kWeb, 0);
+  EXPECT_EQ(state_of(), "told");
+  add(kMail, 7);
+  EXPECT_EQ(state_of("record 2"), "not told");
+  EXPECT_EQ(state_of("record 3"), "unknown");
+}
+
+TEST_F(StateOfARecord, IsToldWhenItsIncidentWasAtItsSeverity) {
+  add(kWeb, 7);
+  set_told(Severity::kWarning);
+  EXPECT_EQ(state_of(), "not told");
+  set_told(Severity::kMajor);
+  EXPECT_EQ(state_of(), "told");
+  const std::int64_t begin = add(kMail, 7);
+  for (const char* state : {"{waiting}", "{folded}", "{given_up}"}) {
+    set(begin, std::string("state = ") + state);
+    EXPECT_EQ(state_of(), "not told") << state;
+  }
+  for (const char* state : {"{replaced}", "{delivered}"}) {
+    set(begin, std::string("state = ") + state);
+    EXPECT_EQ(state_of(), "told") << state;
+  }
+  set(begin, "state = {waiting}, severity = 1");  // of less than this record has
+  EXPECT_EQ(state_of(), "told");
+  set(begin, "state = {waiting}, severity = 2, incident = 8");
+  EXPECT_EQ(state_of(), "told");
+  add(kMail, 8);
+  EXPECT_EQ(state_of("record 3"), "not told");
+}
+
+TEST_F(StateOfARecord, IsHeldWhenQuietHoursHoldAllThatIsPending) {
+  add(kMail, 7, Kind::kBegin, 50);
+  EXPECT_EQ(state_of(), "not told held until 50");
+  set(1, "state = {folded}");
+  EXPECT_EQ(state_of(), "not told held until 50");
+  add_other(kCommand, 60);
+  EXPECT_EQ(state_of(), "not told held until 60");
+  add_other(kWeb, 0);
+  EXPECT_EQ(state_of(), "not told");
+  for (const auto& [state, said] : {std::pair("{given_up}", "not told"),
+                                    {"{folded}", "not told"},
+                                    {"{delivered}", "told held until 60"},
+                                    {"{replaced}", "not told held until 60"}}) {
+    sql_state(
+        typed_sql(std::string("UPDATE delivery SET state = ") + state + " WHERE channel = 'web'")
+            .c_str());
+    EXPECT_EQ(state_of(), said) << state;
+  }
+  set(1, "state = {delivered}");
+  EXPECT_EQ(state_of(), "told");
+}
+
 }  // namespace
 }  // namespace corvane::alert

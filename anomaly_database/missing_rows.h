@@ -1,0 +1,33 @@
+// Adding backups that the service did not store. Everything throws QueryError.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "sqlite/connection.h"
+
+namespace corvane {
+
+// Whether either table has a row with this UNIQUE_KEY.
+bool has_backup(Connection& database, const std::string& unique_key);
+
+// The longest that a backup took, in seconds; 0 if none is known. What took longer than a month is
+// no time but a mistake, such as a job that began in 1970.
+std::int64_t longest_backup(Connection& database);
+// The time of the oldest backup; 0 without one.
+std::int64_t oldest_backup(Connection& database);
+
+// Where the rows are added.
+enum class RowsFor {
+  kDetection,  // DATA_TO_PROCESS, to be judged
+  kHistory,    // HIST_DATA, while the detection is disabled
+};
+
+// Adds the rows of DATA_TO_PROCESS of another database, which must have the same schema, whose
+// UNIQUE_KEY neither table has, if they are not older than `not_before` (seconds since the epoch).
+// Rows that are there stay as they are. Uses short transactions, the oldest rows first. Returns how
+// many rows were added.
+std::int64_t add_missing_rows(Connection& database, const std::string& other, RowsFor rows_for,
+                              std::int64_t not_before);
+
+}  // namespace corvane
