@@ -31,6 +31,8 @@ Configuration::Configuration(const std::string& path, int config_type)
   import_status_ = result < 0 ? kImportFailed : result;
 }
 
+bool Configuration::is_imported() const { return import_status_ != kImportFailed; }
+
 std::string Configuration::get_config(const std::string& section, const std::string& key) {
   return file_value(section, key).value_or(default_value(section, key));
 }

@@ -17,6 +17,9 @@ class Configuration {
   // config/settings.h that are marked in_configuration; other types have no defaults.
   Configuration(const std::string& path, int config_type);
 
+  // False if the file is missing, unreadable or malformed: there are only the defaults.
+  bool is_imported() const;
+
   // The value in the file, even if empty; else the default; else "".
   std::string get_config(const std::string& section, const std::string& key);
 

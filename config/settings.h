@@ -52,6 +52,7 @@ inline constexpr SettingsSection kGather{"DATA_GATHER_SETTINGS", "", true};
 inline constexpr SettingsSection kDatabase{"DATABASE_SETTINGS", "", true};
 inline constexpr SettingsSection kSensitivity{"ANOMALY_DETECTION_SENSITIVITY", "", true};
 inline constexpr SettingsSection kModel{"ANOMALY_MODEL_SETTINGS", "", true};
+inline constexpr SettingsSection kHealing{"HEALING_SETTINGS", "", false};
 inline constexpr SettingsSection kAlerts{
     "ALERT_SETTINGS",
     "How cvanomalyalert notifies people. The web service of the master server is always notified. "
@@ -59,7 +60,8 @@ inline constexpr SettingsSection kAlerts{
     "and be readable by it alone.",
     false};
 
-inline constexpr char kFlagReaders[] = "cvanomalymgmt every second, cvanomalyctl when it is called";
+inline constexpr char kFlagReaders[] =
+    "cvanomalymgmt every second, cvanomalyheal and cvanomalyctl when they are called";
 inline constexpr char kDetectionReaders[] =
     "cvanomalydetect when the file changes, cvanomalyctl when it is called";
 inline constexpr char kAlertReaders[] = "cvanomalyalert when the file changes";
@@ -98,7 +100,8 @@ inline constexpr Setting kSettings[] = {
      .least = 15,
      .most = INT_MAX / 60,
      .unit = "minutes",
-     .readers = "cvanomalymgmt at its start and after each gather, cvanomalyctl when it is called",
+     .readers = "cvanomalymgmt at its start and after each gather, cvanomalyheal and cvanomalyctl "
+                "when they are called",
      .meaning = "The pause between the end of one gather and the start of the next.",
      .note = "cvanomalymgmt uses the number that the value begins with. A number below 15, a value "
              "without a number and an empty value count as 15. A number above 35791394 is "
@@ -110,12 +113,13 @@ inline constexpr Setting kSettings[] = {
      .least = 0,
      .most = 12,
      .unit = "months of 30 days",
-     .readers = "cvanomalymgmt at its start, cvanomalydetect when the file changes, cvanomalyctl "
-                "when it is called",
+     .readers = "cvanomalymgmt at its start, cvanomalydetect when the file changes, cvanomalyheal "
+                "and cvanomalyctl "
+                "when they are called",
      .meaning = "How long records are kept.",
      .note =
          "cvanomalymgmt uses the number that the value begins with, and so do the others. Beware: "
-         "a value without a number counts as 0, and with 0 the next purge deletes all records "
+         "a value without a number counts as 0, and with 0 each purge deletes all records "
          "except false positives. "
          "A number above 12 and an empty value count as 12. cvanomalydetect logs a warning "
          "unless the value is a whole number within the bounds."},
@@ -157,6 +161,21 @@ inline constexpr Setting kSettings[] = {
      .unit = "records",
      .readers = kDetectionReaders,
      .meaning = "How many records of a stream's history are used at most, newest first."},
+    {.section = &kHealing,
+     .key = "HEAL",
+     .type = SettingType::kFlag,
+     .default_value = "1",
+     .most = 1,
+     .readers = "cvanomalyheal when it is called",
+     .meaning = "1 gathers missed backups and starts dead programs again; 0 only reports them."},
+    {.section = &kHealing,
+     .key = "HEARTBEAT_URL",
+     .type = SettingType::kUrl,
+     .default_value = "",
+     .unit = "URL, https except on this machine",
+     .readers = "cvanomalyctl check --heartbeat when it is called",
+     .meaning = "The address that cvanomaly-heartbeat.timer has called every minute: as it stands "
+                "when the status is OK or WARNING, otherwise with /fail added; empty: none."},
     {.section = &kAlerts,
      .key = "SYSLOG",
      .type = SettingType::kFlag,
@@ -272,9 +291,10 @@ inline constexpr Setting kSettings[] = {
      .type = SettingType::kPath,
      .default_value = "",
      .unit = "path of a file in PEM form",
-     .readers = kAlertReaders,
-     .meaning = "The certificate authorities for the webhook and the mail server; empty: those of "
-                "the system."},
+     .readers = "cvanomalyalert when the file changes, cvanomalyctl check --heartbeat when it is "
+                "called",
+     .meaning = "The certificate authorities for the webhook, the mail server and the heartbeat; "
+                "empty: those of the system."},
     {.section = &kAlerts,
      .key = "QUIET_HOURS",
      .type = SettingType::kHours,
@@ -340,6 +360,8 @@ inline constexpr const Setting& kSensitivity = row("SENSITIVITY_PERCENTAGE");
 inline constexpr const Setting& kMinObservations = row("MIN_OBSERVATIONS_FOR_TRAINING");
 inline constexpr const Setting& kDaysToIgnore = row("DAYS_FOR_LAST_BACKUP_TO_IGNORE_ANOMALY");
 inline constexpr const Setting& kMaxObservations = row("MAX_OBSERVATIONS_FOR_TRAINING");
+inline constexpr const Setting& kHeal = row("HEAL");
+inline constexpr const Setting& kHeartbeatUrl = row("HEARTBEAT_URL");
 inline constexpr const Setting& kSyslog = row("SYSLOG");
 inline constexpr const Setting& kSyslogSocket = row("SYSLOG_SOCKET");
 inline constexpr const Setting& kSyslogMinSeverity = row("SYSLOG_MIN_SEVERITY");

@@ -86,7 +86,7 @@ constexpr const char* kLoadHelp =
 constexpr const char* kFaultHelp =
     "While this file exists, its first matching line decides the answer: [PATH] ACTION [skip N] "
     "[count N]. ACTION is one of: status CODE, garbage, truncate, cut, hang SECONDS, null-end-time "
-    "[ELEMENT]";
+    "[ELEMENT], surrogate [ELEMENT], nul [ELEMENT], latin1 [ELEMENT]";
 
 void add_serve_options(CLI::App& app, ServeOptions& options) {
   const std::map<std::string, AcceptedClients> types = {{"host", AcceptedClients::kHost},

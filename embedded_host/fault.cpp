@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <sstream>
+#include <utility>
 
 #include "embedded_host/json_writer.h"
 #include "embedded_host/parse_number.h"
@@ -26,13 +27,18 @@ struct ActionForm {
   std::int64_t most = 0;  // 0: it has no argument
 };
 
+constexpr std::int64_t kMostElement = 1'000'000;
+
 constexpr ActionForm kActions[] = {
     {"status", FaultAction::kStatus, true, 100, 599},
     {"garbage", FaultAction::kGarbage},
     {"truncate", FaultAction::kTruncate},
     {"cut", FaultAction::kCut},
     {"hang", FaultAction::kHang, true, 0, 3600},
-    {"null-end-time", FaultAction::kNullEndTime, false, 0, 1'000'000},
+    {"null-end-time", FaultAction::kNullEndTime, false, 0, kMostElement},
+    {"surrogate", FaultAction::kSurrogate, false, 0, kMostElement},
+    {"nul", FaultAction::kNul, false, 0, kMostElement},
+    {"latin1", FaultAction::kLatin1, false, 0, kMostElement},
 };
 
 class LineParser {
@@ -138,6 +144,16 @@ std::string with_null_end_time(const std::string& body, std::int64_t element) {
   return text != nullptr ? text.get() : body;
 }
 
+// The clientName with this number, from 0, begins with `oddity`. JSON libraries do not write such
+// names.
+std::string with_odd_name(std::string body, std::int64_t number, std::string_view oddity) {
+  static constexpr std::string_view kName = R"("clientName":")";
+  std::size_t at = body.find(kName);
+  for (; at != std::string::npos && number > 0; --number) at = body.find(kName, at + 1);
+  if (at != std::string::npos) body.insert(at + kName.size(), oddity);
+  return body;
+}
+
 }  // namespace
 
 std::vector<Fault> parse_faults(const std::string& text) {
@@ -168,6 +184,15 @@ void apply_fault(const Fault& fault, WebReply& reply) {
       break;
     case FaultAction::kNullEndTime:
       reply.body = with_null_end_time(reply.body, fault.argument);
+      break;
+    case FaultAction::kSurrogate:
+      reply.body = with_odd_name(std::move(reply.body), fault.argument, "\\ud800");
+      break;
+    case FaultAction::kNul:
+      reply.body = with_odd_name(std::move(reply.body), fault.argument, "\\u0000");
+      break;
+    case FaultAction::kLatin1:
+      reply.body = with_odd_name(std::move(reply.body), fault.argument, "\xe9");
       break;
     case FaultAction::kCut:
     case FaultAction::kHang:

@@ -8,6 +8,9 @@
 //   cut                    an answer during which the connection breaks
 //   hang 30                the right answer after 30 seconds
 //   null-end-time 0        the right answer, but element 0 has endTime null
+//   surrogate 0            the right answer, but the first clientName begins with half a surrogate
+//   pair, nul 0                  ... with an escaped NUL, latin1 0               ... with a byte
+//   that is no UTF-8
 // PATH is the beginning of a request's path ("corvane/admin/jobs"). A line passes its first `skip`
 // requests on to the lines below it, and then applies to `count` of them, counted since the file
 // was written. Requests that are rejected for their certificate do not count.
@@ -25,7 +28,17 @@
 
 namespace corvane::host {
 
-enum class FaultAction { kStatus, kGarbage, kTruncate, kCut, kHang, kNullEndTime };
+enum class FaultAction {
+  kStatus,
+  kGarbage,
+  kTruncate,
+  kCut,
+  kHang,
+  kNullEndTime,
+  kSurrogate,
+  kNul,
+  kLatin1
+};
 
 struct Fault {
   std::string path;

@@ -254,6 +254,8 @@ class Machine:
         """A program's log as (level, tag, text); continuation lines belong to their record."""
         read, records = self._logs.setdefault(program, (0, []))
         with contextlib.suppress(FileNotFoundError), (LOGS / program).open("rb") as log:
+            if os.fstat(log.fileno()).st_size < read:  # it was rotated
+                read = 0
             log.seek(read)
             fresh = log.read()
             fresh = fresh[:fresh.rfind(b"\n") + 1]

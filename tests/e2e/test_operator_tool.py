@@ -50,11 +50,13 @@ def test_beside_the_running_service(make_machine):
     load(machine, [backup(1, BEGIN + 300), backup(2, BEGIN + 320)])
     machine.start_web_service()
     configure(machine, detection=0, alert=0)
+    host.DATABASE_DIR.chmod(0o750)  # as the package makes it
     history_gathered_before(BEGIN)
     start_with_history(machine)
     wait_until(lambda: all(process_ids(name) for name in host.COMPANIONS), 30, "the companions run")
     begin, end = next_gather(machine)
     wait_until(lambda: status(machine)["records"]["waiting"] == 0, 30, "the detection has judged")
+    machine.run("cvanomalyheal")
     said = status(machine)
     assert [process["running"] for process in said["processes"]] == [True, True, True]
     assert [process["process"] for process in said["processes"]] == [
@@ -69,6 +71,7 @@ def test_beside_the_running_service(make_machine):
     machine.misbehave("500 *")
     machine.stop_web_service()
     next_gather(machine)
+    machine.run("cvanomalyheal")
     assert status(machine)["gather"]["log"]["failed"] == 1
     os.kill(process_ids("cvanomalydetect")[0], signal.SIGKILL)
     wait_until(lambda: not process_ids("cvanomalydetect"), 10, "the detection is dead")
@@ -328,9 +331,22 @@ def expect_documented(document, command):
             and not any(lies_in(path, name) for path in seen) and not any(lies_in(name, path) for path in empty)] == []
 
 
+def make_ledger(world):
+    """As cvanomalyheal leaves it after a look that found one gather of 9 seconds."""
+    config = world.directory / "look_only.conf"
+    config.write_text("[HEALING_SETTINGS]\nHEAL=0\n")
+    subprocess.run([str(host.BIN / "cvanomalyheal"), "-database_location", str(world.directory), "-database_file_name",
+                    "CV_Anomaly.db", "-config_file", str(config)], check=False, timeout=60, stderr=subprocess.DEVNULL)
+    with contextlib.closing(sqlite3.connect(world.directory / "CV_Anomaly_Coverage.db")) as db, db:
+        db.execute("INSERT INTO look (time) VALUES (?)", (world.now,))
+        db.execute("INSERT INTO gather (is_live, start, until, began, ended, outcome, reason) "
+                   "VALUES (1, ?, ?, ?, ?, 0, '')", tuple(world.now - ago for ago in (900, 70, 69, 60)))
+
+
 @pytest.fixture
 def told_world(world):
-    """With a channel of the alerts that fails."""
+    """With a ledger, and a channel of the alerts that fails."""
+    make_ledger(world)
     elsewhere = world.directory / "elsewhere"
     elsewhere.mkdir()
     anomaly_db.create(elsewhere / "CV_Anomaly.db").close()
@@ -347,11 +363,8 @@ def told_world(world):
     return world
 
 
-def test_every_metric_is_documented_and_every_documented_one_is_there(told_world, tmp_path):
-    at = time.strftime("%Y-%m-%dT%H:%M:%S", time.gmtime(told_world.now - 60))
-    (tmp_path / "cvanomalymgmt").write_text(
-        f"{at}.000Z 1 2 cvanomalymgmt: Total time taken for live gather 9.\n")
-    text = told_world.run("metrics", "--logs", tmp_path).stdout
+def test_every_metric_is_documented_and_every_documented_one_is_there(told_world):
+    text = told_world.run("metrics").stdout
     documented = re.findall(r"^\| `(cvanomaly_\w+)`", (PROJECT / "docs/operator-tool.md").read_text(), re.M)
     assert sorted(re.findall(r"^# TYPE (\w+)", text, re.M)) == sorted(documented)
 

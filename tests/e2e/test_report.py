@@ -104,6 +104,7 @@ def test_the_words_of_the_page(world, tmp_path):
     document["gather"]["log"].update(gathers=96, failed=3, last_seconds=135)
     document["alerts"] = {"waiting": 1, "given_up": 1, "channels": [
         {"name": "mail", "taken": 12, "waiting": 1, "given_up": 1, "failures": 2, "last_error": "refused"}]}
+    document["verdict"] = "CRITICAL: two is not running"
     document["records"] = {"waiting": 3, "history": 12345}
     document.update(database_bytes=1310720, disk_free_bytes=5368709120, shortened=True, anomalies_left_out=7)
     document["processes"] = [
@@ -132,9 +133,9 @@ def test_the_words_of_the_page(world, tmp_path):
         "Streams still learning These streams have too few accepted backups to be judged. "
         "Client Policy Schedule Accepted backups db01 policy daily 3 of 30")
     assert texts["health"] == (
-        f"Service and alerts Item State one running since {now} two not running three disabled "
+        f"Service and alerts Item State Status CRITICAL: two is not running one running since {now} two not running three disabled "
         f"Last gather {gather}, took 2 min Next gather none while the service is not running "
-        "Gathers in the last 24 hours, from the log 96, 3 with errors Running jobs for the next gather 2 "
+        "Gathers in the last 24 hours 96, 3 failed Running jobs for the next gather 2 "
         "Backups waiting for the detection 3 Records in the history 12,345 Database 1.2 MB; 5.0 GB free on its disk "
         "Channel mail 12 delivered, 1 pending, 1 dead letter; failing: refused "
         "This page needs JavaScript. Allow it to see the charts and tables.")

@@ -45,6 +45,8 @@ def test_what_it_makes_can_be_written_by_its_own_account_alone(make_machine):
     assert modes.keys() >= {"CV_Anomaly.db", "CV_Anomaly_Alerts.db", SERVICE, *COMPANIONS}
     for name, mode in modes.items():
         assert mode & 0o022 == 0, name
+    for name in ("CV_Anomaly_Alerts.db", "CV_Anomaly_Detection.db"):
+        assert modes[name] == 0o640
     machine.service("-terminate")
 
 

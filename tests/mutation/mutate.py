@@ -36,6 +36,7 @@ FIRST_TESTS = {
     "anomaly_database": ("anomaly_database",), "finding": ("finding",), "service": ("service", "service_signals"),
     "gather": ("gather",), "management": ("management",), "companions/common": ("companions_common",),
     "companions/detect": ("detect",), "companions/alert": ("alert",), "operator_tool": ("operator_tool",),
+    "coverage": ("coverage",), "health": ("health",),
     "embedded_host": ("embedded_host",),
 }
 TESTS = "tests/unit/all"  # the target

@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
-# usage: run.sh BUILD_DIRECTORY [MINUTES]     default: 60; the figures go to BUILD_DIRECTORY/soak/soak.json
+# usage: run.sh BUILD_DIRECTORY soak|chaos ARGUMENT...     the figures go to BUILD_DIRECTORY/soak/NAME.json
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 build=$(realpath "$1")
-tree=$build/soak/tessel
+name=$2
+shift 2
+tree=$build/$name/tessel
 rm -rf "$tree"
-mkdir -p "$tree"
+mkdir -p "$tree" "$build/soak"
 cmake --install "$build" --prefix "$tree" >/dev/null
 export CV_ANOMALY_SCHEMA=$build/anomaly_database/schema.sql
-"$here/../../embedded_host/sandbox" "$tree" \
-  /usr/bin/python3 -B "$here/soak.py" "${2:-60}" /usr/tessel/soak.json
-mv "$tree/soak.json" "$build/soak/soak.json"
+status=0
+"$here/../../embedded_host/sandbox" "$tree" /usr/bin/python3 -B "$here/$name.py" "$@" "/usr/tessel/$name.json" || status=$?
+mv "$tree/$name.json" "$build/soak/$name.json"
+exit "$status"

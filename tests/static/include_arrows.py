@@ -30,7 +30,9 @@ MAY_INCLUDE = {
     "companions/common": SHARED,
     "companions/detect": SHARED | {"companions/common"},
     "companions/alert": SHARED | {"companions/common"},
-    "operator_tool": SHARED | {"companions/common", "companions/detect", "companions/alert"},
+    "coverage": SHARED | {"companions/common", "service base", "gather"},
+    "health": SHARED | {"companions/common", "companions/detect", "companions/alert", "coverage"},
+    "operator_tool": SHARED | {"companions/common", "companions/detect", "companions/alert", "coverage", "health"},
     "embedded_host": {"platform", "sqlite"},
     "examples": BELOW | {"anomaly_database", "gather", "management"},
 }

@@ -57,8 +57,8 @@ TEST(SettingsDocuments, ManualPageHasEverySetting) {
     EXPECT_EQ(count(text, std::string(".It Li ") + setting.key + "\n"), 1U) << setting.key;
   }
   EXPECT_EQ(count(text, "\nDefault: "), all_settings().size());
-  EXPECT_EQ(count(text, "\n.El\n"), 6U);
-  EXPECT_EQ(count(text, ".Ss "), 6U);
+  EXPECT_EQ(count(text, "\n.El\n"), 7U);
+  EXPECT_EQ(count(text, ".Ss "), 7U);
   EXPECT_EQ(count(text, ". "), 0U);  // sentences begin lines
   EXPECT_THAT(text, HasSubstr(".It Li MAIL_TO\nThe recipients of mail; empty: nobody.\n"
                               "Value: addresses, separated by commas.\n"
@@ -74,8 +74,8 @@ TEST(SettingsDocuments, GuideHasARowForEverySetting) {
     EXPECT_THAT(text, HasSubstr(std::string("\n## ") + section.name + "\n\n" + about +
                                 (about.empty() ? "" : "\n\n") + "| key | default | "));
   }
-  EXPECT_EQ(count(text, "\n## "), 6U);
-  EXPECT_EQ(count(text, "|"), 6 * (6 + 6) + 6 * all_settings().size());
+  EXPECT_EQ(count(text, "\n## "), 7U);
+  EXPECT_EQ(count(text, "|"), 7 * (6 + 6) + 6 * all_settings().size());
   EXPECT_THAT(text, HasSubstr("\n| SYSLOG | 0 | 0 or 1 | cvanomalyalert when the file changes | "));
   EXPECT_THAT(text, HasSubstr("\n| MAIL_FROM | | one address | "));
 }

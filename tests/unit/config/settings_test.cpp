@@ -25,8 +25,8 @@ TEST(SettingsTable, HasEachKeyOnceAndSectionsInOnePiece) {
     section = setting.section;
     EXPECT_TRUE(sections.insert(section->name).second) << section->name;
   }
-  EXPECT_EQ(keys.size(), 27U);
-  EXPECT_EQ(sections.size(), 6U);
+  EXPECT_EQ(keys.size(), 29U);
+  EXPECT_EQ(sections.size(), 7U);
 }
 
 // What Configuration knows of these is in configuration_test.cpp.

@@ -84,6 +84,13 @@ TEST(Fault, ChangesTheReply) {
             R"({"data":[{"attributes":{"endTime":"a"}},{"attributes":{"endTime":null}}]})");
   EXPECT_EQ(changed("null-end-time 2", jobs).body, jobs);
   EXPECT_EQ(changed("null-end-time", "no JSON").body, "no JSON");
+  const std::string names = R"([{"clientName":"a"},{"clientName":"b"}])";
+  EXPECT_EQ(changed("surrogate", names).body, R"([{"clientName":"\ud800a"},{"clientName":"b"}])");
+  EXPECT_EQ(changed("nul 1", names).body, R"([{"clientName":"a"},{"clientName":"\u0000b"}])");
+  EXPECT_EQ(changed("latin1 1", names).body,
+            "[{\"clientName\":\"a\"},{\"clientName\":\"\xe9"
+            "b\"}]");
+  EXPECT_EQ(changed("latin1 2", names).body, names);
   EXPECT_EQ(changed("cut", jobs).body, jobs);
   EXPECT_EQ(changed("hang 1", jobs).body, jobs);
 }
