@@ -7,10 +7,9 @@
 #include <filesystem>
 #include <sstream>
 
-#include "companions/alert/options.h"
+#include "operator_tool/terminal/time_argument.h"
 #include "platform/host_product.h"
 #include "platform/program_names.h"
-#include "util/path.h"
 
 namespace corvane::ctl {
 
@@ -20,12 +19,12 @@ constexpr int kMostDays = 36500;
 constexpr int kMostMinutes = 1000000;
 
 constexpr char kAbout[] =
-    "Shows the status of backup anomaly detection and the anomalies that it found. Changes "
-    "nothing.";
+    "Shows the status of backup anomaly detection and the anomalies that it found. Only "
+    "heal and gather change anything.";
 constexpr char kFooter[] =
     "\nExit status: 0 success, 1 not found, 2 wrong arguments, 3 no database, 4 database locked,\n"
     "5 database from another version, 6 database damaged, 7 permission denied, 8 other error.\n"
-    "check: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.";
+    "check, status --exit-code: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.";
 
 // A flag, and its former name, which scripts may still use and help does not show.
 struct Flag {
@@ -82,9 +81,8 @@ void add_opposites(CLI::App& command, std::optional<bool>& value, const Flag& no
 void add_lists(CLI::App& app, Options& options) {
   CLI::App* status = app.add_subcommand("status", "Status of the service and its companions");
   status->callback([&] { options.command = Command::kStatus; });
-  status->footer(
-      "Gather durations and failures come from the service's log: the last 24 hours, or less if "
-      "its last 4 MB do not reach back that far.");
+  status->add_flag("--exit-code", options.exit_status,
+                   "Exit with 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN, as check does");
 
   CLI::App* streams =
       app.add_subcommand("streams", "Streams of backups, and which of them are still learning");
@@ -138,12 +136,15 @@ void add_single(CLI::App& app, Options& options) {
 void add_check(CLI::App& app, Options& options) {
   CLI::App* check = app.add_subcommand("check", "One line and an exit status for monitoring");
   check->callback([&] { options.command = Command::kCheck; });
-  Thresholds& at = options.thresholds;
+  health::Thresholds& at = options.thresholds;
   const auto add = [&](const char* name, int& value, const char* words, int most) {
     CLI::Option* option = check->add_option(name, value, words);
     option->check(CLI::Range(0, most).description(""))->type_name("N");
     if (value >= 0) option->capture_default_str();
   };
+  check->add_flag("--heartbeat", options.heartbeat,
+                  "Call HEARTBEAT_URL of the configuration, with /fail added unless the status is "
+                  "OK or WARNING");
   add("--gather-warning", at.gather_warning,
       "WARNING N minutes after the last gather (default: 3 gather intervals)", kMostMinutes);
   add("--gather-critical", at.gather_critical,
@@ -170,6 +171,41 @@ void add_documents(CLI::App& app, Options& options) {
   add_days(*report, options, "The last N days (default: 30)");
 }
 
+// What is typed for `gather`; its meaning depends on --utc, which may come later.
+struct TypedRange {
+  std::string from;
+  std::string to;
+};
+
+void add_healing(CLI::App& app, Options& options, TypedRange& range) {
+  CLI::App* heal =
+      app.add_subcommand("heal", "Take a look now: gather missed backups, start dead companions");
+  heal->callback([&] { options.command = Command::kHeal; });
+
+  CLI::App* gather = app.add_subcommand("gather", "Gather the missing backups of a range of time");
+  gather->callback([&] { options.command = Command::kGather; });
+  const auto add = [&](const char* name, std::string& value, const char* words) {
+    gather->add_option(name, value, words)->required()->type_name("TIME");
+  };
+  add("--from", range.from, "Backups that ended then or later, for example '2026-11-20 08:00'");
+  add("--to", range.to, "Backups that ended then or earlier; a date alone means 00:00");
+}
+
+// What is wrong with the range, if anything is.
+std::string read_range(const TypedRange& range, Options& options) {
+  if (options.command != Command::kGather) return {};
+  const auto read = [&](const char* name, const std::string& text, std::int64_t& time) {
+    const std::optional<std::int64_t> seconds = read_time(text, options.utc);
+    time = seconds.value_or(0);
+    return seconds ? ""
+                   : std::string(name) + ": '" + text + "' is not a time like 2026-11-20 08:00";
+  };
+  std::string wrong = read("--from", range.from, options.from);
+  if (wrong.empty()) wrong = read("--to", range.to, options.to);
+  if (wrong.empty() && options.to < options.from) wrong = "--to is before --from";
+  return wrong;
+}
+
 void fill_in(Options& options) {
   const std::string root = install_directory();
   if (options.database.empty())
@@ -183,17 +219,7 @@ void fill_in(Options& options) {
 
 }  // namespace
 
-std::string Options::alert_database() const {
-  const std::filesystem::path path(database);
-  alert::Options of_alerts;
-  of_alerts.database_location = path.has_parent_path() ? path.parent_path().string() : ".";
-  of_alerts.database_file_name = path.filename().string();
-  return of_alerts.own_file(".db");
-}
-
-std::string Options::log_file(const std::string& program) const {
-  return Path::Combine(logs, program);
-}
+health::Places Options::places() const { return health::places_of(database, config, logs); }
 
 Parsed parse_options(int count, const char* const* arguments) {
   Parsed parsed;
@@ -208,9 +234,12 @@ Parsed parse_options(int count, const char* const* arguments) {
   add_single(app, options);
   add_check(app, options);
   add_documents(app, options);
+  TypedRange range;
+  add_healing(app, options, range);
   try {
     app.parse(count, arguments);
     fill_in(options);
+    parsed.wrong = read_range(range, options);
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
     if (app.exit(error, out, out) == 0) {
@@ -220,6 +249,8 @@ Parsed parse_options(int count, const char* const* arguments) {
     }
     // What commands and flags do comes only after all of them are found good.
     if (app.got_subcommand("check")) options.command = Command::kCheck;
+    options.exit_status = app.got_subcommand("status") &&
+                          app.get_subcommand("status")->get_option("--exit-code")->count() > 0;
     options.json = app.get_option("--json")->count() > 0;
   }
   return parsed;

@@ -5,6 +5,9 @@
 #include <optional>
 #include <string>
 
+#include "health/places.h"
+#include "health/problems.h"
+
 namespace corvane::ctl {
 
 enum class Command {
@@ -16,22 +19,16 @@ enum class Command {
   kBacktest,
   kCheck,
   kMetrics,
-  kReport
-};
-
-// When check is WARNING and when CRITICAL. Negative: depends on the gather interval.
-struct Thresholds {
-  int gather_warning = -1;  // minutes since the last gather
-  int gather_critical = -1;
-  int alerts_warning = 30;  // minutes that the oldest message has been pending
-  int alerts_critical = 240;
-  int disk_warning = 10;  // percent that is free
-  int disk_critical = 3;
+  kReport,
+  kHeal,
+  kGather
 };
 
 struct Options {
   Command command = Command::kStatus;
   bool json = false;
+  bool exit_status = false;  // of status: that of check
+  bool heartbeat = false;    // of check: calls the address of the configuration
   bool utc = false;
   bool no_colour = false;
   std::string database;  // never empty once parsed
@@ -45,17 +42,17 @@ struct Options {
   std::optional<bool> is_resolved;  // their incident; absent: all
   std::string id;                   // of an anomaly, of a backup, or a unique key
   std::string output;
-  Thresholds thresholds;
+  std::int64_t from = 0;  // of gather, seconds since the epoch, both included
+  std::int64_t to = 0;
+  health::Thresholds thresholds;
 
-  // The database of cvanomalyalert.
-  std::string alert_database() const;
-  std::string log_file(const std::string& program) const;
+  health::Places places() const;
 };
 
 struct Parsed {
   std::string help;  // not empty: was asked for, nothing else counts
-  // What is wrong with the arguments, if anything is. Of `options` then only --json is set, and
-  // the command when it is check.
+  // What is wrong with the arguments, if anything is. Of `options` then only --json and
+  // --exit-code are set, and the command when it is check.
   std::string wrong;
   Options options;
 };

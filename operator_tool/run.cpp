@@ -6,8 +6,12 @@
 #include <exception>
 
 #include "companions/common/error_text.h"
+#include "health/heartbeat.h"
+#include "operator_tool/ask/anomalies.h"
 #include "operator_tool/commands.h"
-#include "operator_tool/layout/check.h"
+#include "operator_tool/healer_process.h"
+#include "operator_tool/layout/metrics.h"
+#include "operator_tool/layout/status_command.h"
 #include "platform/console.h"
 #include "platform/program_names.h"
 
@@ -22,28 +26,32 @@ void print(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) {
     return;
   }
-  throw Trouble(ExitStatus::kFailed,
-                std::string("Cannot write to standard output: ") + std::strerror(errno) + ".");
+  throw health::Trouble(
+      health::ExitStatus::kFailed,
+      std::string("Cannot write to standard output: ") + std::strerror(errno) + ".");
 }
 
-std::string run_command(const Context& context) {
+Printed run_command(const Context& context) {
   switch (context.options.command) {
     case Command::kStatus:
       return run_status(context);
     case Command::kStreams:
-      return run_streams(context);
+      return {run_streams(context)};
     case Command::kAnomalies:
-      return run_anomalies(context);
+      return {run_anomalies(context)};
     case Command::kShow:
-      return run_show(context);
+      return {run_show(context)};
     case Command::kExplain:
-      return run_explain(context);
+      return {run_explain(context)};
     case Command::kBacktest:
-      return run_backtest(context);
+      return {run_backtest(context)};
     case Command::kMetrics:
-      return run_metrics(context);
+      return {run_metrics(context)};
     case Command::kReport:
-      return run_report(context);
+      return {run_report(context)};
+    case Command::kHeal:
+    case Command::kGather:
+      return {run_healing(context)};
     case Command::kCheck:
       break;
   }
@@ -55,24 +63,24 @@ template <typename Work>
 auto with_database(const Options& options, Work work) {
   for (int tries = kTries;; --tries) {
     try {
-      Database database(options.database);
+      health::Database database(options.database);
       try {
         auto result = work(database);
         database.check_unchanged();
         return result;
-      } catch (const ChangedMeanwhile&) {  // of another database than this one
+      } catch (const health::ChangedMeanwhile&) {  // of another database than this one
         throw;
-      } catch (const Trouble&) {
+      } catch (const health::Trouble&) {
         database.check_unchanged();
         throw;
       } catch (const std::exception& error) {
         database.check_unchanged();
-        throw trouble_of(options.database, error);
+        throw health::trouble_of(options.database, error);
       }
-    } catch (const ChangedMeanwhile& changed) {
+    } catch (const health::ChangedMeanwhile& changed) {
       if (tries == 1)
-        throw Trouble(ExitStatus::kLocked,
-                      options.database + ": " + changed.what() + "; try again.");
+        throw health::Trouble(health::ExitStatus::kLocked,
+                              options.database + ": " + changed.what() + "; try again.");
     }
   }
 }
@@ -85,59 +93,115 @@ void complain(const std::string& why) {
 int tell(const CheckResult& result, bool json) {
   try {
     print(text_of(result, json));
-  } catch (const Trouble& trouble) {
+  } catch (const health::Trouble& trouble) {
     complain(trouble.what());
     return static_cast<int>(CheckStatus::kUnknown);
   }
   return static_cast<int>(result.status);
 }
 
-int run_check(const Options& options) {
-  CheckResult result;
-  try {
-    result = with_database(options, [&](Database& database) {
-      return judge(look(options, database), options.thresholds);
-    });
-  } catch (const std::exception& error) {
-    result = unknown(reason_of(error));
+// What is wrong when the database cannot be read.
+CheckResult result_of(const Options& options, const health::Trouble& trouble) {
+  if (trouble.status() == health::ExitStatus::kDamaged) {
+    return without_database("database_damaged", trouble.what());
   }
+  if (trouble.status() == health::ExitStatus::kMissing && health::is_running(kManagementProgram)) {
+    return without_database("database_missing",
+                            "the database of the running service is missing: " + options.database);
+  }
+  return unknown(trouble.what());
+}
+
+CheckResult checked(const Options& options) {
+  try {
+    return with_database(options, [&](health::Database& database) {
+      Status status;
+      status.health = health::look(options.places(), database);
+      // The history is only read when there may be incidents.
+      if (!read_anomalies(database.connection()).empty()) {
+        status.picture = take_picture(database.connection(), status.health.configured.detect.stream,
+                                      status.health.now);
+      }
+      return status.verdict(options.thresholds);
+    });
+  } catch (const health::Trouble& trouble) {
+    return result_of(options, trouble);
+  } catch (const std::exception& error) {
+    return unknown(reason_of(error));
+  }
+}
+
+void call_heartbeat(const Options& options, CheckStatus status) {
+  std::string why;
+  try {
+    const bool is_healthy = status == CheckStatus::kOk || status == CheckStatus::kWarning;
+    why = health::call_heartbeat(health::read_configuration(options.config), is_healthy);
+  } catch (const std::exception& error) {
+    why = reason_of(error);
+  }
+  if (!why.empty()) complain("HEARTBEAT_URL could not be called: " + why);
+}
+
+int run_check(const Options& options) {
+  const CheckResult result = checked(options);
+  if (options.heartbeat) call_heartbeat(options, result.status);
   return tell(result, options.json);
+}
+
+// Monitoring is told what is known, too. Returns the exit status.
+int fail(const Options& options, const health::Trouble& trouble) {
+  if (options.command == Command::kMetrics) {
+    print(run_metrics_without_database(options, result_of(options, trouble)));
+  }
+  complain(trouble.what());
+  return options.exit_status ? static_cast<int>(result_of(options, trouble).status)
+                             : static_cast<int>(trouble.status());
 }
 
 int run_parsed(const Parsed& parsed) {
   const Options& options = parsed.options;
   if (!parsed.help.empty()) {
     print(parsed.help);
-    return static_cast<int>(ExitStatus::kDone);
+    return static_cast<int>(health::ExitStatus::kDone);
   }
   if (!parsed.wrong.empty()) {
     if (options.command == Command::kCheck) return tell(unknown(parsed.wrong), options.json);
-    throw Trouble(ExitStatus::kUsage, parsed.wrong + " (see --help)");
+    throw health::Trouble(health::ExitStatus::kUsage, parsed.wrong + " (see --help)");
   }
   if (options.command == Command::kCheck) return run_check(options);
+  if (options.command == Command::kHeal || options.command == Command::kGather) {
+    run_healer(healer_command(healer_path(), options));
+  }
   const Terminal terminal = terminal_of_output(options.no_colour);
-  const std::string text = with_database(options, [&](Database& database) {
-    return run_command({options, terminal, database});
-  });
-  print(options.json ? text : shown(terminal, text));
-  return static_cast<int>(ExitStatus::kDone);
+  Printed printed;
+  try {
+    printed = with_database(options, [&](health::Database& database) {
+      return run_command({options, terminal, database});
+    });
+  } catch (const health::Trouble& trouble) {
+    return fail(options, trouble);
+  }
+  print(options.json ? printed.text : shown(terminal, printed.text));
+  return printed.exit_status;
 }
 
 }  // namespace
 
 int run(int count, const char* const* arguments) {
-  int status = static_cast<int>(ExitStatus::kFailed);
+  int status = static_cast<int>(health::ExitStatus::kFailed);
   std::string why;
+  Parsed parsed;
   try {
-    return run_parsed(parse_options(count, arguments));
-  } catch (const Trouble& trouble) {
+    parsed = parse_options(count, arguments);
+    return run_parsed(parsed);
+  } catch (const health::Trouble& trouble) {
     status = static_cast<int>(trouble.status());
     why = trouble.what();
   } catch (const std::exception& error) {
     why = reason_of(error);
   }
   complain(why);
-  return status;
+  return parsed.options.exit_status ? static_cast<int>(CheckStatus::kUnknown) : status;
 }
 
 }  // namespace corvane::ctl

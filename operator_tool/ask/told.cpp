@@ -1,16 +1,16 @@
 #include "operator_tool/ask/told.h"
 
-#include "operator_tool/ask/alert_database.h"
+#include "health/own_databases.h"
 
 namespace corvane::ctl {
 
 std::vector<alert::ToldMessage> read_told(const Options& options, const std::string& incident) {
   std::vector<alert::ToldMessage> all;
   try {
-    with_alert_database(options, [&](alert::StateDatabase& state) {
+    health::with_alert_database(options.places().alert_database, [&](alert::StateDatabase& state) {
       all = alert::Outbox(state).told_of(incident);
     });
-  } catch (const Trouble&) {
+  } catch (const health::Trouble&) {
     all.clear();  // status says why
   }
   return all;

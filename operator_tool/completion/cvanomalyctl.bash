@@ -14,7 +14,7 @@ _cvanomalyctl_ids() {
 
 _cvanomalyctl() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
-  local commands="status streams anomalies show explain backtest check metrics report"
+  local commands="status streams anomalies show explain backtest check metrics report heal gather"
   local options="--json --utc --no-color --database --config --logs --help"
   local command="" database="" i
   COMPREPLY=()
@@ -24,7 +24,7 @@ _cvanomalyctl() {
         database=${COMP_WORDS[i + 1]:-}
         i=$((i + 1))
         ;;
-      --config | --logs | --client | --severity | --days | --state | --output | --html) i=$((i + 1)) ;;
+      --config | --logs | --client | --severity | --days | --state | --output | --html | --from | --to) i=$((i + 1)) ;;
       -*) ;;
       *) [ -n "$command" ] || command=${COMP_WORDS[i]} ;;
     esac
@@ -48,18 +48,20 @@ _cvanomalyctl() {
       mapfile -t COMPREPLY < <(compgen -W "learning judged dormant" -- "$word")
       return
       ;;
-    --client | --days | --gather-* | --alerts-* | --disk-*) return ;;
+    --client | --days | --from | --to | --gather-* | --alerts-* | --disk-*) return ;;
   esac
   case $command in
     "") options="$commands $options" ;;
+    status) options+=" --exit-code" ;;
     streams) options+=" --client --state" ;;
     anomalies) options+=" --client --severity --days --not-reviewed --reviewed --ongoing --resolved" ;;
     check)
       options+=" --gather-warning --gather-critical --alerts-warning --alerts-critical"
-      options+=" --disk-warning --disk-critical"
+      options+=" --disk-warning --disk-critical --heartbeat"
       ;;
     metrics) options+=" --output" ;;
     report) options+=" --html --days" ;;
+    gather) options+=" --from --to" ;;
     show)
       if [[ $word != -* ]]; then
         _cvanomalyctl_ids "${COMP_WORDS[0]}" "$database" "$word"

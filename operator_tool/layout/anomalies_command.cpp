@@ -4,8 +4,8 @@
 #include "anomaly_database/stream_scan.h"
 #include "finding/cause.h"
 #include "finding/finding_json.h"
+#include "health/health.h"
 #include "operator_tool/ask/anomalies.h"
-#include "operator_tool/ask/health.h"
 #include "operator_tool/ask/picture.h"
 #include "operator_tool/commands.h"
 #include "operator_tool/layout/anomaly_json.h"
@@ -30,7 +30,7 @@ using IncidentsByName = std::unordered_map<std::string, Incident>;
 
 // Of all anomalies: feedback on one that is not listed may resolve an incident. Reads the history.
 IncidentsByName incidents_by_name(const Context& context, const std::vector<Anomaly>& anomalies) {
-  const StreamSettings settings = read_configuration(context.options.config).detect.stream;
+  const StreamSettings settings = health::read_configuration(context.options.config).detect.stream;
   Connection& database = context.database.connection();
   const StreamSurvey streams = survey(scan_streams(database), settings, corvane::now());
   IncidentsByName by_name;

@@ -35,8 +35,9 @@ std::string text_of(const Context& context, const detect::Backtest& result) {
 
 std::string run_backtest(const Context& context) {
   const Options& options = context.options;
-  const detect::Backtest result = detect::backtest(
-      context.database.connection(), read_configuration(options.config).detect, options.days);
+  const detect::Backtest result =
+      detect::backtest(context.database.connection(),
+                       health::read_configuration(options.config).detect, options.days);
   if (!options.json) return text_of(context, result);
   const JsonPtr root = to_json(result);
   put(root.get(), "command", "backtest");

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <functional>
+#include <map>
 
+#include "finding/severity.h"
 #include "finding/words.h"
+#include "operator_tool/layout/health_json.h"
 #include "operator_tool/layout/json.h"
 #include "operator_tool/terminal/terminal.h"
 #include "operator_tool/terminal/words.h"
@@ -13,102 +16,9 @@ namespace corvane::ctl {
 
 namespace {
 
-constexpr int kWarningIntervals = 3;
-constexpr int kCriticalIntervals = 12;
-
-class Judge {
- public:
-  void add(CheckStatus status, const std::string& problem) {
-    // The worst first; problems of one status in the order in which they are found.
-    const auto place =
-        std::ranges::find_if(found_, [&](const auto& other) { return other.first < status; });
-    found_.insert(place, {status, problem});
-  }
-
-  // A value that reaches a limit is a problem.
-  void add_if_high(std::int64_t value, std::int64_t warning, std::int64_t critical,
-                   const std::string& problem) {
-    if (value >= critical) {
-      add(CheckStatus::kCritical, problem);
-    } else if (value >= warning) {
-      add(CheckStatus::kWarning, problem);
-    }
-  }
-
-  CheckResult result() const {
-    CheckResult result;
-    if (!found_.empty()) result.status = found_.front().first;
-    for (const auto& [status, problem] : found_) result.problems.push_back(problem);
-    return result;
-  }
-
- private:
-  std::vector<std::pair<CheckStatus, std::string>> found_;
-};
-
-struct Limits {
-  std::int64_t warning = 0;  // seconds
-  std::int64_t critical = 0;
-};
-
-Limits gather_limits(const Health& health, const Thresholds& at) {
-  const int interval = health.configured.interval_minutes;
-  return {kMinute * (at.gather_warning >= 0 ? at.gather_warning : kWarningIntervals * interval),
-          kMinute * (at.gather_critical >= 0 ? at.gather_critical : kCriticalIntervals * interval)};
-}
-
-void judge_gather(const Health& health, const Limits& limits, Judge& judge) {
-  if (!health.configured.service) return;
-  const GatherHealth& gather = health.gather;
-  if (gather.last > 0) {
-    const std::int64_t lag = health.now - gather.last;
-    judge.add_if_high(lag, limits.warning, limits.critical,
-                      "last gather " + span_text(lag) + " ago");
-    return;
-  }
-  // The first one gathers three months of history.
-  const Daemon& service = health.service();
-  if (service.process != 0 && health.now - service.since >= limits.critical) {
-    judge.add(CheckStatus::kWarning, "the history has not been gathered yet");
-  }
-}
-
-void judge_alerts(const Health& health, const Thresholds& at, Judge& judge) {
-  const AlertHealth& alerts = health.alerts;
-  if (std::string problem = alerts.trouble; !problem.empty()) {
-    if (problem.ends_with('.')) problem.pop_back();  // problems are separated by semicolons
-    judge.add(CheckStatus::kWarning, problem);
-  }
-  if (const std::int64_t due = alerts.due(); due > 0 && due <= health.now) {
-    const std::int64_t pending = health.now - due;
-    judge.add_if_high(pending, kMinute * at.alerts_warning, kMinute * at.alerts_critical,
-                      counted(alerts.waiting(), "message", "messages") +
-                          " pending, the oldest for " + span_text(pending));
-  }
-  if (alerts.given_up() > 0) {
-    judge.add(CheckStatus::kWarning, counted(alerts.given_up(), "dead letter", "dead letters"));
-  }
-}
-
-std::string percent_text(double percent) {
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.1f", percent);
-  return text.data();
-}
-
-void judge_disk(const Health& health, const Thresholds& at, Judge& judge) {
-  if (health.disk.total == 0) return;
-  const double free = health.disk.percent_free();
-  const std::string problem = percent_text(free) + "% free on the database's disk";
-  if (free <= at.disk_critical) {
-    judge.add(CheckStatus::kCritical, problem);
-  } else if (free <= at.disk_warning) {
-    judge.add(CheckStatus::kWarning, problem);
-  }
-}
-
-std::string figures_of(const Health& health, const Limits& gather, const Thresholds& at) {
+std::string figures_of(const health::Health& health, const health::Thresholds& at) {
   const auto number = [](std::int64_t value) { return std::to_string(value); };
+  const health::Limits gather = gather_limits(health, at);
   std::string figures;
   if (health.gather.last > 0) {
     figures += "gather_lag=" + number(std::max<std::int64_t>(health.now - health.gather.last, 0)) +
@@ -120,13 +30,13 @@ std::string figures_of(const Health& health, const Limits& gather, const Thresho
              number(kMinute * at.alerts_warning) + ";" + number(kMinute * at.alerts_critical) +
              ";0 alerts_given_up=" + number(health.alerts.given_up()) + ";0;;0";
   if (health.disk.total > 0) {
-    figures += " disk_free=" + percent_text(health.disk.percent_free()) + "%;" +
+    figures += " disk_free=" + health::percent_text(health.disk.percent_free()) + "%;" +
                number(at.disk_warning) + ":;" + number(at.disk_critical) + ":;0;100";
   }
   return figures;
 }
 
-std::string summary_of(const Health& health) {
+std::string summary_of(const health::Health& health) {
   if (!health.configured.service) return "disabled in the configuration";
   std::string summary = "all enabled programs are running";
   if (health.gather.last > 0) {
@@ -137,6 +47,20 @@ std::string summary_of(const Health& health) {
   return summary;
 }
 
+// Problems, else the summary; then the incidents.
+std::string words_of(const CheckResult& result) {
+  std::string words;
+  const auto add = [&](const std::string& more) {
+    if (more.empty()) return;
+    if (!words.empty()) words += "; ";
+    words += more;
+  };
+  for (const health::Problem& problem : result.problems) add(problem.words);
+  if (words.empty()) words = result.summary;
+  add(result.incidents);
+  return words;
+}
+
 }  // namespace
 
 const char* name_of(CheckStatus status) {
@@ -144,24 +68,50 @@ const char* name_of(CheckStatus status) {
   return kNames.at(static_cast<std::size_t>(status));
 }
 
-CheckResult judge(const Health& health, const Thresholds& thresholds) {
-  Judge judge;
-  for (const Daemon& daemon : health.daemons) {
-    if (daemon.is_wanted && daemon.process == 0) {
-      judge.add(CheckStatus::kCritical, daemon.name + " is not running");
-    }
-  }
-  const Limits limits = gather_limits(health, thresholds);
-  judge_gather(health, limits, judge);
-  judge_alerts(health, thresholds, judge);
-  judge_disk(health, thresholds, judge);
-  CheckResult result = judge.result();
+CheckStatus status_of(const std::vector<health::Problem>& problems) {
+  if (problems.empty()) return CheckStatus::kOk;
+  return problems.front().level == health::Level::kCritical ? CheckStatus::kCritical
+                                                            : CheckStatus::kWarning;
+}
+
+CheckResult judge(const health::Health& health, const health::Thresholds& thresholds) {
+  CheckResult result;
+  result.problems = problems_of(health, thresholds);
+  result.status = status_of(result.problems);
   result.summary = summary_of(health);
-  result.figures = figures_of(health, limits, thresholds);
+  result.figures = figures_of(health, thresholds);
   return result;
 }
 
-CheckResult unknown(const std::string& why) { return {CheckStatus::kUnknown, {why}, {}, {}}; }
+CheckResult unknown(const std::string& why) {
+  return {CheckStatus::kUnknown, {{health::Level::kCritical, "unknown", why}}, {}, {}, {}};
+}
+
+CheckResult without_database(const char* name, const std::string& why) {
+  return {CheckStatus::kCritical, {{health::Level::kCritical, name, why}}, {}, {}, {}};
+}
+
+std::string incidents_words(const Picture& picture) {
+  const Incident* latest = nullptr;
+  std::map<Severity, std::int64_t, std::greater<>> counts;
+  for (const Incident& incident : picture.incidents) {
+    if (incident.is_resolved()) continue;
+    if (latest == nullptr) latest = &incident;
+    ++counts[incident.severity];
+  }
+  if (latest == nullptr) return {};
+  std::string words = counted(picture.ongoing_incidents(), "ongoing incident", "ongoing incidents");
+  const char* before = " (";
+  for (const auto& [severity, count] : counts) {
+    words += before + std::to_string(count) + " " + words_for(severity);
+    before = ", ";
+  }
+  return words + "), the latest of " + latest->stream.client;
+}
+
+std::string verdict_of(const CheckResult& result) {
+  return name_of(result.status) + std::string(": ") + words_of(result);
+}
 
 std::string text_of(const CheckResult& result, bool json) {
   if (json) {
@@ -169,19 +119,16 @@ std::string text_of(const CheckResult& result, bool json) {
     put(root.get(), "status", name_of(result.status));
     put(root.get(), "exit_status", static_cast<std::int64_t>(result.status));
     JsonPtr problems(json_array());
-    for (const std::string& problem : result.problems) {
-      json_array_append_new(problems.get(), json_string(safe(problem).c_str()));
+    for (const health::Problem& problem : result.problems) {
+      append(problems.get(), JsonPtr(json_string(safe(problem.words).c_str())));
     }
     put(root.get(), "problems", std::move(problems));
+    put_problems(root.get(), result.problems);
+    put(root.get(), "incidents", result.incidents);
     put(root.get(), "figures", result.figures);
     return json_for_terminal(root.get());
   }
-  std::string words;
-  for (const std::string& problem : result.problems) {
-    if (!words.empty()) words += "; ";
-    words += problem;
-  }
-  if (words.empty()) words = result.summary;
+  std::string words = words_of(result);
   words = safe(words);
   std::ranges::replace(words, '|', '/');  // begins the performance data
   std::string line = std::string("ANOMALY ") + name_of(result.status) + " - " + words;

@@ -48,10 +48,11 @@ std::string text_of(const detect::Explanation& judged, const Terminal& terminal,
 std::string run_explain(const Context& context) {
   const Options& options = context.options;
   const std::optional<detect::Explanation> judged = detect::explain(
-      context.database.connection(), read_configuration(options.config).detect, options.id);
+      context.database.connection(), health::read_configuration(options.config).detect, options.id);
   if (!judged)
-    throw Trouble(ExitStatus::kNotFound, "No backup has the UNIQUE_KEY " + options.id +
-                                             ". It is an anomaly's id without \"anomaly_\".");
+    throw health::Trouble(health::ExitStatus::kNotFound,
+                          "No backup has the UNIQUE_KEY " + options.id +
+                              ". It is an anomaly's id without \"anomaly_\".");
   if (!options.json) return text_of(*judged, context.terminal, options.utc);
   const JsonPtr root = document("explain");
   put(root.get(), "unique_key", options.id);

@@ -27,16 +27,26 @@ std::string json_of(const std::vector<prometheus::MetricFamily>& families) {
   return json_for_terminal(root.get());
 }
 
+// What to print: nothing when there is a file to write.
+std::string put(const Options& options, const std::vector<prometheus::MetricFamily>& families) {
+  std::string text = options.json ? json_of(families) : prometheus_text(families);
+  if (options.output.empty()) return text;
+  replace_file(options.output, text);
+  return {};
+}
+
 }  // namespace
 
 std::string run_metrics(const Context& context) {
   const auto families = metrics_of(measure(context.options, context.database));
-  std::string text = context.options.json ? json_of(families) : prometheus_text(families);
-  if (context.options.output.empty()) return text;
-  // The file must show one state of the database.
+  // What is written must show one state of the database.
   context.database.check_unchanged();
-  replace_file(context.options.output, text);
-  return {};
+  return put(context.options, families);
+}
+
+std::string run_metrics_without_database(const Options& options, const CheckResult& result) {
+  return put(options,
+             metrics_without_database(health::look_without_database(options.places()), result));
 }
 
 }  // namespace corvane::ctl

@@ -10,6 +10,7 @@
 #include "operator_tool/ask/anomalies.h"
 #include "operator_tool/ask/picture.h"
 #include "operator_tool/commands.h"
+#include "operator_tool/layout/check.h"
 #include "operator_tool/layout/health_json.h"
 #include "operator_tool/layout/json.h"
 #include "operator_tool/report/output_file.h"
@@ -177,7 +178,7 @@ void put_anomalies(json_t* root, const std::vector<Anomaly>& all, std::int64_t s
 JsonPtr report_data(const Context& context) {
   const Options& options = context.options;
   Connection& database = context.database.connection();
-  const Health health = look(options, context.database);
+  const health::Health health = health::look(options.places(), context.database);
   const StreamSettings& settings = health.configured.detect.stream;
   const int days = options.days > 0 ? options.days : kUsualDays;
   const std::int64_t since = health.now - days * kDay;
@@ -185,6 +186,9 @@ JsonPtr report_data(const Context& context) {
   const AllSeries series = series_of(database, picture.streams, since);
 
   JsonPtr root = document("report");
+  CheckResult verdict = judge(health, options.thresholds);
+  verdict.incidents = incidents_words(picture);
+  put(root.get(), "verdict", verdict_of(verdict));
   put_health(root.get(), health);
   put_survey(root.get(), picture.streams);
   put(root.get(), "utc", options.utc);

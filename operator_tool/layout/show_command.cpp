@@ -157,9 +157,9 @@ std::string run_show(const Context& context) {
   Connection& database = context.database.connection();
   std::optional<FoundAnomaly> found = find_anomaly(database, context.options.id);
   if (!found) {
-    throw Trouble(ExitStatus::kNotFound, "No anomaly has the id, UNIQUE_KEY or backup id " +
-                                             context.options.id +
-                                             ". \"cvanomalyctl anomalies\" lists the ids.");
+    throw health::Trouble(health::ExitStatus::kNotFound,
+                          "No anomaly has the id, UNIQUE_KEY or backup id " + context.options.id +
+                              ". \"cvanomalyctl anomalies\" lists the ids.");
   }
   const Anomaly& anomaly = found->anomaly;
   const std::vector<HistoryPoint> history =

@@ -16,18 +16,18 @@ namespace {
 
 std::string number(std::int64_t value) { return number_text(static_cast<double>(value)); }
 
-const char* label_of(const Daemon& daemon) {
+const char* label_of(const health::Daemon& daemon) {
   if (daemon.name == kDetectionProgram) return "Detection";
   return daemon.name == kAlertProgram ? "Alerts" : "Service";
 }
 
-Style style_of(const Daemon& daemon) {
+Style style_of(const health::Daemon& daemon) {
   if ((daemon.process != 0) == daemon.is_wanted) return Style::kPlain;
   return Style::kBad;
 }
 
 // "running since ..., process 4711", "not running".
-std::string words_for(const Daemon& daemon, std::int64_t now, bool utc) {
+std::string words_for(const health::Daemon& daemon, std::int64_t now, bool utc) {
   if (daemon.process == 0) {
     return daemon.is_wanted ? "not running" : "not running, disabled in the configuration";
   }
@@ -40,8 +40,8 @@ std::string words_for(const Daemon& daemon, std::int64_t now, bool utc) {
   return words;
 }
 
-std::string last_gather_words(const Health& health, bool utc) {
-  const GatherHealth& gather = health.gather;
+std::string last_gather_words(const health::Health& health, bool utc) {
+  const health::GatherHealth& gather = health.gather;
   if (gather.last == 0) return "none yet: the history has not been gathered";
   std::string words =
       time_text(gather.last, utc) + ", " + span_text(health.now - gather.last) + " ago";
@@ -49,7 +49,7 @@ std::string last_gather_words(const Health& health, bool utc) {
   return words;
 }
 
-std::string next_gather_words(const Health& health, bool utc) {
+std::string next_gather_words(const health::Health& health, bool utc) {
   if (health.gather.next == 0) return "none while the service is not running";
   if (health.gather.next < health.now) {
     return "was due at " + time_text(health.gather.next, utc) + ": it is late, or running now";
@@ -57,17 +57,18 @@ std::string next_gather_words(const Health& health, bool utc) {
   return "expected at " + time_text(health.gather.next, utc);
 }
 
-std::string gathers_words(const Health& health, bool utc) {
-  const GatherLog& log = health.gather.log;
-  if (log.from == 0) return "unknown, the service's log has no records";
+std::string gathers_words(const health::Health& health, bool utc) {
+  const coverage::GatherCounts& log = health.gather.log;
+  if (!health.ledger.trouble.empty()) return "unknown";
+  if (log.from == 0) return "unknown, none is in the ledger yet";
   std::string words = counted(log.gathers, "gather", "gathers") + " since " +
                       time_text(std::max(log.from, health.now - kDay), utc) + ", " +
-                      number(log.failed) + " with errors";
+                      number(log.failed) + " failed";
   if (log.last_failed > 0) words += ", the last at " + time_text(log.last_failed, utc);
   return words;
 }
 
-std::string alerts_words(const AlertHealth& alerts, std::int64_t now) {
+std::string alerts_words(const health::AlertHealth& alerts, std::int64_t now) {
   if (!alerts.is_known) return "none yet";
   if (!alerts.trouble.empty()) return alerts.trouble;
   std::string words = number(alerts.waiting()) + " pending";
@@ -80,9 +81,9 @@ std::string alerts_words(const AlertHealth& alerts, std::int64_t now) {
   return words;
 }
 
-std::string programs_text(const Terminal& terminal, bool utc, const Health& health) {
+std::string programs_text(const Terminal& terminal, bool utc, const health::Health& health) {
   std::string text;
-  for (const Daemon& daemon : health.daemons) {
+  for (const health::Daemon& daemon : health.daemons) {
     text += line(terminal, label_of(daemon), words_for(daemon, health.now, utc), style_of(daemon));
   }
   text += line(terminal, "Last gather", last_gather_words(health, utc));
@@ -108,8 +109,15 @@ std::string streams_text(const Terminal& terminal, bool utc, const StreamSurvey&
                   number(survey.count(StreamState::kDormant)) + " dormant");
 }
 
-std::string json_of(const Status& status) {
+Style style_of(CheckStatus status) {
+  if (status == CheckStatus::kOk) return Style::kPlain;
+  return status == CheckStatus::kWarning ? Style::kWarning : Style::kBad;
+}
+
+std::string json_of(const Status& status, const CheckResult& verdict) {
   const JsonPtr root = document("status");
+  put(root.get(), "status", name_of(verdict.status));
+  put_problems(root.get(), verdict.problems);
   put_health(root.get(), status.health);
   put_survey(root.get(), status.picture.streams);
   put(root.get(), "open_incidents", status.picture.ongoing_incidents());
@@ -124,11 +132,19 @@ std::string json_of(const Status& status) {
 
 }  // namespace
 
+CheckResult Status::verdict(const health::Thresholds& thresholds) const {
+  CheckResult result = judge(health, thresholds);
+  result.incidents = incidents_words(picture);
+  return result;
+}
+
 std::string text_of(const Status& status, const Options& options, const Terminal& terminal) {
-  const Health& health = status.health;
+  const health::Health& health = status.health;
   const Picture& picture = status.picture;
-  std::string text = programs_text(terminal, options.utc, health) +
-                     streams_text(terminal, options.utc, picture.streams);
+  const CheckResult verdict = status.verdict(options.thresholds);
+  std::string text = line(terminal, "Status", verdict_of(verdict), style_of(verdict.status));
+  text += programs_text(terminal, options.utc, health) +
+          streams_text(terminal, options.utc, picture.streams);
   const std::int64_t ongoing = picture.ongoing_incidents();
   text += line(terminal, "Incidents", number(ongoing) + " ongoing",
                ongoing > 0 ? Style::kWarning : Style::kPlain);
@@ -137,6 +153,7 @@ std::string text_of(const Status& status, const Options& options, const Terminal
       number(std::ssize(picture.anomalies)) + ": " + number(picture.count(Review::kNotReviewed)) +
           " not reviewed, " + number(picture.count(Review::kConfirmed)) + " confirmed, " +
           counted(picture.count(Review::kFalsePositive), "false positive", "false positives"));
+  text += healing_text(terminal, options.utc, health.ledger);
   text += line(terminal, "Messages", alerts_words(health.alerts, health.now),
                health.alerts.given_up() > 0 ? Style::kBad : Style::kPlain);
   return text +
@@ -147,13 +164,15 @@ std::string text_of(const Status& status, const Options& options, const Terminal
                   " free on its disk; " + options.database);
 }
 
-std::string run_status(const Context& context) {
+Printed run_status(const Context& context) {
   Status status;
-  status.health = look(context.options, context.database);
+  status.health = health::look(context.options.places(), context.database);
   status.picture = take_picture(context.database.connection(),
                                 status.health.configured.detect.stream, status.health.now);
-  return context.options.json ? json_of(status)
-                              : text_of(status, context.options, context.terminal);
+  const CheckResult verdict = status.verdict(context.options.thresholds);
+  return {context.options.json ? json_of(status, verdict)
+                               : text_of(status, context.options, context.terminal),
+          context.options.exit_status ? static_cast<int>(verdict.status) : 0};
 }
 
 }  // namespace corvane::ctl

@@ -3,19 +3,23 @@
 
 #include <string>
 
-#include "operator_tool/ask/health.h"
+#include "health/health.h"
 #include "operator_tool/ask/picture.h"
+#include "operator_tool/layout/check.h"
 #include "operator_tool/options.h"
 #include "operator_tool/terminal/terminal.h"
 
 namespace corvane::ctl {
 
 struct Status {
-  Health health;
+  health::Health health;
   Picture picture;
+
+  CheckResult verdict(const health::Thresholds& thresholds = {}) const;
 };
 
-// One line for each subject. Of the options the time zone and the name of the database.
+// The status (OK, WARNING, CRITICAL) with all problems, then one line for each subject. Of the
+// options the time zone and the name of the database.
 std::string text_of(const Status& status, const Options& options, const Terminal& terminal);
 
 }  // namespace corvane::ctl

@@ -64,7 +64,7 @@ JsonPtr json_of(const StreamSummary& stream) {
 
 std::string run_streams(const Context& context) {
   const Options& options = context.options;
-  const StreamSettings settings = read_configuration(options.config).detect.stream;
+  const StreamSettings settings = health::read_configuration(options.config).detect.stream;
   std::vector<StreamSummary> streams =
       survey(scan_streams(context.database.connection()), settings, corvane::now()).streams;
   std::erase_if(streams, [&](const StreamSummary& stream) {

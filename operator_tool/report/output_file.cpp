@@ -10,7 +10,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "operator_tool/trouble.h"
+#include "health/trouble.h"
 #include "platform/descriptor.h"
 
 namespace corvane::ctl {
@@ -34,7 +34,7 @@ mode_t creation_mode() {
 }
 
 [[noreturn]] void fail(const std::string& path, const std::string& why) {
-  throw Trouble(ExitStatus::kFailed, "Cannot write " + path + ": " + why + ".");
+  throw health::Trouble(health::ExitStatus::kFailed, "Cannot write " + path + ": " + why + ".");
 }
 
 // A pipe or a device would be gone afterwards, with a file in its place. A link may lead out of

@@ -283,11 +283,11 @@
   const showHealth = () => {
     const place = byId("health");
     const {gather, alerts} = data;
-    const facts = data.processes.map((process) => [process.name,
-      process.running ? "running" + (process.since ? " since " + time(process.since) : "") : process.wanted ? "not running" : "disabled"]);
+    const facts = [["Status", data.verdict]].concat(data.processes.map((process) => [process.name,
+      process.running ? "running" + (process.since ? " since " + time(process.since) : "") : process.wanted ? "not running" : "disabled"]));
     facts.push(["Last gather", gather.last ? time(gather.last) + (gather.log.last_seconds === null ? "" : ", took " + span(gather.log.last_seconds)) : "history not gathered yet"],
       ["Next gather", gather.next ? time(gather.next) : "none while the service is not running"],
-      ["Gathers in the last 24 hours, from the log", number(gather.log.gathers) + ", " + number(gather.log.failed) + " with errors"],
+      ["Gathers in the last 24 hours", number(gather.log.gathers) + ", " + number(gather.log.failed) + " failed"],
       ["Running jobs for the next gather", number(gather.queued_jobs)],
       ["Backups waiting for the detection", number(data.records.waiting)],
       ["Records in the history", number(data.records.history)],

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "health/trouble.h"
 #include "operator_tool/report/report_parts.h"
-#include "operator_tool/trouble.h"
 
 namespace corvane::ctl {
 
@@ -18,7 +18,7 @@ std::string source_hash(std::string_view text) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned size{};
   if (EVP_Digest(text.data(), text.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) {
-    throw Trouble(ExitStatus::kFailed, "SHA-256 is not available on this machine.");
+    throw health::Trouble(health::ExitStatus::kFailed, "SHA-256 is not available on this machine.");
   }
   std::array<unsigned char, std::size_t{2} * EVP_MAX_MD_SIZE> base64{};
   const int length = EVP_EncodeBlock(base64.data(), digest.data(), static_cast<int>(size));

@@ -4,12 +4,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
 #include <vector>
 
 #include "companions/alert/state_database.h"
+#include "coverage/ledger.h"
 #include "finding/words.h"
 #include "management/management_service.h"
 #include "operator_tool/options.h"
@@ -21,6 +23,8 @@
 
 namespace corvane::ctl {
 
+// What the tests say of the room below.
+using namespace health;  // NOLINT(google-build-using-namespace)
 using test::key_of;
 using test::kNow;
 using test::TestBackup;
@@ -49,6 +53,16 @@ class OperatorWorld : public PlatformFake {
     options.config = directory_("anomaly_config.conf");
     options.logs = directory_();
     return options;
+  }
+  // As cvanomalyheal leaves it after a look that found nothing.
+  coverage::Ledger looked(std::int64_t time = kNow) const {
+    coverage::Ledger ledger(directory_("CV_Anomaly_Coverage.db"));
+    ledger.add_look(time);
+    return ledger;
+  }
+  // Only the owner may open the database.
+  void close_to_others() const {
+    for (const char* suffix : {"", "-wal", "-shm"}) chmod((database() + suffix).c_str(), 0600);
   }
   sqlite3* db() { return service_->m_db->get_db_handle(); }
   void sql(const std::string& statement) { test::query(db(), statement); }

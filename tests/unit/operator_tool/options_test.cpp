@@ -41,7 +41,7 @@ TEST_F(OptionsTest, Defaults) {
   EXPECT_EQ(found.days, 0);
   EXPECT_EQ(found.is_reviewed, std::nullopt);
   EXPECT_EQ(found.is_resolved, std::nullopt);
-  const Thresholds& at = found.thresholds;
+  const health::Thresholds& at = found.thresholds;
   EXPECT_EQ(at.gather_warning, -1);
   EXPECT_EQ(at.gather_critical, -1);
   EXPECT_EQ(at.alerts_warning, 30);
@@ -97,6 +97,28 @@ TEST_F(OptionsTest, Commands) {
   EXPECT_EQ(options({"report", "--html", "/h"}).command, Command::kReport);
   EXPECT_EQ(options({"report", "--html", "/h", "--days", "8"}).output, "/h");
   EXPECT_EQ(options({"report", "--html", "/h", "--days", "8"}).days, 8);
+}
+
+TEST_F(OptionsTest, HealAndGather) {
+  EXPECT_EQ(options({"heal"}).command, Command::kHeal);
+  const std::vector<const char*> all{"gather", "--from",           "2023-11-14",
+                                     "--to",   "2023-11-14 22:13", "--utc"};
+  const Options gather = options(all);
+  EXPECT_EQ(gather.command, Command::kGather);
+  EXPECT_EQ(gather.from, 1699920000);
+  EXPECT_EQ(gather.to, 1699999980);
+}
+
+TEST_F(OptionsTest, ARangeNeedsTwoTimesInOrder) {
+  const auto range = [](const char* from, const char* to) {
+    return wrong({"gather", "--utc", "--from", from, "--to", to});
+  };
+  EXPECT_EQ(wrong({"gather", "--from", "2023-11-14"}), "--to is required");
+  EXPECT_EQ(wrong({"gather", "--to", "2023-11-14"}), "--from is required");
+  EXPECT_EQ(range("noon", "2023-11-14"), "--from: 'noon' is not a time like 2026-11-20 08:00");
+  EXPECT_EQ(range("2023-11-14", "x"), "--to: 'x' is not a time like 2026-11-20 08:00");
+  EXPECT_EQ(range("2023-11-14", "2023-11-13"), "--to is before --from");
+  EXPECT_EQ(range("2023-11-14", "2023-11-14"), "");
 }
 
 TEST_F(OptionsTest, Lists) {
@@ -160,7 +182,7 @@ TEST_F(OptionsTest, Limits) {
 }
 
 TEST_F(OptionsTest, Thresholds) {
-  const Thresholds at =
+  const health::Thresholds at =
       options({"check", "--gather-warning", "11", "--gather-critical", "12", "--alerts-warning",
                "13", "--alerts-critical", "14", "--disk-warning", "15", "--disk-critical", "16"})
           .thresholds;
@@ -195,23 +217,24 @@ TEST_F(OptionsTest, OtherFiles) {
   Options given;
   given.database = "/d/sub/a.db";
   given.logs = "/logs";
-  EXPECT_EQ(given.alert_database(), "/d/sub/a_Alerts.db");
-  EXPECT_EQ(given.log_file("cvx"), "/logs/cvx");
+  EXPECT_EQ(given.places().alert_database, "/d/sub/a_Alerts.db");
+  EXPECT_EQ(given.places().log_file("cvx"), "/logs/cvx");
   given.database = "CV_Anomaly.db";
-  EXPECT_EQ(given.alert_database(), "./CV_Anomaly_Alerts.db");
+  EXPECT_EQ(given.places().alert_database, "./CV_Anomaly_Alerts.db");
 }
 
 constexpr char kStatuses[] =
     "\n\nExit status: 0 success, 1 not found, 2 wrong arguments, 3 no database, 4 database "
     "locked,\n5 database from another version, 6 database damaged, 7 permission denied, 8 other "
-    "error.\ncheck: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.\n";
+    "error.\ncheck, status --exit-code: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.\n";
 constexpr char kHelpLine[] =
     "\nOptions:\n  -h,--help               Print this help message and exit\n";
 
 TEST_F(OptionsTest, Help) {
   EXPECT_EQ(parse({"--help"}).help,
             std::string("Shows the status of backup anomaly detection and the anomalies that it "
-                        "found. Changes nothing.\nUsage: cvanomalyctl [OPTIONS] SUBCOMMAND\n") +
+                        "found. Only heal and gather change anything.\nUsage: cvanomalyctl "
+                        "[OPTIONS] SUBCOMMAND\n") +
                 kHelpLine +
                 R"(  --json                  Print one JSON document (operator-tool.md describes it)
   --utc                   Show times in UTC instead of local time
@@ -230,6 +253,8 @@ Subcommands:
   check                   One line and an exit status for monitoring
   metrics                 Metrics in the Prometheus text format
   report                  Report with charts, as one HTML file
+  heal                    Take a look now: gather missed backups, start dead companions
+  gather                  Gather the missing backups of a range of time
 )" + kStatuses);
   EXPECT_NE(parse({"--x", "streams", "--help"}).help, "");
 }
@@ -268,19 +293,35 @@ std::vector<CommandHelp> helps_of_commands() {
       {"backtest", "Judge the backups of the last DAYS days again, in memory",
        " DAYS\n\nPositionals:\n  DAYS REQUIRED           Number of days", ""},
       {"check", "One line and an exit status for monitoring", "",
-       R"(  --gather-warning N      WARNING N minutes after the last gather (default: 3 gather intervals)
+       R"(  --heartbeat             Call HEARTBEAT_URL of the configuration, with /fail added unless the status is OK or WARNING
+  --gather-warning N      WARNING N minutes after the last gather (default: 3 gather intervals)
   --gather-critical N     CRITICAL N minutes after the last gather (default: 12 gather intervals)
   --alerts-warning N=30   WARNING when a message has been pending for N minutes
   --alerts-critical N=240 CRITICAL when a message has been pending for N minutes
   --disk-warning N=10     WARNING at N% or less free on the database's disk
   --disk-critical N=3     CRITICAL at N% or less free on the database's disk
 )"},
+      {"status", "Status of the service and its companions", "",
+       "  --exit-code             Exit with 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN, as check "
+       "does\n"},
       {"metrics", "Metrics in the Prometheus text format", "",
        "  --output FILE           Replace this file atomically instead of printing\n"},
       {"report", "Report with charts, as one HTML file", "",
        R"(  --html FILE REQUIRED    The file to write
   --days N                The last N days (default: 30)
+)"},
+      {"heal", "Take a look now: gather missed backups, start dead companions", "", ""},
+      {"gather", "Gather the missing backups of a range of time", "",
+       R"(  --from TIME REQUIRED    Backups that ended then or later, for example '2026-11-20 08:00'
+  --to TIME REQUIRED      Backups that ended then or earlier; a date alone means 00:00
 )"}};
+}
+
+TEST_F(OptionsTest, SwitchesOfStatusAndCheck) {
+  EXPECT_FALSE(parse({"status"}).options.exit_status);
+  EXPECT_TRUE(parse({"status", "--exit-code"}).options.exit_status);
+  EXPECT_FALSE(parse({"check"}).options.heartbeat);
+  EXPECT_TRUE(parse({"check", "--heartbeat"}).options.heartbeat);
 }
 
 TEST_F(OptionsTest, HelpOfCommands) {
@@ -289,13 +330,6 @@ TEST_F(OptionsTest, HelpOfCommands) {
                                                        one.command + " [OPTIONS]" + one.usage +
                                                        "\n" + kHelpLine + one.options + kStatuses);
   }
-  EXPECT_EQ(
-      parse({"status", "--help"}).help,
-      std::string("Status of the service and its companions\nUsage: cvanomalyctl status "
-                  "[OPTIONS]\n") +
-          kHelpLine +
-          "\nGather durations and failures come from the service's log: the last 24 hours, or "
-          "less if its last 4 MB do not reach back that far.\n");
 }
 
 }  // namespace

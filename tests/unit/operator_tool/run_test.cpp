@@ -35,7 +35,7 @@ TEST_F(Run, EveryCommandIsItself) {
   const std::string key = key_of({.client = "c"});
   for (const auto& [arguments, begin] :
        std::vector<std::pair<std::vector<std::string>, std::string>>{
-           {{"status"}, "Service  "},
+           {{"status"}, "Status  "},
            {{"streams"}, "Client  "},
            {{"anomalies"}, "Time  "},
            {{"show", key}, "Anomaly  "},
@@ -81,6 +81,26 @@ TEST_F(Run, ACheckThatCannotBeWrittenIsUnknown) {
     EXPECT_EQ(said.error,
               "cvanomalyctl: Cannot write to standard output: No space left on device.\n");
   }
+}
+
+// As check would say it.
+TEST_F(Run, TheExitStatusOfStatusIsThatOfCheck) {
+  EXPECT_EQ(say({"status", "--exit-code", "--config", "/none"}).status, 3);
+  EXPECT_EQ(say({"status", "--config", "/none"}).status, 2);
+  EXPECT_EQ(say({"status", "--exit-code", "--x"}).status, 3);
+  EXPECT_EQ(say({"streams", "--client", "--exit-code", "--x"}).status, 2);
+  close_database();
+  test::write_file(database(), std::string(100000, 'x'));
+  EXPECT_EQ(say({"status", "--exit-code"}).status, 2);
+  EXPECT_EQ(say({"status"}).status, 6);
+  std::filesystem::remove(database());
+  EXPECT_EQ(say({"status", "--exit-code"}).status, 3);
+  EXPECT_EQ(say({"status"}).status, 3);
+  running("cvanomalymgmt");
+  const Said said = say({"status", "--exit-code"});
+  EXPECT_EQ(said.status, 2);
+  EXPECT_EQ(say({"status"}).status, 3);
+  EXPECT_TRUE(said.error.starts_with("cvanomalyctl: Database not found: ")) << said.error;
 }
 
 // JSON is ASCII already; only text is made fit for the terminal.

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "operator_tool/ask/database.h"
+#include "health/database.h"
 #include "tests/unit/operator_tool/operator_world.h"
 #include "util/json.h"
 

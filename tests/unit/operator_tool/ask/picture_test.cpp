@@ -1,6 +1,6 @@
 #include "operator_tool/ask/picture.h"
 
-#include "operator_tool/ask/database.h"
+#include "health/database.h"
 #include "tests/unit/operator_tool/operator_world.h"
 
 namespace corvane::ctl {

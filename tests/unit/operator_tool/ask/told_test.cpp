@@ -21,7 +21,7 @@ class ToldTest : public OperatorWorld {
 
 TEST_F(ToldTest, OfAnIncidentInTheOrderOfItsMessages) {
   {
-    alert::StateDatabase state(with_paths().alert_database());
+    alert::StateDatabase state(with_paths().places().alert_database);
     for (const char* statement :
          {"INSERT INTO incident VALUES (1, 'incident_a', 'a', 'a', 'c', 'p', 't', 's', 'n', 'x', "
           "'d', 1, 1, 1, 3, '', 1, 0, 1, 1, 0)",
@@ -47,11 +47,11 @@ TEST_F(ToldTest, OfAnIncidentInTheOrderOfItsMessages) {
 
 TEST_F(ToldTest, NothingWhereTheAlertsHaveNoDatabase) {
   EXPECT_TRUE(told("incident_a").empty());
-  EXPECT_FALSE(std::filesystem::exists(with_paths().alert_database()));
+  EXPECT_FALSE(std::filesystem::exists(with_paths().places().alert_database));
 }
 
 TEST_F(ToldTest, NothingOfADatabaseThatCannotBeRead) {
-  test::write_file(with_paths().alert_database(), std::string(100000, 'x'));
+  test::write_file(with_paths().places().alert_database, std::string(100000, 'x'));
   EXPECT_TRUE(told("incident_a").empty());
 }
 

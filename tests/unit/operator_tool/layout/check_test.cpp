@@ -1,6 +1,7 @@
 #include "operator_tool/layout/check.h"
 
 #include "platform/program_names.h"
+#include "tests/unit/alert/channel/loopback_server.h"
 #include "tests/unit/operator_tool/operator_world.h"
 
 namespace corvane::ctl {
@@ -10,10 +11,12 @@ Health good() {
   Health health;
   health.now = kNow;
   health.daemons = {{kManagementProgram, true, 10, kNow - kDay},
-                    {kDetectionProgram, true, 11, kNow - kDay},
-                    {kAlertProgram, true, 12, kNow - kDay}};
+                    {kDetectionProgram, true, 11, kNow - kDay, 0, kNow, 0},
+                    {kAlertProgram, true, 12, kNow - kDay, 0, kNow, 0}};
   health.gather.last = kNow - 600;
   health.disk = {1000, 500};
+  health.ledger.last_look = kNow - 60;
+  health.service_database = OpenFile::kOpen;
   return health;
 }
 
@@ -26,79 +29,6 @@ TEST(Check, AllIsWell) {
             "alerts_given_up=0;0;;0 disk_free=50.0%;10:;3:;0;100\n");
 }
 
-// "OK", or the status and the problems.
-std::string said_of(const Health& health, const Thresholds& thresholds = {}) {
-  const CheckResult result = judge(health, thresholds);
-  std::string said = name_of(result.status);
-  for (const std::string& problem : result.problems) said += "; " + problem;
-  return said;
-}
-
-TEST(Check, AProgramThatIsDown) {
-  Health health = good();
-  health.daemons[2].process = 0;
-  EXPECT_EQ(said_of(health), "CRITICAL; cvanomalyalert is not running");
-  health.daemons[2].is_wanted = false;
-  EXPECT_EQ(said_of(health), "OK");
-  health.daemons[2].process = 12;
-  EXPECT_EQ(said_of(health), "OK");
-}
-
-// After so many seconds of something, with these thresholds and this interval of gathers.
-struct Case {
-  std::int64_t seconds = 0;
-  std::string said;
-  Thresholds thresholds;
-  int interval_minutes = 15;
-};
-
-TEST(Check, ALateGather) {
-  const Thresholds own{.gather_warning = 5, .gather_critical = 6};
-  for (const Case& one : std::vector<Case>{
-           {45 * kMinute - 1, "OK", {}},
-           {45 * kMinute, "WARNING; last gather 45 min ago", {}},
-           {180 * kMinute - 1, "WARNING; last gather 2 h 59 min ago", {}},
-           {180 * kMinute, "CRITICAL; last gather 3 h ago", {}},
-           {180 * kMinute - 1, "OK", {}, 60},
-           {180 * kMinute, "WARNING; last gather 3 h ago", {}, 60},
-           {720 * kMinute - 1, "WARNING; last gather 11 h 59 min ago", {}, 60},
-           {720 * kMinute, "CRITICAL; last gather 12 h ago", {}, 60},
-           {299, "OK", own},
-           {300, "WARNING; last gather 5 min ago", own},
-           {359, "WARNING; last gather 5 min ago", own},
-           {360, "CRITICAL; last gather 6 min ago", own},
-           {0, "WARNING; last gather 0 s ago", {.gather_warning = 0}},
-           {0, "CRITICAL; last gather 0 s ago", {.gather_critical = 0}},
-           {60, "CRITICAL; last gather 60 s ago", {.gather_warning = 1, .gather_critical = 1}}}) {
-    Health health = good();
-    health.gather.last = kNow - one.seconds;
-    health.configured.interval_minutes = one.interval_minutes;
-    EXPECT_EQ(said_of(health, one.thresholds), one.said) << one.seconds;
-  }
-}
-
-TEST(Check, AHistoryThatIsNeverGathered) {
-  Health health = good();
-  health.gather.last = 0;
-  health.daemons[0].since = kNow - 180 * kMinute + 1;
-  EXPECT_EQ(said_of(health), "OK");
-  EXPECT_EQ(judge(health, {}).summary,
-            "all enabled programs are running, the history is being gathered");
-  health.daemons[0].since = kNow - 180 * kMinute;
-  EXPECT_EQ(said_of(health), "WARNING; the history has not been gathered yet");
-  health.daemons[0].process = 0;
-  EXPECT_EQ(said_of(health), "CRITICAL; cvanomalymgmt is not running");
-}
-
-TEST(Check, TheLagIsKnownOnceSomethingWasGathered) {
-  Health health = good();
-  health.gather.last = 0;
-  EXPECT_TRUE(judge(health, {}).figures.starts_with("alerts_waiting=0;"));
-  health.gather.last = 1;  // the earliest that is one
-  EXPECT_TRUE(judge(health, {}).figures.starts_with("gather_lag=1699999999s;"));
-  EXPECT_TRUE(judge(health, {}).summary.starts_with("all enabled programs are running, last"));
-}
-
 alert::ChannelStatus pending(std::int64_t due) {
   alert::ChannelStatus channel;
   channel.name = "mail";
@@ -108,85 +38,59 @@ alert::ChannelStatus pending(std::int64_t due) {
   return channel;
 }
 
-TEST(Check, MessagesThatStayPending) {
-  const std::string warning = "WARNING; 2 messages pending, the oldest for ";
-  const std::string critical = "CRITICAL; 2 messages pending, the oldest for ";
-  const Thresholds own{.alerts_warning = 3, .alerts_critical = 4};
-  const Thresholds none{.alerts_warning = 0};
-  for (const Case& one : std::vector<Case>{{-3600, "OK", {}},
-                                           {30 * kMinute - 1, "OK", {}},
-                                           {30 * kMinute, warning + "30 min", {}},
-                                           {240 * kMinute - 1, warning + "3 h 59 min", {}},
-                                           {240 * kMinute, critical + "4 h", {}},
-                                           {179, "OK", own},
-                                           {180, warning + "3 min", own},
-                                           {239, warning + "3 min", own},
-                                           {240, critical + "4 min", own},
-                                           {-1, "OK", none},
-                                           {0, warning + "0 s", none},
-                                           {kNow, "OK", none},  // not due at all
-                                           {kNow - 1, critical + span_text(kNow - 1), none}}) {
-    Health health = good();
-    health.alerts.channels = {pending(kNow - one.seconds)};
-    EXPECT_EQ(said_of(health, one.thresholds), one.said) << one.seconds;
-  }
+TEST(Check, TheSummaryOfWhatIsDisabledOrBegins) {
   Health health = good();
-  health.alerts.channels = {pending(kNow - 1800)};
-  health.alerts.channels[0].waiting = 1;
-  EXPECT_EQ(said_of(health), "WARNING; 1 message pending, the oldest for 30 min");
-}
-
-TEST(Check, DeadLetters) {
-  Health health = good();
-  health.alerts.channels.resize(1);
-  health.alerts.channels[0].given_up = 1;
-  EXPECT_EQ(said_of(health), "WARNING; 1 dead letter");
-  health.alerts.channels[0].given_up = 3;
-  EXPECT_EQ(said_of(health), "WARNING; 3 dead letters");
-}
-
-TEST(Check, AnAlertDatabaseThatCannotBeRead) {
-  Health health = good();
-  health.alerts.trouble = "It is damaged.";
-  EXPECT_EQ(said_of(health), "WARNING; It is damaged");
-  health.alerts.trouble = "It is damaged";
-  EXPECT_EQ(said_of(health), "WARNING; It is damaged");
-}
-
-TEST(Check, ADiskThatIsNearlyFull) {
-  struct DiskCase {
-    DiskSpace disk;
-    std::string said;
-    Thresholds thresholds;
-  };
-  const std::string free = "% free on the database's disk";
-  const Thresholds own{.disk_warning = 60, .disk_critical = 50};
-  for (const auto& [disk, said, thresholds] :
-       std::vector<DiskCase>{{{1000, 101}, "OK", {}},
-                             {{1000, 100}, "WARNING; 10.0" + free, {}},
-                             {{1000, 31}, "WARNING; 3.1" + free, {}},
-                             {{1000, 30}, "CRITICAL; 3.0" + free, {}},
-                             {{1000, 601}, "OK", own},
-                             {{1000, 600}, "WARNING; 60.0" + free, own},
-                             {{1000, 501}, "WARNING; 50.1" + free, own},
-                             {{1000, 500}, "CRITICAL; 50.0" + free, own},
-                             {{1, 0}, "CRITICAL; 0.0" + free, {}},
-                             {{0, 0}, "OK", {.disk_warning = 100, .disk_critical = 100}}}) {
-    Health health = good();
-    health.disk = disk;
-    EXPECT_EQ(said_of(health, thresholds), said);
-    EXPECT_EQ(judge(health, thresholds).figures.find("disk_free") != std::string::npos,
-              disk.total > 0);
-  }
-}
-
-TEST(Check, DisabledIsNoProblem) {
-  Health health = good();
-  for (Daemon& daemon : health.daemons) daemon = {daemon.name, false, 0, 0};
+  health.gather.last = 0;
+  EXPECT_EQ(judge(health, {}).summary,
+            "all enabled programs are running, the history is being gathered");
   health.configured.service = false;
-  health.gather.last = 1;
-  EXPECT_EQ(said_of(health), "OK");
   EXPECT_EQ(judge(health, {}).summary, "disabled in the configuration");
+}
+
+TEST(Check, TheStatusIsThatOfTheWorstProblem) {
+  EXPECT_EQ(status_of({}), CheckStatus::kOk);
+  EXPECT_EQ(status_of({{Level::kWarning, "a", "b"}}), CheckStatus::kWarning);
+  EXPECT_EQ(status_of({{Level::kCritical, "a", "b"}, {Level::kWarning, "c", "d"}}),
+            CheckStatus::kCritical);
+}
+
+TEST(Check, NamesOngoingIncidents) {
+  Picture picture;
+  EXPECT_EQ(incidents_words(picture), "");
+  const auto add = [&](const char* client, Severity severity, IncidentEnd end) {
+    Incident& incident = picture.incidents.emplace_back();
+    incident.stream.client = client;
+    incident.severity = severity;
+    incident.end = end;
+  };
+  add("over", Severity::kCritical, IncidentEnd::kUsualBackup);
+  EXPECT_EQ(incidents_words(picture), "");
+  add("web01", Severity::kWarning, IncidentEnd::kNone);
+  EXPECT_EQ(incidents_words(picture), "1 ongoing incident (1 warning), the latest of web01");
+  add("web02", Severity::kCritical, IncidentEnd::kNone);
+  add("web03", Severity::kMajor, IncidentEnd::kNone);
+  add("web04", Severity::kMajor, IncidentEnd::kNone);
+  EXPECT_EQ(incidents_words(picture),
+            "4 ongoing incidents (1 critical, 2 major, 1 warning), the latest of web01");
+}
+
+TEST(Check, TheVerdictIsInWords) {
+  CheckResult result{CheckStatus::kOk, {}, "fine", "", "x=1"};
+  EXPECT_EQ(verdict_of(result), "OK: fine");
+  result.incidents = "1 ongoing incident";
+  EXPECT_EQ(verdict_of(result), "OK: fine; 1 ongoing incident");
+  result.status = CheckStatus::kCritical;
+  result.problems = {{Level::kCritical, "a", "b"}, {Level::kWarning, "c", "d"}};
+  EXPECT_EQ(verdict_of(result), "CRITICAL: b; d; 1 ongoing incident");
+}
+
+TEST(Check, TheLagIsKnownOnceSomethingWasGathered) {
+  Health health = good();
+  health.gather.last = 0;
+  EXPECT_TRUE(judge(health, {}).figures.starts_with("alerts_waiting=0;"));
+  health.gather.last = 1;  // the earliest that is one
+  EXPECT_TRUE(judge(health, {}).figures.starts_with("gather_lag=1699999999s;"));
+  EXPECT_TRUE(judge(health, {}).summary.starts_with("all enabled programs are running, last"));
 }
 
 TEST(Check, PerformanceData) {
@@ -211,18 +115,6 @@ TEST(Check, PerformanceData) {
   EXPECT_NE(judge(health, {}).figures.find("alerts_oldest=1699999999s;"), std::string::npos);
 }
 
-TEST(Check, TheWorstFirstAndEqualOnesInTheirOrder) {
-  Health health = good();
-  health.gather.last = kNow - 46 * kMinute;
-  health.daemons[0].process = 0;
-  health.daemons[1].process = 0;
-  health.alerts.trouble = "It is damaged.";
-  health.disk = {1000, 20};
-  EXPECT_EQ(said_of(health),
-            "CRITICAL; cvanomalymgmt is not running; cvanomalydetect is not running; 2.0% "
-            "free on the database's disk; last gather 46 min ago; It is damaged");
-}
-
 TEST(Check, Names) {
   EXPECT_STREQ(name_of(CheckStatus::kOk), "OK");
   EXPECT_STREQ(name_of(CheckStatus::kWarning), "WARNING");
@@ -231,14 +123,26 @@ TEST(Check, Names) {
 }
 
 TEST(Check, AsText) {
-  EXPECT_EQ(text_of({CheckStatus::kOk, {}, "fine", ""}, false), "ANOMALY OK - fine\n");
-  EXPECT_EQ(text_of({CheckStatus::kWarning, {"a\nb|c", "d|e"}, "fine", "x=1|2"}, false),
-            "ANOMALY WARNING - a b/c; d/e | x=1|2\n");
+  EXPECT_EQ(text_of({CheckStatus::kOk, {}, "fine", "", ""}, false), "ANOMALY OK - fine\n");
+  EXPECT_EQ(text_of({CheckStatus::kWarning,
+                     {{Level::kWarning, "x", "a\nb|c"}, {Level::kWarning, "y", "d|e"}},
+                     "fine",
+                     "1 incident",
+                     "x=1|2"},
+                    false),
+            "ANOMALY WARNING - a b/c; d/e; 1 incident | x=1|2\n");
   EXPECT_EQ(text_of(unknown("why"), false), "ANOMALY UNKNOWN - why\n");
+  EXPECT_EQ(text_of(without_database("name", "why"), false), "ANOMALY CRITICAL - why\n");
 }
 
 TEST(Check, AsJson) {
-  EXPECT_EQ(text_of({CheckStatus::kWarning, {"a\x1B[2Jb", "c|d"}, "fine", "x=1"}, true), R"({
+  EXPECT_EQ(text_of({CheckStatus::kWarning,
+                     {{Level::kCritical, "first", "a\x1B[2Jb"}, {Level::kWarning, "next", "c|d"}},
+                     "fine",
+                     "1 incident",
+                     "x=1"},
+                    true),
+            R"({
  "schema": 1,
  "command": "check",
  "status": "WARNING",
@@ -247,6 +151,19 @@ TEST(Check, AsJson) {
   "a [2Jb",
   "c|d"
  ],
+ "problem_list": [
+  {
+   "level": "critical",
+   "name": "first",
+   "words": "a\u001B[2Jb"
+  },
+  {
+   "level": "warning",
+   "name": "next",
+   "words": "c|d"
+  }
+ ],
+ "incidents": "1 incident",
  "figures": "x=1"
 }
 )");
@@ -259,8 +176,8 @@ TEST(Check, TheWorstComesFirstOnOneLine) {
   health.alerts.trouble = "bad|\nthing";
   const std::string line = text_of(judge(health, {}), false);
   EXPECT_TRUE(
-      line.starts_with("ANOMALY CRITICAL - cvanomalydetect is not running; last gather 46 min "
-                       "ago; bad/ thing | gather_lag="))
+      line.starts_with("ANOMALY CRITICAL - cvanomalydetect is not running; bad/ thing; last gather "
+                       "46 min ago | gather_lag="))
       << line;
   EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
   EXPECT_EQ(std::count(line.begin(), line.end(), '|'), 1);
@@ -303,14 +220,74 @@ TEST_F(CheckCommand, OnlyACommandOfThatNameIsCheck) {
 }
 
 TEST_F(CheckCommand, GoesByConfigurationAndProcesses) {
+  const std::vector<std::string> check{"check", "--json",          "--disk-warning",
+                                       "0",     "--disk-critical", "0"};
   gathered(kNow - 60);
-  running("cvanomalymgmt");
-  EXPECT_EQ(say({"check", "--disk-warning", "0", "--disk-critical", "0"}).status, 0);
+  looked();
+  close_to_others();
   switch_everything_on();
-  const Said said = say({"check", "--json"});
+  run_everything();
+  const Said good = say(check);
+  EXPECT_EQ(good.status, 0) << good.out;
+  fake.processes.erase("cvanomalydetect");
+  const Said said = say(check);
   EXPECT_EQ(said.status, 2);
   EXPECT_NE(said.out.find("cvanomalydetect is not running"), std::string::npos);
   EXPECT_NE(said.out.find("\"exit_status\": 2"), std::string::npos);
+}
+
+TEST_F(CheckCommand, ADatabaseThatIsMissingUnderTheRunningServiceIsCritical) {
+  close_database();
+  std::filesystem::remove(database());
+  running("cvanomalymgmt");
+  const Said said = say({"check"});
+  EXPECT_EQ(said.status, 2);
+  EXPECT_EQ(said.out, "ANOMALY CRITICAL - the database of the running service is missing: " +
+                          database() + "\n");
+}
+
+TEST_F(CheckCommand, ADatabaseThatIsDamagedIsCritical) {
+  close_database();
+  test::write_file(database(), std::string(100000, 'x'));
+  const Said said = say({"check"});
+  EXPECT_EQ(said.status, 2);
+  EXPECT_EQ(said.out, "ANOMALY CRITICAL - " + database() + " is damaged or is not a database.\n");
+  EXPECT_NE(say({"check", "--json"}).out.find("\"name\": \"database_damaged\""), std::string::npos);
+}
+
+TEST_F(CheckCommand, CallsTheHeartbeatOfTheConfiguration) {
+  alert::HttpReceiver receiver("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+  configure(
+      "[ANOMALY_DETECTION_FUNCTIONALITY]\nDISABLE_DETECTION_SERVICE=0\n"
+      "[HEALING_SETTINGS]\nHEARTBEAT_URL=http://" +
+      receiver.server.at() + "/x\n");
+  gathered(kNow - 60);
+  looked();
+  run_everything();
+  const std::vector<std::string> check{"check", "--heartbeat",     "--disk-warning",
+                                       "0",     "--disk-critical", "0"};
+  EXPECT_EQ(say(check).status, 1);  // alerts are disabled
+  fake.processes.clear();
+  EXPECT_EQ(say(check).status, 2);
+  EXPECT_EQ(say({"check"}).status, 2);
+  close_database();
+  std::filesystem::remove(database());
+  EXPECT_EQ(say(check).status, 3);
+  std::string lines;
+  for (const auto& request : receiver.requests()) lines += request.line;
+  EXPECT_EQ(lines, "GET /x HTTP/1.1\r\nGET /x/fail HTTP/1.1\r\nGET /x/fail HTTP/1.1\r\n");
+  receiver.set_answer("HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n");
+  EXPECT_EQ(say(check).error,
+            "cvanomalyctl: HEARTBEAT_URL could not be called: 127.0.0.1 answered 500\n");
+}
+
+TEST_F(CheckCommand, NamesTheOngoingIncidents) {
+  const TestBackup backup{.client = "web01", .time = kNow - kDay};
+  anomaly(backup, 3, backup);
+  const Said said = say({"check"});
+  EXPECT_NE(said.out.find("; 1 ongoing incident (1 critical), the latest of web01 | "),
+            std::string::npos)
+      << said.out;
 }
 
 }  // namespace

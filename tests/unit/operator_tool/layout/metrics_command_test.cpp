@@ -47,17 +47,30 @@ TEST_F(MetricsCommand, AsJson) {
             R"("value":0.0})");
 }
 
-TEST_F(MetricsCommand, TheFileIsReplacedWholeOrLeftAsItWas) {
+TEST_F(MetricsCommand, TheFileIsReplacedWhole) {
   test::write_file(target(), "former");
   EXPECT_EQ(say({"metrics", "--output", target()}).out, "");
   EXPECT_EQ(test::read_file(target()), say({"metrics"}).out);
   struct stat file {};
   stat(target().c_str(), &file);
   EXPECT_EQ(file.st_mode & 0777U, 0644U);
-  const std::string before = test::read_file(target());
+}
+
+// Figures of former times would look as if all were well.
+TEST_F(MetricsCommand, WithoutTheDatabaseTheyTellWhatIsKnown) {
   sql("DROP TABLE HIST_DATA");
-  EXPECT_EQ(say({"metrics", "--output", target()}).status, 5);
-  EXPECT_EQ(test::read_file(target()), before);
+  const Said said = say({"metrics"});
+  EXPECT_EQ(said.status, 5);
+  EXPECT_TRUE(says(said, "\ncvanomaly_health_problems{level=\"critical\"} ")) << said.out;
+  EXPECT_FALSE(says(said, "\ncvanomaly_health_problems{level=\"critical\"} 0"));
+  EXPECT_TRUE(says(said, "\ncvanomaly_process_up{process=\"cvanomalymgmt\"} 0\n"));
+  EXPECT_FALSE(says(said, "cvanomaly_records"));
+  EXPECT_EQ(say({"streams"}).error, said.error);
+  test::write_file(target(), "former");
+  const Said to_file = say({"metrics", "--output", target()});
+  EXPECT_EQ(to_file.status, 5);
+  EXPECT_EQ(to_file.out, "");
+  EXPECT_EQ(test::read_file(target()), said.out);
 }
 
 TEST_F(MetricsCommand, AFileThatCannotBeWrittenIsTrouble) {
@@ -69,11 +82,13 @@ TEST_F(MetricsCommand, AFileThatCannotBeWrittenIsTrouble) {
 
 class MetricsChanging : public Changing {};
 
-TEST_F(MetricsChanging, TheFileStaysAsItWas) {
+TEST_F(MetricsChanging, TheFileShowsNoMixedState) {
   const std::string target = directory_("cvanomaly.prom");
   test::write_file(target, "former");
   EXPECT_EQ(say({"metrics", "--output", target}).status, 4);
-  EXPECT_EQ(test::read_file(target), "former");
+  const std::string text = test::read_file(target);
+  EXPECT_EQ(text.find("cvanomaly_records"), std::string::npos);
+  EXPECT_NE(text.find("cvanomaly_health_problems{level=\"critical\"} "), std::string::npos);
 }
 
 }  // namespace

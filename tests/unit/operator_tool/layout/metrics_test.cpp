@@ -18,12 +18,10 @@ constexpr char kGathers[] =
     "# HELP cvanomaly_gather_lag_seconds Seconds since the last gather began.\n"
     "# TYPE cvanomaly_gather_lag_seconds gauge\n"
     "cvanomaly_gather_lag_seconds 600\n"
-    "# HELP cvanomaly_gather_duration_seconds Duration of the last live gather, from the service's "
-    "log.\n"
+    "# HELP cvanomaly_gather_duration_seconds Duration of the last live gather.\n"
     "# TYPE cvanomaly_gather_duration_seconds gauge\n"
     "cvanomaly_gather_duration_seconds 9\n"
-    "# HELP cvanomaly_gather_failures Live gathers of the last 24 hours that logged an error, from "
-    "the last 4 MB of the service's log.\n"
+    "# HELP cvanomaly_gather_failures Live gathers of the last 24 hours that did not complete.\n"
     "# TYPE cvanomaly_gather_failures gauge\n"
     "cvanomaly_gather_failures 4\n"
     "# HELP cvanomaly_queued_jobs Running jobs that the next gather checks again.\n"
@@ -88,10 +86,89 @@ constexpr char kMachine[] =
     "# TYPE cvanomaly_log_size_bytes gauge\n"
     "cvanomaly_log_size_bytes{program=\"cvanomalymgmt\"} 501\n"
     "cvanomaly_log_size_bytes{program=\"cvanomalydetect\"} 502\n"
-    "cvanomaly_log_size_bytes{program=\"cvanomalyalert\"} 503\n";
+    "cvanomaly_log_size_bytes{program=\"cvanomalyalert\"} 503\n"
+    "# HELP cvanomaly_last_pass_timestamp_seconds End of the companion's last pass, in seconds "
+    "since "
+    "the epoch; 0: none is known.\n"
+    "# TYPE cvanomaly_last_pass_timestamp_seconds gauge\n"
+    "cvanomaly_last_pass_timestamp_seconds{process=\"cvanomalydetect\"} 1699999967\n"
+    "cvanomaly_last_pass_timestamp_seconds{process=\"cvanomalyalert\"} 1699999956\n";
+
+constexpr char kProblems[] =
+    "# HELP cvanomaly_health_problems Problems that cvanomalyctl check finds, by level.\n"
+    "# TYPE cvanomaly_health_problems gauge\n"
+    "cvanomaly_health_problems{level=\"warning\"} 3\n"
+    "cvanomaly_health_problems{level=\"critical\"} 3\n";
+constexpr char kLooks[] =
+    "# HELP cvanomaly_last_look_timestamp_seconds Last look of cvanomalyheal, in seconds since "
+    "the epoch.\n"
+    "# TYPE cvanomaly_last_look_timestamp_seconds gauge\n"
+    "cvanomaly_last_look_timestamp_seconds 1699999880\n"
+    "# HELP cvanomaly_holes_seconds Length of all holes (time that was not gathered), in seconds.\n"
+    "# TYPE cvanomaly_holes_seconds gauge\n"
+    "cvanomaly_holes_seconds 1500\n"
+    "# HELP cvanomaly_missing_backups Backups that the master server has and the database does not "
+    "have.\n"
+    "# TYPE cvanomaly_missing_backups gauge\n"
+    "cvanomaly_missing_backups 1\n"
+    "# HELP cvanomaly_given_up_backups Missing backups that were given up and are not looked for "
+    "any more.\n"
+    "# TYPE cvanomaly_given_up_backups gauge\n"
+    "cvanomaly_given_up_backups 3\n"
+    "# HELP cvanomaly_lost_ranges Lost ranges: parts of holes that are not tried any more.\n"
+    "# TYPE cvanomaly_lost_ranges gauge\n"
+    "cvanomaly_lost_ranges 4\n"
+    "# HELP cvanomaly_gathers_failed_in_a_row Live gathers in a row that failed.\n"
+    "# TYPE cvanomaly_gathers_failed_in_a_row gauge\n"
+    "cvanomaly_gathers_failed_in_a_row 2\n"
+    "# HELP cvanomaly_oldest_unjudged_seconds Seconds that the first backup waiting for the "
+    "detection has been first.\n"
+    "# TYPE cvanomaly_oldest_unjudged_seconds gauge\n"
+    "cvanomaly_oldest_unjudged_seconds 77\n"
+    "# HELP cvanomaly_unaudited_seconds Seconds that stored backups have not been compared with "
+    "the "
+    "master server's.\n"
+    "# TYPE cvanomaly_unaudited_seconds gauge\n"
+    "cvanomaly_unaudited_seconds 89\n";
+constexpr char kUnprocessed[] =
+    "# HELP cvanomaly_oldest_unprocessed_seconds Seconds since the detection of the oldest anomaly "
+    "that is not processed.\n"
+    "# TYPE cvanomaly_oldest_unprocessed_seconds gauge\n"
+    "cvanomaly_oldest_unprocessed_seconds 88\n";
 
 TEST(Metrics, Whole) {
-  EXPECT_EQ(text_of(known()), std::string(kGathers) + kRecords + kAnomalies + kAlerts + kMachine);
+  Measured measured = known();
+  // Three critical problems, of which one is not in known_health(), and two warnings.
+  measured.health.gather.last = kNow - 600;
+  measured.health.configured.purge_months = 0;
+  EXPECT_EQ(text_of(measured), std::string(kGathers) + kRecords + kAnomalies + kAlerts + kMachine +
+                                   kProblems + kLooks + kUnprocessed);
+}
+
+// Of the database's own figures there are none, rather than zeros.
+TEST(Metrics, WithoutTheDatabaseTheRestIsKnown) {
+  Health health = known_health();
+  health.has_database = false;
+  // Two warnings and two critical problems are those of known_health().
+  std::string problems = kProblems;
+  EXPECT_EQ(prometheus_text(metrics_without_database(
+                health, without_database("database_damaged", "It is damaged."))),
+            std::string(kAlerts) + kMachine + problems + kLooks);
+  EXPECT_EQ(prometheus_text(metrics_without_database(health, unknown("It is locked."))),
+            std::string(kAlerts) + kMachine + problems + kLooks);
+}
+
+TEST(Metrics, WithoutALedgerNothingOfItIsKnown) {
+  Measured measured = known();
+  measured.health.ledger = {};
+  measured.health.backlog = {};
+  const std::string text = text_of(measured);
+  EXPECT_EQ(text.find("holes"), std::string::npos);
+  EXPECT_EQ(text.find("last_look"), std::string::npos);
+  EXPECT_NE(text.find("cvanomaly_oldest_unprocessed_seconds 0\n"), std::string::npos);
+  measured.health.ledger.last_look = 1;
+  measured.health.ledger.unjudged_since = kNow + 5;  // another clock's
+  EXPECT_NE(text_of(measured).find("cvanomaly_oldest_unjudged_seconds 0\n"), std::string::npos);
 }
 
 // Whether the metric has a value.

@@ -1,6 +1,6 @@
 #include "operator_tool/layout/status_command.h"
 
-#include "operator_tool/ask/machine.h"
+#include "health/machine.h"
 #include "operator_tool/terminal/words.h"
 #include "tests/unit/operator_tool/layout/commands_world.h"
 #include "tests/unit/operator_tool/layout/known_values.h"
@@ -33,19 +33,27 @@ class StatusText : public testing::Test {
 TEST_F(StatusText, Whole) {
   EXPECT_EQ(
       text(),
+      "Status        CRITICAL: cvanomalyalert is not running; 46 dead letters; 4 lost ranges, "
+      "the first from 2023-11-13 21:13 UTC; 3 missing backups were given up; 42 messages pending, "
+      "the oldest for 31 min; 5 ongoing "
+      "incidents (5 warning), the latest of web01\n"
       "Service       running since 2023-11-14 17:13 (5 h), process 4711\n"
       "Detection     running since 2023-11-14 16:13 (6 h), process 4712, although disabled in "
       "the configuration\n"
       "Alerts        not running\n"
       "Last gather   2023-11-14 22:03, 10 min ago; took 9 s\n"
       "Next gather   expected at 2023-11-14 22:20\n"
-      "Gathers       13 gathers since 2023-11-14 20:13, 4 with errors, the last at 2023-11-14 "
+      "Gathers       13 gathers since 2023-11-14 20:13, 4 failed, the last at 2023-11-14 "
       "21:43\n"
       "Queue         12 running jobs for the next gather\n"
       "Waiting       7 backups waiting for the detection, the oldest from 2023-11-14 22:08\n"
       "Streams       6: 2 judged, 1 learning, 3 dormant\n"
       "Incidents     5 ongoing\n"
       "Anomalies     9: 4 not reviewed, 2 confirmed, 3 false positives\n"
+      "Healing       last look 2023-11-14 22:11; holes: 25 min; 1 missing backup; 3 given-up "
+      "backups; 4 lost "
+      "ranges\n"
+      "              2023-11-14 22:10 3 backups were gathered again\n"
       "Messages      42 pending, the oldest for 32 min; 46 dead letters; channel mail fails: "
       "mail is down; channel web fails: web is down\n"
       "Database      900 MB, 1,234 records of history; 700 GB free on its disk; "
@@ -58,16 +66,19 @@ TEST_F(StatusText, OfNothing) {
   health_.daemons = {{kManagementProgram, false, 0, 0}, {kDetectionProgram, true, 9, 0}};
   status_.picture = {};
   EXPECT_EQ(text(),
+            "Status        CRITICAL: cvanomalydetect hangs: no pass is noted; cvanomalyheal "
+            "has never run\n"
             "Service       not running, disabled in the configuration\n"
             "Detection     running, process 9\n"
             "Last gather   none yet: the history has not been gathered\n"
             "Next gather   none while the service is not running\n"
-            "Gathers       unknown, the service's log has no records\n"
+            "Gathers       unknown, none is in the ledger yet\n"
             "Queue         0 running jobs for the next gather\n"
             "Waiting       0 backups waiting for the detection\n"
             "Streams       0: 0 judged, 0 learning, 0 dormant\n"
             "Incidents     0 ongoing\n"
             "Anomalies     0: 0 not reviewed, 0 confirmed, 0 false positives\n"
+            "Healing       cvanomalyheal has never run\n"
             "Messages      none yet\n"
             "Database      0 KB, 0 records of history; 0 KB free on its disk; /db/CV_Anomaly.db\n");
 }
@@ -105,7 +116,7 @@ TEST_F(StatusText, AGatherMayTakeNoTimeOrAnUnknownOne) {
 TEST_F(StatusText, TheLogIsLookedAtForADay) {
   health_.gather.log.from = kNow - 2 * kDay;
   health_.gather.log.last_failed = 0;
-  EXPECT_EQ(line("Gathers"), "13 gathers since 2023-11-13 22:13, 4 with errors");
+  EXPECT_EQ(line("Gathers"), "13 gathers since 2023-11-13 22:13, 4 failed");
 }
 
 TEST_F(StatusText, AlertsThatCannotBeRead) {
@@ -160,6 +171,18 @@ TEST_F(StatusColours, OfPrograms) {
   EXPECT_EQ(colour_of("Alerts"), "plain");
 }
 
+TEST_F(StatusColours, OfTheVerdict) {
+  EXPECT_EQ(colour_of("Status"), "red");
+  health_ = {};
+  health_.now = kNow;
+  health_.configured.service = health_.configured.detection = health_.configured.alerts = false;
+  health_.daemons = {{kManagementProgram, false, 0, 0}};
+  EXPECT_EQ(colour_of("Status"), "yellow");
+  health_.configured.service = health_.configured.detection = health_.configured.alerts = true;
+  health_.ledger.last_look = kNow;
+  EXPECT_EQ(colour_of("Status"), "plain");
+}
+
 TEST_F(StatusColours, OfGathers) {
   EXPECT_EQ(colour_of("Gathers"), "yellow");
   health_.gather.log.failed = 1;
@@ -195,6 +218,9 @@ TEST_F(StatusCommand, TellsWhatIsInTheDatabase) {
   insert("DATA_TO_PROCESS", {.time = kNow - 50, .mark = 0});
   sql("INSERT INTO QUEUED_TO_CAPTURE_DATA VALUES (5, 6)");
   three_anomalies();
+  sql("UPDATE ANOMALY_DATA SET PROCESSED = 1");
+  looked();
+  close_to_others();
   const std::string process = ", process " + std::to_string(getpid());
   const std::string begun = "running since " + time_text(started_at(getpid()), true) + " (0 s)";
   const Said said = say({"status"});
@@ -202,16 +228,18 @@ TEST_F(StatusCommand, TellsWhatIsInTheDatabase) {
   const std::size_t database_line = said.out.find("Database ");
   EXPECT_EQ(
       said.out.substr(0, database_line),
-      "Service       " + begun + process + "\nDetection     " + begun + process +
-          "\nAlerts        " + begun + process +
-          "\nLast gather   2023-11-14 22:03, 10 min ago\nNext gather   expected at " +
+      "Status        OK: all enabled programs are running, last gather 10 min ago; 2 ongoing "
+      "incidents (1 major, 1 warning), the latest of c\nService       " +
+          begun + process + "\nDetection     " + begun + process + "\nAlerts        " + begun +
+          process + "\nLast gather   2023-11-14 22:03, 10 min ago\nNext gather   expected at " +
           time_text(started_at(getpid()) + 15 * kMinute, true) +
-          "\nGathers       unknown, the service's log has no records\n"
+          "\nGathers       unknown, none is in the ledger yet\n"
           "Queue         1 running job for the next gather\n"
           "Waiting       1 backup waiting for the detection, the oldest from 2023-11-14 22:12\n"
           "Streams       2: 1 judged, 1 learning, 0 dormant\n"
           "Incidents     2 ongoing\n"
           "Anomalies     3: 2 not reviewed, 0 confirmed, 1 false positive\n"
+          "Healing       last look 2023-11-14 22:13; no holes\n"
           "Messages      none yet\n");
   EXPECT_TRUE(says(said, " free on its disk; " + database() + "\n")) << said.out;
 }
@@ -229,6 +257,29 @@ TEST_F(StatusCommand, AsJson) {
   EXPECT_EQ(compact(json_object_get(root.get(), "anomalies")),
             R"({"total":3,"open":1,"confirmed":1,"false_positive":1})");
   EXPECT_EQ(number(root.get(), {"open_incidents"}), 2);
+}
+
+TEST_F(StatusCommand, MayExitLikeCheck) {
+  switch_everything_on();
+  run_everything();
+  gathered(kNow - 600);
+  close_to_others();
+  EXPECT_EQ(say({"status"}).status, 0);
+  EXPECT_EQ(say({"status", "--exit-code"}).status, 1);  // cvanomalyheal has never run
+  looked();
+  EXPECT_EQ(say({"status", "--exit-code"}).status, 0);
+  fake.processes.erase(kAlertProgram);
+  EXPECT_EQ(say({"status", "--exit-code"}).status, 2);
+  const JsonPtr root = json({"status"});
+  EXPECT_EQ(compact(json_object_get(root.get(), "status")), R"("CRITICAL")");
+  EXPECT_EQ(compact(json_object_get(root.get(), "problem_list")),
+            R"([{"level":"critical","name":"program_absent",)"
+            R"("words":"cvanomalyalert is not running"}])");
+  close_database();
+  std::filesystem::remove(database());
+  EXPECT_EQ(say({"status", "--exit-code"}).status, 2);
+  fake.processes.erase(kManagementProgram);
+  EXPECT_EQ(say({"status", "--exit-code"}).status, 3);
 }
 
 // The streams' states are those of the configuration.

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <set>
 
-#include "operator_tool/trouble.h"
+#include "health/trouble.h"
 #include "tests/support/file_size_limit.h"
 #include "tests/support/in_child.h"
 #include "tests/support/scratch_dir.h"
@@ -22,8 +22,8 @@ class OutputFile : public testing::Test {
     try {
       replace_file(path, "x");
       ADD_FAILURE() << name;
-    } catch (const Trouble& trouble) {
-      EXPECT_EQ(trouble.status(), ExitStatus::kFailed);
+    } catch (const health::Trouble& trouble) {
+      EXPECT_EQ(trouble.status(), health::ExitStatus::kFailed);
       EXPECT_EQ(trouble.what(), "Cannot write " + path + ": " + why + ".");
     }
   }
@@ -97,13 +97,13 @@ TEST_F(OutputFile, LeavesNothingBehindWhenItFails) {
     try {
       const test::FileSizeLimit full(4);
       replace_file(directory_("target"), "too much");
-    } catch (const Trouble& trouble) {
+    } catch (const health::Trouble& trouble) {
       found = static_cast<int>(trouble.status());
       EXPECT_EQ(trouble.what(), "Cannot write " + directory_("target") + ": File too large.");
     }
     return found;
   });
-  EXPECT_EQ(status, static_cast<int>(ExitStatus::kFailed));
+  EXPECT_EQ(status, static_cast<int>(health::ExitStatus::kFailed));
   EXPECT_EQ(test::read_file(directory_("target")), "former");
   EXPECT_EQ(names(), std::set<std::string>{"target"});
 }
