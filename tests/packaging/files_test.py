@@ -49,7 +49,7 @@ def sample():
 class SampleConfiguration(unittest.TestCase):
     def test_has_every_key_at_its_default_and_no_other(self):
         found = {place: value for place, (value, _) in sample().items()}
-        self.assertEqual(len(found), 27)
+        self.assertEqual(len(found), 29)
         self.assertEqual(found, {place: row["default"] for place, row in settings().items()})
 
     def test_says_of_every_key_what_it_means_its_bounds_and_who_reads_it(self):
@@ -65,7 +65,8 @@ class SampleConfiguration(unittest.TestCase):
 class ManualPages(unittest.TestCase):
     def test_there_is_one_for_each_program_and_the_configuration(self):
         self.assertEqual(sorted(PAGES), [
-            "anomaly_config.conf.5", "cvanomalyalert.8", "cvanomalyctl.8", "cvanomalydetect.8", "cvanomalymgmt.8"])
+            "anomaly_config.conf.5", "cvanomalyalert.8", "cvanomalyctl.8", "cvanomalydetect.8", "cvanomalyheal.8",
+            "cvanomalymgmt.8"])
 
     def test_are_well_formed(self):
         for name, page in PAGES.items():
@@ -90,7 +91,7 @@ class ManualPages(unittest.TestCase):
         commands = re.findall(r"^  (\w+) ", usage.split("Subcommands:")[1], re.M)
         usages = [usage, *(said("operator_tool/cvanomalyctl", command, "--help") for command in commands)]
         options = {option for text in usages for option in re.findall(r"^  (?:-\w,)?--([\w-]+)", text, re.M)}
-        self.assertEqual(len(commands), 9)
+        self.assertEqual(len(commands), 11)
         self.assertGreater(len(options), 10)
         for command in commands:
             self.assertRegex(page, rf"(?m)^\.It Cm {command}\b")
@@ -122,7 +123,7 @@ class Monitoring(unittest.TestCase):
     def test_dashboard_shows_every_metric(self):
         dashboard = json.loads((PACKAGING / "monitoring/dashboard.json").read_text())
         shown = " ".join(target["expr"] for panel in dashboard["panels"] for target in panel["targets"])
-        self.assertEqual(len(METRICS), 16)
+        self.assertEqual(len(METRICS), 27)
         self.assertEqual(set(re.findall(r"cvanomaly_\w+", shown)), METRICS)
 
     def test_panels_do_not_overlap(self):
@@ -180,6 +181,12 @@ class WritingTheMetrics(unittest.TestCase):
         self.assertEqual(self.start("echo half; exit 5").wait(30), 5)
         self.assertEqual(self.collected(), {"cvanomaly.prom": "former"})
 
+    def test_what_is_known_without_a_database_becomes_the_file(self):
+        (self.directory / "cvanomaly.prom").write_text("former")
+        problems = 'cvanomaly_health_problems{level="critical"} 1\n'
+        self.assertEqual(self.start(f"printf '{problems}'; exit 6").wait(30), 6)
+        self.assertEqual(self.collected(), {"cvanomaly.prom": problems})
+
     def test_a_run_that_is_ended_leaves_nothing_behind(self):
         for number in ENDING:
             with self.subTest(signal=number):
@@ -198,7 +205,7 @@ class Programs(unittest.TestCase):
     def test_package_and_logrotate_know_the_same_logs(self):
         rotated = re.findall(r"^/usr/tessel/corvane/logs/(\w+)$", (PACKAGING / "logrotate/cvanomalymgmt").read_text(),
                              re.M)
-        self.assertEqual(sorted(rotated), ["cvanomalyalert", "cvanomalydetect", "cvanomalymgmt"])
+        self.assertEqual(sorted(rotated), ["cvanomalyalert", "cvanomalydetect", "cvanomalyheal", "cvanomalymgmt"])
 
     def test_versions_agree(self):
         project = re.search(r"project\(cvanomalymgmt VERSION ([\d.]+)", (PROJECT / "CMakeLists.txt").read_text())[1]

@@ -13,7 +13,9 @@ from conftest import (FIRST, LATER, MASTER_CONFIG, PROGRAMS, end_all_processes, 
 from machine import COMPANIONS, SERVICE, wait_until
 
 EVERYTHING = ("/etc", "/usr/tessel", "/usr/lib/systemd/system", "/usr/lib/cvanomalymgmt", "/var/lib", "/run")
-DROP_IN = host.Path("/usr/lib/systemd/system/cvanomalymgmt.service.d/50-account.conf")
+# Of the units that run as the service account.
+DROP_INS = [host.Path(f"/usr/lib/systemd/system/{unit}.service.d/50-account.conf")
+            for unit in ("cvanomalymgmt", "cvanomaly-companion@", "cvanomaly-heal", "cvanomaly-heartbeat")]
 # What adduser and dpkg keep for themselves, and caches.
 OTHERS = ("/etc/passwd", "/etc/shadow", "/etc/group", "/etc/gshadow", "/etc/subuid", "/etc/subgid", "/etc/.pwd.lock",
           "/var/lib/dpkg", "/run/lock")
@@ -53,7 +55,7 @@ def test_installs_and_starts_nothing(package):
     package.install()
     assert running() == {}
     assert not host.CONFIG.exists()
-    assert {path.name for path in host.BIN.iterdir()} == {*PROGRAMS, "cvanomalyctl"}
+    assert {path.name for path in host.BIN.iterdir()} == {*PROGRAMS, "cvanomalyctl", "cvanomalyheal"}
     assert owner_and_mode(host.BIN / SERVICE) == ("root", "root", "0o755")
     for directory in (host.DATABASE_DIR, host.LOGS):
         assert owner_and_mode(directory) == ("corvane", "corvane", "0o750")
@@ -224,7 +226,8 @@ def test_account_of_the_product_is_used(package):
         package.install()
         assert "corvane" not in accounts()
         assert owner_and_mode(host.DATABASE_DIR) == ("keeper", "keeper", "0o750")
-        assert "User=keeper\nGroup=keeper\n" in DROP_IN.read_text()
+        for drop_in in DROP_INS:
+            assert "User=keeper\nGroup=keeper\n" in drop_in.read_text()
         assert account_of(start_by_tool()) == "keeper"
 
         # The product comes to use another: its data goes with it.
@@ -235,7 +238,7 @@ def test_account_of_the_product_is_used(package):
         assert owner_and_mode(host.DATABASE_DIR) == ("corvane", "corvane", "0o750")
         assert host.DATABASE.owner() == "corvane"
         assert (host.LOGS / SERVICE).owner() == "corvane"
-        assert not DROP_IN.exists()
+        assert not any(drop_in.exists() for drop_in in DROP_INS)
     finally:
         end_all_processes()
         run("userdel", "keeper", check=False)
@@ -310,7 +313,8 @@ def test_monitoring_of_the_group_may_look(package):
     run("useradd", "--system", "--groups", "corvane", "watcher")
     run("useradd", "--system", "stranger")
     try:
-        wait_until(lambda: "ANOMALY OK" in check_as("watcher"), 20, "the database is there and can be read")
+        wait_until(lambda: "ANOMALY WARNING - the detection is disabled in the configuration" in check_as("watcher"), 20,
+                   "the database is there and can be read")
         assert re.fullmatch("ANOMALY UNKNOWN - Cannot read .*: permission denied\\.\n", check_as("stranger"))
     finally:
         for account in ("watcher", "stranger"):

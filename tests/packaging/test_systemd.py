@@ -5,6 +5,7 @@ import os
 import pwd
 import shutil
 import signal
+import sqlite3
 import subprocess
 import sys
 import tempfile
@@ -214,8 +215,12 @@ def clock():
         names = ("LD_PRELOAD", "FAKETIME_SHARED", "FAKETIME_TIMESTAMP_FILE", "FAKETIME_NO_CACHE", "FAKETIME_DONT_FAKE_MONOTONIC",
                  "DONT_FAKE_MONOTONIC", "NO_FAKE_STAT")
         lines = "".join(f'Environment="{name}={stepped.environment[name]}"\n' for name in names)
-        DROP_IN.with_name("clock.conf").write_text(f"[Service]\n{lines}")
+        drop_ins = [DROP_IN.parent.with_name(f"{name}.service.d") / "clock.conf" for name in ("cvanomalymgmt", "cvanomaly-heal")]
+        for drop_in in drop_ins:
+            drop_in.parent.mkdir(exist_ok=True)
+            drop_in.write_text(f"[Service]\n{lines}")
         yield stepped
+        shutil.rmtree(drop_ins[1].parent)
     tempfile.tempdir = None
     shutil.rmtree(directory)
 
@@ -286,3 +291,43 @@ def test_tool_gives_its_metrics_under_the_units_restraints(both_wanted, clock, s
     assert {path.owner() for path in host.DATABASE_DIR.iterdir()} <= {"corvane", "root"}
     for path in host.DATABASE_DIR.glob("CV_Anomaly*"):
         assert path.owner() == "corvane", path
+
+
+def heal_unit(name):
+    return shown("ActiveState", f"cvanomaly-{name}")
+
+
+def test_healing_starts_and_stops_with_the_service(unit):
+    systemctl("start", UNIT)
+    assert (heal_unit("heal.timer"), heal_unit("restart.path")) == ("active", "active")
+    systemctl("stop", UNIT)
+    assert (heal_unit("heal.timer"), heal_unit("restart.path")) == ("inactive", "inactive")
+
+
+def test_a_companion_that_was_killed_is_started_again(both_wanted):
+    systemctl("start", UNIT)
+    detect, _ = wait_until(companions, 30, "both companions run")
+    os.kill(detect, signal.SIGKILL)
+    systemctl("start", "cvanomaly-heal.service")
+    assert host.process_ids(COMPANIONS[0]) == []
+    systemctl("start", "cvanomaly-heal.service")
+    (again,) = wait_until(lambda: host.process_ids(COMPANIONS[0]), 30, "the detection runs again")
+    assert f"cvanomaly-companion@{COMPANIONS[0]}.service" in Path(f"/proc/{again}/cgroup").read_text()
+    assert pwd.getpwuid(os.stat(f"/proc/{again}").st_uid).pw_name == "corvane"
+    systemctl("stop", UNIT)
+    assert running() == {}
+
+
+def test_the_healer_works_under_its_restraints(both_wanted, clock, server):
+    write_database(last_gather=BEGIN)
+    systemctl("start", UNIT)
+    clock.advance(16 * 60)
+    wait_until(lambda: server.logged("Using gather frequency as "), 60, "a gather")
+    systemctl("start", "cvanomaly-heal.service")
+    with contextlib.closing(sqlite3.connect(host.DATABASE)) as db, db:
+        db.execute("DELETE FROM HIST_DATA")
+        db.execute("DELETE FROM DATA_TO_PROCESS")
+    systemctl("start", "cvanomaly-heal.service")
+    assert server.log_records(16, "cvanomalyheal") == []
+    assert server.query("SELECT COUNT(*) FROM DATA_TO_PROCESS") == [(5,)]
+    assert {path.owner() for path in host.DATABASE_DIR.iterdir()} == {"corvane"}

@@ -5,6 +5,7 @@ import re
 import shutil
 import stat
 import subprocess
+import time
 from pathlib import Path
 
 import machine as host
@@ -16,7 +17,9 @@ from machine import wait_until
 GUIDE = (Path(__file__).resolve().parents[2] / "docs/operating.md").read_text()
 UNITS = Path("/usr/lib/systemd/system")
 HELPERS = Path("/usr/lib/cvanomalymgmt")
-SERVICES = ("cvanomalymgmt.service", "cvanomaly-metrics.service")
+SERVICES = ("cvanomalymgmt.service", "cvanomaly-companion@.service", "cvanomaly-heal.service",
+            "cvanomaly-heartbeat.service", "cvanomaly-metrics.service", "cvanomaly-restart.service")
+OTHERS = ("cvanomaly-heal.timer", "cvanomaly-heartbeat.timer", "cvanomaly-metrics.timer", "cvanomaly-restart.path")
 
 # What stands in for systemd: keeps one unit, whose processes it starts and stops as the unit says.
 SYSTEMCTL = """#!/bin/sh
@@ -61,7 +64,7 @@ def start_by_unit():
 
 def test_units_are_sound(package):
     package.install()
-    said = run("systemd-analyze", "verify", *(UNITS / unit for unit in (*SERVICES, "cvanomaly-metrics.timer")))
+    said = run("systemd-analyze", "verify", *(UNITS / unit.replace("@.", "@cvanomalydetect.") for unit in (*SERVICES, *OTHERS)))
     assert said.stdout == ""
 
 
@@ -103,7 +106,7 @@ def test_removal_stops_unit_and_timer(package, systemd):
     lay_out_product()
     start_by_unit()
     package.remove()
-    assert {"stop cvanomalymgmt.service", "stop cvanomaly-metrics.timer"} <= set(systemd())
+    assert {"stop cvanomalymgmt.service", *(f"stop {unit}" for unit in OTHERS)} <= set(systemd())
     assert running() == {}
 
 
@@ -163,3 +166,47 @@ def test_stop_of_the_unit_waits_for_the_daemon(package):
     assert Path(f"/proc/{pid}").exists()
     subprocess.run(wait.replace("${MAINPID}", str(pid)).split(), check=True, timeout=60)
     assert not Path(f"/proc/{pid}").exists()
+
+
+REQUESTS = host.DATABASE_DIR / "CV_Anomaly_Coverage.requests"
+
+
+def requested(text):
+    """What is started for requests that say this."""
+    REQUESTS.write_bytes(text.encode())
+    begin = len(Path("/tmp/systemctl.calls").read_text().splitlines())
+    run(HELPERS / "restart_programs")
+    assert not REQUESTS.exists()
+    return Path("/tmp/systemctl.calls").read_text().splitlines()[begin:]
+
+
+def test_only_known_requests_start_something(package, systemd):
+    package.install()
+    assert requested("start cvanomalydetect\n") == ["start cvanomaly-companion@cvanomalydetect.service"]
+    assert requested("start cvanomalyalert\nrestart cvanomalymgmt\nstart cvanomalyalert\n") == [
+        "--no-block try-restart cvanomalymgmt.service", "start cvanomaly-companion@cvanomalyalert.service"]
+    assert requested("start sshd\nstart cvanomalydetect; reboot\n$(reboot)\n start cvanomalyalert\n") == []
+    assert requested("") == []
+
+
+def test_a_request_that_is_no_file_is_removed_and_not_read(package, systemd, tmp_path):
+    package.install()
+    (tmp_path / "secret").write_text("start cvanomalydetect\n")
+    REQUESTS.symlink_to(tmp_path / "secret")
+    run(HELPERS / "restart_programs")
+    REQUESTS.mkdir()
+    (REQUESTS / "file").touch()
+    run(HELPERS / "restart_programs")
+    assert not any(call.startswith("start ") for call in systemd())
+    assert (tmp_path / "secret").exists()
+    assert not REQUESTS.is_symlink() and not REQUESTS.exists()
+    run(HELPERS / "restart_programs")  # without a request nothing happens
+
+
+def test_an_old_request_is_not_carried_out(package, systemd):
+    package.install()
+    REQUESTS.write_text("start cvanomalydetect\n")
+    os.utime(REQUESTS, (time.time() - 660, time.time() - 660))
+    run(HELPERS / "restart_programs")
+    assert not any(call.startswith("start ") for call in systemd())
+    assert not REQUESTS.exists()
