@@ -144,6 +144,23 @@ void add_to_history(Connection& database, const std::string& unique_key, int clu
   database.query(kSql).bind(std::int64_t{cluster}).bind(unique_key).run();
 }
 
+void add_false_positive_to_history(Connection& database, const std::string& unique_key,
+                                   int cluster) {
+  static constexpr char kMark[] =
+      "UPDATE HIST_DATA SET USER_IDENTIFIED_CLUSTER = ? WHERE UNIQUE_KEY = ?";
+  add_to_history(database, unique_key, cluster);
+  database.query(kMark).bind(std::int64_t{cluster}).bind(unique_key).run();
+}
+
+bool unmark_false_positive(Connection& database, const std::string& unique_key) {
+  static constexpr char kSql[] =
+      "UPDATE HIST_DATA SET USER_IDENTIFIED_CLUSTER = ?1 WHERE UNIQUE_KEY = ?2 "
+      "AND USER_IDENTIFIED_CLUSTER <> ?1 "
+      "AND NOT EXISTS (SELECT 1 FROM DATA_TO_PROCESS WHERE UNIQUE_KEY = ?2)";
+  database.query(kSql).bind(std::int64_t{kNoCluster}).bind(unique_key).run();
+  return database.changes() > 0;
+}
+
 bool remove_false_positive(Connection& database, const std::string& unique_key) {
   static constexpr char kSql[] =
       "DELETE FROM HIST_DATA WHERE UNIQUE_KEY = ? AND USER_IDENTIFIED_CLUSTER <> ?";

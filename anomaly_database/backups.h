@@ -66,6 +66,12 @@ bool is_in_history(Connection& database, const std::string& unique_key);
 bool mark_processed(Connection& database, std::int64_t rowid, ProcessedStatus status);
 // Copies the row of DATA_TO_PROCESS.
 void add_to_history(Connection& database, const std::string& unique_key, int cluster);
+// The same; without such a row it marks the one that the history has.
+void add_false_positive_to_history(Connection& database, const std::string& unique_key,
+                                   int cluster);
+// A false positive of which only the history has a row stays there without its mark. False: there
+// is none.
+bool unmark_false_positive(Connection& database, const std::string& unique_key);
 // Removes a backup that is there as a false positive; an accepted one stays. False when there is
 // none.
 bool remove_false_positive(Connection& database, const std::string& unique_key);

@@ -108,8 +108,9 @@ void Daemon::use_settings() {
 
 void Daemon::look() {
   const std::int64_t version = state_->data_version();
+  const bool has_news = intake_->has_news();
   intake_->set_settings(settings_);
-  if (intake_->has_news()) {
+  if (has_news) {
     const PassCounts counts = intake_->pass(now());
     if (counts.records + counts.ended > 0) {
       logmsgf(kLogDetail, kAlertProgram,
@@ -118,8 +119,9 @@ void Daemon::look() {
       senders_.wake();
     }
   }
+  // An anomaly that was delivered may have come back without its mark.
+  if (has_news || version != state_version_) intake_->mark_processed();
   if (version != state_version_) {
-    intake_->mark_processed();
     senders_.wake();  // somebody may have made dead letters pending again
   }
   state_version_ = version;
@@ -129,6 +131,7 @@ void Daemon::prune() {
   // The clock may have been set back.
   if (pruned_ && now() >= *pruned_ && now() < *pruned_ + kPruneEverySeconds) return;
   intake_->prune(now());
+  intake_->mark_processed();  // dropped dead letters may have been all that was pending
   pruned_ = now();
 }
 

@@ -81,7 +81,6 @@ static_assert(static_cast<int>(IncidentEnd::kUsualBackup) == 1);
 static_assert(static_cast<int>(IncidentEnd::kFalsePositive) == 3);
 
 constexpr char kPutOnce[] = "INSERT OR IGNORE INTO meta VALUES (?, ?)";
-constexpr char kGet[] = "SELECT value FROM meta WHERE name = ?";
 constexpr char kTag[] = "tag";
 
 std::string random_tag() {
@@ -89,10 +88,6 @@ std::string random_tag() {
   std::array<char, 16> text{};
   std::snprintf(text.data(), text.size(), "%08x", random());
   return text.data();
-}
-
-std::int64_t version_of(Connection& database) {
-  return Query(database.handle(), "PRAGMA user_version").first_integer();
 }
 
 int number_named(std::string_view name) {
@@ -111,14 +106,6 @@ int number_named(std::string_view name) {
   throw std::logic_error("no state or kind is called " + std::string(name));
 }
 
-// Creates the tables, or upgrades those of an earlier version.
-void bring_up_to_date(Connection& database) {
-  if (version_of(database) == 0) {
-    for (const char* statement : kFirstSchema) Query(database.handle(), statement).run();
-    for (const char* statement : kToVersion1) Query(database.handle(), statement).run();
-  }
-}
-
 }  // namespace
 
 std::string typed_sql(std::string_view text) {
@@ -134,36 +121,19 @@ std::string typed_sql(std::string_view text) {
   }
 }
 
+// What a power failure undoes and was delivered is sent once more.
 StateDatabase::StateDatabase(const std::string& path, bool create)
-    : Connection(path, create ? Access::kCreate : Access::kWrite) {
-  if (const std::int64_t version = version_of(*this); version > kVersion) {
-    throw std::runtime_error(path + " is version " + std::to_string(version) +
-                             ", newer than this program supports");
-  }
+    : OwnDatabase(path, create ? Access::kCreate : Access::kWrite, kVersion) {
   if (!create) return;
-  // A power failure may undo the last commits: what they recorded as delivered is sent once more.
-  query("PRAGMA journal_mode=WAL").run();
-  execute("PRAGMA synchronous=NORMAL");
   Transaction transaction(*this);
-  bring_up_to_date(*this);
+  if (version() == 0) {
+    for (const char* statement : kFirstSchema) execute(statement);
+    for (const char* statement : kToVersion1) execute(statement);
+  }
   query(kPutOnce).bind(kTag).bind(random_tag()).run();
   transaction.commit();
 }
 
-std::int64_t StateDatabase::number_of(const char* name) {
-  return query(kGet).bind(name).first_integer();
-}
-
-void StateDatabase::set_number(const char* name, std::int64_t number) {
-  static constexpr char kSql[] = "INSERT OR REPLACE INTO meta VALUES (?, ?)";
-  query(kSql).bind(name).bind(number).run();
-}
-
-std::string StateDatabase::tag() {
-  Query& asked = query(kGet).bind(kTag);
-  std::string text = asked.step() ? asked.text(0) : "";
-  asked.restart();
-  return text;
-}
+std::string StateDatabase::tag() { return text_of(kTag); }
 
 }  // namespace corvane::alert

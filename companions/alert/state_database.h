@@ -16,7 +16,7 @@
 #include <string>
 #include <string_view>
 
-#include "sqlite/connection.h"
+#include "companions/common/own_database.h"
 
 namespace corvane::alert {
 
@@ -38,15 +38,11 @@ std::string typed_sql(std::string_view text);
 inline constexpr char kLastPass[] = "last_pass";
 
 // One connection, for one thread. Everything throws QueryError.
-class StateDatabase : public Connection {
+class StateDatabase : public OwnDatabase {
  public:
   // With `create` a missing database is created, and one of an earlier version is upgraded. Throws
   // std::runtime_error for one of a later version.
   explicit StateDatabase(const std::string& path, bool create = true);
-
-  // A number stored under a name; 0 when there is none.
-  std::int64_t number_of(const char* name);
-  void set_number(const char* name, std::int64_t number);
 
   // Distinguishes the messages of this database from those of any other; empty when there is none.
   std::string tag();

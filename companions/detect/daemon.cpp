@@ -24,6 +24,7 @@ namespace {
 
 constexpr int kLookEverySeconds = 2;
 constexpr int kTryAgainAfterSeconds = 5;
+constexpr int kMostFailures = 2;  // in a row, before passes count as no progress
 
 Settings settings_of(const Options& options) {
   Settings settings;
@@ -53,9 +54,11 @@ int Daemon::step() {
     if (heartbeat_.is_due()) note_pass();
     if (!problem_.empty()) logmsg(kLogEvent, kDetectionProgram, "The database can be used again");
     problem_.clear();
+    failures_ = 0;
     return kLookEverySeconds;
   } catch (const std::exception& error) {
     complain(reason_of(error));
+    ++failures_;
     detector_.reset();
     return kTryAgainAfterSeconds;
   }
@@ -73,9 +76,9 @@ void Daemon::follow_files() {
 void Daemon::open() {
   database_.remember(options_.database_path());
   heartbeat_.reset();
-  // Asked again and again while a pass goes on. One that fails at its begin is no progress.
+  // Asked again and again while a pass goes on. One that fails again and again is no progress.
   const auto stop = [this] {
-    if (progress_.is_due()) note_pass();
+    if (failures_ < kMostFailures && progress_.is_due()) note_pass();
     return stop_();
   };
   detector_ = std::make_unique<Detector>(options_.database_path(), settings_, stop);

@@ -42,6 +42,7 @@ class Daemon {
   Heartbeat heartbeat_;            // of passes that have ended
   Heartbeat progress_;             // of the pass that lasts
   std::string problem_;            // the reason logged last; empty while the database can be used
+  int failures_ = 0;               // in a row
 };
 
 // Runs until SIGTERM or SIGINT, then returns 0.

@@ -111,7 +111,7 @@ void Detector::read_new_rows() {
   last_row_ = read_rows_to_process(database_, last_row_,
                                    [&](const RowToProcess& row, ProcessedStatus status) {
                                      if (status != ProcessedStatus::kNormal)
-                                       verdicts_.add_reported(row.backup);
+                                       verdicts_.add_reported(row.backup, status);
                                      if (status == ProcessedStatus::kWaiting)
                                        waiting_.push_back(row);
                                      if (status == ProcessedStatus::kAnomalous)
@@ -131,14 +131,14 @@ void Detector::read_new_rows() {
   }
   if (lost.empty()) return;
   Transaction transaction(database_);
-  for (const KnownVerdict& false_positive : lost) put_back(false_positive);
+  for (const KnownVerdict& false_positive : lost) put_into_history(false_positive);
   transaction.commit();
 }
 
-// A false positive that the history lacks: the anomaly database is an older copy, for example.
-void Detector::put_back(const KnownVerdict& false_positive) {
+// Also one that the history lacked: the anomaly database is an older copy, for example.
+void Detector::put_into_history(const KnownVerdict& false_positive) {
   const Backup& backup = false_positive.backup;
-  add_to_history(database_, backup.unique_key, false_positive.cluster);
+  add_false_positive_to_history(database_, backup.unique_key, false_positive.cluster);
   model_.learn(backup, false_positive.cluster);
 }
 
@@ -206,7 +206,7 @@ bool Detector::keep_first_verdict(const RowToProcess& row,
   if (has_anomaly(database_, anomaly_id(key))) {
     if (!mark_processed(database_, row.rowid, ProcessedStatus::kAnomalous)) return true;
     if (is_false_positive) {
-      put_back(*known);
+      put_into_history(*known);
     } else {
       model_.hold(known ? known->backup : row.backup, {});
     }
@@ -224,7 +224,7 @@ bool Detector::keep_first_verdict(const RowToProcess& row,
   if (!known || (is_reported && !is_false_positive)) return false;
   if (!mark_processed(database_, row.rowid, ProcessedStatus::kNormal)) return true;
   if (is_false_positive) {
-    put_back(*known);
+    put_into_history(*known);
   } else {
     accept(row);
   }
@@ -246,8 +246,7 @@ void Detector::report(const RowToProcess& row, const Verdict& verdict) {
   anomaly.client = backup.stream.client;
   anomaly.detection_time = now();
   add_anomaly(database_, anomaly);
-  model_.hold(backup, finding.incident);
-  verdicts_.add(backup, JudgedAs::kAnomalous, finding.incident);
+  model_.hold(verdicts_.add(backup, JudgedAs::kAnomalous, finding.incident), finding.incident);
   say(kLogEvent,
       "Anomaly [" + anomaly.id + "] in [" + anomaly.detection_key + "]: " + finding.summary);
 }
@@ -325,20 +324,22 @@ std::optional<int> Detector::add_false_positive(const Backup& backup) {
   const bool is_reported = known && known->judged_as == JudgedAs::kAnomalous;
   // Accepted, or a false positive already. What was reported is neither, whoever put it there.
   if (found && (found->cluster != kNoCluster || !is_reported)) return std::nullopt;
+  const Backup& judged = is_reported ? known->backup : backup;
   const int cluster = is_reported && known->is_false_positive()
                           ? known->cluster
-                          : model_.next_cluster(backup.stream);
-  add_to_history(database_, backup.unique_key, cluster);
-  model_.learn(backup, cluster);
+                          : model_.next_cluster(judged.stream);
+  put_into_history({judged, JudgedAs::kAnomalous, cluster, {}});
   return cluster;
 }
 
 std::optional<int> Detector::withdraw_false_positive(const Backup& backup) {
   const std::optional<KnownVerdict> known = verdicts_.find(backup.unique_key);
   const bool was_one = known && known->is_false_positive();
-  // An accepted backup stays in the history.
-  if (!remove_false_positive(database_, backup.unique_key) && !was_one) return std::nullopt;
-  model_.forget_false_positive(backup);
+  // An accepted backup stays in the history. So does the only row of one that is known to be held.
+  const bool is_unmarked = (known && unmark_false_positive(database_, backup.unique_key)) ||
+                           remove_false_positive(database_, backup.unique_key);
+  if (!is_unmarked && !was_one) return std::nullopt;
+  model_.forget_false_positive(known ? known->backup : backup);
   model_.hold(known ? known->backup : backup, {});
   // The rowid of a deleted row may be used again.
   last_history_ = std::min(last_history_, last_history_rowid(database_));

@@ -61,7 +61,7 @@ class Detector {
   void judge_some(std::size_t begin, std::size_t end, PassCounts& counts);
   void judge(const RowToProcess& row, PassCounts& counts);
   bool keep_first_verdict(const RowToProcess& row, const std::optional<KnownVerdict>& known);
-  void put_back(const KnownVerdict& false_positive);
+  void put_into_history(const KnownVerdict& false_positive);
   void accept(const RowToProcess& row);
   void report(const RowToProcess& row, const Verdict& verdict);
   void say_adopted(const Backup& backup);

@@ -35,6 +35,18 @@ constexpr std::array kSchema{
 };
 static_assert(static_cast<int>(JudgedAs::kAnomalous) == 2);
 
+// Numbers of `meta`.
+constexpr char kHistoryRowid[] = "history_rowid";
+constexpr char kLastPass[] = "last_pass";
+constexpr char kPassSeconds[] = "pass_seconds";
+
+void move_aside(const std::string& path) {
+  move_damaged_database_aside(path);
+  logmsgf(kLogError, kDetectionProgram,
+          "%s is damaged. It was moved to %s.damaged and is made again from the anomaly database",
+          path.c_str(), path.c_str());
+}
+
 }  // namespace
 
 std::string verdict_database_path(Connection& anomaly_database) {
@@ -54,37 +66,18 @@ auto VerdictDatabase::guarded(Work work) {
   try {
     return work();
   } catch (const QueryError& error) {
-    if (writes_ && error.is_damage()) move_aside();
+    if (writes_ && error.is_damage()) move_aside(path_);
     throw;
   }
 }
 
+// A commit that a power failure undoes is made up for from the anomaly database.
 VerdictDatabase::VerdictDatabase(const std::string& name, Access access)
     : path_(name),
       writes_(access == Access::kCreate),
-      database_(name, writes_ ? Connection::Access::kCreate : Connection::Access::kRead,
+      database_(name, writes_ ? Connection::Access::kCreate : Connection::Access::kRead, kVersion,
                 std::chrono::milliseconds(500)) {
-  guarded([&] {
-    const std::int64_t version = Query(database_.handle(), "PRAGMA user_version").first_integer();
-    if (version > kVersion) {
-      throw std::runtime_error(path_ + " is version " + std::to_string(version) +
-                               ", newer than this program supports");
-    }
-    if (writes_) create();
-  });
-}
-
-void VerdictDatabase::move_aside() {
-  move_damaged_database_aside(path_);
-  logmsgf(kLogError, kDetectionProgram,
-          "%s is damaged. It was moved to %s.damaged and is made again from the anomaly database",
-          path_.c_str(), path_.c_str());
-}
-
-void VerdictDatabase::create() {
-  database_.execute("PRAGMA journal_mode=WAL");
-  // A commit that a power failure undoes is made up for from the anomaly database.
-  database_.execute("PRAGMA synchronous=NORMAL");
+  if (!writes_) return;
   Transaction transaction(database_);
   for (const char* statement : kSchema) database_.execute(statement);
   transaction.commit();
@@ -117,25 +110,22 @@ std::unordered_set<std::string> VerdictDatabase::anomalous_keys() {
 }
 
 std::int64_t VerdictDatabase::history_rowid() {
-  static constexpr char kSql[] = "SELECT value FROM meta WHERE name = 'history_rowid'";
-  return guarded([&] { return database_.number(kSql); });
-}
-
-void VerdictDatabase::set_history_rowid(std::int64_t rowid) {
-  static constexpr char kSql[] = "INSERT OR REPLACE INTO meta VALUES ('history_rowid', ?)";
-  database_.query(kSql).bind(rowid).run();
+  return guarded([&] { return database_.number_of(kHistoryRowid); });
 }
 
 LastPass VerdictDatabase::last_pass() {
-  static constexpr char kEnded[] = "SELECT value FROM meta WHERE name = 'last_pass'";
-  static constexpr char kSeconds[] = "SELECT value FROM meta WHERE name = 'pass_seconds'";
-  return guarded([&] { return LastPass{database_.number(kEnded), database_.number(kSeconds)}; });
+  return guarded([&] {
+    return LastPass{database_.number_of(kLastPass), database_.number_of(kPassSeconds)};
+  });
 }
 
 void VerdictDatabase::set_last_pass(const LastPass& pass) {
-  static constexpr char kSql[] =
-      "INSERT OR REPLACE INTO meta VALUES ('last_pass', ?), ('pass_seconds', ?)";
-  guarded([&] { database_.query(kSql).bind(pass.ended).bind(pass.seconds).run(); });
+  guarded([&] {
+    Transaction transaction(database_);
+    database_.set_number(kLastPass, pass.ended);
+    database_.set_number(kPassSeconds, pass.seconds);
+    transaction.commit();
+  });
 }
 
 void VerdictDatabase::insert(const char* sql, const KnownVerdict& verdict) {
@@ -165,7 +155,7 @@ void VerdictDatabase::store(const std::vector<KnownVerdict>& judged,
     for (const KnownVerdict& verdict : judged) insert(kPut, verdict);
     for (const KnownVerdict& verdict : found) insert(kPutOnce, verdict);
     remove_old();
-    set_history_rowid(history_rowid);
+    database_.set_number(kHistoryRowid, history_rowid);
     transaction.commit();
   });
 }
@@ -194,7 +184,7 @@ void VerdictDatabase::set_cluster(const std::string& unique_key, int cluster,
   guarded([&] {
     Transaction transaction(database_);
     database_.query(kSql).bind(std::int64_t{cluster}).bind(unique_key).run();
-    set_history_rowid(history_rowid);
+    database_.set_number(kHistoryRowid, history_rowid);
     transaction.commit();
   });
 }
@@ -205,8 +195,10 @@ std::unique_ptr<VerdictDatabase> open_verdicts(const std::string& path) {
   };
   try {
     return open();
-  } catch (const QueryError&) {
-    return open();  // a damaged one was moved aside
+  } catch (const QueryError& error) {
+    if (!error.is_damage()) throw;
+    move_aside(path);
+    return open();
   }
 }
 

@@ -17,7 +17,7 @@
 
 #include "anomaly_database/backup.h"
 #include "anomaly_database/statuses.h"
-#include "sqlite/connection.h"
+#include "companions/common/own_database.h"
 
 namespace corvane::detect {
 
@@ -47,8 +47,8 @@ std::string verdict_database_path(Connection& anomaly_database);
 std::string verdict_database_path(std::string anomaly_database);
 
 // For one thread. Everything throws QueryError. When a database that was opened for writing turns
-// out to be damaged, it is moved aside (name + ".damaged") before that, with a line in the log; the
-// object must not be used again, and the next one finds no database.
+// out to be damaged in use, it is moved aside (name + ".damaged") before that, with a line in the
+// log; the object must not be used again, and the next one finds no database.
 class VerdictDatabase {
  public:
   enum class Access { kRead, kCreate };
@@ -79,16 +79,13 @@ class VerdictDatabase {
  private:
   template <typename Work>
   auto guarded(Work work);
-  void create();
   void insert(const char* sql, const KnownVerdict& verdict);
-  void set_history_rowid(std::int64_t rowid);
   void remove_old();
-  void move_aside();
 
   std::string path_;
   bool writes_ = false;
   std::optional<std::int64_t> removed_on_;  // the day, since the epoch
-  Connection database_;
+  OwnDatabase database_;
 };
 
 // Creates a missing database, and replaces a damaged one.

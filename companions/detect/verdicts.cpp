@@ -35,10 +35,14 @@ Standing KnownVerdicts::standing_of(const HistoryRow& row) {
   answer_.reset();
   if (!is_reported && row.mode == GatherMode::kLive) return as_it_is;
   answer_ = find(key);
-  if (!answer_ || row.cluster != kNoCluster) return as_it_is;
+  if (!answer_) return as_it_is;
+  const bool was_reported = answer_->judged_as == JudgedAs::kAnomalous;
+  if (row.cluster != kNoCluster) {
+    return was_reported ? Standing{&answer_->backup, row.cluster, false} : as_it_is;
+  }
   // An accepted row by its verdict, too: a historical gather knows neither all figures nor the
   // whole stream.
-  const bool is_held = answer_->judged_as == JudgedAs::kAnomalous && !answer_->is_false_positive();
+  const bool is_held = was_reported && !answer_->is_false_positive();
   return {&answer_->backup, answer_->cluster, is_held};
 }
 
@@ -75,19 +79,24 @@ Standing Verdicts::note(const HistoryRow& row) {
   return standing;
 }
 
-void Verdicts::add_reported(const Backup& backup) {
+void Verdicts::add_reported(const Backup& backup, ProcessedStatus status) {
   const std::string& key = backup.unique_key;
-  if (reported_.contains(key) || !has_anomaly(anomaly_database_, anomaly_id(key))) return;
+  if (reported_.contains(key)) return;
+  if (status != ProcessedStatus::kAnomalous && !has_anomaly(anomaly_database_, anomaly_id(key))) {
+    return;
+  }
   add(backup, JudgedAs::kAnomalous, incident_of(key));
   const std::optional<HistoryRow> row = find_in_history(anomaly_database_, key);
   if (row) judged_.back().cluster = row->cluster;
 }
 
-void Verdicts::add(const Backup& backup, JudgedAs judged_as, const std::string& incident) {
+const Backup& Verdicts::add(const Backup& backup, JudgedAs judged_as, const std::string& incident) {
   const std::string& key = backup.unique_key;
   const std::optional<KnownVerdict> former = reported_.contains(key) ? find(key) : std::nullopt;
-  judged_.push_back({backup, judged_as, former ? former->cluster : kNoCluster, incident});
+  judged_.push_back({former ? former->backup : backup, judged_as,
+                     former ? former->cluster : kNoCluster, incident});
   if (judged_as == JudgedAs::kAnomalous) reported_.insert(key);
+  return judged_.back().backup;
 }
 
 void Verdicts::store(std::int64_t history_rowid) {

@@ -63,10 +63,11 @@ class Verdicts : public KnownVerdicts {
   Standing note(const HistoryRow& row);
   // A row of DATA_TO_PROCESS that is waiting or anomalous: notes that it was reported, if it was
   // and that is not known.
-  void add_reported(const Backup& backup);
-  // Notes what was judged. A false positive stays one. Call store() once the anomaly database is
+  void add_reported(const Backup& backup, ProcessedStatus status);
+  // Notes what was judged, and returns the figures that count. What was reported before keeps the
+  // figures of then, and a false positive stays one. Call store() once the anomaly database is
   // committed.
-  void add(const Backup& backup, JudgedAs judged_as, const std::string& incident);
+  const Backup& add(const Backup& backup, JudgedAs judged_as, const std::string& incident);
   // Stores what was noted. `history_rowid`: the row of the history that was read last.
   void store(std::int64_t history_rowid);
   void set_cluster(const std::string& unique_key, int cluster, std::int64_t history_rowid);

@@ -225,6 +225,23 @@ std::int64_t Outbox::revive() {
   return revived;
 }
 
+std::int64_t Outbox::drop_dead_letters(const std::string& channel) {
+  // With what was folded into them.
+  static constexpr char kDead[] =
+      "FROM delivery d JOIN message m ON m.id = d.message WHERE d.channel = ?1 AND (d.state = "
+      "{given_up} OR d.state = {folded} AND d.summary IN (SELECT message FROM "
+      "delivery WHERE channel = ?1 AND state = {given_up}))";
+  static const std::string kCount =
+      typed_sql("UPDATE record SET pending = pending - 1 WHERE anomaly_id IN (SELECT m.record " +
+                std::string(kDead) + ")");
+  static const std::string kDrop =
+      typed_sql("DELETE FROM delivery WHERE channel = ?1 AND message IN (SELECT d.message " +
+                std::string(kDead) + ")");
+  state_.query(kCount).bind(channel).run();
+  state_.query(kDrop).bind(channel).run();
+  return state_.changes();
+}
+
 std::vector<std::string> Outbox::channels_waited_for() {
   static const std::string kSql =
       typed_sql("SELECT DISTINCT channel FROM delivery WHERE state IN ({waiting}, {folded})");

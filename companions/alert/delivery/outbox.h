@@ -83,6 +83,10 @@ class Outbox {
   // Dead letters are pending again. Returns how many.
   std::int64_t revive();
 
+  // Drops the dead letters of a channel, as if it had delivered them. Returns how many. Inside a
+  // transaction.
+  std::int64_t drop_dead_letters(const std::string& channel);
+
   std::vector<std::string> channels_waited_for();
   std::vector<ChannelStatus> status();
   // The messages of the incident with this name, in order.

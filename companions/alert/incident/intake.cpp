@@ -6,6 +6,7 @@
 
 #include "anomaly_database/anomaly_database.h"
 #include "anomaly_database/backups.h"
+#include "companions/alert/delivery/outbox.h"
 #include "companions/alert/incident/endings.h"
 #include "companions/alert/incident/sentence.h"
 #include "companions/alert/quiet_hours.h"
@@ -25,6 +26,10 @@ constexpr std::size_t kRowsPerTransaction = 64;
 constexpr std::size_t kMarksPerTransaction = 500;
 constexpr std::int64_t kLongestSettle = 60;  // seconds that a summary waits for more
 constexpr std::int64_t kLookForPurgedAfter = 90 * kDay;
+// A channel may be missing from the settings by mistake. The name of the number is followed by that
+// of the channel.
+constexpr std::int64_t kKeepOfRemoved = 7 * kDay;
+constexpr char kMissingSince[] = "missing_since_";
 
 }  // namespace
 
@@ -285,8 +290,37 @@ std::size_t Intake::mark_processed() {
   }
 }
 
+// Whether the settings have lacked a channel for so long that nobody meant to keep it.
+bool Intake::is_removed(const std::string& channel, std::int64_t now) {
+  const std::string number = kMissingSince + channel;
+  const std::int64_t since = state_.number_of(number);
+  const std::vector<std::string> people = settings_.people();
+  if (channel == kWeb || std::ranges::count(people, channel) > 0) {
+    if (since != 0) state_.set_number(number, 0);
+    return false;
+  }
+  if (since == 0 || since > now) {  // the clock was set back
+    state_.set_number(number, now);
+    return false;
+  }
+  return now - since >= kKeepOfRemoved;
+}
+
+// Nobody can send them. The file of dead letters still has them.
+void Intake::drop_dead_letters(std::int64_t now) {
+  Outbox outbox(state_);
+  for (const ChannelStatus& channel : outbox.status()) {
+    if (!is_removed(channel.name, now)) continue;
+    const std::int64_t dropped = outbox.drop_dead_letters(channel.name);
+    if (dropped == 0) continue;
+    logmsgf(kLogEvent, kAlertProgram, "Channel %s is not configured any more: %s dropped",
+            channel.name.c_str(), counted(dropped, "dead letter", "dead letters").c_str());
+  }
+}
+
 void Intake::prune(std::int64_t now) {
   Transaction transaction(state_);
+  drop_dead_letters(now);
   queue_.prune(now);
   for (const KnownIncident& incident : book_.unchanged_since(now - kLookForPurgedAfter)) {
     if (!has_anomaly(database_, incident.last_anomaly)) book_.forget(incident.id);

@@ -44,7 +44,9 @@ class Intake {
   // Sets PROCESSED to 1 for records that every channel has delivered. Returns how many.
   std::size_t mark_processed();
 
-  // Deletes messages that are no longer needed, and incidents whose records were purged.
+  // Deletes messages that are no longer needed, dead letters of channels that have been
+  // missing from the settings for a week, and incidents whose records were purged. The week begins
+  // with the first call that finds the channel missing.
   void prune(std::int64_t now);
 
  private:
@@ -62,6 +64,8 @@ class Intake {
   void reopen(const KnownIncident& incident, std::int64_t now);
   void resolve_ended(PassCounts& counts, std::int64_t now);
   bool end(const KnownIncident& incident, std::int64_t accepted, std::int64_t now);
+  bool is_removed(const std::string& channel, std::int64_t now);
+  void drop_dead_letters(std::int64_t now);
   std::optional<BackupReference> adopted_with(const std::string& first_record);
 
   StateDatabase& state_;

@@ -145,6 +145,21 @@ TEST_F(DaemonTest, DeliversAnAnomalyAndMarksIt) {
   EXPECT_THAT(log_without_transfers(16), IsEmpty());
 }
 
+// It was reported again, or its mark was undone by a power failure.
+TEST_F(DaemonTest, MarksAgainWhatWasDeliveredBefore) {
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  step_until_processed();
+  step_until([this] {  // the senders have nothing more to write
+    daemon().step();
+    return own_count("delivery WHERE state = 0") == "0";
+  });
+  daemon().step();
+  sql("UPDATE ANOMALY_DATA SET PROCESSED = 0");
+  daemon().step();
+  EXPECT_EQ(unprocessed(), "0");
+  EXPECT_EQ(reports(), 1U);
+}
+
 TEST_F(DaemonTest, SaysNothingOfAChangeWithoutAnomalies) {
   EXPECT_EQ(daemon().step(), kSettled);
   usual_backup("c", kFirst);
@@ -362,6 +377,28 @@ TEST_F(DaemonTest, DeliversDeadLettersThatArePendingAgain) {
   EXPECT_EQ(Outbox(state).revive(), 1);
   Outbox(state).end_pauses();
   step_until_processed();
+}
+
+// What the daemon itself has changed is not seen as a change of the database.
+TEST_F(DaemonTest, MarksAtOnceWhatWasPendingOnlyForDroppedDeadLetters) {
+  configure_command("exit 1");
+  anomaly("a", details_of("c", "a", 3, kFirst));
+  EXPECT_EQ(daemon().step(), kSettled);
+  StateDatabase state(options.own_file(".db"));
+  step_until([&] {
+    const std::vector<ChannelStatus> channels = Outbox(state).status();
+    return channels.size() == 2 && channels[0].failures == 1 && channels[1].taken == 1;
+  });
+  state.execute(
+      typed_sql("UPDATE delivery SET state = {given_up} WHERE channel = 'command'").c_str());
+  configure("");
+  const auto unprocessed_at = [&](std::int64_t now) {
+    set_time(now);
+    EXPECT_EQ(daemon().step(), kSettled);
+    return unprocessed();
+  };
+  EXPECT_EQ(unprocessed_at(kFirst + 3600), "1");
+  EXPECT_EQ(unprocessed_at(kFirst + 3600 + 7 * kDay), "0");
 }
 
 TEST_F(DaemonTest, StopsItsSenders) {

@@ -189,6 +189,33 @@ TEST_F(Backups, AreAddedToTheHistoryColumnByColumn) {
   EXPECT_EQ(mark_of("HIST_DATA", "USER_IDENTIFIED_CLUSTER", {}), "4");
 }
 
+TEST_F(Backups, ThatAreFalsePositivesAreCopiedOrMarked) {
+  insert("DATA_TO_PROCESS", {.client = "a", .mark = 2, .files = 7});
+  insert("HIST_DATA", {.client = "b", .files = 6});
+  insert("HIST_DATA", {.client = "c"});
+  for (const char* client : {"a", "b"}) {
+    add_false_positive_to_history(database, key_of({.client = client}), 4);
+  }
+  EXPECT_EQ(test::query(database.handle(),
+                        "SELECT CLIENT, NUM_FILES, USER_IDENTIFIED_CLUSTER FROM HIST_DATA "
+                        "WHERE CLIENT <> 'c' ORDER BY CLIENT"),
+            (std::vector<test::SqlRow>{{"a", "7", "4"}, {"b", "6", "4"}}));
+  EXPECT_EQ(mark_of("HIST_DATA", "USER_IDENTIFIED_CLUSTER", {.client = "c"}), "-1");
+}
+
+TEST_F(Backups, OfTheHistoryAloneLoseTheirMark) {
+  insert("HIST_DATA", {.client = "a", .mark = 4});
+  insert("HIST_DATA", {.client = "b", .mark = 4});
+  insert("DATA_TO_PROCESS", {.client = "b", .mark = 2});
+  insert("HIST_DATA", {.client = "c", .mark = 4});
+  EXPECT_TRUE(unmark_false_positive(database, key_of({.client = "a"})));
+  EXPECT_FALSE(unmark_false_positive(database, key_of({.client = "a"})));
+  EXPECT_FALSE(unmark_false_positive(database, key_of({.client = "b"})));
+  EXPECT_EQ(mark_of("HIST_DATA", "USER_IDENTIFIED_CLUSTER", {.client = "a"}), "-1");
+  EXPECT_EQ(mark_of("HIST_DATA", "USER_IDENTIFIED_CLUSTER", {.client = "b"}), "4");
+  EXPECT_EQ(mark_of("HIST_DATA", "USER_IDENTIFIED_CLUSTER", {.client = "c"}), "4");
+}
+
 TEST_F(Backups, OfPeopleAloneAreRemovedFromTheHistory) {
   insert("HIST_DATA", {.client = "a", .mark = 4});
   insert("HIST_DATA", {.client = "b"});

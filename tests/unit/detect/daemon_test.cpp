@@ -102,6 +102,31 @@ TEST_F(DaemonTest, NotesThatALongPassGoesOn) {
   EXPECT_EQ(noted, std::vector<std::time_t>(2, 295)) << "a pass that has just begun";
 }
 
+// It would never be found to hang.
+TEST_F(DaemonTest, APassThatFailsAgainIsNoProgress) {
+  gather(bad_);
+  world_.run(
+      "CREATE TRIGGER no BEFORE INSERT ON ANOMALY_DATA BEGIN SELECT RAISE(ABORT, 'no'); END");
+  Daemon daemon(options(), [&] {
+    fake.now += 61;
+    return false;
+  });
+  const auto noted = [&] {
+    return open_verdicts_for_reading(world_.own_path())->last_pass().ended;
+  };
+  EXPECT_EQ(daemon.step(), 5);
+  const std::time_t first = noted();
+  EXPECT_GT(first, 0);
+  EXPECT_EQ(daemon.step(), 5);
+  const std::time_t second = noted();
+  EXPECT_GT(second, first) << "it may be the last failure";
+  EXPECT_EQ(daemon.step(), 5);
+  EXPECT_EQ(noted(), second);
+  world_.run("DROP TRIGGER no");
+  EXPECT_EQ(daemon.step(), 2);
+  EXPECT_GT(noted(), second);
+}
+
 TEST_F(DaemonTest, SaysWhichKindsItJudged) {
   Daemon daemon(options(), [] { return false; });
   const auto judged = [&](const Backup& backup) {

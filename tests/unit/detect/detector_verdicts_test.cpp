@@ -1,5 +1,5 @@
-// The detection's own database against what happens to the anomaly database: a historical gather
-// that is repeated, crashes between the two commits, lost and damaged files.
+// The detection's own database against what happens to the anomaly database: crashes between the
+// two commits, lost and damaged files.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,162 +7,12 @@
 
 #include "companions/detect/verdict_database.h"
 #include "sqlite/sqlite_exception.h"
-#include "tests/unit/detect/detector_world.h"
+#include "tests/unit/detect/detector_verdicts_world.h"
 
 namespace corvane::detect {
 namespace {
 
 using Altamir::Corvane::UsageReporting::SQLiteDatabase::sqlite_exception;
-
-class DetectorVerdicts : public DetectorTest {
- protected:
-  // A pass of the detector at hand, or of a new one.
-  PassCounts pass() {
-    if (detector_ == nullptr) {
-      detector_ = std::make_unique<Detector>(world_.path(), Settings{}, [] { return false; });
-    }
-    return detector_->pass();
-  }
-  void stop() { detector_.reset(); }
-  const Stream& stream() {
-    for (const auto& one : detector_->model().all()) {
-      if (one->key == good_.stream) return *one;
-    }
-    throw std::logic_error("no such stream");
-  }
-  std::optional<KnownVerdict> own(const Backup& backup) {
-    return open_verdicts_for_reading(world_.own_path())->find(backup.unique_key);
-  }
-  void change_own(const std::string& sql) {
-    Connection(world_.own_path(), Connection::Access::kWrite).execute(sql.c_str());
-  }
-  // Undoes the detection's last commits to its own database. Nobody has it open.
-  void keep_own() { std::filesystem::copy_file(world_.own_path(), world_.own_path() + ".kept"); }
-  void restore_own() { std::filesystem::rename(world_.own_path() + ".kept", world_.own_path()); }
-  // Of the anomaly database: the row waits again, and nothing was written of it.
-  void undo_commit(const Backup& backup) {
-    const std::string key = "'" + backup.unique_key + "'";
-    world_.run("UPDATE DATA_TO_PROCESS SET PROCESSED_STATUS = 0 WHERE UNIQUE_KEY = " + key);
-    world_.run("DELETE FROM HIST_DATA WHERE UNIQUE_KEY = " + key);
-    world_.run("DELETE FROM ANOMALY_DATA WHERE ANOMALY_UNIQUE_ID = 'anomaly_' || " + key);
-  }
-  static std::size_t all(const PassCounts& counts) {
-    return counts.normal + counts.learning + counts.anomalous;
-  }
-
-  std::unique_ptr<Detector> detector_;
-};
-
-class RepeatedGather : public DetectorVerdicts, public testing::WithParamInterface<bool> {
- protected:
-  static constexpr int kEncrypted = 20;
-
-  // Twenty encrypted nights were reported; then the whole history is gathered again.
-  void SetUp() override {
-    DetectorVerdicts::SetUp();
-    for (int day = 40; day < 40 + kEncrypted; ++day) gather(encrypted(day));
-    ASSERT_EQ(pass().anomalous, std::size_t{kEncrypted});
-    if (restarts()) stop();
-    for (int day = 0; day < 40; ++day) world_.gather_history(daily(day));
-    for (int day = 40; day < 40 + kEncrypted; ++day) world_.gather_history(encrypted(day));
-  }
-  static bool restarts() { return GetParam(); }
-  static Backup encrypted(int day) { return daily(day, 1000, 1e6, 9e5); }
-};
-
-TEST_P(RepeatedGather, MakesNoHistoryOfWhatWasReported) {
-  EXPECT_EQ(all(pass()), 0U);
-  EXPECT_EQ(detector_->model().streams(), 1U);
-  EXPECT_EQ(stream().history.size(), 40U);
-  EXPECT_EQ(stream().held.size() + stream().older_held.size(), std::size_t{kEncrypted});
-  EXPECT_EQ(test::count(world_.db(), "ANOMALY_DATA"), std::to_string(kEncrypted));
-  const Backup next = encrypted(40 + kEncrypted);
-  gather(next);
-  EXPECT_EQ(pass().anomalous, 1U);
-  EXPECT_EQ(incident_of_record(next), incident_name(encrypted(40).unique_key));
-}
-
-TEST_P(RepeatedGather, TakesNoFiguresFromTheHistory) {
-  pass();
-  for (const Observation& one : stream().history) {
-    const int day = (one.time() - kFirstDay) / kDay;
-    const Figures expected = Observation(daily(day)).figures();
-    EXPECT_EQ(one.figures().transferred_kb, expected.transferred_kb) << day;
-    EXPECT_EQ(one.figures().seconds, expected.seconds) << day;
-  }
-  for (const Held& one : stream().held) EXPECT_GT(one.observation.figures().transferred_kb, 8e5);
-}
-
-TEST_P(RepeatedGather, HidesNoFalsePositive) {
-  const Backup one = encrypted(45);
-  feedback(one, 1);
-  EXPECT_EQ(all(pass()), 0U);
-  EXPECT_EQ(cluster(one), "1") << "in place of the row that the gather wrote";
-  EXPECT_EQ(own(one)->cluster, 1);
-  stop();
-  world_.gather_history(one);
-  pass();
-  EXPECT_EQ(stream().by_people.size(), 1U);
-  EXPECT_EQ(stream().history.size(), 40U);
-  EXPECT_EQ(cluster(one), "1") << "put back";
-  world_.gather_history(one);
-  feedback(one, 0);
-  pass();
-  EXPECT_EQ(cluster(one), "-1") << "the gather's row stays";
-  EXPECT_EQ(own(one)->cluster, -1);
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(stream().by_people.size(), 0U) << round;
-    EXPECT_EQ(stream().history.size(), 40U) << round;
-    stop();
-    pass();
-  }
-}
-
-// The anomalies are known from the anomaly database; the figures of the others are lost.
-TEST_P(RepeatedGather, IsHarmlessEvenWithoutTheOwnDatabase) {
-  stop();
-  std::filesystem::remove(world_.own_path());
-  EXPECT_EQ(all(pass()), 0U);
-  EXPECT_EQ(own(encrypted(47))->incident, incident_name(encrypted(40).unique_key));
-  const Backup next = encrypted(40 + kEncrypted);
-  gather(next);
-  EXPECT_EQ(detector_->model().streams(), 2U) << "the gather does not know the whole stream";
-  EXPECT_EQ(stream().held.size() + stream().older_held.size(), std::size_t{kEncrypted});
-  const Backup deleted = daily(41 + kEncrypted, 300, 3e5);
-  gather(deleted);
-  pass();
-  EXPECT_EQ(status(deleted), "2");
-}
-
-// Without the anomaly, too: it was deleted, or the whole anomaly database was.
-TEST_P(RepeatedGather, HoldsWhatIsKnownFromTheOwnDatabaseAlone) {
-  stop();
-  world_.run("DELETE FROM ANOMALY_DATA");
-  world_.run("DELETE FROM DATA_TO_PROCESS");
-  pass();
-  EXPECT_EQ(stream().held.size() + stream().older_held.size(), std::size_t{kEncrypted});
-  const Backup next = encrypted(40 + kEncrypted);
-  gather(next);
-  pass();
-  EXPECT_EQ(incident_of_record(next), incident_name(encrypted(40).unique_key));
-}
-
-// The service stored them while the detection was disabled.
-TEST_P(RepeatedGather, HoldsLiveRowsThatAreKnownFromTheOwnDatabaseAlone) {
-  stop();
-  world_.run("DELETE FROM ANOMALY_DATA");
-  world_.run("DELETE FROM DATA_TO_PROCESS");
-  for (int day = 40; day < 40 + kEncrypted; ++day) world_.insert("HIST_DATA", encrypted(day), -1);
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(all(pass()), 0U);
-    EXPECT_EQ(stream().history.size(), 40U);
-    EXPECT_EQ(stream().held.size() + stream().older_held.size(), std::size_t{kEncrypted});
-    EXPECT_EQ(own(encrypted(45))->judged_as, JudgedAs::kAnomalous);
-    stop();
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(WithAndWithoutARestart, RepeatedGather, testing::Bool());
 
 TEST_F(DetectorVerdicts, AreStoredWithFiguresAndIncident) {
   gather(good_);
@@ -459,109 +309,77 @@ TEST_F(DetectorVerdicts, AnAnomalousRowWithoutItsAnomalyMayStillBeAFalsePositive
   }
 }
 
-// --- A database that was lost, emptied, or replaced by an older copy; its rows are healed ---
+// Whoever put the row there: it counts with the figures that it was judged by.
+TEST_F(DetectorVerdicts, AFalsePositiveStaysOneWhoeverWroteItsRow) {
+  gather(bad_);
+  pass();
+  feedback(bad_, 1);
+  pass();
+  stop();
+  for (const char* sql : {"DELETE FROM HIST_DATA", "DELETE FROM DATA_TO_PROCESS"}) world_.run(sql);
+  Backup again = bad_;
+  again.figures.files = 5;
+  world_.insert("HIST_DATA", again, -1);
+  pass();
+  EXPECT_EQ(cluster(bad_), "1");
+  EXPECT_EQ(own(bad_)->cluster, 1);
+  ASSERT_EQ(stream().by_people.size(), 1U);
+  EXPECT_EQ(stream().by_people.front().figures().files, bad_.figures.files);
+  stop();
+  const std::size_t lines = fake::log_lines().size();
+  pass();
+  EXPECT_EQ(fake::log_lines().size(), lines) << "marked once";
+  ASSERT_EQ(stream().by_people.size(), 1U);
+  EXPECT_EQ(stream().by_people.front().figures().files, bad_.figures.files);
+}
 
-class Healed : public DetectorVerdicts, public testing::WithParamInterface<bool> {
- protected:
-  static constexpr int kWeeks = 40;
-  static constexpr int kHealed = 27;  // from here on
-
-  static Backup week(int number) {
-    if (number == kWeeks) return weekly(7 * number, 10, 1e4);
-    if (number == kWeeks + 1) return weekly(7 * number, 400, 4e5);
-    return weekly(7 * number);
+// A gather of the history does not know the whole stream.
+TEST_F(DetectorVerdicts, AFalsePositiveOfTheHistoryIsOfTheStreamThatItWasJudgedIn) {
+  gather(bad_);
+  pass();
+  for (const char* sql :
+       {"DELETE FROM HIST_DATA WHERE BACKUP_TIME < 0", "DELETE FROM DATA_TO_PROCESS"}) {
+    world_.run(sql);
   }
-  void SetUp() override {
-    DetectorVerdicts::SetUp();
-    for (int number = 0; number < kWeeks; ++number) world_.insert("HIST_DATA", week(number), -1);
-    gather(reported_);
-    gather(false_positive_);
-    ASSERT_EQ(pass().anomalous, 2U);
-    feedback(false_positive_, 1);
+  world_.gather_history(bad_);
+  world_.run("UPDATE HIST_DATA SET DESTINATION_STORAGE_NAME = 'NA' WHERE UNIQUE_KEY = '" +
+             bad_.unique_key + "'");
+  feedback(bad_, 1);
+  for (int round = 0; round < 2; ++round) {
     pass();
-    ASSERT_EQ(cluster(false_positive_), "1");
-  }
-  void lose(const char* tables) { world_.run(std::string("DELETE FROM ") + tables); }
-  void lose_everything() {
-    for (const char* table :
-         {"HIST_DATA", "DATA_TO_PROCESS", "ANOMALY_DATA", "ANOMALY_DATA_FEEDBACK"}) {
-      lose(table);
-    }
-    if (GetParam()) stop();
-  }
-  const Stream& weekly_stream() {
-    for (const auto& one : detector_->model().all()) {
-      if (one->key == reported_.stream) return *one;
-    }
-    throw std::logic_error("no such stream");
-  }
-  void expect_nothing_learnt() {
-    for (int round = 0; round < 2; ++round) {
-      EXPECT_EQ(weekly_stream().history.size(), std::size_t{kWeeks - kHealed});
-      EXPECT_EQ(weekly_stream().held.size(), 1U);
-      EXPECT_EQ(weekly_stream().by_people.size(), 1U);
-      EXPECT_EQ(own(reported_)->judged_as, JudgedAs::kAnomalous);
-      EXPECT_EQ(own(reported_)->incident, incident_name(reported_.unique_key));
-      EXPECT_EQ(own(false_positive_)->judged_as, JudgedAs::kAnomalous);
-      EXPECT_EQ(own(false_positive_)->cluster, 1);
-      stop();
-      EXPECT_EQ(all(pass()), 0U);
-    }
-  }
-
-  const Backup reported_ = week(kWeeks);
-  const Backup false_positive_ = week(kWeeks + 1);
-};
-
-TEST_P(Healed, RowsOfAStreamThatLearnsAgainKeepTheirVerdicts) {
-  lose_everything();
-  for (int number = kHealed; number < kWeeks + 2; ++number) gather(week(number));
-  EXPECT_EQ(all(pass()), 0U);
-  EXPECT_EQ(status(reported_) + status(false_positive_) + status(week(kHealed)), "211");
-  EXPECT_EQ(cluster(reported_), "");
-  EXPECT_EQ(cluster(false_positive_), "1");
-  EXPECT_EQ(test::count(world_.db(), "ANOMALY_DATA"), "0") << "too little to compare it with";
-  expect_nothing_learnt();
-}
-
-TEST_P(Healed, RowsThatAreStillUnusualAreReportedAgain) {
-  lose_everything();
-  for (int number = 0; number < kWeeks + 2; ++number) gather(week(number));
-  EXPECT_EQ(pass().anomalous, 1U);
-  EXPECT_EQ(test::query_column(world_.db(), "SELECT ANOMALY_UNIQUE_ID FROM ANOMALY_DATA"),
-            std::vector{anomaly_id(reported_.unique_key)});
-  EXPECT_EQ(weekly_stream().held.size(), 1U);
-  EXPECT_EQ(weekly_stream().history.size(), std::size_t{kWeeks});
-}
-
-TEST_P(Healed, RowsOfTheHistoryKeepTheirVerdicts) {
-  lose_everything();
-  for (int number = kHealed; number < kWeeks + 2; ++number) {
-    world_.insert("HIST_DATA", week(number), -1);
-  }
-  EXPECT_EQ(all(pass()), 0U);
-  expect_nothing_learnt();
-}
-
-// The copy is from before the feedback. The row was gathered again, or not.
-TEST_P(Healed, AFalsePositiveThatAnOlderCopyDoesNotKnowIsPutBack) {
-  for (const int waits : {0, 1}) {
-    lose("HIST_DATA WHERE USER_IDENTIFIED_CLUSTER = 1");
-    lose("ANOMALY_DATA_FEEDBACK");
+    EXPECT_EQ(detector_->model().streams(), 1U);
+    EXPECT_EQ(stream().by_people.size(), 1U);
+    EXPECT_EQ(cluster(bad_), "1");
     stop();
-    if (!GetParam()) pass();
-    if (waits == 1) gather(false_positive_);
-    EXPECT_EQ(all(pass()), 0U);
-    EXPECT_EQ(cluster(false_positive_), "1");
-    EXPECT_EQ(status(false_positive_), "2");
-    EXPECT_EQ(own(false_positive_)->cluster, 1);
-    EXPECT_EQ(weekly_stream().by_people.size(), 1U);
-    EXPECT_EQ(weekly_stream().held.size(), 1U);
-    EXPECT_EQ(weekly_stream().history.size(), std::size_t{kWeeks});
+  }
+  pass();
+  feedback(bad_, 0);
+  for (int round = 0; round < 2; ++round) {
+    pass();
+    EXPECT_EQ(stream().by_people.size(), 0U);
+    EXPECT_EQ(stream().held.size(), 1U);
+    EXPECT_EQ(stream().history.size(), 40U);
+    EXPECT_EQ(cluster(bad_), "-1") << "its only row stays";
+    stop();
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(WithAndWithoutARestart, Healed, testing::Bool());
+TEST_F(DetectorVerdicts, WhatIsReportedAgainKeepsItsFirstFigures) {
+  gather(bad_);
+  pass();
+  world_.run("DELETE FROM ANOMALY_DATA");
+  Backup again = bad_;
+  again.figures.files = 5;
+  gather(again);
+  EXPECT_EQ(pass().anomalous, 1U);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(own(bad_)->backup.figures.files, bad_.figures.files);
+    ASSERT_EQ(stream().held.size(), 1U);
+    EXPECT_EQ(stream().held[0].observation.figures().files, bad_.figures.files);
+    stop();
+    pass();
+  }
+}
 
 // A program of the operator's may write rows with MODE 0.
 TEST_F(DetectorVerdicts, AFalsePositiveOfAnyModeIsMarked) {

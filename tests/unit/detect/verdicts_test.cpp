@@ -61,11 +61,11 @@ TEST_F(VerdictsTest, SayWhatARowOfTheHistoryCountsAs) {
       {accepted_, kHistorical, 2, "false positive 2"},
       {anomalous_, kHistorical, -1, "held as judged"},
       {anomalous_, kLive, -1, "held as judged"},
-      {anomalous_, kLive, 2, "false positive 2"},
-      {anomalous_, kHistorical, 2, "false positive 2"},
+      {anomalous_, kLive, 2, "false positive 2 as judged"},
+      {anomalous_, kHistorical, 2, "false positive 2 as judged"},
       {false_positive_, kHistorical, -1, "false positive 3 as judged"},
       {false_positive_, kLive, -1, "false positive 3 as judged"},
-      {false_positive_, kLive, 3, "false positive 3"},
+      {false_positive_, kLive, 3, "false positive 3 as judged"},
       {unknown_, kLive, 4, "false positive 4"},
       {unknown_, kHistorical, -1, "learnt"},
       {unknown_, kLive, -1, "learnt"},
@@ -152,12 +152,16 @@ TEST_F(VerdictsTest, OfAFalsePositiveThatIsJudgedAgainKeepTheCluster) {
   verdicts_.store(0);
   verdicts_.set_cluster(false_positive_.unique_key, 3, 0);
   for (const Backup& backup : {anomalous_, false_positive_}) {
-    verdicts_.add(backup, JudgedAs::kAnomalous, "other");
+    Backup again = backup;
+    again.figures.files = 77;
+    EXPECT_EQ(verdicts_.add(again, JudgedAs::kAnomalous, "other").figures.files,
+              backup.figures.files);
   }
   verdicts_.store(0);
   EXPECT_EQ(stored(false_positive_)->cluster, 3);
   EXPECT_EQ(stored(false_positive_)->incident, "other");
   EXPECT_EQ(stored(anomalous_)->cluster, kNoCluster);
+  EXPECT_EQ(stored(anomalous_)->backup.figures.files, anomalous_.figures.files);
 }
 
 TEST_F(VerdictsTest, OfReportedRowsAreFound) {
@@ -165,7 +169,7 @@ TEST_F(VerdictsTest, OfReportedRowsAreFound) {
   for (const Backup& backup : {anomalous_, false_positive_}) report(backup);
   world_.insert("HIST_DATA", false_positive_, 3);
   for (const Backup& backup : {anomalous_, false_positive_, unknown_}) {
-    verdicts_.add_reported(backup);
+    verdicts_.add_reported(backup, ProcessedStatus::kWaiting);
   }
   verdicts_.store(0);
   EXPECT_EQ(stored(anomalous_)->judged_as, JudgedAs::kAnomalous);
@@ -175,9 +179,13 @@ TEST_F(VerdictsTest, OfReportedRowsAreFound) {
   EXPECT_FALSE(stored(unknown_));
   Backup again = anomalous_;
   again.figures.files = 77;
-  verdicts_.add_reported(again);
+  verdicts_.add_reported(again, ProcessedStatus::kAnomalous);
   verdicts_.store(0);
   EXPECT_EQ(stored(anomalous_)->backup.figures.files, anomalous_.figures.files) << "the first";
+  // Its anomaly is lost.
+  verdicts_.add_reported(unknown_, ProcessedStatus::kAnomalous);
+  verdicts_.store(0);
+  EXPECT_EQ(stored(unknown_)->judged_as, JudgedAs::kAnomalous);
 }
 
 // The first of them are noted before the history is read.

@@ -266,6 +266,65 @@ TEST_F(IntakeFeedbackTest, WhatWasNotTakenOutlivesItsRecords) {
   EXPECT_EQ(state_count("incident"), "0");
 }
 
+// Nobody can deliver them, and nobody can have them sent again.
+TEST_F(IntakeFeedbackTest, DeadLettersOfAChannelThatWasRemovedAreDroppedAfterAWeek) {
+  const auto state = [&](const std::string& set) {
+    test::query(state_->handle(), typed_sql("UPDATE delivery SET " + set));
+  };
+  const auto left = [&](std::int64_t now) {
+    intake_->prune(now);
+    return test::query_one(state_->handle(),
+                           "SELECT count(*) FROM delivery WHERE channel = 'mail'") +
+           " " + std::to_string(pass(now).processed);
+  };
+  const std::int64_t removed = kFirst + 30 * kDay;
+  const std::int64_t week = removed + 7 * kDay;
+  record(1);
+  pass();
+  state("state = {given_up} WHERE channel = 'mail' AND kind = {begin}");
+  record(2, "", 3);  // a rise, which the begin's dead letter stands for
+  pass();
+  take(kWeb);
+  state(
+      "state = {folded}, summary = (SELECT message FROM delivery WHERE channel = 'mail' AND "
+      "kind = {begin}) WHERE channel = 'mail' AND kind = {rise}");
+  const std::string mail = settings_.mail_to;
+  EXPECT_EQ(left(removed - 9 * kDay), "2 0");  // it is configured
+  settings_.mail_to.clear();
+  pass();
+  EXPECT_EQ(left(removed - 8 * kDay), "2 0");
+  settings_.mail_to = mail;  // it was a mistake
+  pass();
+  EXPECT_EQ(left(removed - kDay), "2 0");
+  settings_.mail_to.clear();
+  pass();
+  EXPECT_EQ(left(removed + 1), "2 0");
+  EXPECT_EQ(left(removed), "2 0");  // the clock was set back
+  EXPECT_EQ(left(removed + 2), "2 0");
+  restart();
+  pass();
+  EXPECT_EQ(left(week - 1), "2 0");
+  EXPECT_EQ(fake::log_lines(4).size(), 0U);
+  ASSERT_EQ(left(week), "0 2");
+  EXPECT_EQ(fake::log_lines(4).back().text,
+            "Channel mail is not configured any more: 2 dead letters dropped");
+  EXPECT_EQ(unprocessed(), "0");
+  EXPECT_EQ(left(week + kDay), "0 0");
+  EXPECT_EQ(fake::log_lines(4).size(), 1U);
+}
+
+TEST_F(IntakeFeedbackTest, OfAChannelThatWasRemovedWhatIsStillTriedStays) {
+  record(1);
+  pass();
+  test::query(state_->handle(), typed_sql("UPDATE delivery SET state = {given_up} WHERE channel = "
+                                          "'web'"));
+  settings_.mail_to.clear();
+  pass();
+  intake_->prune(kFirst + 30 * kDay);
+  intake_->prune(kFirst + 60 * kDay);
+  EXPECT_EQ(state_count("delivery"), "2");  // the web service is always configured
+}
+
 // To the day and the second.
 TEST_F(IntakeFeedbackTest, APurgedIncidentIsForgottenAfter90Days) {
   three_records();
