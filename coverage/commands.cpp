@@ -21,11 +21,11 @@
 #include "config/setting_values.h"
 #include "coverage/gather_again.h"
 #include "coverage/healer.h"
+#include "coverage/job_lister.h"
 #include "coverage/programs.h"
 #include "coverage/restarts.h"
 #include "coverage/rules.h"
 #include "finding/words.h"
-#include "platform/answer_filter.h"
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/debug_log.h"
@@ -35,7 +35,6 @@
 #include "service/child_supervision.h"
 #include "service/host_role.h"
 #include "util/path.h"
-#include "util/tolerant_json.h"
 
 namespace corvane::coverage {
 
@@ -43,9 +42,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Of a gather. Half a look: what is interrupted because the look is over did not have its time.
+// Of a gather, and of a list of jobs. Half a look: what is interrupted because the look is over did
+// not have its time.
 constexpr std::chrono::minutes kDeadline{2};
-constexpr std::chrono::minutes kLookTakes{4};  // the timer's interval is 5 minutes
+constexpr std::chrono::minutes kLookTakes{4};
+constexpr std::chrono::minutes kLookEvery{5};  // the timer's interval
 
 std::string service_log() {
   std::array<char, PATH_MAX> root{};
@@ -56,7 +57,9 @@ std::string service_log() {
 }
 
 void require_lock(ProgramLock& lock) {
-  if (!lock.take()) throw std::runtime_error("another look is running. Try again in a few minutes");
+  if (!lock.take())
+    throw std::runtime_error(
+        "another cvanomalyheal is running: a look takes minutes, a gather by hand may take hours");
 }
 
 // The scratch directory, with what a look that died has left in it.
@@ -79,29 +82,27 @@ struct Scratch {
   const std::string directory;
 };
 
-std::string known_master() {
-  std::string master;
-  getMasterServerName(master);
-  if (master.empty()) throw std::runtime_error("the master server is not known");
-  return master;
+Worker worker_for(const std::string& task, const std::string& result, const Scratch& scratch,
+                  const std::function<bool()>& stop) {
+  return {{"/proc/self/exe", "-database_location", scratch.directory, task},
+          Path::Combine(scratch.directory, result),
+          kDeadline,
+          stop};
 }
 
 Surroundings surroundings_of(const Options& options, const Scratch& scratch,
                              const std::function<bool()>& stop) {
-  const GatherProcess process{
-      {"/proc/self/exe", "-database_location", scratch.directory, "-gather_again"},
-      Path::Combine(scratch.directory, kScratchLog),
-      kDeadline,
-      stop};
+  const Worker gatherer = worker_for("-gather_again", kScratchLog, scratch, stop);
+  const Worker lister = worker_for("-list_jobs", kScratchJobs, scratch, stop);
   Surroundings world;
   world.sights.database = options.database_path();
   world.sights.log = service_log();
   world.sights.now = [] { return static_cast<std::int64_t>(now()); };
   world.sights.runs_as_service = runs_as_service;
   world.scratch = Path::Combine(scratch.directory, kScratchDatabase);
-  world.gather_again = [process](TimeRange range) { return run_gather(process, range); };
-  world.list_ended = [stop](TimeRange range, const std::function<void(const EndedJob&)>& visit) {
-    return read_ended_jobs(known_master(), range, stop, visit);
+  world.gather_again = [gatherer](TimeRange range) { return run_gather(gatherer, range); };
+  world.list_ended = [lister](TimeRange range, const std::function<void(const EndedJob&)>& visit) {
+    return list_jobs(lister, range, visit);
   };
   world.stop = stop;
   return world;
@@ -131,6 +132,41 @@ void look_after_programs(const Options& options, const StopSignals& signals, Con
   }
 }
 
+// What one look needs.
+struct Look {
+  Look(const Options& the_options, StopSignals& the_signals)
+      : options(the_options), signals(the_signals) {}
+
+  // Says why nothing is healed; empty: it is.
+  std::string take(bool at_once);
+
+  const Options& options;
+  StopSignals& signals;
+  Clock::time_point until = Clock::time_point::max();
+  const Scratch scratch{options};
+  Ledger ledger = open_ledger(options.own_file(".db"));
+  Healer healer{ledger, surroundings_of(options, scratch, [this] {
+                  return signals.arrived() || Clock::now() > until;
+                })};
+};
+
+std::string Look::take(bool at_once) {
+  until = Clock::now() + kLookTakes;
+  Configuration config(options.config_path(), 1);
+  const HealRules rules = rules_of(config, now());
+  healer.read_log(rules);
+  if (std::string why = why_off(config, options.config_path()); !why.empty()) return why;
+  if (at_once) {
+    healer.make_due();
+    for (const char* companion : {kDetectionProgram, kAlertProgram}) {
+      begin_anew(ledger, companion);
+    }
+  }
+  look_after_programs(options, signals, config, ledger);
+  healer.heal(rules);
+  return {};
+}
+
 }  // namespace
 
 int run_look(const Options& options) {
@@ -141,23 +177,9 @@ int run_look(const Options& options) {
     return 0;  // the look before is still at work
   }
   StopSignals signals;
-  set_answer_filter(tolerant_json);
-  const Clock::time_point until = Clock::now() + kLookTakes;
-  const Scratch scratch(options);
-  Ledger ledger = open_ledger(options.own_file(".db"));
-  Healer healer(ledger, surroundings_of(options, scratch,
-                                        [&] { return signals.arrived() || Clock::now() > until; }));
-  Configuration config(options.config_path(), 1);
-  const HealRules rules = rules_of(config, now());
-  healer.read_log(rules);
-  if (const std::string why = why_off(config, options.config_path()); !why.empty()) {
-    // Somebody waits for what comes of it.
-    if (options.at_once) throw std::runtime_error("nothing is healed: " + why);
-    return 0;
-  }
-  if (options.at_once) healer.make_due();
-  look_after_programs(options, signals, config, ledger);
-  healer.heal(rules);
+  const std::string why = Look(options, signals).take(options.at_once);
+  // Somebody waits for what comes of it.
+  if (options.at_once && !why.empty()) throw std::runtime_error("nothing is healed: " + why);
   return 0;
 }
 
@@ -178,15 +200,23 @@ int gather_by_hand(const Options& options) {
   ProgramLock lock(options.own_file(".lock"));
   require_lock(lock);
   StopSignals signals;
-  set_answer_filter(tolerant_json);
-  Configuration config(options.config_path(), 1);
-  if (!config.is_imported() && access(options.config_path().c_str(), F_OK) == 0) {
-    throw std::runtime_error(why_off(config, options.config_path()));
+  Look look(options, signals);
+  std::int64_t added = 0;
+  for (TimeRange left = options.range;;) {
+    Configuration config(options.config_path(), 1);
+    if (!config.is_imported() && access(options.config_path().c_str(), F_OK) == 0) {
+      throw std::runtime_error(why_off(config, options.config_path()));
+    }
+    const Clock::time_point next_look = Clock::now() + kLookEvery;
+    look.until = Clock::time_point::max();
+    const auto done =
+        look.healer.gather(left, rules_of(config, now()), [&] { return Clock::now() > next_look; });
+    added += done.added;
+    if (done.is_whole) break;
+    left.begin = done.next;
+    // It may take hours, in which the timer's looks find the lock taken.
+    look.take(false);
   }
-  const Scratch scratch(options);
-  Ledger ledger = open_ledger(options.own_file(".db"));
-  Healer healer(ledger, surroundings_of(options, scratch, [&] { return signals.arrived(); }));
-  const std::int64_t added = healer.gather(options.range, rules_of(config, now()));
   write_console(counted(added, "backup was", "backups were") + " missing and added.\n");
   return 0;
 }

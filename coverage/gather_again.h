@@ -1,14 +1,10 @@
-// Gathers a range with the service's own code, in a process of its own: a server that hangs, or an
-// answer that takes all memory, costs only that process.
+// Gathers a range with the service's own code.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
-#include <functional>
 #include <string>
-#include <vector>
 
-#include "coverage/time_ranges.h"
+#include "coverage/worker.h"
 
 namespace corvane::coverage {
 
@@ -29,18 +25,9 @@ struct GatherResult {
   std::int64_t added = 0;     // backups, by whoever adds them
 };
 
-// How a gather is run.
-struct GatherProcess {
-  std::vector<std::string> command;  // to which both times are added
-  std::string log;                   // that it writes
-  std::chrono::milliseconds deadline;
-  std::function<bool()> stop;
-};
-
-// Runs a gather of a range, and says what came of it. When it takes too long or a stop is asked
-// for, it is killed with everything that it has started. Throws std::system_error if it cannot be
-// started.
-GatherResult run_gather(const GatherProcess& process, TimeRange range);
+// Runs a gather of a range in a worker whose result is the gather's log, and says what came of it.
+// Throws std::system_error if it cannot be started.
+GatherResult run_gather(const Worker& worker, TimeRange range);
 
 // The process itself: gathers a range into a new database in a directory, and logs there. Ends with
 // the process that has started it. Throws std::exception.

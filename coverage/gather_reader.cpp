@@ -15,6 +15,8 @@ constexpr std::string_view kService = "cvanomalymgmt: ";
 constexpr std::string_view kHistory = "ManagementService::do_historical_gather: ";
 constexpr std::string_view kRange = "Capturing data between ";
 constexpr std::string_view kPurge = "Cleaning records before ";
+constexpr std::string_view kFirstInterval = "m_data_fetch_interval_in_mins:[";
+constexpr std::string_view kInterval = "Using gather frequency as ";
 constexpr std::size_t kLongestReason = 200;
 
 // What the service logs when something of a range is not stored. Other errors cost no record, like
@@ -109,6 +111,8 @@ void GatherReader::read_service(const LogRecord& record, std::string_view text) 
   } else if (take(text, kPurge)) {
     state_.purged_before = take_number(text).value_or(0);
     state_.purged_at = record.time;
+  } else if (take(text, kFirstInterval) || take(text, kInterval)) {
+    state_.interval = take_number(text).value_or(0);
   } else if (take(text, kRange)) {
     follow_process(record);
     if (state_.is_history) return;  // that of the slice, which has begun

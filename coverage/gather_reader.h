@@ -44,7 +44,8 @@ struct ReaderState {
   // The last purge: records before this time were deleted; when. 0: none is known.
   std::int64_t purged_before = 0;
   std::int64_t purged_at = 0;
-  Gather gather{};  // its reason: the first error, of one that is open
+  std::int64_t interval = 0;  // minutes between two gathers; 0: unknown
+  Gather gather{};            // its reason: the first error, of one that is open
 
   friend bool operator==(const ReaderState&, const ReaderState&) = default;
 };

@@ -22,6 +22,7 @@ std::string text_of_state(const ReaderState& state) {
   put(document.get(), "is_problem_next", state.is_problem_next);
   put(document.get(), "purged_before", state.purged_before);
   put(document.get(), "purged_at", state.purged_at);
+  put(document.get(), "interval", state.interval);
   put(document.get(), "is_live", state.gather.is_live);
   put(document.get(), "start", state.gather.start);
   put(document.get(), "end", state.gather.end);
@@ -47,6 +48,7 @@ ReaderState state_of_text(const std::string& text) {
   state.is_problem_next = flag("is_problem_next");
   state.purged_before = integer_member(document.get(), "purged_before");
   state.purged_at = integer_member(document.get(), "purged_at");
+  state.interval = integer_member(document.get(), "interval");
   state.gather.is_live = flag("is_live");
   state.gather.start = integer_member(document.get(), "start");
   state.gather.end = integer_member(document.get(), "end");
@@ -71,6 +73,7 @@ void Gathers::set_log_position(const LogPosition& position, const ReaderState& s
   ledger_.set_text(kReader, text_of_state(state));
   ledger_.set_number(kPurgedBefore, state.purged_before);
   ledger_.set_number(kPurgedAt, state.purged_at);
+  ledger_.set_number(kInterval, state.interval);
 }
 
 void Gathers::add(const Gather& gather) {

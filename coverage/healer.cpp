@@ -35,7 +35,9 @@ constexpr std::int64_t kImageBefore = kHour;
 
 constexpr std::int64_t kMostAttempts = 5;
 // An image may enter the catalog a while after its job has ended.
-constexpr std::int64_t kMostCompleteAttempts = 3;
+constexpr std::int64_t kMostAnswers = 3;
+// Clocks differ, and a job may be reported as done a while after its end.
+constexpr std::int64_t kAuditOverlap = kHour;
 // The service's transactions take that long at the worst: a purge of the whole database.
 constexpr std::chrono::seconds kPatience{60};
 
@@ -72,9 +74,10 @@ bool can_be_read(const std::string& path) {
 void Healer::heal(const HealRules& rules) {
   if (access(world_.sights.database.c_str(), F_OK) != 0) return;  // nothing to add to
   heal_holes(rules);
+  heal_missing(rules);
   audit(rules);
   heal_missing(rules);
-  observer_.end_look();
+  observer_.end_look(rules.not_before);
 }
 
 void Healer::heal_holes(const HealRules& rules) {
@@ -103,13 +106,16 @@ std::optional<Hole> Healer::heal_hole(const Hole& hole, const HealRules& rules) 
   std::vector<Hole> left;
   if (result.ending == Ending::kComplete) {
     holes_.heal(part);
+    ledger_.set_number(kHealedAt, now);
     lengthen(kGatherSeconds, part, now - began);
     if (result.added > 0) {
       ledger_.note(
           now, counted(result.added, "backup", "backups") + " gathered again: " + range_text(part));
     }
     left = observer_.find_holes(rules.not_before);
-  } else if (result.ending == Ending::kFailed && may_give_up(hole.attempts + 1)) {
+  } else if (result.ending == Ending::kNotAdded) {
+    holes_.wait(hole, now + kFirstPause, result.reason);
+  } else if (may_give_up(hole.attempts, hole.next_try)) {
     holes_.lose(part, result.reason, now);
     ledger_.note(now, "A range was given up after " +
                           counted(hole.attempts + 1, "attempt", "attempts") + ": " +
@@ -126,9 +132,13 @@ std::optional<Hole> Healer::heal_hole(const Hole& hole, const HealRules& rules) 
   return rest == left.end() ? std::nullopt : std::optional(*rest);
 }
 
-// As long as the service's own gathers fail, it is no use to give up.
-bool Healer::may_give_up(std::int64_t attempts) {
-  return attempts >= kMostAttempts && gathers_.health().failed_in_a_row == 0;
+// After another attempt that failed. As long as the service's own gathers fail, or if none has
+// succeeded since the attempt before, it is the server that is away.
+bool Healer::may_give_up(std::int64_t attempts_before, std::int64_t next_try) {
+  if (attempts_before + 1 < kMostAttempts) return false;
+  const GatherHealth health = gathers_.health();
+  const std::int64_t last_try = next_try - pause_after(attempts_before);
+  return health.failed_in_a_row == 0 && health.last_complete > last_try;
 }
 
 void Healer::audit(const HealRules& rules) {
@@ -139,26 +149,29 @@ void Healer::audit(const HealRules& rules) {
     const std::int64_t end = std::min(range.end, until);
     for (std::int64_t begin = std::max(range.begin, first); begin <= end;) {
       const TimeRange part{begin, std::min(end, begin + portion_of(kAuditSeconds) - 1)};
-      if (world_.stop() || !audit_range(part)) return;
+      if (world_.stop() || !audit_range(part, rules)) return;
       begin = part.end + 1;
     }
   }
 }
 
-bool Healer::audit_range(TimeRange range) {
+bool Healer::audit_range(TimeRange range, const HealRules& rules) {
   const std::int64_t began = world_.sights.now();
+  const std::int64_t not_before = observer_.not_before(rules.not_before);
   std::vector<Missing> missing;
   try {
     Connection database = open_for_reading(world_.sights.database);
     const auto visit = [&](const EndedJob& job) {
-      if (has_backup(database, job.unique_key) || missing_.is_settled(job.unique_key)) return;
+      if (job.job.begin < not_before || missing_.is_settled(job.unique_key) ||
+          has_judged_backup(database, job.unique_key, job.job.end, judged_since(rules))) {
+        return;
+      }
       missing.push_back({.unique_key = job.unique_key,
                          .job = job.job,
                          .found = world_.sights.now(),
-                         .attempts = job.has_data ? 0 : kMostCompleteAttempts - 1});
+                         .answers = job.has_data ? 0 : kMostAnswers - 1});
     };
-    // A job that ends while the answer is made is neither running nor within the range.
-    if (!world_.list_ended({range.begin - kClockSkew, range.end}, visit)) return false;
+    if (!world_.list_ended({range.begin - kAuditOverlap, range.end}, visit)) return false;
   } catch (const QueryError&) {
     throw;
   } catch (const std::runtime_error& error) {
@@ -173,15 +186,19 @@ bool Healer::audit_range(TimeRange range) {
   holes_.audit(range);
   const TimeRanges whole = holes_.gathered_whole();
   const auto is_new = [&](const Missing& one) {
-    return !whole.gaps_in({one.job.end, one.job.end}).empty();
+    return one.job.end >= range.begin && !whole.gaps_in({one.job.end, one.job.end}).empty();
   };
   const bool is_much = std::ranges::count_if(missing, is_new) > kMostMissing;
-  if (is_much) holes_.gather_whole(range);
+  if (is_much) {
+    holes_.gather_whole(range);
+    observer_.find_holes(rules.not_before);
+  }
   for (const Missing& one : missing) {
     if (!is_much || !is_new(one)) missing_.add(one);
   }
   lengthen(kAuditSeconds, range, world_.sights.now() - began);
   ledger_.set_number(kAuditAttempts, 0);
+  ledger_.set_number(kAuditedAt, world_.sights.now());
   ledger_.set_text(kAuditReason, "");
   transaction.commit();
   return true;
@@ -200,11 +217,13 @@ void Healer::postpone_audit() {
 void Healer::heal_missing(const HealRules& rules) {
   const std::vector<Missing> all = missing_.all();
   if (all.empty()) return;
-  const std::int64_t most = 2 * std::max(longest(), kFirstPortion);
   std::vector<Missing> some;
   TimeRange window;
   for (const Missing& one : all) {
     if (one.next_try > world_.sights.now()) continue;
+    // What a slow server did not give in time, it may give in parts.
+    const std::int64_t most =
+        (2 * std::max(longest(), kFirstPortion)) >> (2 * std::min<std::int64_t>(one.attempts, 10));
     const TimeRange wider{std::min(window.begin, one.job.begin), std::max(window.end, one.job.end)};
     if (!some.empty() && wider.end - wider.begin > most) {
       heal_missing(some, rules);
@@ -228,13 +247,14 @@ void Healer::heal_missing(const std::vector<Missing>& some, const HealRules& rul
   Connection database = open_for_reading(world_.sights.database);
   Transaction transaction(ledger_);
   for (const Missing& one : some) {
-    if (has_backup(database, one.unique_key)) {
+    if (has_judged_backup(database, one.unique_key, one.job.end, judged_since(rules))) {
       missing_.found(one.unique_key);
     } else {
       settle(one, result);
     }
   }
   if (result.added > 0) {
+    ledger_.set_number(kHealedAt, world_.sights.now());
     ledger_.note(world_.sights.now(), counted(result.added, "missing backup", "missing backups") +
                                           " gathered: " + range_text(window));
   }
@@ -245,9 +265,11 @@ void Healer::heal_missing(const std::vector<Missing>& some, const HealRules& rul
 void Healer::settle(const Missing& missing, const GatherResult& result) {
   const std::int64_t attempts = missing.attempts + 1;
   const bool is_answer = result.ending == Ending::kComplete && !result.lacks_images;
-  if (is_answer && attempts >= kMostCompleteAttempts) {
+  if (result.ending == Ending::kNotAdded) {
+    missing_.wait(missing, world_.sights.now() + kFirstPause);
+  } else if (is_answer && missing.answers + 1 >= kMostAnswers) {
     missing_.refuse(missing.unique_key);
-  } else if (!is_answer && result.ending != Ending::kNotAdded && may_give_up(attempts)) {
+  } else if (!is_answer && may_give_up(missing.attempts, missing.next_try)) {
     missing_.give_up(missing.unique_key);
     ledger_.note(
         world_.sights.now(),
@@ -255,35 +277,46 @@ void Healer::settle(const Missing& missing, const GatherResult& result) {
             counted(attempts, "attempt", "attempts") + ". " +
             (result.lacks_images ? "The master server does not give its image" : result.reason));
   } else {
-    missing_.postpone(missing, world_.sights.now() + pause_after(attempts));
+    missing_.postpone(missing, world_.sights.now() + pause_after(attempts), is_answer);
   }
 }
 
-std::int64_t Healer::gather(TimeRange range, const HealRules& rules) {
-  const std::int64_t portion = std::max(longest(), portion_of(kGatherSeconds));
+Healer::ByHand Healer::gather(TimeRange range, const HealRules& rules,
+                              const std::function<bool()>& is_enough) {
+  std::int64_t portion = std::max(longest(), portion_of(kGatherSeconds));
   const std::int64_t end = std::min(range.end, world_.sights.now());
-  std::int64_t added = 0;
+  ByHand done{.next = range.begin};
   const auto note = [&](std::int64_t until) {
-    ledger_.note(world_.sights.now(), counted(added, "backup", "backups") +
+    ledger_.note(world_.sights.now(), counted(done.added, "backup", "backups") +
                                           " gathered by hand: " + range_text({range.begin, until}));
   };
-  for (std::int64_t begin = range.begin; begin <= end; begin += portion) {
-    const TimeRange part{begin, std::min(end, begin + portion - 1)};
-    const GatherResult result = gather_rows({part.begin - longest(), part.end}, rules);
-    added += result.added;
+  while (done.next <= end) {
+    const TimeRange part{done.next, std::min(end, done.next + portion - 1)};
+    // Of a backup that is known to be missing it is known how long it took.
+    const std::int64_t first = missing_.first_start(part).value_or(kEver) - kImageBefore;
+    const GatherResult result =
+        gather_rows({std::min(part.begin - longest(), first), part.end}, rules);
+    done.added += result.added;
+    if (result.ending == Ending::kFailed && portion > kShortestPortion) {
+      portion = std::max(portion / 4, kShortestPortion);
+      continue;
+    }
     if (result.ending != Ending::kComplete) {
-      if (added > 0) note(part.end);
+      if (done.added > 0) note(done.next - 1);
       throw std::runtime_error(result.reason.empty() ? "it was interrupted" : result.reason);
     }
     Transaction transaction(ledger_);
     holes_.heal(part);
-    holes_.regain(part);
+    ledger_.set_number(kHealedAt, world_.sights.now());
+    observer_.find_holes(rules.not_before);
     transaction.commit();
-    observer_.end_look();
-    observer_.read(rules.not_before);  // the gather may take hours
+    observer_.end_look(rules.not_before);
+    done.next = part.end + 1;
+    if (is_enough()) break;
   }
-  note(range.end);
-  return added;
+  done.is_whole = done.next > end;
+  note(done.is_whole ? range.end : done.next - 1);
+  return done;
 }
 
 GatherResult Healer::gather_rows(TimeRange range, const HealRules& rules) {
@@ -299,8 +332,10 @@ GatherResult Healer::gather_rows(TimeRange range, const HealRules& rules) {
         Connection database(world_.sights.database, Connection::Access::kWrite, kPatience);
         // The rows must outlive a power failure that the ledger outlives.
         database.execute("PRAGMA synchronous=FULL");
-        result.added = add_missing_rows(database, world_.scratch, rules.rows_for,
-                                        observer_.not_before(rules.not_before));
+        result.added = add_missing_rows(database, world_.scratch,
+                                        {.rows_for = rules.rows_for,
+                                         .not_before = observer_.not_before(rules.not_before),
+                                         .judged_since = judged_since(rules)});
       } catch (const QueryError& error) {
         result = {.ending = Ending::kNotAdded, .reason = reason_of(error)};
         logmsgf(kLogError, kHealProgram, "Cannot add backups: %s", result.reason.c_str());
@@ -309,6 +344,11 @@ GatherResult Healer::gather_rows(TimeRange range, const HealRules& rules) {
   }
   remove_database(world_.scratch);
   return result;
+}
+
+// What is added to the history joins the baseline as well.
+std::int64_t Healer::judged_since(const HealRules& rules) {
+  return rules.rows_for == RowsFor::kDetection ? holes_.first_live() : kEver;
 }
 
 std::int64_t Healer::portion_of(const char* name) {

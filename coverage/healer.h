@@ -25,7 +25,7 @@ struct Surroundings {
   std::string scratch;  // a database that does not exist yet is made there, and removed again
   // Gathers a range again, into a new database at `scratch`.
   std::function<GatherResult(TimeRange range)> gather_again;
-  // See read_ended_jobs().
+  // See list_jobs().
   std::function<bool(TimeRange range, const std::function<void(const EndedJob&)>& visit)>
       list_ended;
   // Whether to end; asked between two requests.
@@ -59,21 +59,27 @@ class Healer {
   // Gathers what is missing, until it is asked to stop.
   void heal(const HealRules& rules);
 
-  // Gathers the backups that ended within a range that somebody named. Returns how many were
-  // missing. Throws std::runtime_error if that fails.
-  std::int64_t gather(TimeRange range, const HealRules& rules);
+  struct ByHand {
+    std::int64_t added = 0;  // backups that were missing
+    std::int64_t next = 0;   // where to go on
+    bool is_whole = false;
+  };
+  // Gathers the backups that ended within a range that somebody named, portion by portion, until
+  // `is_enough`, which is asked between two. Throws std::runtime_error if that fails.
+  ByHand gather(TimeRange range, const HealRules& rules, const std::function<bool()>& is_enough);
 
  private:
   void heal_holes(const HealRules& rules);
   std::optional<Hole> heal_hole(const Hole& hole, const HealRules& rules);
   void audit(const HealRules& rules);
-  bool audit_range(TimeRange range);
+  bool audit_range(TimeRange range, const HealRules& rules);
+  std::int64_t judged_since(const HealRules& rules);
   void postpone_audit();
   void heal_missing(const HealRules& rules);
   void heal_missing(const std::vector<Missing>& some, const HealRules& rules);
   void settle(const Missing& missing, const GatherResult& result);
   GatherResult gather_rows(TimeRange range, const HealRules& rules);
-  bool may_give_up(std::int64_t attempts);
+  bool may_give_up(std::int64_t attempts_before, std::int64_t next_try);
   std::int64_t portion_of(const char* name);
   void lengthen(const char* name, TimeRange part, std::int64_t took);
   std::int64_t longest();

@@ -12,6 +12,8 @@ constexpr char kCovered[] = "covered";
 constexpr char kAudited[] = "audited";
 constexpr char kGatheredWhole[] = "gathered_whole";
 
+constexpr char kFirstLive[] = "first_live";  // a number of the ledger
+
 // What is left of the holes that overlap a range: bind its end, then its begin.
 constexpr char kBeginAnew[] =
     "UPDATE hole SET attempts = 0, next_try = 0, reason = '' WHERE start <= ? AND until >= ?";
@@ -24,11 +26,23 @@ bool contains(const TimeRange& range, std::int64_t time) {
 
 void Holes::add(const Gather& gather) {
   const TimeRange range{gather.start, gather.end};
+  const bool is_repeated = !gather.is_live && first_live() != kEver;
   if (gather.outcome == Outcome::kComplete) {
-    cover(range);
-  } else if (gather.outcome != Outcome::kSkipped) {
+    if (gather.is_live) ledger_.set_number(kFirstLive, std::min(first_live(), range.begin));
+    cover({range.begin, is_repeated ? std::min(range.end, first_live() - 1) : range.end});
+  } else if (gather.outcome != Outcome::kSkipped && !is_repeated) {
     uncover(range);
   }
+}
+
+std::int64_t Holes::first_live() {
+  const std::int64_t known = ledger_.number_of(kFirstLive);
+  return known > 0 ? known : kEver;
+}
+
+void Holes::cover(TimeRange range) {
+  add_span(kCovered, range);
+  regain(range);
 }
 
 void Holes::heal(TimeRange range) {
@@ -97,8 +111,14 @@ void Holes::postpone(const Hole& hole, std::int64_t next_try, std::string_view r
   ledger_.query(kSql).bind(next_try).bind(reason).bind(hole.range.begin).run();
 }
 
+void Holes::wait(const Hole& hole, std::int64_t next_try, std::string_view reason) {
+  static constexpr char kSql[] = "UPDATE hole SET next_try = ?, reason = ? WHERE start = ?";
+  ledger_.query(kSql).bind(next_try).bind(reason).bind(hole.range.begin).run();
+}
+
 void Holes::make_due(std::int64_t now) {
-  static constexpr char kSql[] = "UPDATE hole SET next_try = 0, found = min(found, ?)";
+  static constexpr char kSql[] =
+      "UPDATE hole SET attempts = 0, next_try = 0, found = min(found, ?)";
   ledger_.query(kSql).bind(now).run();
 }
 
@@ -109,6 +129,7 @@ void Holes::lose(TimeRange range, std::string_view reason, std::int64_t now) {
 }
 
 void Holes::regain(TimeRange range) {
+  if (range.is_empty()) return;
   static constexpr char kAfter[] =
       "INSERT OR REPLACE INTO lost SELECT ?2 + 1, until, lost, reason FROM lost "
       "WHERE start <= ?2 AND until > ?2";
@@ -128,6 +149,13 @@ std::vector<TimeRange> Holes::lost() {
   return all;
 }
 
+void Holes::audit(TimeRange range) {
+  add_span(kAudited, range);
+  for (const TimeRange& one : lost()) {
+    cover({std::max(one.begin, range.begin), std::min(one.end, range.end)});
+  }
+}
+
 void Holes::gather_whole(TimeRange range) {
   for (const TimeRange& gap : gathered_whole().gaps_in(range)) uncover(gap);
   add_span(kGatheredWhole, range);
@@ -140,6 +168,7 @@ void Holes::audit_again() {
 
 std::vector<TimeRange> Holes::to_audit() {
   TimeRanges ranges = covered();
+  for (const TimeRange& range : lost()) ranges.add(range);
   for (const TimeRange& range : spans(kAudited).all()) ranges.remove(range);
   return ranges.all();
 }

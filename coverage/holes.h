@@ -31,9 +31,14 @@ class Holes {
   // --- What was gathered ---
 
   TimeRanges covered() { return spans("covered"); }
-  // Covers the range of a gather, or the contrary.
+  // Covers the range of a gather, or the contrary. A gather of the history that is repeated covers
+  // nothing since the first live gather, since what it brings is not judged; nor does it uncover
+  // anything.
   void add(const Gather& gather);
-  void cover(TimeRange range) { add_span("covered", range); }
+  // Since when backups are gathered live; kEver: they are not, as far as is known.
+  std::int64_t first_live();
+  // What is covered is not lost.
+  void cover(TimeRange range);
   // The same after an attempt that succeeded.
   void heal(TimeRange range);
   // What was thought to be covered is not.
@@ -47,7 +52,9 @@ class Holes {
   std::vector<Hole> all();
   // An attempt at the beginning of a hole failed.
   void postpone(const Hole& hole, std::int64_t next_try, std::string_view reason);
-  // Nothing waits for its next attempt any more, and nothing was found after `now`.
+  // The same, but the attempt does not count.
+  void wait(const Hole& hole, std::int64_t next_try, std::string_view reason);
+  // Attempts begin anew, nothing waits for the next one, and nothing was found after `now`.
   void make_due(std::int64_t now);
   // Nothing more is tried for the range; what is left of its hole begins anew.
   void lose(TimeRange range, std::string_view reason, std::int64_t now);
@@ -57,14 +64,14 @@ class Holes {
 
   // --- What the server was asked ---
 
-  // Nothing was missing, or it is noted as missing.
-  void audit(TimeRange range) { add_span("audited", range); }
+  // Nothing was missing, or it is noted as missing: so nothing of it is lost any more.
+  void audit(TimeRange range);
   // So much was missing that the range is gathered as a whole, as far as that was not done before.
   void gather_whole(TimeRange range);
   TimeRanges gathered_whole() { return spans("gathered_whole"); }
   // Nothing counts as audited any more.
   void audit_again();
-  // What is covered and was not audited yet.
+  // What is covered or lost and was not audited yet.
   std::vector<TimeRange> to_audit();
 
   void forget(std::int64_t before);

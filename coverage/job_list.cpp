@@ -11,6 +11,7 @@
 #include "gather/backup_record.h"
 #include "gather/data_gather.h"
 #include "platform/c_handles.h"
+#include "service/host_role.h"
 #include "util/curl_client.h"
 #include "util/json.h"
 #include "util/to_int.h"
@@ -22,7 +23,8 @@ namespace {
 constexpr std::size_t kMostBytes = std::size_t{64} << 20;
 constexpr std::int64_t kMostJobs = 100'000'000;  // an end for a server that never has a last page
 constexpr int kMostRequests = 3;                 // for a page
-constexpr std::chrono::seconds kSlow{10};        // a server that is so slow is not asked again
+constexpr std::int64_t kLongestCredible = std::int64_t{30} * 86400;  // seconds
+constexpr std::chrono::seconds kSlow{10};  // a server that is so slow is not asked again
 
 // Times are ints at the interfaces of the gather.
 int to_seconds(std::int64_t time) {
@@ -84,6 +86,10 @@ bool read_job(DataGather& gather, const json_t* attributes, EndedJob& job) {
   constexpr std::size_t kTimeLength = std::string_view("2026-01-31T04:05:06").size();
   if (start.size() < kTimeLength || end.size() < kTimeLength) return false;
   job.job = {gather.str_to_time(start), gather.str_to_time(end)};
+  // No gather of a reasonable range would have it.
+  if (job.job.begin <= 0 || job.job.is_empty() || job.job.end - job.job.begin > kLongestCredible) {
+    return false;
+  }
   BackupRow row;
   row.job_id = to_int(text_of(attributes, "jobId"));
   row.backup_id = text_of(attributes, "backupId");
@@ -96,12 +102,18 @@ bool read_job(DataGather& gather, const json_t* attributes, EndedJob& job) {
 
 }  // namespace
 
-bool read_ended_jobs(const std::string& master, TimeRange range, const std::function<bool()>& stop,
+std::string known_master() {
+  std::string master;
+  getMasterServerName(master);
+  if (master.empty()) throw std::runtime_error("the master server is not known");
+  return master;
+}
+
+void read_ended_jobs(const std::string& master, TimeRange range,
                      const std::function<void(const EndedJob&)>& visit) {
   DataGather gather(nullptr, "", master);
   EndedJob job;
   for (std::int64_t offset = 0; offset < kMostJobs;) {
-    if (stop()) return false;
     const JsonPtr page = page_at(gather, range, offset);
     std::size_t i = 0;
     const json_t* element = nullptr;
@@ -110,7 +122,7 @@ bool read_ended_jobs(const std::string& master, TimeRange range, const std::func
     }
     const json_t* meta = json_object_get(page.get(), "meta");
     const std::int64_t next = integer_member(json_object_get(meta, "pagination"), "next");
-    if (next <= offset) return true;
+    if (next <= offset) return;
     offset = next;
   }
   throw std::runtime_error("The web service's list of jobs has no end");

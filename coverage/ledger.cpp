@@ -1,7 +1,6 @@
 #include "coverage/ledger.h"
 
 #include <array>
-#include <stdexcept>
 
 #include "companions/common/damaged_database.h"
 #include "platform/debug_log.h"
@@ -34,7 +33,8 @@ constexpr std::array kSchema{
     "reason TEXT NOT NULL)",
     "CREATE TABLE missing (unique_key TEXT PRIMARY KEY NOT NULL, start INT NOT NULL, "
     "until INT NOT NULL, found INT NOT NULL, attempts INT NOT NULL, next_try INT NOT NULL, "
-    "state INT NOT NULL) WITHOUT ROWID",
+    "answers INT NOT NULL, state INT NOT NULL) WITHOUT ROWID",
+    "CREATE INDEX missing_state ON missing (state)",
     "CREATE TABLE look (id INTEGER PRIMARY KEY, time INT NOT NULL)",
     "CREATE TABLE act (id INTEGER PRIMARY KEY, time INT NOT NULL, text TEXT NOT NULL)",
     "PRAGMA user_version = 1",
@@ -42,23 +42,13 @@ constexpr std::array kSchema{
 
 constexpr std::int64_t kLooksKept = 1000;
 
-std::int64_t version_of(Connection& database) {
-  return Query(database.handle(), "PRAGMA user_version").first_integer();
-}
-
 }  // namespace
 
 Ledger::Ledger(const std::string& path, bool create)
-    : Connection(path, create ? Access::kCreate : Access::kRead) {
-  if (const std::int64_t version = version_of(*this); version > kVersion) {
-    throw std::runtime_error(path + " is version " + std::to_string(version) +
-                             ", newer than this program supports");
-  }
+    : OwnDatabase(path, create ? Access::kCreate : Access::kRead, kVersion) {
   if (!create) return;
-  query("PRAGMA journal_mode=WAL").run();
-  execute("PRAGMA synchronous=NORMAL");
   Transaction transaction(*this);
-  if (version_of(*this) == 0) {
+  if (version() == 0) {
     for (const char* statement : kSchema) execute(statement);
   }
   transaction.commit();
@@ -105,29 +95,6 @@ std::vector<Act> Ledger::acts(int most) {
 void Ledger::forget_acts(std::int64_t before) {
   static constexpr char kSql[] = "DELETE FROM act WHERE time < ?";
   query(kSql).bind(before).run();
-}
-
-std::int64_t Ledger::number_of(std::string_view name) {
-  static constexpr char kSql[] = "SELECT value FROM meta WHERE name = ?";
-  return query(kSql).bind(name).first_integer();
-}
-
-void Ledger::set_number(std::string_view name, std::int64_t number) {
-  static constexpr char kSql[] = "INSERT OR REPLACE INTO meta VALUES (?, ?)";
-  query(kSql).bind(name).bind(number).run();
-}
-
-std::string Ledger::text_of(std::string_view name) {
-  static constexpr char kSql[] = "SELECT value FROM meta WHERE name = ?";
-  Query& row = query(kSql).bind(name);
-  std::string text = row.step() ? row.text(0) : "";
-  row.restart();
-  return text;
-}
-
-void Ledger::set_text(std::string_view name, std::string_view text) {
-  static constexpr char kSql[] = "INSERT OR REPLACE INTO meta VALUES (?, ?)";
-  query(kSql).bind(name).bind(text).run();
 }
 
 Ledger open_ledger(const std::string& path) {

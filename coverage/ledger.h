@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "sqlite/connection.h"
+#include "companions/common/own_database.h"
 
 namespace corvane::coverage {
 
@@ -31,14 +31,19 @@ inline constexpr char kUnjudgedSince[] = "unjudged_since";
 // Since when backups that were stored have not been compared with those that the server has.
 inline constexpr char kUnauditedSince[] = "unaudited_since";
 inline constexpr char kAuditReason[] = "audit_reason";  // a text: why the last attempt failed
+// When a part of a hole was healed last, and when a part of them was compared.
+inline constexpr char kHealedAt[] = "healed_at";
+inline constexpr char kAuditedAt[] = "audited_at";
 // The service's last purge: records before this time were deleted; when.
 inline constexpr char kPurgedBefore[] = "purged_before";
 inline constexpr char kPurgedAt[] = "purged_at";
+// Minutes: how long the service waits between two gathers, as it said last. 0: unknown.
+inline constexpr char kInterval[] = "interval";
 // When the stored backups are compared with the server's next, after that has failed.
 inline constexpr char kAuditNextTry[] = "audit_next_try";
 
 // One connection, for one thread. Everything throws QueryError.
-class Ledger : public Connection {
+class Ledger : public OwnDatabase {
  public:
   // With `create` a missing database is created. Throws std::runtime_error for one of a later
   // version.
@@ -61,13 +66,6 @@ class Ledger : public Connection {
   void note(std::int64_t now, std::string_view text);
   std::vector<Act> acts(int most);  // the latest first
   void forget_acts(std::int64_t before);
-
-  // --- Other notes, by name ---
-
-  std::int64_t number_of(std::string_view name);
-  void set_number(std::string_view name, std::int64_t number);
-  std::string text_of(std::string_view name);
-  void set_text(std::string_view name, std::string_view text);
 };
 
 // Opens the ledger of this program. A damaged one is moved aside, with a line in the log, and a new

@@ -49,8 +49,8 @@ class LineReader {
       if (!fill()) return std::nullopt;
     }
   }
-  // Of the line that next() returns next.
-  std::int64_t offset() const { return offset_ + static_cast<std::int64_t>(taken_); }
+  // When next() has returned nothing: of the line that it returns next.
+  std::int64_t offset() const { return offset_; }
   bool is_damaged() const {
     int error = Z_OK;
     gzerror(file_.get(), &error);

@@ -8,6 +8,7 @@
 #include "companions/common/program_log.h"
 #include "coverage/commands.h"
 #include "coverage/gather_again.h"
+#include "coverage/job_lister.h"
 #include "coverage/options.h"
 #include "platform/console.h"
 #include "platform/host_product.h"
@@ -40,6 +41,9 @@ int dispatch(const corvane::coverage::Options& options) {
       return gather_by_hand(options);
     case Mode::kGatherAgain:
       gather_into(options.database_location, options.range);
+      return 0;
+    case Mode::kListJobs:
+      list_jobs_into(options.database_location, options.range);
       return 0;
     case Mode::kRun:
       return run_companion(options);

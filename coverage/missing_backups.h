@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@ struct Missing {
   std::int64_t found = 0;
   std::int64_t attempts = 0;
   std::int64_t next_try = 0;
+  std::int64_t answers = 0;  // attempts in which the server gave all that it has, without this one
 
   friend bool operator==(const Missing&, const Missing&) = default;
 };
@@ -31,8 +33,13 @@ class MissingBackups {
   bool is_settled(const std::string& unique_key);
   // Those that are looked for, by their end.
   std::vector<Missing> all();
-  void postpone(const Missing& missing, std::int64_t next_try);
-  // Nothing waits for its next attempt any more, and nothing was found after `now`.
+  // When the first of those began, of any state, that ended within a range; nothing: there is none.
+  std::optional<std::int64_t> first_start(TimeRange ended);
+  // An attempt did not bring it.
+  void postpone(const Missing& missing, std::int64_t next_try, bool is_answer);
+  // The same, but the attempt does not count.
+  void wait(const Missing& missing, std::int64_t next_try);
+  // Attempts begin anew, nothing waits for the next one, and nothing was found after `now`.
   void make_due(std::int64_t now);
 
   // What becomes of it. It was stored after all:
@@ -41,9 +48,16 @@ class MissingBackups {
   void refuse(const std::string& unique_key);
   // It could not be had:
   void give_up(const std::string& unique_key);
-  std::vector<std::string> given_up();  // their keys
+  std::int64_t count_given_up();
+  // All that are not refused: their keys and ends.
+  std::vector<std::pair<std::string, std::int64_t>> wanted();
 
-  void forget(std::int64_t before);
+  // What was refused is asked for again if it is missing again.
+  void forget_refused();
+  // Those that began before a time are not looked for: they are purged.
+  void forget_purged(std::int64_t not_before);
+  // Forgets those that ended before a time, and the refused ones before another.
+  void forget(std::int64_t before, std::int64_t refused_before);
 
  private:
   Ledger& ledger_;

@@ -20,6 +20,8 @@ namespace {
 constexpr std::int64_t kHistory = 91 * kDay;      // what a first start of the service gathers
 constexpr std::int64_t kLedgerKeeps = 30 * kDay;  // at least
 
+constexpr std::int64_t kLateAudit = 10 * kMinute;  // two looks
+
 constexpr char kAskedUntil[] = "asked_until";  // by the service
 constexpr char kOldestBackup[] = "oldest_backup";
 
@@ -41,21 +43,22 @@ void Observer::read(std::int64_t purged) {
     notice_another_database(*database);
     notice_unjudged(*database);
     notice_oldest(*database);
+    notice_found(*database);
   }
   notice_recovery();
+  notice_setting(purged);
   // The mark counts without a log, too; not that of a gather under way, or of a clock that was
   // ahead.
   const bool is_mark_known = !is_open && mark <= now + kClockSkew;
   const std::int64_t asked_until = std::max(gathers_.asked_until(), is_mark_known ? mark : 0);
   ledger_.set_number(kAskedUntil, std::min(asked_until, now));
   find_holes(purged);
-  if (ledger_.number_of(kUnauditedSince) == 0 && !holes_.to_audit().empty()) {
-    ledger_.set_number(kUnauditedSince, now);
-  }
+  notice_unaudited(purged);
   const std::int64_t oldest = std::min(horizon(purged), now - kLedgerKeeps);
   gathers_.forget(oldest);
   holes_.forget(oldest);
-  missing_.forget(oldest);
+  missing_.forget(oldest, now - kLedgerKeeps);
+  missing_.forget_purged(not_before(purged));
   ledger_.forget_acts(oldest);
   ledger_.add_look(now);
   transaction.commit();
@@ -104,10 +107,11 @@ void Observer::distrust_the_future(std::int64_t purged) {
   const std::vector<TimeRange> covered = holes_.covered().all();
   const std::int64_t latest = covered.empty() ? 0 : covered.back().end;
   if (std::max({latest, ledger_.last_look(), gathers_.asked_until()}) <= now + kClockSkew) return;
-  const std::int64_t trusted = std::max(ledger_.forget_looks_after(now), horizon(purged));
+  const std::int64_t trusted =
+      std::min(std::max(ledger_.forget_looks_after(now), horizon(purged)), now);
   gathers_.forget_after(now + kClockSkew);
   holes_.uncover({trusted, kEver});
-  holes_.audit_again();
+  audit_again();
   make_due();
   ledger_.note(now,
                "The clock was ahead. Backups since " + utc_text(trusted) + " are gathered again");
@@ -135,7 +139,7 @@ void Observer::notice_another_database(Connection& database) {
   if (former != 0 &&
       (former != file || history < ledger_.number_of(kHistoryRow) ||
        rows < ledger_.number_of(kRow) || !has_last(kHistoryKey) || !has_last(kRowKey))) {
-    holes_.audit_again();
+    audit_again();
   }
   ledger_.set_number(kFile, file);
   ledger_.set_number(kHistoryRow, history);
@@ -173,30 +177,48 @@ void Observer::notice_recovery() {
   ledger_.set_number(kFailing, is_failing ? 1 : 0);
 }
 
-// What was given up may have been gathered by hand.
+// The service may have stored what was missing, and people may have gathered what was given up.
 void Observer::notice_found(Connection& database) {
-  for (const std::string& key : missing_.given_up()) {
-    if (has_backup(database, key)) missing_.found(key);
+  for (const auto& [key, end] : missing_.wanted()) {
+    if (has_judged_backup(database, key, end, holes_.first_live())) missing_.found(key);
   }
 }
 
-void Observer::notice_unaudited() {
+// What the last look could not see is compared by the next one.
+void Observer::notice_unaudited(std::int64_t purged) {
   const std::int64_t now = sights_.now();
+  const std::int64_t first = horizon(purged);
   const std::vector<TimeRange> left = holes_.to_audit();
-  if (left.empty() || left.front().begin > now - kClockSkew) {
+  const bool is_late = std::ranges::any_of(left, [&](const TimeRange& range) {
+    return range.end >= first && std::max(range.begin, first) <= now - kLateAudit;
+  });
+  const std::int64_t since = ledger_.number_of(kUnauditedSince);
+  if (!is_late) {
     ledger_.set_number(kUnauditedSince, 0);
-  } else if (const std::int64_t since = ledger_.number_of(kUnauditedSince);
-             since == 0 || since > now) {
+  } else if (since == 0 || since > now) {
     ledger_.set_number(kUnauditedSince, now);
   }
 }
 
-void Observer::end_look() {
+// What was purged, or was about to be, may be wanted again.
+void Observer::notice_setting(std::int64_t purged) {
+  static constexpr char kNotBefore[] = "not_before";
+  const std::int64_t cut_off = not_before(purged);
+  if (cut_off < ledger_.number_of(kNotBefore) - kDay) audit_again();
+  ledger_.set_number(kNotBefore, cut_off);
+}
+
+void Observer::audit_again() {
+  holes_.audit_again();
+  missing_.forget_refused();
+}
+
+void Observer::end_look(std::int64_t purged) {
   Connection database = open_for_reading(sights_.database);
   Transaction transaction(ledger_);
   notice_another_database(database);
   notice_found(database);
-  notice_unaudited();
+  notice_unaudited(purged);
   transaction.commit();
 }
 

@@ -38,7 +38,7 @@ class Observer {
   // Reads what is new. A look of cvanomalyheal begins with it.
   void read(std::int64_t purged);
   // Notes what healing has changed.
-  void end_look();
+  void end_look(std::int64_t purged);
 
   // Nothing waits for its next attempt any more.
   void make_due();
@@ -57,7 +57,9 @@ class Observer {
   void notice_oldest(Connection& database);
   void notice_recovery();
   void notice_found(Connection& database);
-  void notice_unaudited();
+  void notice_unaudited(std::int64_t purged);
+  void notice_setting(std::int64_t purged);
+  void audit_again();
 
   Ledger& ledger_;
   Gathers gathers_;

@@ -30,6 +30,8 @@ bool read_mode(std::string_view name, Options::Mode& mode) {
     mode = Mode::kGather;
   } else if (name == "-gather_again") {
     mode = Mode::kGatherAgain;
+  } else if (name == "-list_jobs") {
+    mode = Mode::kListJobs;
   } else if (name == "-run") {
     mode = Mode::kRun;
   } else {

@@ -11,7 +11,8 @@ struct Options {
   enum class Mode {
     kLook,         // brings the ledger up to date and gathers what is missing
     kGather,       // gathers a range that somebody named
-    kGatherAgain,  // the process that a look starts for a range
+    kGatherAgain,  // the worker that gathers a range
+    kListJobs,     // the worker that lists the jobs of a range
     kRun,          // becomes a companion, as the service would start it
     kHelp,
   };
@@ -21,7 +22,7 @@ struct Options {
   std::string database_file_name = "CV_Anomaly.db";
   std::string config_file;  // empty: beside the database
   bool at_once = false;     // of a look: whatever waits for its next attempt is tried
-  TimeRange range;          // to be gathered
+  TimeRange range;          // to be gathered, or of the jobs
   std::string companion;    // to become
 
   std::string database_path() const;

@@ -16,11 +16,17 @@ constexpr char kRestartedFor[] = "service_restarted_for";
 constexpr char kRestartedAt[] = "service_restarted_at";
 constexpr char kStopping[] = "service_stopping_since";  // 0: no restart is under way
 
+std::string starts_of(const std::string& companion) { return companion + "_starts"; }
+
 }  // namespace
+
+void begin_anew(Ledger& ledger, const std::string& companion) {
+  ledger.set_number(starts_of(companion), 0);
+}
 
 void look_after_companion(Ledger& ledger, const Programs& programs, const std::string& companion) {
   const std::string absent_looks = companion + "_absent_looks";
-  const std::string starts = companion + "_starts";
+  const std::string starts = starts_of(companion);
   const std::string last_start = companion + "_last_start";
   const std::int64_t now = programs.now();
   const std::int64_t since_start = now - ledger.number_of(last_start);

@@ -26,6 +26,9 @@ struct Programs {
 // grow from one start to the next. Whoever stops it or the service at the same moment wins.
 void look_after_companion(Ledger& ledger, const Programs& programs, const std::string& companion);
 
+// The next start waits for no pause.
+void begin_anew(Ledger& ledger, const std::string& companion);
+
 // Restarts a service whose last gather, by the time it stored, lies in the future: it would not
 // gather before that time. Once for each such time, and not again within its interval and five
 // minutes.

@@ -20,8 +20,8 @@ class MissingRows : public test::AnomalyTables {
     DBAccess other(other_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX);
     test::insert(other, "DATA_TO_PROCESS", backup);
   }
-  std::int64_t add(RowsFor rows_for = RowsFor::kDetection, std::int64_t not_before = 0) {
-    return add_missing_rows(database, other_, rows_for, not_before);
+  std::int64_t add(const RowsWanted& wanted = {}) {
+    return add_missing_rows(database, other_, wanted);
   }
   std::vector<test::SqlRow> rows(const std::string& sql) {
     return test::query(database.handle(), sql);
@@ -50,12 +50,12 @@ TEST_F(MissingRows, AreTheSameInEveryColumn) {
 
 TEST_F(MissingRows, JoinTheHistoryWhileTheDetectionIsDisabled) {
   other_has({.client = "a", .mark = 0});
-  EXPECT_EQ(add(RowsFor::kHistory), 1);
+  EXPECT_EQ(add({RowsFor::kHistory}), 1);
   EXPECT_EQ(rows("SELECT CLIENT, USER_IDENTIFIED_CLUSTER FROM HIST_DATA"),
             (std::vector<test::SqlRow>{{"a", "-1"}}));
   EXPECT_EQ(test::count(database.handle(), "DATA_TO_PROCESS"), "0");
   EXPECT_EQ(add(), 0);
-  EXPECT_EQ(add(RowsFor::kHistory), 0);
+  EXPECT_EQ(add({RowsFor::kHistory}), 0);
 }
 
 TEST_F(MissingRows, LeaveWhatIsThere) {
@@ -66,7 +66,7 @@ TEST_F(MissingRows, LeaveWhatIsThere) {
   other_has({.client = "judged", .mark = 0, .files = 77});
   other_has({.client = "accepted", .mark = 0, .files = 77});
   for (const RowsFor rows_for : {RowsFor::kDetection, RowsFor::kHistory}) {
-    EXPECT_EQ(add(rows_for), 0);
+    EXPECT_EQ(add({rows_for}), 0);
     EXPECT_EQ(rows("SELECT NUM_FILES, PROCESSED_STATUS FROM DATA_TO_PROCESS"),
               (std::vector<test::SqlRow>{{"1", "2"}}));
     EXPECT_EQ(rows("SELECT NUM_FILES FROM HIST_DATA"), (std::vector<test::SqlRow>{{"2"}}));
@@ -76,8 +76,27 @@ TEST_F(MissingRows, LeaveWhatIsThere) {
 TEST_F(MissingRows, ThatWouldBePurgedAreNotAdded) {
   other_has({.client = "a", .time = kNow - 1});
   other_has({.client = "b", .time = kNow});
-  EXPECT_EQ(add(RowsFor::kDetection, kNow), 1);
+  EXPECT_EQ(add({.not_before = kNow}), 1);
   EXPECT_EQ(rows("SELECT CLIENT FROM DATA_TO_PROCESS"), (std::vector<test::SqlRow>{{"b"}}));
+}
+
+// A gather of the history that is repeated has brought it, unjudged.
+TEST_F(MissingRows, ThatOnlyTheHistoryHasAreAddedToBeJudged) {
+  const TestBackup backup{.client = "a", .mark = 0};  // takes 60 s
+  insert("HIST_DATA", {.client = "a"});
+  other_has(backup);
+  EXPECT_EQ(add({.judged_since = 0}), 0) << "it was accepted";
+  sql("UPDATE HIST_DATA SET MODE = 0");
+  EXPECT_EQ(add(), 0);
+  const std::int64_t end =
+      database.number("SELECT BACKUP_TIME + TOTAL_TIME FROM HIST_DATA WHERE CLIENT = 'a'");
+  EXPECT_EQ(add({.judged_since = end + 1}), 0) << "it belongs to the baseline";
+  EXPECT_EQ(add({.rows_for = RowsFor::kHistory, .judged_since = kNow + 1'000'000}), 0);
+  EXPECT_EQ(add({.judged_since = end}), 1);
+  EXPECT_EQ(rows("SELECT CLIENT, PROCESSED_STATUS FROM DATA_TO_PROCESS"),
+            (std::vector<test::SqlRow>{{"a", "0"}}));
+  EXPECT_EQ(test::count(database.handle(), "HIST_DATA"), "1");
+  EXPECT_EQ(add({.judged_since = end}), 0);
 }
 
 TEST_F(MissingRows, OfSeveralTransactionsAreAllAdded) {
@@ -99,6 +118,20 @@ TEST_F(MissingRows, ABackupIsInEitherTable) {
   EXPECT_TRUE(has_backup(database, key_of({.client = "a"})));
   EXPECT_TRUE(has_backup(database, key_of({.client = "b"})));
   EXPECT_FALSE(has_backup(database, key_of({.client = "c"})));
+}
+
+TEST_F(MissingRows, ARowOfTheHistoryAloneIsNoJudgedOne) {
+  insert("DATA_TO_PROCESS", {.client = "a"});
+  insert("HIST_DATA", {.client = "b"});
+  EXPECT_TRUE(has_judged_backup(database, key_of({.client = "a"}), 20, 10));
+  EXPECT_TRUE(has_judged_backup(database, key_of({.client = "b"}), 20, 10));
+  EXPECT_FALSE(has_judged_backup(database, key_of({.client = "c"}), 20, 10));
+  sql("UPDATE HIST_DATA SET MODE = 0");
+  sql("UPDATE DATA_TO_PROCESS SET MODE = 0");
+  EXPECT_TRUE(has_judged_backup(database, key_of({.client = "a"}), 20, 10));
+  EXPECT_FALSE(has_judged_backup(database, key_of({.client = "b"}), 20, 10));
+  EXPECT_FALSE(has_judged_backup(database, key_of({.client = "b"}), 10, 10));
+  EXPECT_TRUE(has_judged_backup(database, key_of({.client = "b"}), 9, 10));
 }
 
 TEST_F(MissingRows, TheLongestBackupIsOfEitherTable) {

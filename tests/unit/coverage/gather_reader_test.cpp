@@ -130,6 +130,16 @@ TEST_F(GatherReaderTest, KnowsTheLastPurge) {
   EXPECT_EQ(reader_.state().purged_before, 0);
 }
 
+TEST_F(GatherReaderTest, KnowsTheIntervalInUse) {
+  EXPECT_EQ(reader_.state().interval, 0);
+  service(1, "m_data_fetch_interval_in_mins:[20]");
+  EXPECT_EQ(reader_.state().interval, 20);
+  service(2, "Using gather frequency as 30 mins");
+  EXPECT_EQ(reader_.state().interval, 30);
+  service(3, "m_data_fetch_interval_in_mins:[x]");
+  EXPECT_EQ(reader_.state().interval, 0);
+}
+
 TEST_F(GatherReaderTest, AGatherWithoutARangeIsSkipped) {
   service(5, "Total time taken for live gather 0.");
   EXPECT_EQ(gathers_, (std::vector<Gather>{{true, 0, 0, kHour + 5, kHour + 5, Outcome::kSkipped}}));
@@ -190,6 +200,8 @@ TEST_F(GatherReaderTest, AHistoryIsGatheredInSlices) {
 TEST_F(GatherReaderTest, AStopEndsAHistoryBetweenTwoSlices) {
   begin_history();
   slice(1, "1000 & 4600 ");
+  history(2, "something else");
+  EXPECT_EQ(gathers_.size(), 0U);
   history(2, "Service has been requested to stop");
   ASSERT_EQ(gathers_.size(), 1U);
   EXPECT_EQ(gathers_[0].outcome, Outcome::kComplete);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/scratch_dir.h"
+#include "tests/support/sql.h"
 
 namespace corvane::coverage {
 namespace {
@@ -28,8 +29,8 @@ TEST_F(GathersTest, TheLogIsReadOnFromWhereItWasRead) {
   EXPECT_EQ(gathers_.log_position().first_line, "");
   EXPECT_EQ(gathers_.log_position().offset, 0);
   EXPECT_EQ(gathers_.reader_state(), ReaderState{});
-  const ReaderState state{
-      42, true, true, true, true, true, 77, 78, {false, 1, 2, 3, 4, Outcome::kFailed, "why"}};
+  const ReaderState state{42,   true, true, true, true,
+                          true, 77,   78,   79,   {false, 1, 2, 3, 4, Outcome::kFailed, "why"}};
   gathers_.set_log_position({"first", 99}, state);
   Ledger next(directory_("ledger.db"));
   EXPECT_EQ(Gathers(next).log_position().first_line, "first");
@@ -37,6 +38,7 @@ TEST_F(GathersTest, TheLogIsReadOnFromWhereItWasRead) {
   EXPECT_EQ(Gathers(next).reader_state(), state);
   EXPECT_EQ(next.number_of(kPurgedBefore), 77);
   EXPECT_EQ(next.number_of(kPurgedAt), 78);
+  EXPECT_EQ(next.number_of(kInterval), 79);
 }
 
 TEST_F(GathersTest, CountsLiveGathersByTheirEnd) {
@@ -98,6 +100,24 @@ TEST_F(GathersTest, OfNoneNothingIsKnown) {
   EXPECT_EQ(gathers_.health(), GatherHealth{});
   EXPECT_EQ(gathers_.last_end(), 0);
   EXPECT_EQ(gathers_.asked_until(), 0);
+}
+
+// Others read the table.
+TEST_F(GathersTest, StoresEachOfThemWithItsOutcome) {
+  const auto made = [](bool is_live, Outcome outcome) {
+    return Gather{is_live, 1, 2, 3, 4, outcome, "why"};
+  };
+  gathers_.add(made(true, Outcome::kComplete));
+  gathers_.add(made(false, Outcome::kFailed));
+  gathers_.add(made(true, Outcome::kCut));
+  gathers_.add(made(true, Outcome::kSkipped));
+  EXPECT_EQ(test::query(ledger_.handle(),
+                        "SELECT is_live, start, until, began, ended, outcome, reason FROM gather "
+                        "ORDER BY id"),
+            (std::vector<test::SqlRow>{{"1", "1", "2", "3", "4", "0", "why"},
+                                       {"0", "1", "2", "3", "4", "1", "why"},
+                                       {"1", "1", "2", "3", "4", "2", "why"},
+                                       {"1", "1", "2", "3", "4", "3", "why"}}));
 }
 
 TEST_F(GathersTest, ForgetsOldOnes) {

@@ -64,13 +64,19 @@ class HealerWorld : public PlatformFake {
   }
 
   void log(const std::string& text, int level = 2, int process = 7) {
+    log_as("cvanomalymgmt", text, level, process);
+  }
+  void log_history(const std::string& text) {
+    log_as("ManagementService::do_historical_gather", text, 2, 7);
+  }
+  void log_as(const std::string& tag, const std::string& text, int level, int process) {
     const std::time_t seconds = now_;
     std::tm utc{};
     gmtime_r(&seconds, &utc);
     char time[32];
     std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%S", &utc);
     std::ofstream(log_, std::ios::app)
-        << time << ".000Z " << process << "d " << level << " cvanomalymgmt: " << text << "\n";
+        << time << ".000Z " << process << "d " << level << " " << tag << ": " << text << "\n";
   }
 
   // What a gather of a range gets. One that is under way at the moment is queued by its caller.
@@ -163,6 +169,10 @@ class HealerWorld : public PlatformFake {
     Healer healer(ledger_, surroundings());
     healer.read_log(rules());
     healer.heal(rules());
+  }
+  // What `cvanomalyctl gather` does; asks for one portion only if it `is_enough`.
+  Healer::ByHand gather_by_hand(TimeRange range, bool is_enough = false) {
+    return Healer(ledger_, surroundings()).gather(range, rules(), [&] { return is_enough; });
   }
   std::int64_t stored() const {
     return std::stoll(

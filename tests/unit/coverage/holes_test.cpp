@@ -37,6 +37,33 @@ TEST_F(HolesTest, WhatWasGatheredIsCovered) {
   EXPECT_EQ(holes_.covered().all(), (Ranges{{10, 24}, {40, 44}}));
 }
 
+TEST_F(HolesTest, TheHistoryCoversWhatWasBeforeTheFirstLiveGather) {
+  const auto history = [](std::int64_t start, std::int64_t end) {
+    return Gather{.is_live = false, .start = start, .end = end};
+  };
+  EXPECT_EQ(holes_.first_live(), kEver);
+  holes_.add(history(10, 29));
+  EXPECT_EQ(holes_.covered().all(), (Ranges{{10, 29}}));
+  Gather cut = history(20, 29);
+  cut.outcome = Outcome::kCut;
+  holes_.add(cut);
+  EXPECT_EQ(holes_.covered().all(), (Ranges{{10, 19}}));
+  holes_.add(history(10, 29));
+  holes_.add(gather(30, 39, Outcome::kFailed));
+  EXPECT_EQ(holes_.first_live(), kEver);
+  holes_.add(gather(40, 49));
+  holes_.add(gather(50, 59));
+  EXPECT_EQ(holes_.first_live(), 40);
+  for (std::int64_t start = 0; start < 80; start += 20) holes_.add(history(start, start + 19));
+  EXPECT_EQ(holes_.covered().all(), (Ranges{{0, 59}}));
+  Gather failed = history(10, 49);
+  failed.outcome = Outcome::kFailed;
+  holes_.add(failed);
+  EXPECT_EQ(holes_.covered().all(), (Ranges{{0, 59}})) << "its backups are there";
+  holes_.add(gather(20, 25));
+  EXPECT_EQ(holes_.first_live(), 20);
+}
+
 TEST_F(HolesTest, FindsTheHolesOfARange) {
   holes_.add(gather(10, 19));
   holes_.add(gather(30, 39));
@@ -140,6 +167,7 @@ TEST_F(HolesTest, PartsOfASpanAreUncovered) {
   holes_.uncover({39, 39});
   holes_.uncover({50, 49});
   EXPECT_EQ(holes_.covered().all(), (Ranges{{11, 19}, {30, 38}}));
+  EXPECT_EQ(ledger_.number("SELECT count(*) FROM span"), 4);
   holes_.uncover({19, kEver});
   EXPECT_EQ(holes_.covered().all(), (Ranges{{11, 18}}));
 }
@@ -154,11 +182,38 @@ TEST_F(HolesTest, BetweenTwoFormerHolesThereMayBeOne) {
   EXPECT_EQ(holes_.find({10, 39}, 300), (std::vector<Hole>{{{36, 39}, 100}}));
 }
 
+// What is missing of it is known one by one.
+TEST_F(HolesTest, WhatIsLostIsComparedToo) {
+  holes_.lose({10, 29}, "x", 5);
+  holes_.cover({30, 39});
+  EXPECT_EQ(holes_.to_audit(), (Ranges{{10, 39}}));
+  holes_.audit({20, 39});
+  EXPECT_EQ(holes_.lost(), (Ranges{{10, 19}}));
+  EXPECT_EQ(holes_.to_audit(), (Ranges{{10, 19}}));
+  EXPECT_EQ(holes_.find({10, 39}, 300), std::vector<Hole>{});
+  holes_.audit({10, 15});
+  EXPECT_EQ(holes_.lost(), (Ranges{{16, 19}}));
+}
+
+TEST_F(HolesTest, AnAttemptThatDoesNotCountIsWaitedFor) {
+  holes_.find({10, 59}, 100);
+  holes_.wait(holes_.all()[0], 500, "locked");
+  EXPECT_EQ(holes_.all(), (std::vector<Hole>{{{10, 59}, 100, 0, 500, "locked"}}));
+}
+
+TEST_F(HolesTest, WhatIsCoveredIsNotLost) {
+  holes_.lose({10, 29}, "x", 5);
+  holes_.add(gather(15, 40));
+  EXPECT_EQ(holes_.lost(), (Ranges{{10, 14}}));
+  holes_.heal({10, 14});
+  EXPECT_EQ(holes_.lost(), Ranges{});
+}
+
 TEST_F(HolesTest, AreMadeDue) {
   holes_.find({10, 59}, 100);
   holes_.postpone(holes_.all()[0], 500, "refused");
   holes_.make_due(200);
-  EXPECT_EQ(holes_.all(), (std::vector<Hole>{{{10, 59}, 100, 1, 0, "refused"}}));
+  EXPECT_EQ(holes_.all(), (std::vector<Hole>{{{10, 59}, 100, 0, 0, "refused"}}));
   holes_.make_due(99);  // the clock was ahead
   EXPECT_EQ(holes_.all()[0].found, 99);
 }
@@ -180,13 +235,21 @@ TEST_F(HolesTest, WhatLacksMuchIsGatheredAsAWholeOnce) {
   EXPECT_EQ(holes_.to_audit(), (Ranges{{10, 39}}));
 }
 
+TEST_F(HolesTest, ARangeThatIsLostAgainIsLostOnce) {
+  holes_.lose({10, 29}, "x", 5);
+  holes_.lose({10, 39}, "y", 6);
+  EXPECT_EQ(holes_.lost(), (Ranges{{10, 39}}));
+}
+
 TEST_F(HolesTest, OldOnesAreForgotten) {
-  holes_.lose({1, 9}, "x", 5);
-  holes_.lose({30, 39}, "x", 5);
   holes_.cover({10, 39});
   holes_.audit({10, 39});
+  holes_.lose({1, 9}, "x", 5);
+  holes_.lose({11, 29}, "x", 5);
+  holes_.lose({30, 30}, "x", 5);
+  holes_.lose({31, 39}, "x", 5);
   holes_.forget(30);
-  EXPECT_EQ(holes_.lost(), (Ranges{{30, 39}}));
+  EXPECT_EQ(holes_.lost(), (Ranges{{30, 30}, {31, 39}}));
   EXPECT_EQ(holes_.covered().all(), (Ranges{{30, 39}}));
   EXPECT_EQ(holes_.to_audit(), Ranges{});
 }

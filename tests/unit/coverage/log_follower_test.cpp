@@ -85,6 +85,7 @@ TEST_F(LogFollowerTest, BeginsWithTheOldestFile) {
   append("log.1", "2 b\n");
   append("log", "3 c\n");
   append("logger", "9 another program's\n");
+  append("log-", "9 without a name of its own\n");
   append("log.empty", "");
   EXPECT_EQ(read(), (Lines{"0 z", "1 a", "2 b", "2 c", "2 d", "3 c"}));
   EXPECT_TRUE(is_complete_);

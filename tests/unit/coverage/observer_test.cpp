@@ -127,6 +127,36 @@ TEST_F(ObserverTest, AnotherDatabaseIsFilledAgain) {
   EXPECT_EQ(stored(), 1);
 }
 
+// Each sign counts by itself.
+TEST_F(ObserverTest, ADatabaseIsKnownByItsFileAndItsLastRows) {
+  now_ += 15 * kMinute;
+  gather();
+  store(database_, {{1, kStart + 10, kStart + 20}, {2, kStart + 11, kStart + 20}});
+  service_->execute("INSERT INTO HIST_DATA SELECT * FROM DATA_TO_PROCESS");
+  look();
+  // Whether backups are compared with the server's again after this.
+  const auto audits_after = [&](const char* sql) {
+    service_->execute(sql);
+    listed_.clear();
+    look();
+    return !listed_.empty();
+  };
+  EXPECT_FALSE(audits_after("SELECT 1"));
+  EXPECT_TRUE(audits_after("DELETE FROM HIST_DATA WHERE JOB_ID = 2"));
+  EXPECT_FALSE(audits_after("SELECT 1"));
+  EXPECT_FALSE(
+      audits_after("INSERT INTO HIST_DATA SELECT * FROM DATA_TO_PROCESS WHERE JOB_ID = 2"));
+  EXPECT_TRUE(audits_after("DELETE FROM DATA_TO_PROCESS WHERE JOB_ID = 2"));
+  EXPECT_TRUE(audits_after("UPDATE HIST_DATA SET UNIQUE_KEY = 'a' WHERE JOB_ID = 2"));
+  EXPECT_FALSE(audits_after("DELETE FROM HIST_DATA WHERE JOB_ID = 1"));
+  EXPECT_TRUE(audits_after("UPDATE DATA_TO_PROCESS SET UNIQUE_KEY = 'b'"));
+  service_.reset();
+  std::filesystem::copy_file(database_, directory_("copy"));
+  std::filesystem::rename(directory_("copy"), database_);
+  service_.emplace(database_, Connection::Access::kWrite);
+  EXPECT_TRUE(audits_after("SELECT 1"));
+}
+
 // Of the gather in between nothing is known.
 TEST_F(ObserverTest, ALogThatIsGoneIsAHole) {
   now_ += 15 * kMinute;
@@ -235,6 +265,31 @@ TEST_F(ObserverTest, APurgeOfTheFutureSaysNothing) {
   look();
   look();
   EXPECT_EQ(stored(), 1);
+}
+
+// Clocks differ by a minute.
+TEST_F(ObserverTest, APurgeIsKnownUpToAMinuteAhead) {
+  Observer observer(ledger_, surroundings().sights);
+  ledger_.set_number(kPurgedBefore, kStart + 5);
+  ledger_.set_number(kPurgedAt, now_ + 60);
+  EXPECT_EQ(observer.not_before(kStart), kStart + 5);
+  EXPECT_EQ(observer.not_before(kStart + 6), kStart + 6);
+  ledger_.set_number(kPurgedAt, now_ + 61);
+  EXPECT_EQ(observer.not_before(kStart), kStart);
+}
+
+TEST_F(ObserverTest, EverythingMayBeMadeDue) {
+  now_ += 15 * kMinute;
+  gather(How::kNothing);
+  problem_ = "away";
+  look();
+  missing_.add({.unique_key = "a", .job = {1, 2}, .found = kStart, .next_try = now_ + 1});
+  ledger_.set_number(kAuditNextTry, now_ + 1);
+  ASSERT_GT(holes_in_ledger_.all().at(0).next_try, 0);
+  Observer(ledger_, surroundings().sights).make_due();
+  EXPECT_EQ(holes_in_ledger_.all().at(0).next_try, 0);
+  EXPECT_EQ(missing_.all().at(0).next_try, 0);
+  EXPECT_EQ(ledger_.number_of(kAuditNextTry), 0);
 }
 
 // They were there once, although a first start gathers only three months.

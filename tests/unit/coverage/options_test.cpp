@@ -39,7 +39,9 @@ TEST(HealOptions, NameARange) {
   EXPECT_EQ(options.range, (TimeRange{0, 2147483647}));
   EXPECT_EQ(parse({"-database_location", "/d", "-gather_again", "7", "7"}, options), "");
   EXPECT_EQ(options.mode, Mode::kGatherAgain);
-  EXPECT_EQ(options.range, (TimeRange{7, 7}));
+  EXPECT_EQ(parse({"-list_jobs", "7", "8"}, options), "");
+  EXPECT_EQ(options.mode, Mode::kListJobs);
+  EXPECT_EQ(options.range, (TimeRange{7, 8}));
 }
 
 TEST(HealOptions, AskForEverythingAtOnce) {

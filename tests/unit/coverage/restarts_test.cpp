@@ -128,6 +128,14 @@ TEST_F(Restarts, ThePausesBeginAnewAfterAnHour) {
   EXPECT_EQ(started_.size(), 2U);
 }
 
+TEST_F(Restarts, SomebodyMayHaveItTriedAtOnce) {
+  for (int i = 0; i < 4; ++i) look();
+  EXPECT_EQ(started_.size(), 1U);
+  begin_anew(ledger_, "detect");
+  look();
+  EXPECT_EQ(started_.size(), 2U);
+}
+
 TEST_F(Restarts, AServiceThatWaitsForTheFutureIsRestartedOnce) {
   look_at_service(kStart + 60);
   EXPECT_EQ(restarts_, 0);
