@@ -20,7 +20,6 @@ namespace corvane::health {
 
 namespace {
 
-constexpr int kMostInterval = 1000000;  // minutes; so that sums of intervals do not overflow
 constexpr std::string_view kBlank = " \t\r\n\v\f";
 
 // A value that is neither 0 nor 1 disables nothing: the service does not start with it, and people

@@ -12,6 +12,8 @@
 
 namespace corvane::health {
 
+inline constexpr int kMostInterval = 1000000;  // minutes; so that sums of them do not overflow
+
 // Without a file, and with one that is malformed, the defaults.
 struct Configured {
   bool service = true;

@@ -107,8 +107,7 @@ Trouble trouble_of(const std::string& path, const std::exception& error) {
   switch (refused == nullptr ? SQLITE_OK : refused->code()) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-      return {ExitStatus::kLocked,
-              path + " has been locked by another program for 5 seconds. Try again later."};
+      return {ExitStatus::kLocked, path + " is locked by another program. Try again later."};
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
       return {ExitStatus::kDamaged, path + " is damaged or is not a database."};

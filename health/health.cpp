@@ -1,6 +1,9 @@
 #include "health/health.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <utility>
 
@@ -55,66 +58,60 @@ std::vector<Unprocessed> unprocessed_of(Connection& database) {
   return all;
 }
 
-AlertHealth look_at_alerts(const std::string& path, Daemon& daemon,
-                           std::vector<Unprocessed>& unprocessed) {
-  AlertHealth health;
-  health.is_known = Directory::CanAccess(path);
-  try {
-    with_alert_database(path, [&](alert::StateDatabase& state) {
-      alert::Outbox outbox(state);
-      health.channels = outbox.status();
-      for (Unprocessed& one : unprocessed) {
-        one.alerts = outbox.state_of(one.row.id, one.severity);
-      }
-      daemon.last_pass = state.number_of(alert::kLastPass);
-    });
-  } catch (const Trouble& trouble) {
-    health.trouble = trouble.what();
-  }
-  return health;
+void look_at_alerts(const std::string& path, std::vector<Unprocessed>& unprocessed,
+                    Health& health) {
+  with_alert_database(path, [&](alert::StateDatabase& state) {
+    alert::Outbox outbox(state);
+    std::vector<alert::ChannelStatus> channels = outbox.status();
+    for (Unprocessed& one : unprocessed) {
+      one.alerts = outbox.state_of(one.row.id, one.severity);
+    }
+    health.daemons[2].last_pass = state.number_of(alert::kLastPass);
+    health.alerts.channels = std::move(channels);
+  });
 }
 
-// A database that cannot be read has no pass: the detection cannot write it either.
-void look_at_detection(const std::string& path, Daemon& daemon) {
-  try {
-    with_verdicts(path, [&](detect::VerdictDatabase& verdicts) {
-      const detect::LastPass pass = verdicts.last_pass();
-      daemon.last_pass = pass.ended;
-      daemon.pass_seconds = pass.seconds;
-    });
-  } catch (const Trouble&) {
-    daemon.last_pass = 0;
-  }
+void look_at_detection(const std::string& path, Health& health) {
+  with_verdicts(path, [&](detect::VerdictDatabase& verdicts) {
+    const detect::LastPass pass = verdicts.last_pass();
+    health.daemons[1].last_pass = pass.ended;
+    health.daemons[1].pass_seconds = pass.seconds;
+  });
 }
 
-LedgerHealth look_at_ledger(const std::string& path, std::int64_t since,
-                            coverage::GatherCounts& counts) {
-  LedgerHealth health;
-  try {
-    with_ledger(path, [&](coverage::Ledger& ledger) {
-      health.last_look = ledger.last_look();
-      coverage::Gathers gathers(ledger);
-      coverage::Holes holes(ledger);
-      coverage::MissingBackups missing(ledger);
-      health.gathers = gathers.health();
-      health.last_end = gathers.last_end();
-      health.holes = holes.all();
-      health.lost = holes.lost();
-      health.missing = missing.all();
-      health.given_up = std::ssize(missing.given_up());
-      health.acts = ledger.acts(kMostActs);
-      health.unjudged_since = ledger.number_of(coverage::kUnjudgedSince);
-      health.unaudited_since = ledger.number_of(coverage::kUnauditedSince);
-      health.audit_reason = ledger.text_of(coverage::kAuditReason);
-      health.purged_before = ledger.number_of(coverage::kPurgedBefore);
-      health.purged_at = ledger.number_of(coverage::kPurgedAt);
-      counts = gathers.counts(since);
-    });
-  } catch (const Trouble& trouble) {
-    health = {};
-    health.trouble = trouble.what();
-  }
-  return health;
+void look_at_ledger(const std::string& path, Health& to) {
+  with_ledger(path, [&](coverage::Ledger& ledger) {
+    coverage::Gathers gathers(ledger);
+    coverage::Holes holes(ledger);
+    coverage::MissingBackups missing(ledger);
+    LedgerHealth health;
+    health.last_look = ledger.last_look();
+    health.gathers = gathers.health();
+    health.last_end = gathers.last_end();
+    health.holes = holes.all();
+    health.lost = holes.lost();
+    health.missing = missing.all();
+    health.given_up = missing.count_given_up();
+    health.acts = ledger.acts(kMostActs);
+    health.unjudged_since = ledger.number_of(coverage::kUnjudgedSince);
+    health.unaudited_since = ledger.number_of(coverage::kUnauditedSince);
+    health.audit_reason = ledger.text_of(coverage::kAuditReason);
+    health.healed_at = ledger.number_of(coverage::kHealedAt);
+    health.audited_at = ledger.number_of(coverage::kAuditedAt);
+    health.purged_before = ledger.number_of(coverage::kPurgedBefore);
+    health.purged_at = ledger.number_of(coverage::kPurgedAt);
+    health.interval_minutes =
+        std::clamp<std::int64_t>(ledger.number_of(coverage::kInterval), 0, kMostInterval);
+    to.gather.log = gathers.counts(to.now - kDay);
+    to.ledger = std::move(health);
+  });
+}
+
+// The owner could read the file: nothing is wrong with it, but this caller cannot be told more.
+bool is_denied_to_caller(const Trouble& trouble, const std::string& path) {
+  if (trouble.status() != ExitStatus::kUnreadable) return false;
+  const std::optional<uid_t> owner = owner_of(path);
+  return owner && *owner != geteuid() && may_read(*owner, path);
 }
 
 // Of two times that which counts; 0: there is none yet.
@@ -172,11 +169,14 @@ std::int64_t earliest(const std::vector<alert::ChannelStatus>& channels, Channel
 std::int64_t next_gather(const Health& health) {
   const Daemon& service = health.service();
   if (service.process == 0) return 0;
-  const GatherHealth& gather = health.gather;
+  const GatherTimes& gather = health.gather;
   const std::int64_t took = std::max<std::int64_t>(gather.log.last_seconds, 0);
-  const std::int64_t ended = gather.last > 0 ? gather.last + took : 0;
+  // Of a history the time that is stored is that of its begin; its last slice ends later.
+  const std::int64_t slice =
+      health.ledger.last_end <= health.now + coverage::kClockSkew ? health.ledger.last_end : 0;
+  const std::int64_t ended = gather.last > 0 ? std::max(gather.last + took, slice) : 0;
   const std::int64_t begin = std::max(ended, service.since);
-  return begin + kMinute * health.configured.interval_minutes;
+  return begin + health.interval();
 }
 
 }  // namespace
@@ -193,15 +193,20 @@ std::int64_t AlertHealth::oldest() const {
 
 std::int64_t AlertHealth::due() const { return earliest(channels, &alert::ChannelStatus::due); }
 
+std::int64_t Health::interval() const {
+  return kMinute * (ledger.interval_minutes > 0 ? ledger.interval_minutes
+                                                : std::int64_t{configured.interval_minutes});
+}
+
 std::int64_t LedgerHealth::holes_seconds() const {
   std::int64_t seconds = 0;
   for (const coverage::Hole& hole : holes) seconds += hole.range.end - hole.range.begin + 1;
   return seconds;
 }
 
-bool is_running(const char* program) { return look_for(program, true, {}).process != 0; }
-
 namespace {
+
+bool is_running(const char* program) { return look_for(program, true, {}).process != 0; }
 
 Health look_at_programs(const Places& places, Configured configured) {
   Health health;
@@ -219,11 +224,29 @@ Health look_at_programs(const Places& places, Configured configured) {
   return health;
 }
 
-void look_at_own_databases(const Places& places, std::vector<Unprocessed>& unprocessed,
-                           Health& health) {
-  look_at_detection(places.detection_database, health.daemons[1]);
-  health.alerts = look_at_alerts(places.alert_database, health.daemons[2], unprocessed);
-  health.ledger = look_at_ledger(places.ledger, health.now - kDay, health.gather.log);
+// Returns the first trouble that is the caller's alone.
+std::optional<Trouble> look_at_own_databases(const Places& places,
+                                             std::vector<Unprocessed>& unprocessed,
+                                             Health& health) {
+  std::optional<Trouble> denied;
+  const auto trouble_in = [&](const std::string& path, const auto& look) -> std::string {
+    try {
+      look(path);
+      return {};
+    } catch (const Trouble& trouble) {
+      if (!denied && is_denied_to_caller(trouble, path)) denied = trouble;
+      return trouble.what();
+    }
+  };
+  health.detection_trouble = trouble_in(
+      places.detection_database, [&](const std::string& path) { look_at_detection(path, health); });
+  health.alerts.is_known = Directory::CanAccess(places.alert_database);
+  health.alerts.trouble = trouble_in(places.alert_database, [&](const std::string& path) {
+    look_at_alerts(path, unprocessed, health);
+  });
+  health.ledger.trouble =
+      trouble_in(places.ledger, [&](const std::string& path) { look_at_ledger(path, health); });
+  return denied;
 }
 
 // Of a file that this caller may not read, too.
@@ -238,6 +261,20 @@ Configured configuration_of(const Places& places) {
 }
 
 }  // namespace
+
+bool is_database_missed(const Places& places) {
+  const std::array own{places.detection_database, places.alert_database, places.ledger};
+  if (std::ranges::any_of(own, [](const auto& path) { return Directory::CanAccess(path); })) {
+    return true;
+  }
+  if (is_running(kManagementProgram)) return true;
+  try {
+    const Configured configured = read_configuration(places.config);
+    return configured.has_file && configured.service;
+  } catch (const Trouble&) {
+    return false;  // the caller may not read it
+  }
+}
 
 Health look_without_database(const Places& places) {
   Health health = look_at_programs(places, configuration_of(places));
@@ -255,7 +292,9 @@ Health look(const Places& places, Database& database) {
   Health health =
       look_at_programs(places, read_configuration(places.config, owner_of(places.database)));
   std::vector<Unprocessed> unprocessed = unprocessed_of(database.connection());
-  look_at_own_databases(places, unprocessed, health);
+  if (const std::optional<Trouble> denied = look_at_own_databases(places, unprocessed, health)) {
+    throw Trouble(*denied);
+  }
   for (const Unprocessed& one : unprocessed) add_unprocessed(one, health.now, health.backlog);
   health.backlog.unjudged = count_waiting(database.connection());
   if (const pid_t service = health.service().process; service != 0) {

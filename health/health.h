@@ -33,7 +33,7 @@ struct Daemon {
   bool is_stopped = false;  // by a signal or a debugger
 };
 
-struct GatherHealth {
+struct GatherTimes {
   std::int64_t last = 0;  // when the last gather began; 0: the history is not gathered yet
   std::int64_t next = 0;  // expected; 0: none, the service is not running
   std::int64_t queued = 0;
@@ -66,11 +66,16 @@ struct LedgerHealth {
   // Before which time the service said last that it deletes records, and when. 0: unknown.
   std::int64_t purged_before = 0;
   std::int64_t purged_at = 0;
+  // Minutes that the service waits between two gathers, as it said last; 0: unknown.
+  std::int64_t interval_minutes = 0;
   std::int64_t given_up = 0;  // missing backups that are not looked for any more
   // Since when backups have not been compared with those of the master server, and why. 0: they
   // have.
   std::int64_t unaudited_since = 0;
   std::string audit_reason;
+  // When a part of the holes was healed last, and a part of the backups compared. 0: never.
+  std::int64_t healed_at = 0;
+  std::int64_t audited_at = 0;
 
   std::int64_t holes_seconds() const;
 };
@@ -93,7 +98,8 @@ struct Health {
   Configured configured;
   bool had_companions = false;  // one of them has a database, so that a configuration was there
   std::vector<Daemon> daemons;  // the service first
-  GatherHealth gather;
+  GatherTimes gather;
+  std::string detection_trouble;  // why the detection's database cannot be read; empty: it can
   AlertHealth alerts;
   LedgerHealth ledger;
   Backlog backlog;
@@ -103,12 +109,20 @@ struct Health {
   std::vector<std::string> open_to_others;         // files of the database that others may open
 
   const Daemon& service() const { return daemons.front(); }
+  // The service is disabled and has ended: nothing is healed or sent, and nobody expects it.
+  bool is_off() const { return !configured.service && service().process == 0; }
+  // Seconds that the service waits between two gathers, going by the configuration when it has not
+  // said so.
+  std::int64_t interval() const;
 };
 
-bool is_running(const char* program);
-
+// Throws Trouble, also when a program's own database can be read by its owner, but not by the
+// caller.
 Health look(const Places& places, Database& database);
-// Without the anomaly database. A configuration that the caller may not read is a trouble of it.
+// Without the anomaly database. What the caller may not read is a trouble of that file.
 Health look_without_database(const Places& places);
+// Of an anomaly database that is not there: whether one should be. Another program's database is
+// beside it, or the service is running, or a configuration that is there enables it.
+bool is_database_missed(const Places& places);
 
 }  // namespace corvane::health

@@ -6,6 +6,7 @@
 
 #include "config/service_values.h"
 #include "finding/words.h"
+#include "health/gaps.h"
 #include "platform/program_names.h"
 
 namespace corvane::health {
@@ -15,6 +16,7 @@ namespace {
 constexpr int kWarningIntervals = 3;
 constexpr int kCriticalIntervals = 12;
 constexpr std::int64_t kStale = 15 * kMinute;  // three looks of cvanomalyheal
+constexpr std::int64_t kFirstLook = 10 * kMinute;
 constexpr std::int64_t kHangs = 15 * kMinute;
 constexpr std::int64_t kPasses = 3;
 constexpr std::int64_t kLongGather = 10 * kMinute;
@@ -29,7 +31,7 @@ constexpr std::int64_t kNotified = 15 * kMinute;
 class Found {
  public:
   // The worst first; problems of one level in the order in which they are found.
-  void add(Level level, const char* name, const std::string& words) {
+  void add(Level level, const std::string& name, const std::string& words) {
     const auto place =
         std::ranges::find_if(problems_, [&](const Problem& other) { return other.level < level; });
     problems_.insert(place, {level, name, words});
@@ -39,9 +41,9 @@ class Found {
 
   // A value that reaches a limit is a problem.
   void add_if_high(std::int64_t value, const Limits& limits, const char* name,
-                   const std::string& words) {
+                   const std::string& words, Level worst = Level::kCritical) {
     if (value >= limits.critical) {
-      critical(name, words);
+      add(worst, name, words);
     } else if (value >= limits.warning) {
       warning(name, words);
     }
@@ -53,29 +55,13 @@ class Found {
   std::vector<Problem> problems_;
 };
 
-// Problems are separated by semicolons.
-std::string without_full_stop(std::string sentence) {
-  if (sentence.ends_with('.')) sentence.pop_back();
-  return sentence;
+// Of what a service that is off does not work on.
+Level worst_of(const Health& health) {
+  return health.is_off() ? Level::kWarning : Level::kCritical;
 }
 
 bool runs_for(const Health& health, const Daemon& daemon, std::int64_t seconds) {
   return daemon.process != 0 && health.now - daemon.since >= seconds;
-}
-
-bool is_future(const Health& health, std::int64_t time) {
-  return time > health.now + coverage::kClockSkew;
-}
-
-// Nobody knows how long ago it was that a wrong clock showed a time that is yet to come.
-bool is_old(const Health& health, std::int64_t time, std::int64_t age) {
-  return is_future(health, time) || health.now - time >= age;
-}
-
-// "for 20 min"
-std::string since_text(const Health& health, std::int64_t time) {
-  if (is_future(health, time)) return "since " + utc_text(time) + ", in the future";
-  return "for " + span_text(health.now - time);
 }
 
 // The service reads the setting when it starts, and says at each gather what it deletes.
@@ -103,9 +89,9 @@ void judge_configuration(const Health& health, Found& found) {
                    "the configuration file is missing: every setting has its default");
   }
   if (configured.purge_months <= 0) {
-    found.critical("purge_setting",
-                   std::string(setting::kPurgeInterval.key) + " is " + configured.purge +
-                       ": each purge with this value deletes all records except false positives");
+    found.add(worst_of(health), "purge_setting",
+              std::string(setting::kPurgeInterval.key) + " is " + configured.purge +
+                  ": each purge with this value deletes all records except false positives");
   }
   judge_purge(health, found);
   if (!configured.heals) found.warning("healing_off", "healing is disabled in the configuration");
@@ -118,14 +104,16 @@ void judge_configuration(const Health& health, Found& found) {
   }
 }
 
-// A gather that is due has not begun, as a look that was late enough has seen. Nothing is known
-// while the service may wait by a former interval.
+// A gather that is due has not begun, as a look that was late enough has seen. Of a service that
+// has not said how long it waits nothing is known while it may do so by a former interval.
 bool is_gather_overdue(const Health& health) {
-  const GatherHealth& gather = health.gather;
+  const GatherTimes& gather = health.gather;
   const LedgerHealth& ledger = health.ledger;
-  const std::int64_t interval = kMinute * health.configured.interval_minutes;
+  const std::int64_t interval = health.interval();
   if (gather.last == 0 || gather.next == 0 || ledger.gathers.open_since != 0) return false;
-  if (health.configured.changed >= gather.next - interval) return false;
+  if (ledger.interval_minutes == 0 && health.configured.changed >= gather.next - interval) {
+    return false;
+  }
   // The gather counts, too, when its time could not be stored.
   const std::int64_t ended = is_future(health, gather.log.last_end) ? 0 : gather.log.last_end;
   return !is_future(health, ledger.last_look) &&
@@ -180,8 +168,7 @@ void judge_database(const Health& health, Found& found) {
 }
 
 void judge_look(const Health& health, Found& found) {
-  // The healer's timer stops with the service.
-  if (!health.configured.service && health.service().process == 0) return;
+  if (health.is_off()) return;  // the healer's timer stops with the service
   const LedgerHealth& ledger = health.ledger;
   if (!ledger.trouble.empty()) {
     found.critical("ledger_unreadable", without_full_stop(ledger.trouble));
@@ -192,8 +179,11 @@ void judge_look(const Health& health, Found& found) {
     found.critical("ledger_stale", "the last look of cvanomalyheal is dated " +
                                        utc_text(ledger.last_look) + ", in the future");
   } else if (health.now - ledger.last_look >= kStale) {
-    found.critical("ledger_stale",
-                   "the last look of cvanomalyheal was at " + utc_text(ledger.last_look));
+    // While the service was not running nobody looked, and the first look takes its time.
+    const bool is_starting =
+        health.service().process != 0 && !runs_for(health, health.service(), kFirstLook);
+    found.add(is_starting ? Level::kWarning : Level::kCritical, "ledger_stale",
+              "the last look of cvanomalyheal was at " + utc_text(ledger.last_look));
   }
 }
 
@@ -202,7 +192,7 @@ bool is_history_stalled(const Health& health) {
   const LedgerHealth& ledger = health.ledger;
   const Daemon& service = health.service();
   if (service.process == 0 || ledger.gathers.open_since != 0) return false;
-  const std::int64_t begin = service.since + kMinute * health.configured.interval_minutes;
+  const std::int64_t begin = service.since + health.interval();
   const std::int64_t ended = is_future(health, ledger.last_end) ? 0 : ledger.last_end;
   return !is_future(health, ledger.last_look) &&
          ledger.last_look >= std::max(begin, ended) + kHistoryStalls;
@@ -210,10 +200,14 @@ bool is_history_stalled(const Health& health) {
 
 void judge_last_gather(const Health& health, const Limits& limits, Found& found) {
   if (!health.configured.service || !health.has_database) return;
-  const GatherHealth& gather = health.gather;
+  const GatherTimes& gather = health.gather;
   if (gather.last > 0) {
-    const std::int64_t lag = health.now - gather.last;
-    if (lag < -coverage::kClockSkew) {
+    // Until the first live gather, that of the history counts by its end.
+    const bool is_history = gather.log.last_end == 0 && !is_future(health, health.ledger.last_end);
+    const std::int64_t last =
+        is_history ? std::max(gather.last, health.ledger.last_end) : gather.last;
+    const std::int64_t lag = health.now - last;
+    if (health.now - gather.last < -coverage::kClockSkew) {
       found.critical("marker_in_future", "the last gather is dated " + utc_text(gather.last) +
                                              ", in the future: the service does not gather "
                                              "before then");
@@ -242,59 +236,22 @@ void judge_gathers(const Health& health, Found& found) {
   }
   // The look saw it; whether it has ended since then is not known yet.
   if (gathers.open_since == 0) return;
+  if (is_future(health, gathers.open_since)) {
+    found.critical("gather_slow",
+                   "a gather has been running " + since_text(health, gathers.open_since));
+    return;
+  }
   const std::int64_t took = health.ledger.last_look - gathers.open_since;
-  const std::int64_t critical =
-      std::min(kLongestGather, kMinute * kLongGatherIntervals * health.configured.interval_minutes);
+  const std::int64_t critical = std::min(kLongestGather, kLongGatherIntervals * health.interval());
   found.add_if_high(took, {kLongGather, critical}, "gather_slow",
                     "a gather has been running for " + span_text(took));
 }
 
-// Whether one of the things was found an hour ago.
-template <typename Things>
-bool has_old(const Health& health, const Things& things) {
-  return std::ranges::any_of(things,
-                             [&](const auto& thing) { return is_old(health, thing.found, kHour); });
-}
-
-void judge_gaps(const Health& health, Found& found) {
-  const LedgerHealth& ledger = health.ledger;
-  if (has_old(health, ledger.holes)) {
-    const coverage::Hole& oldest = ledger.holes.front();
-    std::string words = span_text(ledger.holes_seconds()) + " were not gathered, the first from " +
-                        utc_text(oldest.range.begin);
-    if (!oldest.reason.empty()) words += ": " + without_full_stop(oldest.reason);
-    found.critical("holes", words);
-  }
-  if (has_old(health, ledger.missing)) {
-    const auto number = static_cast<std::int64_t>(ledger.missing.size());
-    found.critical("missing_backups", counted(number, "backup that the master server has is",
-                                              "backups that the master server has are") +
-                                          " missing from the database");
-  }
-  if (!ledger.lost.empty()) {
-    const auto number = static_cast<std::int64_t>(ledger.lost.size());
-    found.warning("lost_ranges", counted(number, "lost range", "lost ranges") +
-                                     (number == 1 ? ", from " : ", the first from ") +
-                                     utc_text(ledger.lost.front().begin));
-  }
-  if (ledger.given_up > 0) {
-    found.warning(
-        "given_up_backups",
-        counted(ledger.given_up, "missing backup was", "missing backups were") + " given up");
-  }
-  if (health.configured.heals && ledger.unaudited_since != 0 &&
-      is_old(health, ledger.unaudited_since, kHour)) {
-    std::string words =
-        "the backups in the database have not been compared with those of the "
-        "master server " +
-        since_text(health, ledger.unaudited_since);
-    if (!ledger.audit_reason.empty()) words += ": " + without_full_stop(ledger.audit_reason);
-    found.critical("not_compared", words);
-  }
-}
-
 void judge_detection(const Health& health, Found& found) {
   if (!health.configured.detection) return;
+  if (!health.detection_trouble.empty()) {
+    found.critical("detection_unreadable", without_full_stop(health.detection_trouble));
+  }
   const std::int64_t since = health.ledger.unjudged_since;
   if (health.backlog.unjudged == 0 || since == 0 || !is_old(health, since, kHour)) return;
   found.critical("rows_unjudged", counted(health.backlog.unjudged, "backup is", "backups are") +
@@ -328,7 +285,8 @@ void judge_alerts(const Health& health, const Thresholds& at, Found& found) {
     found.add_if_high(pending, {kMinute * at.alerts_warning, kMinute * at.alerts_critical},
                       "messages_pending",
                       counted(alerts.waiting(), "message", "messages") +
-                          " pending, the oldest for " + span_text(pending));
+                          " pending, the oldest for " + span_text(pending),
+                      worst_of(health));
   }
   if (alerts.given_up() > 0) {
     found.critical("dead_letters", counted(alerts.given_up(), "dead letter", "dead letters"));
@@ -351,9 +309,11 @@ void judge_disk(const Health& health, const Thresholds& at, Found& found) {
 const char* name_of(Level level) { return level == Level::kCritical ? "critical" : "warning"; }
 
 Limits gather_limits(const Health& health, const Thresholds& at) {
-  const int interval = health.configured.interval_minutes;
-  return {kMinute * (at.gather_warning >= 0 ? at.gather_warning : kWarningIntervals * interval),
-          kMinute * (at.gather_critical >= 0 ? at.gather_critical : kCriticalIntervals * interval)};
+  const auto limit = [&](int minutes, int intervals) {
+    return minutes >= 0 ? kMinute * minutes : intervals * health.interval();
+  };
+  return {limit(at.gather_warning, kWarningIntervals),
+          limit(at.gather_critical, kCriticalIntervals)};
 }
 
 std::string percent_text(double percent) {
@@ -370,7 +330,9 @@ std::vector<Problem> problems_of(const Health& health, const Thresholds& at) {
   judge_look(health, found);
   judge_last_gather(health, gather_limits(health, at), found);
   judge_gathers(health, found);
-  judge_gaps(health, found);
+  for (const Problem& problem : gap_problems(health)) {
+    found.add(problem.level, problem.name, problem.words);
+  }
   judge_detection(health, found);
   judge_notification(health, found);
   judge_alerts(health, at, found);

@@ -105,11 +105,21 @@ CheckResult result_of(const Options& options, const health::Trouble& trouble) {
   if (trouble.status() == health::ExitStatus::kDamaged) {
     return without_database("database_damaged", trouble.what());
   }
-  if (trouble.status() == health::ExitStatus::kMissing && health::is_running(kManagementProgram)) {
-    return without_database("database_missing",
-                            "the database of the running service is missing: " + options.database);
+  if (trouble.status() == health::ExitStatus::kMissing &&
+      health::is_database_missed(options.places())) {
+    return without_database("database_missing", "the database is missing: " + options.database);
   }
   return unknown(trouble.what());
+}
+
+// The same, and what else is known to be wrong.
+CheckResult checked_without_database(const Options& options, const health::Trouble& trouble) {
+  CheckResult result = result_of(options, trouble);
+  if (result.status == CheckStatus::kUnknown) return result;
+  const std::vector<health::Problem> others =
+      problems_of(health::look_without_database(options.places()), options.thresholds);
+  result.problems.insert(result.problems.end(), others.begin(), others.end());
+  return result;
 }
 
 CheckResult checked(const Options& options) {
@@ -125,7 +135,7 @@ CheckResult checked(const Options& options) {
       return status.verdict(options.thresholds);
     });
   } catch (const health::Trouble& trouble) {
-    return result_of(options, trouble);
+    return checked_without_database(options, trouble);
   } catch (const std::exception& error) {
     return unknown(reason_of(error));
   }

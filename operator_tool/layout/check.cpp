@@ -7,6 +7,7 @@
 
 #include "finding/severity.h"
 #include "finding/words.h"
+#include "health/gaps.h"
 #include "operator_tool/layout/health_json.h"
 #include "operator_tool/layout/json.h"
 #include "operator_tool/terminal/terminal.h"
@@ -88,7 +89,11 @@ CheckResult unknown(const std::string& why) {
 }
 
 CheckResult without_database(const char* name, const std::string& why) {
-  return {CheckStatus::kCritical, {{health::Level::kCritical, name, why}}, {}, {}, {}};
+  return {CheckStatus::kCritical,
+          {{health::Level::kCritical, name, health::without_full_stop(why)}},
+          {},
+          {},
+          {}};
 }
 
 std::string incidents_words(const Picture& picture) {

@@ -17,7 +17,7 @@ JsonPtr json_of(const health::Daemon& daemon) {
   return object;
 }
 
-JsonPtr json_of(const health::Health& health, const health::GatherHealth& gather) {
+JsonPtr json_of(const health::Health& health, const health::GatherTimes& gather) {
   JsonPtr object(json_object());
   put_known(object.get(), "last", gather.last);
   put_known(object.get(), "next", gather.next);

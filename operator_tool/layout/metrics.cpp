@@ -47,7 +47,7 @@ class Families {
 };
 
 void add_gathers(const health::Health& health, Families& to) {
-  const health::GatherHealth& gather = health.gather;
+  const health::GatherTimes& gather = health.gather;
   if (gather.last > 0) {
     to.single("cvanomaly_last_gather_timestamp_seconds",
               "Start of the last gather, in seconds since the epoch.", gather.last);
@@ -139,10 +139,15 @@ void add_ledger(const health::Health& health, Families& to) {
     to.single("cvanomaly_missing_backups",
               "Backups that the master server has and the database does not have.",
               health.ledger.missing.size());
+    to.single("cvanomaly_last_heal_timestamp_seconds",
+              "When a part of the holes or missing backups was healed last, in seconds since the "
+              "epoch; 0: never.",
+              health.ledger.healed_at);
     to.single("cvanomaly_given_up_backups",
               "Missing backups that were given up and are not looked for any more.",
               health.ledger.given_up);
-    to.single("cvanomaly_lost_ranges", "Lost ranges: parts of holes that are not tried any more.",
+    to.single("cvanomaly_lost_ranges",
+              "Lost ranges: parts of holes that are not tried as a whole any more.",
               health.ledger.lost.size());
     to.single("cvanomaly_gathers_failed_in_a_row", "Live gathers in a row that failed.",
               health.ledger.gathers.failed_in_a_row);

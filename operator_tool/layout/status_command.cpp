@@ -41,7 +41,7 @@ std::string words_for(const health::Daemon& daemon, std::int64_t now, bool utc) 
 }
 
 std::string last_gather_words(const health::Health& health, bool utc) {
-  const health::GatherHealth& gather = health.gather;
+  const health::GatherTimes& gather = health.gather;
   if (gather.last == 0) return "none yet: the history has not been gathered";
   std::string words =
       time_text(gather.last, utc) + ", " + span_text(health.now - gather.last) + " ago";

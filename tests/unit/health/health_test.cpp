@@ -3,45 +3,11 @@
 #include "companions/detect/verdict_database.h"
 #include "platform/program_names.h"
 #include "tests/support/child_process.h"
-#include "tests/unit/operator_tool/operator_world.h"
+#include "tests/support/ordinary_user.h"
+#include "tests/unit/health/health_world.h"
 
 namespace corvane::health {
 namespace {
-
-using namespace ctl;  // NOLINT(google-build-using-namespace)
-
-class HealthTest : public OperatorWorld {
- protected:
-  static constexpr pid_t kGone = 1 << 23;  // above what Linux numbers processes with
-
-  Configured configured(const std::string& text) {
-    configure(text);
-    return read_configuration(directory_("anomaly_config.conf"));
-  }
-  Configured with_switches(const std::string& service, const std::string& detection,
-                           const std::string& alerts) {
-    return configured("[ANOMALY_DETECTION_FUNCTIONALITY]\nDISABLE_ANOMALY_DETECTION=" + service +
-                      "\nDISABLE_DETECTION_SERVICE=" + detection +
-                      "\nDISABLE_ALERT_SERVICE=" + alerts + "\n");
-  }
-  int interval(const std::string& value) {
-    return configured("[DATA_GATHER_SETTINGS]\nLIVE_DATA_GATHER_FREQUENCY_IN_MIN=" + value + "\n")
-        .interval_minutes;
-  }
-  Health health() {
-    Database opened(database());
-    return look(with_paths().places(), opened);
-  }
-  Daemon service() { return health().service(); }
-  // Later than this process began, and so than any gather of it ended.
-  static std::int64_t later() { return started_at(getpid()) + 10 * kDay; }
-  // A gather that ended then and took 7 seconds.
-  void gathered_until(std::int64_t end) const {
-    coverage::Ledger ledger = looked();
-    coverage::Gathers(ledger).add(
-        {.start = end - 900, .end = end - 7, .began = end - 7, .ended = end});
-  }
-};
 
 TEST_F(HealthTest, WithoutAFileOrKeysTheServiceAloneIsWanted) {
   for (const Configured& found :
@@ -129,7 +95,6 @@ TEST_F(HealthTest, AProcessWithAnotherRootIsOfAnotherSystem) {
   EXPECT_EQ(read(ready[0], &byte, 1), 1);
   fake.processes[kManagementProgram] = {child};
   EXPECT_EQ(service().process, 0);
-  EXPECT_FALSE(is_running(kManagementProgram));
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   close(ready[0]);
@@ -210,6 +175,41 @@ TEST_F(HealthTest, TheNextGatherIsAnIntervalAfterTheEndOfTheLast) {
   EXPECT_EQ(health().gather.next, later() + 7 + 20 * 60);
   gathered(0);
   EXPECT_EQ(health().gather.next, started_at(getpid()) + 20 * 60);
+}
+
+TEST_F(HealthTest, TheIntervalIsTheOneThatTheServiceHasSaid) {
+  interval("20");
+  running(kManagementProgram);
+  const auto waits = [&](std::int64_t said) {
+    looked().set_number(coverage::kInterval, said);
+    EXPECT_EQ(health().interval(), health().gather.next - started_at(getpid()));
+    return health().interval();
+  };
+  EXPECT_EQ(waits(0), 20 * 60);
+  EXPECT_EQ(waits(-1), 20 * 60);
+  EXPECT_EQ(waits(30), 30 * 60);
+  EXPECT_EQ(waits(1'000'001), 60'000'000);
+}
+
+TEST_F(HealthTest, TheDetectionsDatabaseMayBeDamaged) {
+  EXPECT_EQ(health().detection_trouble, "");
+  test::write_file(directory_("CV_Anomaly_Detection.db"), std::string(5000, 'x'));
+  EXPECT_EQ(health().detection_trouble,
+            directory_("CV_Anomaly_Detection.db") + " is damaged or is not a database.");
+}
+
+// The time that is stored of a history is that of its begin.
+TEST_F(HealthTest, AfterAHistoryTheNextIsExpectedFromItsEnd) {
+  running(kManagementProgram);
+  gathered(1000);
+  const std::int64_t end = started_at(getpid()) + kHour;
+  fake.now = end;
+  {
+    coverage::Ledger ledger = looked();
+    coverage::Gathers(ledger).add(
+        {.is_live = false, .start = 1, .end = 2, .began = 900, .ended = end});
+  }
+  EXPECT_EQ(health().gather.next, end + 15 * 60);
 }
 
 TEST_F(HealthTest, OfAGatherThatTookUnknownTimeTheNextIsExpectedFromItsBegin) {
@@ -295,95 +295,6 @@ TEST_F(HealthTest, CompanionsHaveAPassInTheirOwnDatabases) {
   EXPECT_EQ(health().daemons[1].last_pass, 0);
 }
 
-TEST_F(HealthTest, TheBacklogIsWhatWaits) {
-  const Backlog none = health().backlog;
-  EXPECT_EQ(none.unjudged + none.oldest_unprocessed + none.oldest_critical + none.criticals, 0);
-  insert("DATA_TO_PROCESS", {.time = kNow - 50, .mark = 0});
-  const auto add = [&](const char* client, std::int64_t time, int severity) {
-    anomaly({.client = client, .time = time}, severity, {.client = client, .time = time});
-  };
-  add("a", kNow - 500, 2);
-  add("b", kNow - 400, 3);
-  add("c", kNow - 300, 3);
-  add("d", kNow - 900, 3);
-  sql("UPDATE ANOMALY_DATA SET PROCESSED = 1 WHERE CLIENT = 'd'");
-  const Backlog backlog = health().backlog;
-  EXPECT_EQ(backlog.unjudged, 1);
-  EXPECT_EQ(backlog.oldest_unprocessed, kNow - 440);
-  EXPECT_EQ(backlog.oldest_critical, kNow - 340);
-  EXPECT_EQ(backlog.criticals, 2);
-  sql("INSERT INTO ANOMALY_DATA_FEEDBACK SELECT ANOMALY_UNIQUE_ID, 0, 1 FROM ANOMALY_DATA WHERE "
-      "CLIENT = 'b'");  // somebody has reviewed it
-  EXPECT_EQ(health().backlog.oldest_critical, kNow - 240);
-  EXPECT_EQ(health().backlog.criticals, 1);
-  EXPECT_EQ(health().backlog.oldest_unprocessed, kNow - 440);
-}
-
-TEST_F(HealthTest, OfTheBacklogATimeInTheFutureCountsFirst) {
-  const auto detected = [&](const char* client, std::int64_t time) {
-    const TestBackup backup{.client = client, .time = time - 60};
-    anomaly(backup, 3, backup);
-  };
-  detected("a", kNow - 500);
-  detected("skew", kNow + 60);
-  EXPECT_EQ(health().backlog.oldest_critical, kNow - 500);
-  EXPECT_EQ(health().backlog.oldest_unprocessed, kNow - 500);
-  detected("b", kNow + 62);
-  detected("c", kNow + 61);
-  detected("d", kNow - 900);
-  EXPECT_EQ(health().backlog.oldest_critical, kNow + 61);
-  EXPECT_EQ(health().backlog.oldest_unprocessed, kNow + 61);
-  EXPECT_EQ(health().backlog.criticals, 5);
-}
-
-// What the alerts know of the anomalies that are not processed.
-class BacklogOfAlerts : public HealthTest {
- protected:
-  BacklogOfAlerts() : alerts_(directory_("CV_Anomaly_Alerts.db")) {}
-  // Detected then, in the incident 1, with this delivery by mail of the message 1.
-  void detected(std::int64_t time, alert::DeliveryState state, std::int64_t held) {
-    const TestBackup backup{.time = time - 60};
-    anomaly(backup, 3, backup);
-    const std::string id = quoted("anomaly_" + key_of(backup));
-    run("INSERT INTO record (anomaly_id, pending, incident) VALUES (" + id + ", 2, 1)");
-    run("INSERT INTO message VALUES (1, 1, " + id + ", 3, 1, '', '', '')");
-    run("INSERT INTO delivery VALUES (1, 'mail', 1, 1, 3, " +
-        std::to_string(static_cast<int>(state)) + ", 1, " + std::to_string(held) +
-        ", 0, 0, 0, '', 0)");
-  }
-  void run(const std::string& statement) { alerts_.execute(statement.c_str()); }
-
-  alert::StateDatabase alerts_;
-};
-
-TEST_F(BacklogOfAlerts, WhatAChannelHasDeliveredSomebodyKnows) {
-  detected(kNow - 500, alert::DeliveryState::kDelivered, 0);
-  EXPECT_EQ(health().backlog.criticals, 0);
-  EXPECT_EQ(health().backlog.oldest_critical, 0);
-  EXPECT_EQ(health().backlog.oldest_unprocessed, kNow - 500);  // another channel has not
-}
-
-TEST_F(BacklogOfAlerts, WhatNoChannelHasDeliveredNobodyKnows) {
-  detected(kNow - 500, alert::DeliveryState::kGivenUp, 0);
-  EXPECT_EQ(health().backlog.criticals, 1);
-  EXPECT_EQ(health().backlog.oldest_critical, kNow - 500);
-}
-
-TEST_F(BacklogOfAlerts, QuietHoursMakeNothingLate) {
-  const auto oldest_with = [&](std::int64_t held) {
-    run("UPDATE delivery SET held = " + std::to_string(held));
-    return health().backlog.oldest_unprocessed;
-  };
-  detected(kNow - 500, alert::DeliveryState::kWaiting, 0);
-  EXPECT_EQ(oldest_with(0), kNow - 500);
-  EXPECT_EQ(oldest_with(kNow + 1), 0);
-  EXPECT_EQ(oldest_with(kNow), kNow);
-  EXPECT_EQ(oldest_with(kNow - 400), kNow - 400);
-  EXPECT_EQ(oldest_with(kNow - 501), kNow - 500);
-  EXPECT_EQ(oldest_with(kNow + kDay), 0);
-  EXPECT_EQ(oldest_with(kNow + kDay + 1), kNow - 500);  // of a wrong clock
-}
-
 TEST_F(HealthTest, TheFilesOfTheDatabaseAreLookedAt) {
   std::filesystem::permissions(directory_(), std::filesystem::perms(0755));
   close_to_others();
@@ -418,8 +329,6 @@ TEST_F(HealthTest, TheServiceHasTheDatabaseOpenOrNot) {
   EXPECT_EQ(health().service_database, OpenFile::kUnknown);  // it is not running
   running(kManagementProgram);
   EXPECT_EQ(health().service_database, OpenFile::kOpen);
-  EXPECT_TRUE(is_running(kManagementProgram));
-  EXPECT_FALSE(is_running(kAlertProgram));
 }
 
 TEST_F(HealthTest, AStoppedProcessIsNoticed) {
@@ -457,6 +366,59 @@ TEST_F(HealthTest, WithoutTheDatabaseTheRestIsKnown) {
   EXPECT_GT(found.disk.total, 0);
 }
 
+TEST_F(HealthTest, WhatOnlyTheOwnerMayReadIsTheCallersTrouble) {
+  if (!test::OrdinaryUserFiles::possible()) GTEST_SKIP() << "only for root";
+  const std::string path = with_paths().places().ledger;
+  { const coverage::Ledger ledger = looked(); }
+  chmod(directory_().c_str(), 0777);
+  for (const auto& file : std::filesystem::directory_iterator(directory_())) {
+    chmod(file.path().c_str(), 0666);
+  }
+  chmod(path.c_str(), 0600);
+  const auto trouble = [&] {
+    const test::OrdinaryUserFiles ordinary;
+    try {
+      return health().ledger.trouble;
+    } catch (const Trouble& denied) {
+      EXPECT_EQ(denied.status(), ExitStatus::kUnreadable);
+      return std::string("thrown: ") + denied.what();
+    }
+  };
+  const std::string denied = "Cannot read " + path + ": permission denied.";
+  EXPECT_EQ(trouble(), denied);  // the caller is the owner, by the id of the process
+  EXPECT_EQ(chown(path.c_str(), 1 << 30, 1 << 30), 0);
+  EXPECT_EQ(trouble(), "thrown: " + denied);
+  {
+    const test::OrdinaryUserFiles ordinary;
+    EXPECT_EQ(look_without_database(with_paths().places()).ledger.trouble, denied);
+  }
+  chmod(path.c_str(), 0);
+  EXPECT_EQ(trouble(), denied);
+  test::write_file(path, std::string(100000, 'x'));
+  chmod(path.c_str(), 0666);
+  EXPECT_EQ(trouble(), path + " is damaged or is not a database.");
+}
+
+TEST_F(HealthTest, ADatabaseIsMissedWhereItMustHaveBeen) {
+  close_database();
+  const Places places = with_paths().places();
+  EXPECT_FALSE(is_database_missed(places));
+  for (const std::string& own : {places.detection_database, places.alert_database, places.ledger}) {
+    test::write_file(own, "");
+    EXPECT_TRUE(is_database_missed(places)) << own;
+    std::filesystem::remove(own);
+  }
+  running(kManagementProgram);
+  EXPECT_TRUE(is_database_missed(places));
+  fake.processes.clear();
+  running(kAlertProgram);
+  EXPECT_FALSE(is_database_missed(places));
+  with_switches("1", "0", "0");
+  EXPECT_FALSE(is_database_missed(places));
+  with_switches("0", "1", "1");
+  EXPECT_TRUE(is_database_missed(places));
+}
+
 TEST_F(HealthTest, WithoutTheDatabaseAConfigurationThatCannotBeReadIsAProblem) {
   if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
   switch_everything_on();
@@ -465,59 +427,11 @@ TEST_F(HealthTest, WithoutTheDatabaseAConfigurationThatCannotBeReadIsAProblem) {
   chmod(directory_("anomaly_config.conf").c_str(), 0600);
   EXPECT_EQ(test::in_child([&] {
               if (setuid(1 << 30) != 0) return 1;
+              if (is_database_missed(with_paths().places())) return 3;
               const Health found = look_without_database(with_paths().places());
               return found.configured.trouble.ends_with(": permission denied.") ? 0 : 2;
             }),
             0);
-}
-
-TEST_F(HealthTest, AlertsWithoutADatabaseAreUnknown) {
-  const AlertHealth alerts = health().alerts;
-  EXPECT_FALSE(alerts.is_known);
-  EXPECT_EQ(alerts.trouble, "");
-  EXPECT_TRUE(alerts.channels.empty());
-}
-
-TEST_F(HealthTest, AlertsHaveChannels) {
-  {
-    alert::StateDatabase state(directory_("CV_Anomaly_Alerts.db"));
-    state.execute("INSERT INTO channel VALUES ('mail', 2, 3, 4, 'refused', 5, 6)");
-  }
-  const AlertHealth alerts = health().alerts;
-  EXPECT_TRUE(alerts.is_known);
-  EXPECT_EQ(alerts.trouble, "");
-  ASSERT_EQ(alerts.channels.size(), 1U);
-  EXPECT_EQ(alerts.channels[0].name, "mail");
-  EXPECT_EQ(alerts.channels[0].taken, 6);
-}
-
-TEST_F(HealthTest, AlertsThatCannotBeReadSayWhy) {
-  const std::string path = directory_("CV_Anomaly_Alerts.db");
-  test::write_file(path, std::string(100000, 'x'));
-  const AlertHealth alerts = health().alerts;
-  EXPECT_TRUE(alerts.is_known);
-  EXPECT_EQ(alerts.trouble, path + " is damaged or is not a database.");
-}
-
-TEST(AlertHealthOf, SumsItsChannels) {
-  const auto channel = [](std::int64_t waiting, std::int64_t oldest, std::int64_t given_up,
-                          std::int64_t due) {
-    alert::ChannelStatus status;
-    status.waiting = waiting;
-    status.oldest = oldest;
-    status.given_up = given_up;
-    status.due = due;
-    return status;
-  };
-  AlertHealth health;
-  EXPECT_EQ(health.waiting() + health.given_up() + health.oldest() + health.due(), 0);
-  // The second has nothing pending, of the last nobody knows since when.
-  health.channels = {channel(3, 50, 1, 90), channel(0, 10, 4, 20), channel(2, 40, 0, 95),
-                     channel(1, 60, 0, 80), channel(5, 0, 0, 0)};
-  EXPECT_EQ(health.waiting(), 11);
-  EXPECT_EQ(health.given_up(), 5);
-  EXPECT_EQ(health.oldest(), 40);
-  EXPECT_EQ(health.due(), 80);
 }
 
 }  // namespace

@@ -61,6 +61,23 @@ TEST(Problems, ALateGather) {
   }
 }
 
+// It reads an edited interval after its next gather.
+TEST(Problems, AGatherIsLateByTheIntervalThatTheServiceSaid) {
+  for (const Case& one :
+       std::vector<Case>{{60 * kMinute - 1, "OK", {}},
+                         {60 * kMinute, "WARNING; last gather 60 min ago", {}},
+                         {240 * kMinute - 1, "WARNING; last gather 3 h 59 min ago", {}},
+                         {240 * kMinute, "CRITICAL; last gather 4 h ago", {}}}) {
+    for (const int edited : {15, 1440}) {
+      Health health = good();
+      health.gather.last = kNow - one.seconds;
+      health.configured.interval_minutes = edited;
+      health.ledger.interval_minutes = 20;
+      EXPECT_EQ(said_of(health, one.thresholds), one.said) << one.seconds;
+    }
+  }
+}
+
 TEST(Problems, AHistoryThatIsNeverGathered) {
   Health health = good();
   health.gather.last = 0;
@@ -98,6 +115,17 @@ TEST(Problems, MessagesThatStayPending) {
   health.alerts.channels = {pending(kNow - 1800)};
   health.alerts.channels[0].waiting = 1;
   EXPECT_EQ(said_of(health), "WARNING; 1 message pending, the oldest for 30 min");
+}
+
+TEST(Problems, NobodySendsTheMessagesOfAServiceThatIsOff) {
+  Health health = good();
+  health.alerts.channels = {pending(kNow - kDay)};
+  health.configured.service = health.configured.detection = health.configured.alerts = false;
+  EXPECT_EQ(problems_of(health)[0].level, Level::kCritical);  // it is still running
+  health.daemons[0] = {kManagementProgram, false};
+  EXPECT_EQ(said_of(health),
+            "WARNING; backup anomaly detection is disabled in the configuration; 2 messages "
+            "pending, the oldest for 24 h");
 }
 
 TEST(Problems, DeadLetters) {

@@ -74,6 +74,9 @@ class NeverOk : public OperatorWorld {
   }
   std::string alerts() const { return directory_("CV_Anomaly_Alerts.db"); }
   std::string path(const std::string& name) const { return directory_(name); }
+  std::vector<std::string> own_databases() const {
+    return {path("CV_Anomaly_Detection.db"), alerts(), path("CV_Anomaly_Coverage.db")};
+  }
   coverage::Ledger ledger() const { return coverage::Ledger(path("CV_Anomaly_Coverage.db")); }
   void setting(const std::string& text) { configure(kOn + text); }
   void configuration(const std::string& text) { configure(text); }
@@ -100,7 +103,7 @@ class NeverOk : public OperatorWorld {
   void add_waiting() { insert("DATA_TO_PROCESS", {.time = now_ - 50, .mark = 0}); }
   std::string check() {
     const Said said = say({"check", "--disk-warning", "0", "--disk-critical", "0"});
-    const std::string line = said.out.substr(0, said.out.find(" | "));
+    std::string line = said.out.substr(0, said.out.find(" | "));
     EXPECT_TRUE(line.starts_with("ANOMALY " + word_of(said.status) + " - ")) << said.out;
     return line;
   }
@@ -225,13 +228,27 @@ const std::vector<State>& states_of_programs() {
          w.looked(w.now_ - kDay);
        },
        "WARNING"},
+      {"off and stopped, with all that nobody works on",
+       [](NeverOk& w) {
+         w.configuration(
+             "[ANOMALY_DETECTION_FUNCTIONALITY]\nDISABLE_ANOMALY_DETECTION=1\n"
+             "[DATABASE_SETTINGS]\nPURGE_DATA_INTERVAL_IN_MONTHS=0\n");
+         w.stop(kManagementProgram);
+         coverage::Ledger ledger = w.ledger();
+         coverage::Holes(ledger).find({1, 9}, w.now_ - kHour);
+         coverage::MissingBackups(ledger).add({"k", {1, 2}, w.now_ - kHour, 0, 0});
+         ledger.set_number(coverage::kUnauditedSince, w.now_ - kHour);
+         w.add_delivery(0);
+       },
+       "WARNING"},
       {"a detection database that is damaged",
        [](NeverOk& w) {
          test::write_file(w.path("CV_Anomaly_Detection.db"), std::string(100000, 'x'));
        },
        "CRITICAL"},
       {"a detection database of a later version",
-       [](NeverOk& w) { w.set_later_version(w.path("CV_Anomaly_Detection.db")); }, "CRITICAL"},
+       [](NeverOk& w) { NeverOk::set_later_version(w.path("CV_Anomaly_Detection.db")); },
+       "CRITICAL"},
       {"a configuration that the service cannot read", [](NeverOk& w) { w.give_database_away(); },
        "CRITICAL", kForRoot},
       {"a former purge setting",
@@ -252,6 +269,25 @@ const std::vector<State>& states_of_programs() {
 const std::vector<State>& states_of_data() {
   static const std::vector<State> states{
       {"three failures", [](NeverOk& w) { fail_gathers(w, 3); }, "CRITICAL"},
+      {"a young hole that was tried",
+       [](NeverOk& w) {
+         coverage::Ledger ledger = w.ledger();
+         coverage::Holes holes(ledger);
+         holes.postpone(holes.find({1, 9}, w.now_).front(), w.now_ + 300, "HTTP 503");
+       },
+       "WARNING"},
+      {"a young hole that two looks have seen",
+       [](NeverOk& w) {
+         coverage::Ledger ledger = w.ledger();
+         coverage::Holes(ledger).find({1, 9}, w.now_ - 600);
+       },
+       "WARNING"},
+      {"a young missing backup",
+       [](NeverOk& w) {
+         coverage::Ledger ledger = w.ledger();
+         coverage::MissingBackups(ledger).add({"k", {1, 2}, w.now_, 1, 0});
+       },
+       "WARNING"},
       {"an old hole",
        [](NeverOk& w) {
          coverage::Ledger ledger = w.ledger();
@@ -284,6 +320,7 @@ const std::vector<State>& states_of_data() {
       {"healing off", [](NeverOk& w) { w.setting("[HEALING_SETTINGS]\nHEAL=0\n"); }, "WARNING"},
       {"a slow gather", [](NeverOk& w) { open_gather(w, 600); }, "WARNING"},
       {"a gather that hangs", [](NeverOk& w) { open_gather(w, kHour); }, "CRITICAL"},
+      {"a gather that began in the future", [](NeverOk& w) { open_gather(w, -kDay); }, "CRITICAL"},
       {"a clock a day ahead", [](NeverOk& w) { w.gathered(w.now_ + kDay); }, "CRITICAL"},
       {"a late gather", [](NeverOk& w) { w.gathered(w.now_ - kHour); }, "CRITICAL"},
       {"a late gather by a former interval",
@@ -293,6 +330,14 @@ const std::vector<State>& states_of_data() {
          w.gathered(w.now_ - kHour);
        },
        "WARNING"},
+      {"a service that hangs while the configuration is edited",
+       [](NeverOk& w) {
+         const timespec times[]{{w.now_ - kMinute, 0}, {w.now_ - kMinute, 0}};
+         utimensat(AT_FDCWD, w.path("anomaly_config.conf").c_str(), times, 0);
+         w.ledger().set_number(coverage::kInterval, 15);
+         w.gathered(w.now_ - kHour);
+       },
+       "CRITICAL"},
       {"no gather", [](NeverOk& w) { w.gathered(w.now_ - 4 * kHour); }, "CRITICAL"},
       {"no history", [](NeverOk& w) { w.gathered(0); }, "CRITICAL"},
       {"a history under way",
@@ -324,8 +369,9 @@ const std::vector<State>& states_of_data() {
        "CRITICAL"},
       {"messages pending", [](NeverOk& w) { w.add_delivery(0); }, "CRITICAL"},
       {"a ledger of a later version",
-       [](NeverOk& w) { w.set_later_version(w.path("CV_Anomaly_Coverage.db")); }, "CRITICAL"},
-      {"alerts of a later version", [](NeverOk& w) { w.set_later_version(w.alerts()); },
+       [](NeverOk& w) { NeverOk::set_later_version(w.path("CV_Anomaly_Coverage.db")); },
+       "CRITICAL"},
+      {"alerts of a later version", [](NeverOk& w) { NeverOk::set_later_version(w.alerts()); },
        "CRITICAL"},
       {"damaged",
        [](NeverOk& w) {
@@ -377,13 +423,38 @@ const std::vector<State>& states_of_data() {
        },
        "CRITICAL"},
       {"removed", [](NeverOk& w) { std::filesystem::remove(w.database()); }, "CRITICAL",
-       kWithoutDatabase}};
+       kWithoutDatabase},
+      {"removed, and no service",
+       [](NeverOk& w) {
+         std::filesystem::remove(w.database());
+         w.stop(kManagementProgram);
+       },
+       "CRITICAL", kWithoutDatabase},
+      {"everything removed but the configuration, and no service",
+       [](NeverOk& w) {
+         for (const std::string& own : w.own_databases()) std::filesystem::remove(own);
+         std::filesystem::remove(w.database());
+         w.stop(kManagementProgram);
+       },
+       "CRITICAL", kWithoutDatabase}};
   return states;
 }
 
 TEST_F(NeverOk, AServiceOfItsOwnHasTheDatabaseOpen) {
   make_healthy();
   start_service();
+  EXPECT_TRUE(check().starts_with("ANOMALY OK"));
+}
+
+// It began hours ago, and that is the time that is stored.
+TEST_F(NeverOk, AHistoryThatHasJustEndedIsNoProblem) {
+  make_healthy();
+  gathered(now_ - 4 * kHour);
+  {
+    coverage::Ledger ledger = this->ledger();
+    coverage::Gathers(ledger).add(
+        {.is_live = false, .start = 1, .end = 2, .began = now_ - 300, .ended = now_ - 240});
+  }
   EXPECT_TRUE(check().starts_with("ANOMALY OK"));
 }
 
@@ -435,7 +506,59 @@ TEST_F(NeverOk, AServiceThatOnlyRootMayLookInto) {
                        "this database open: ask as root or as its account; users other than the "
                        "service account can read or write "))
       << said;
+  if (is_disk_nearly_full()) return;
+  EXPECT_EQ(word_of(say({"status", "--exit-code"}).status), "WARNING");
+  EXPECT_EQ(measured(), "WARNING");
+  EXPECT_EQ(reported(), "WARNING");
 }
+
+// Files of an account, and somebody asks who is not in its group.
+class NeverOkForOthers : public NeverOk, public testing::WithParamInterface<std::size_t> {
+ protected:
+  static constexpr uid_t kAccount = 1 << 30;
+
+  void SetUp() override {
+    if (!test::OrdinaryUserFiles::possible()) GTEST_SKIP() << "only for root";
+    make_healthy();
+    chmod(path("").c_str(), 0777);
+    for (const auto& file : std::filesystem::directory_iterator(path(""))) {
+      chmod(file.path().c_str(), 0666);
+    }
+    EXPECT_EQ(chown(file_.c_str(), kAccount, kAccount), 0);
+  }
+  // What is said by check, status, the metrics and the report.
+  std::string said() {
+    const test::OrdinaryUserFiles ordinary;
+    const std::string line = check();
+    const std::string word = line.substr(8, line.find(' ', 8) - 8);
+    return word + " " + word_of(say({"status", "--exit-code"}).status) + " " + measured() + " " +
+           reported();
+  }
+
+  const std::string file_ = own_databases().at(GetParam());
+};
+
+TEST_P(NeverOkForOthers, WhatOnlyTheOwnerMayReadIsUnknown) {
+  chmod(file_.c_str(), 0600);
+  EXPECT_EQ(said(), "UNKNOWN UNKNOWN CRITICAL UNKNOWN");
+  chmod(path("").c_str(), 0777);
+  const test::OrdinaryUserFiles ordinary;
+  EXPECT_EQ(check(), "ANOMALY UNKNOWN - Cannot read " + file_ + ": permission denied.\n");
+}
+
+TEST_P(NeverOkForOthers, WhatItsOwnerMayNotReadIsCritical) {
+  chmod(file_.c_str(), 0);
+  EXPECT_EQ(said(), "CRITICAL CRITICAL CRITICAL CRITICAL");
+}
+
+TEST_P(NeverOkForOthers, WithoutTheDatabaseItIsCriticalToo) {
+  chmod(file_.c_str(), 0600);
+  std::filesystem::remove(database());
+  EXPECT_EQ(said(), "CRITICAL CRITICAL CRITICAL UNKNOWN");
+}
+
+INSTANTIATE_TEST_SUITE_P(Databases, NeverOkForOthers,
+                         testing::Range(std::size_t{0}, std::size_t{3}));
 
 std::string name_of_state(const testing::TestParamInfo<State>& state) {
   std::string name = state.param.what;

@@ -53,6 +53,7 @@ inline Health known_health() {
   health.ledger.acts = {{kNow - 200, "3 backups were gathered again"}};
   health.ledger.unjudged_since = kNow - 77;
   health.ledger.given_up = 3;
+  health.ledger.healed_at = kNow - 4000;
   health.ledger.unaudited_since = kNow - 89;
   health.backlog = {
       .unjudged = 7, .oldest_unprocessed = kNow - 88, .oldest_critical = kNow - 66, .criticals = 2};

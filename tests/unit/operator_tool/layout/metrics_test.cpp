@@ -97,7 +97,7 @@ constexpr char kMachine[] =
 constexpr char kProblems[] =
     "# HELP cvanomaly_health_problems Problems that cvanomalyctl check finds, by level.\n"
     "# TYPE cvanomaly_health_problems gauge\n"
-    "cvanomaly_health_problems{level=\"warning\"} 3\n"
+    "cvanomaly_health_problems{level=\"warning\"} 5\n"
     "cvanomaly_health_problems{level=\"critical\"} 3\n";
 constexpr char kLooks[] =
     "# HELP cvanomaly_last_look_timestamp_seconds Last look of cvanomalyheal, in seconds since "
@@ -111,11 +111,16 @@ constexpr char kLooks[] =
     "have.\n"
     "# TYPE cvanomaly_missing_backups gauge\n"
     "cvanomaly_missing_backups 1\n"
+    "# HELP cvanomaly_last_heal_timestamp_seconds When a part of the holes or missing backups was "
+    "healed last, in seconds since the epoch; 0: never.\n"
+    "# TYPE cvanomaly_last_heal_timestamp_seconds gauge\n"
+    "cvanomaly_last_heal_timestamp_seconds 1699996000\n"
     "# HELP cvanomaly_given_up_backups Missing backups that were given up and are not looked for "
     "any more.\n"
     "# TYPE cvanomaly_given_up_backups gauge\n"
     "cvanomaly_given_up_backups 3\n"
-    "# HELP cvanomaly_lost_ranges Lost ranges: parts of holes that are not tried any more.\n"
+    "# HELP cvanomaly_lost_ranges Lost ranges: parts of holes that are not tried as a whole any "
+    "more.\n"
     "# TYPE cvanomaly_lost_ranges gauge\n"
     "cvanomaly_lost_ranges 4\n"
     "# HELP cvanomaly_gathers_failed_in_a_row Live gathers in a row that failed.\n"

@@ -33,7 +33,10 @@ class StatusText : public testing::Test {
 TEST_F(StatusText, Whole) {
   EXPECT_EQ(
       text(),
-      "Status        CRITICAL: cvanomalyalert is not running; 46 dead letters; 4 lost ranges, "
+      "Status        CRITICAL: cvanomalyalert is not running; 46 dead letters; 25 min were not "
+      "gathered, the first from 2023-11-14 19:43 UTC: HTTP 500; 1 backup that the master server "
+      "has "
+      "is missing from the database; 4 lost ranges, "
       "the first from 2023-11-13 21:13 UTC; 3 missing backups were given up; 42 messages pending, "
       "the oldest for 31 min; 5 ongoing "
       "incidents (5 warning), the latest of web01\n"
@@ -279,6 +282,10 @@ TEST_F(StatusCommand, MayExitLikeCheck) {
   std::filesystem::remove(database());
   EXPECT_EQ(say({"status", "--exit-code"}).status, 2);
   fake.processes.erase(kManagementProgram);
+  EXPECT_EQ(say({"status", "--exit-code"}).status, 2);
+  for (const char* name : {"CV_Anomaly_Coverage.db", "anomaly_config.conf"}) {
+    std::filesystem::remove(directory_(name));
+  }
   EXPECT_EQ(say({"status", "--exit-code"}).status, 3);
 }
 
