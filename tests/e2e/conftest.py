@@ -11,6 +11,8 @@ import pytest
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "embedded_host"))
 import machine as host  # noqa: E402
+from disks import small_disk  # noqa: E402
+from service_runs import configure  # noqa: E402
 
 # When the machines' clocks begin, unless a test says otherwise.
 BEGIN = calendar.timegm((2026, 11, 16, 20, 0, 0))
@@ -44,3 +46,17 @@ def make_machine():
 @pytest.fixture
 def machine(make_machine):
     return make_machine()
+
+
+@pytest.fixture
+def disk(make_machine):
+    """A machine whose database directory is on a small disk."""
+    machine = make_machine(stepped=True)
+    machine.disk = small_disk() / "cv-anomaly"
+    machine.disk.mkdir()
+    machine.filler = machine.disk / "filler"
+    host.DATABASE_DIR.symlink_to(machine.disk)
+    configure(machine)
+    yield machine
+    machine.service("-terminate")
+    shutil.rmtree(machine.disk)

@@ -17,7 +17,7 @@ import machine as host
 import pytest
 from machine import process_ids, wait_until
 from service_runs import history_gathered_before
-from test_disk import small_disk
+from disks import small_disk
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "bench/detect"))
 import anomaly_db  # noqa: E402

@@ -1,16 +1,14 @@
 """The database's disk full for a while, and other writers that hold its lock."""
 
 import contextlib
-import os
-import shutil
 import sqlite3
 import time
-from pathlib import Path
 
 import pytest
 
 import machine as host
 from conftest import BEGIN
+from disks import fill
 from gathering import backup, load
 from machine import SERVICE, wait_until
 from service_runs import (
@@ -21,35 +19,6 @@ NOT_STORED = (16, SERVICE, "Error inserting data: sqlite query execution failed.
 IMAGES = "corvane/catalog/images"
 JOBS = "corvane/admin/jobs"
 HOUR = 3600
-
-
-def small_disk():
-    """The directory of a disk of its own that can be filled in no time."""
-    for place in ("/small_disk", "/dev/shm"):
-        if os.path.ismount(place) and shutil.disk_usage(place).total <= 256 << 20 and os.access(place, os.W_OK):
-            return Path(place)
-    give_up = pytest.fail if os.environ.get("CI") == "true" else pytest.skip
-    return give_up("there is no small disk: neither the sandbox's /small_disk nor a small /dev/shm")
-
-
-@pytest.fixture
-def disk(make_machine):
-    """A machine whose database directory is on a small disk."""
-    machine = make_machine(stepped=True)
-    machine.disk = small_disk() / "cv-anomaly"
-    machine.disk.mkdir()
-    machine.filler = machine.disk / "filler"
-    host.DATABASE_DIR.symlink_to(machine.disk)
-    configure(machine)
-    yield machine
-    machine.service("-terminate")
-    shutil.rmtree(machine.disk)
-
-
-def fill(machine):
-    with machine.filler.open("wb") as file:
-        os.posix_fallocate(file.fileno(), 0, shutil.disk_usage(machine.disk).free)
-    assert shutil.disk_usage(machine.disk).free == 0
 
 
 def test_full_during_live_gathers(disk):

@@ -1,13 +1,12 @@
 """What the gathers lose, cvanomalyheal brings back."""
 
-import json
 import os
 import signal
 
 import pytest
 from conftest import BEGIN
 from gathering import backup, load
-from healing import HOUR, MINUTE, acts, critical, gathered, heal, holes, keys, stored
+from healing import HOUR, MINUTE, acts, critical, gathered, heal, holes, keys, problems, stored
 from machine import HISTORY_SECONDS, SERVICE, process_ids, wait_until
 from service_runs import configure, history_gathered_before, live_row, next_gather, start_with_history
 
@@ -23,6 +22,10 @@ def test_a_first_start_without_the_web_service(make_machine):
     wait_until(machine.last_gather_time, 300, "the history is over")
     assert stored(machine) == []
     heal(machine)  # without an answer it has nothing
+    assert problems(machine)["holes"] == "warning"
+    check = machine.run("cvanomalyctl", "check", check=False)
+    assert check.returncode == 1
+    assert "; 91 d were not gathered, the first from 2026-08-17 20:15 UTC: " in check.stdout
     assert stored(machine) == []
     assert len(holes()) == 1
     for _ in range(5):
@@ -72,8 +75,10 @@ def test_failed_gathers_while_backups_run(make_machine):
     machine.start_web_service()
     start_with_history(machine)
     for gather in range(24):
-        machine.misbehave(*(["corvane/admin/jobs status 503"] if gather % 6 == 3 else []))
+        fails = gather % 6 == 3
+        machine.misbehave(*(["corvane/admin/jobs status 503"] if fails else []))
         gathered(machine)
+        assert problems(machine).get("holes") == ("warning" if fails else None)
     machine.misbehave()
     gathered(machine, 6)
     machine.stop_service()
@@ -121,7 +126,11 @@ def test_a_name_that_cannot_be_read(make_machine, oddity):
     next_gather(machine)
     assert stored(machine) == []
     heal(machine)
-    assert json.loads(machine.run("cvanomalyctl", "status", "--json").stdout)["gather"]["log"]["failed"] == 1
+    # Healed within the look, it is no problem any more, but can be seen.
+    said = machine.run("cvanomalyctl", "status").stdout
+    assert "\nGathers       1 gather since 2026-11-16 20:15, 1 failed, the last at 2026-11-16 20:15\n" in said
+    assert "2026-11-16 20:15 151 backups gathered again: " in said
+    assert "holes" not in problems(machine)
     assert acts()[0].startswith("151 backups gathered again")
     machine.stop_service()
     assert stored(machine) == keys(backups)

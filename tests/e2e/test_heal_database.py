@@ -6,18 +6,13 @@ import random
 import shutil
 import signal
 import sqlite3
-import sys
-from pathlib import Path
 
 import machine as host
 from conftest import BEGIN
 from gathering import backup, load
-from healing import AFTER_STARTS, DAY, MINUTE, acts, critical, gathered, heal, keys, stored
+from healing import AFTER_STARTS, DAY, MINUTE, Attacks, acts, critical, gathered, heal, keys, stored
 from machine import SERVICE, process_ids, wait_until
 from service_runs import configure, history_gathered_before, integrity, next_gather, start_with_history
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "bench/detect"))
-import anomaly_db  # noqa: E402
 
 
 def test_a_database_that_is_replaced_by_an_older_copy(make_machine):
@@ -74,42 +69,48 @@ def test_a_database_that_is_removed_under_the_running_service(make_machine):
     assert stored(machine) == keys(backups)
 
 
+def restart_without_gather_time(machine):
+    """As after a kill between the two commits with which it is stored: the history is gathered again."""
+    machine.stop_service()
+    with contextlib.closing(sqlite3.connect(host.DATABASE, timeout=30)) as db, db:
+        db.execute("DELETE FROM LAST_BACKUP_DATA_CAPTURE")
+    said = (2, SERVICE, "Historical gather is not done.")
+    before = machine.log_records().count(said)
+    machine.start_service()
+    machine.await_log(*said, count=before + 1)
+
+
 def test_a_history_that_is_gathered_again_teaches_nothing_that_was_held_out(make_machine):
     """The service was killed between the two commits of the gather's time."""
     machine = make_machine(stepped=True)
     configure(machine, detection=0)
     history_gathered_before(BEGIN)
-    clients = [f"web{n:02}" for n in range(20)]
-    attacks = [[backup(1 + 100 * night + n, BEGIN + night * DAY + 60 + n, clientName=client, numFiles=1000,
-                       backupId=f"{client}_{night}", kbytes=1_000_000, kilobytesTransferred=990_000, dedupRatio=1)
-                for n, client in enumerate(clients)] for night in range(2)]
-    load(machine, attacks[0])
+    attacks = Attacks(machine, BEGIN, nights=3)
+    load(machine, attacks.nights[0])
     machine.start_web_service()
     start_with_history(machine)
-    usual = [anomaly_db.row(f"{client}_{day}", BEGIN - day * DAY, client, "FULL", "daily", 1000 + day * 7 % 11,
-                            1_000_000 + day * 7 % 11 * 100, 10_000 + day * 100 + n, 20_000 + day * 7 % 11 * 300, 60, 50.0, -1,
-                            policy="nightly", app="", destination="disk01")
-             for n, client in enumerate(clients) for day in range(1, 41)]
-    with contextlib.closing(sqlite3.connect(host.DATABASE, timeout=30)) as db, db:
-        db.executemany(anomaly_db.insert_into("HIST_DATA"), usual)
-
-    def found(night):
-        anomalies = {name for (name,) in machine.query("SELECT ANOMALY_UNIQUE_ID FROM ANOMALY_DATA")}
-        return sum(f"anomaly_{key}" in anomalies for key in keys(attacks[night]))
-
+    attacks.learn_the_usual()
     next_gather(machine)
-    wait_until(lambda: found(0) == 20, 30, "the detection finds the first night")
-    machine.stop_service()
-    with contextlib.closing(sqlite3.connect(host.DATABASE, timeout=30)) as db, db:
-        db.execute("DELETE FROM LAST_BACKUP_DATA_CAPTURE")
-    machine.start_service()
-    machine.await_log(2, SERVICE, "Historical gather is not done.")
+    wait_until(lambda: attacks.found(0) == 20, 30, "the detection finds the first night")
+    restart_without_gather_time(machine)
     machine.clock.advance(15 * MINUTE)
+    heal(machine)
+    assert "\nLast gather   none yet: the history has not been gathered\n" in machine.run("cvanomalyctl", "status").stdout
     wait_until(machine.last_gather_time, 300, "the history is over")
     machine.clock.advance(DAY - 30 * MINUTE)
-    load(machine, attacks[1])
+    load(machine, attacks.nights[1])
     next_gather(machine)
-    wait_until(lambda: found(1) == 20, 60, "the detection finds the second night")
+    wait_until(lambda: attacks.found(1) == 20, 60, "the detection finds the second night")
+    heal(machine)
+    # The third night comes with the history, which the detection learns.
+    machine.clock.advance(DAY)
+    load(machine, attacks.nights[2])
+    restart_without_gather_time(machine)
+    machine.clock.advance(15 * MINUTE)
+    wait_until(lambda: attacks.learnt(2) == 20, 300, "the history has the third night")
+    wait_until(machine.last_gather_time, 300, "the history is over")
+    gathered(machine, 2)
+    wait_until(lambda: attacks.found(2) == 20, 60, "the detection finds the third night")
     machine.stop_service()
 
 

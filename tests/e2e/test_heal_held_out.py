@@ -196,7 +196,10 @@ def test_what_was_reported_stays_held_out(make_machine):
     world.assert_held_out()
     remove_the_database(world)
     world.judged()
-    assert world.of("HIST_DATA", "MODE", [*world.held, *world.false_positives]) == [0] * 4
-    assert world.anomalies() == set()
+    assert world.of("HIST_DATA", "MODE", world.held) == [0, 0]
+    assert world.clusters() == [1, 1]
+    # They come again to be judged. Of the weekly stream too little is left to be compared with.
+    assert world.of("DATA_TO_PROCESS", "PROCESSED_STATUS", world.held) == [2, 2]
+    assert world.anomalies() == {*keys([world.reported["daily"]])}
     world.assert_verdicts()
     world.assert_the_next_ones_are_compared_with_usual_ones()

@@ -7,7 +7,7 @@ import signal
 import machine as host
 from conftest import BEGIN
 from gathering import backup, load
-from healing import AFTER_STARTS, HOUR, MINUTE, critical, gathered, heal, keys, stored
+from healing import AFTER_STARTS, DAY, HOUR, MINUTE, Attacks, critical, gathered, heal, keys, stored
 from machine import process_ids, wait_until
 from service_runs import configure, history_gathered_before, start_with_history
 
@@ -81,22 +81,39 @@ def test_an_alert_lock_that_another_program_holds(make_machine):
 
 
 def test_a_configuration_that_is_malformed(make_machine):
+    """The service stores the backups of that time in the history: they are not judged, and learnt. What was reported
+    before is not, and what comes afterwards is judged again."""
     machine = make_machine(stepped=True)
     configure(machine, detection=0, alert=0)
     history_gathered_before(BEGIN)
-    backups = [backup(1 + n, BEGIN + 60 + n * MINUTE) for n in range(21)]
-    load(machine, backups)
+    attacks = Attacks(machine, BEGIN, nights=3)
+    load(machine, attacks.nights[0])
     machine.start_web_service()
     start_with_history(machine)
+    attacks.learn_the_usual()
     gathered(machine)
+    wait_until(lambda: attacks.found(0) == 20, 30, "the first night is reported")
+
     whole = host.CONFIG.read_text()
     host.CONFIG.write_text(whole + "a line without an equals sign\n")
     assert "configuration" in critical(machine)
+    for companion in host.COMPANIONS:
+        wait_until(lambda name=companion: not process_ids(name), 30, "it has ended")
+    load(machine, attacks.nights[1])
+    machine.clock.advance(DAY - 30 * MINUTE)
     gathered(machine, 2)
     assert "configuration" in critical(machine)
-    assert stored(machine) == keys(backups)
+    assert (attacks.found(1), attacks.learnt(1)) == (0, 20)
+
     host.CONFIG.write_text(whole)
     assert "configuration" not in critical(machine)
     for companion in host.COMPANIONS:
         wait_until(lambda name=companion: process_ids(name), 30, "it runs again")
+    load(machine, attacks.nights[2])
+    machine.clock.advance(DAY - 30 * MINUTE)
+    gathered(machine, 2)
+    wait_until(lambda: attacks.found(2) == 20, 60, "the third night is reported")
     machine.stop_service()
+    assert [attacks.found(night) for night in range(3)] == [20, 0, 20]
+    assert [attacks.learnt(night) for night in range(3)] == [0, 20, 0]
+    assert {*stored(machine)} >= {key for night in attacks.nights for key in keys(night)}

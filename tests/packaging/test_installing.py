@@ -7,6 +7,8 @@ import shutil
 import stat
 import subprocess
 
+import pytest
+
 import machine as host
 from conftest import (FIRST, LATER, MASTER_CONFIG, PROGRAMS, end_all_processes, daemon, lay_out_product, run, running,
                       start_by_tool, write_configuration, write_database)
@@ -242,6 +244,17 @@ def test_account_of_the_product_is_used(package):
     finally:
         end_all_processes()
         run("userdel", "keeper", check=False)
+
+
+@pytest.mark.parametrize("account", ["corvane", ""])  # without a name the directory's owner counts
+def test_first_look_by_root_leaves_nothing_of_roots(package, account):
+    package.install()
+    lay_out_product(account)
+    assert list(host.DATABASE_DIR.iterdir()) == []
+    assert run(host.BIN / "cvanomalyheal").stdout == ""
+    assert {path.name for path in host.DATABASE_DIR.iterdir()} == {"CV_Anomaly_Coverage.db", "CV_Anomaly_Coverage.lock"}
+    for path in (*host.DATABASE_DIR.iterdir(), host.LOGS / "cvanomalyheal"):
+        assert owner_and_mode(path)[:2] == ("corvane", "corvane"), path
 
 
 def test_account_that_does_not_exist_is_told(package):

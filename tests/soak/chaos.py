@@ -31,14 +31,16 @@ import machine as host  # noqa: E402
 from gathering import backup, load, rows  # noqa: E402
 from service_runs import GATHERED, configure, instant  # noqa: E402
 
-BEGIN = 1_794_859_200  # 2026-11-16 20:00 UTC
 MINUTE, HOUR, DAY = 60, 3600, 86400
+# Later than the start of any process: that is told by the kernel, which has another clock.
+BEGIN = (int(time.time()) // DAY + 2) * DAY
 INTERVAL = 15 * MINUTE
 EARLIER = 30 * DAY  # of backups that are in the database when it begins
 BETWEEN = 5 * MINUTE  # two backups
 CLIENTS = 20
 TURN_SECONDS = 0.9
-QUIET_TURNS = 60
+QUIET_TURNS = 60  # with a gather
+SETTLES_WITHIN = 1500  # seconds
 FAULTS = ("status 401", "status 500", "status 503", "garbage", "truncate", "cut", "hang 3")
 ODDITIES = ("surrogate", "nul", "latin1")
 TOLD = host.TREE / "var/global/told"
@@ -122,36 +124,40 @@ class Chaos:
         self.later(self.machine.start_web_service, turns=12)
 
     def kill(self, name, how=signal.SIGKILL):
-        for process in host.process_ids(name):
+        """Returns the processes that it was done to."""
+        processes = host.process_ids(name)
+        for process in processes:
             with contextlib.suppress(ProcessLookupError):
                 os.kill(process, how)
+        return processes
+
+    def must_say(self, name):
+        """`check` tells it at once. Without a database there is nothing else that it could tell."""
+        said = json.loads(self.machine.run("cvanomalyctl", "check", "--json", check=False).stdout)
+        critical = [one["name"] for one in said["problem_list"] if one["level"] == "critical"]
+        if name not in critical and (host.DATABASE.exists() or "database_missing" not in critical):
+            self.unsaid.append(f"turn {self.turn}: {name}, but {critical or said['status']}")
 
     def service_is_killed(self):
         time.sleep(self.draw.random())
-        self.kill(host.SERVICE)
-
-    def must_say(self, name):
-        said = json.loads(self.machine.run("cvanomalyctl", "status", "--json").stdout)["problem_list"]
-        if not any(one["name"] == name and one["level"] == "critical" for one in said):
-            self.unsaid.append(f"turn {self.turn}: {name}")
+        if self.kill(host.SERVICE):
+            self.must_say("program_absent")
 
     def companion_is_killed(self):
         name = self.draw.choice(host.COMPANIONS)
-        ran = host.process_ids(name)
-        self.kill(name)
-        if ran:
+        if self.kill(name):
             self.must_say("program_absent")
 
     def companion_hangs(self):
         name = self.draw.choice(host.COMPANIONS)
-        self.kill(name, signal.SIGSTOP)
-        if host.process_ids(name):
+        if self.kill(name, signal.SIGSTOP):
             self.must_say("program_hung")
         self.later(lambda: self.kill(name, signal.SIGCONT), turns=20)
 
     def healer_is_killed(self):
+        """Also as at the end of its unit: the look and what it has started are asked to end."""
         time.sleep(0.2 * self.draw.random())
-        self.kill("cvanomalyheal")
+        self.kill("cvanomalyheal", self.draw.choice([signal.SIGKILL, signal.SIGTERM]))
 
     def lock_is_held(self):
         if self.held is not None:
@@ -167,7 +173,7 @@ class Chaos:
         self.held = None
 
     def clock_is_ahead(self):
-        ahead = self.draw.choice([HOUR, DAY, 400 * DAY])
+        ahead = self.draw.choice([2 * MINUTE, 5 * MINUTE, HOUR, DAY, 400 * DAY])
         if ahead > DAY and not self.catalog.is_calm(self.machine.clock.now()):
             return
         gathers = self.machine.last_gather_time()
@@ -214,6 +220,8 @@ class Chaos:
         self.remove_database()
         shutil.copy(COPY, host.DATABASE)
         if under_the_running_service:
+            if host.process_ids(host.SERVICE):
+                self.must_say("database_replaced")
             self.later(self.restart, turns=3)
         else:
             self.start()
@@ -225,6 +233,7 @@ class Chaos:
     def database_is_removed(self):
         if self.catalog.is_calm(self.machine.clock.now()):
             self.remove_database()
+            self.must_say("database_missing")
             self.later(self.restart, turns=3)
 
     def gather_time_is_lost(self):
@@ -284,14 +293,24 @@ class Chaos:
         while self.ends:
             self.take_turn(None)
         self.machine.misbehave()
-        for _ in range(QUIET_TURNS):
+        self.settle()
+
+    def settle(self):
+        """The service may gather the whole history first, which takes minutes where syncs are slow."""
+        gathers, quiet = self.machine.logged(GATHERED), 0
+        deadline = time.monotonic() + SETTLES_WITHIN
+        while quiet < QUIET_TURNS and time.monotonic() < deadline:
             self.take_turn(None)
-        gathers = self.machine.logged(GATHERED)
-        self.machine.clock.advance(INTERVAL)
-        host.wait_until(lambda: self.machine.logged(GATHERED) > gathers, 60, "the last gather")
-        if self.healer is not None:
-            self.healer.wait(300)
+            now = self.machine.logged(GATHERED)
+            quiet += now > gathers
+            gathers = now
+        self.healer.wait(300)
         self.machine.run("cvanomalyheal", timeout=300)
+        host.wait_until(lambda: not self.waiting(), 300, "all backups are judged")
+        time.sleep(10)  # the companions look around
+
+    def waiting(self):
+        return rows(host.DATABASE, "SELECT count(*) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS = 0")[0][0]
 
     # --- What came of it ---
 
@@ -315,9 +334,6 @@ class Chaos:
                                              if verdict == 2 and one in wanted - encrypted))):
             if found:
                 yield f"{len(found)} of {len(encrypted)} verdicts {name}: {found[:5]}"
-        waiting = rows(host.DATABASE, "SELECT count(*) FROM DATA_TO_PROCESS WHERE PROCESSED_STATUS = 0")[0][0]
-        if waiting:
-            yield f"{waiting} backups wait to be judged"
         told = TOLD.read_text() if TOLD.exists() else ""
         untold = sorted(one["clientName"] for one in self.catalog.encrypted if key(one) in encrypted and one["clientName"] not in told)
         if untold:
