@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "health/health.h"
-#include "health/problems.h"
+#include "health/problem.h"
 
 namespace corvane::health {
 

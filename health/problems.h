@@ -1,24 +1,14 @@
 // What is wrong: the one place that decides whether all is well.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "health/health.h"
+#include "health/problem.h"
 
 namespace corvane::health {
-
-enum class Level { kWarning = 1, kCritical = 2 };
-// "warning", "critical": in JSON documents and as a label of metrics.
-const char* name_of(Level level);
-
-struct Problem {
-  Level level = Level::kWarning;
-  std::string name;   // stable: in JSON documents
-  std::string words;  // a part of a sentence, without a full stop
-
-  friend bool operator==(const Problem&, const Problem&) = default;
-};
 
 // From when on something is a problem. Negative: depends on the gather interval.
 struct Thresholds {
